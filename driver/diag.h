@@ -1,0 +1,132 @@
+// Diagnostics: the numbered message table and the reporters every part of the compiler uses.
+//
+// A message line is "<file>, line <n>: <SEVERITY>  <message> - '<context>'"; it goes to the
+// progress display (or standard output with -l) and is appended to the file's .err listing.
+// The reporters count errors per file, keep the first-error value that becomes the exit status,
+// and abandon the file (by throwing FileAbort) after the 41st error or on a FATAL message.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace tav {
+
+class Display;
+
+// Numbered messages, derived from messages.def: msg::syntax_error == 0 and so on.
+namespace msg {
+enum Code : int {
+#define TAV_MESSAGE(code, name, kind, text) name = code,
+#include "driver/messages.def"
+#undef TAV_MESSAGE
+};
+}  // namespace msg
+
+// Context kinds of the message table.
+enum class ContextKind : uint16_t { none = 0, token = 1, name = 2 };
+
+struct MessageRow {
+  int code;
+  ContextKind kind;
+  const char* text;
+};
+// The row of a message code; nullptr for a code outside the table.
+const MessageRow* message_row(int code);
+constexpr int kMessageCount = 144;
+
+enum class Severity : int { info = 0, warning = 1, error = 2, fatal = 3 };
+
+// Thrown to abandon the current source file; the driver's per-file loop catches it. The reporter
+// that throws has already counted the abort and set the first-error value.
+struct FileAbort {};
+
+// What the reporters need to know of the token stream; the tokenizer provides it.
+class DiagSource {
+ public:
+  virtual ~DiagSource() = default;
+  virtual std::string_view diag_file_name() const = 0;  // from the line markers; may be empty
+  virtual int diag_line() const = 0;                    // current line, 0 when none
+  virtual std::string_view diag_token_text() const = 0;
+  virtual bool diag_token_held() const = 0;  // pushed back or held as a statement verb
+  virtual std::string_view diag_prev_text() const = 0;
+  virtual int diag_prev_line() const = 0;
+};
+
+// The context shown after a message: nothing, the current token (subject to substitution of
+// the previous token while the current one is held back), or a given text.
+struct Context {
+  enum Kind { none, token, text } kind = none;
+  std::string_view value;
+
+  Context() = default;
+  Context(std::string_view t) : kind(text), value(t) {}  // NOLINT: implicit on purpose
+  Context(const char* t) : kind(text), value(t) {}       // NOLINT
+  Context(const std::string& t) : kind(text), value(t) {}  // NOLINT
+  static Context current_token() {
+    Context c;
+    c.kind = token;
+    return c;
+  }
+};
+
+class Diagnostics {
+ public:
+  Diagnostics(Display& display, bool no_warning, bool no_info);
+  ~Diagnostics();
+  Diagnostics(const Diagnostics&) = delete;
+  Diagnostics& operator=(const Diagnostics&) = delete;
+
+  // The token stream the line numbers and token contexts come from (nullptr: none, so no
+  // file or line prefix).
+  void set_source(const DiagSource* source) { source_ = source; }
+
+  // Per file: counts back to zero, and the name of the listing (opened on the first line).
+  void start_file();
+  void set_listing(std::string path);
+  void close_listing();  // writes the final "\n" when the listing is open
+
+  int16_t first_error() const { return first_error_; }
+  uint16_t error_count() const { return error_count_; }
+
+  // The name context buffer of kind-2 messages (at most 30 characters are kept).
+  void set_name(std::string_view name);
+  std::string_view name() const { return name_; }
+
+  int error(int code);
+  int error_with(int code, std::string_view context);
+  int error_text(std::string_view message, Context context = {});
+  int warning(int code);
+  int warning_text(std::string_view message, Context context = {});
+  int info(int code);
+  int info_text(std::string_view message, Context context = {});
+  [[noreturn]] void fatal(int code);
+  [[noreturn]] void fatal_text(std::string_view message, Context context = {});
+  int report(Severity severity, std::string_view message, Context context);
+  void new_message_line();
+
+  // The abort path of a file: the first-error value becomes -1 when it is 0, the abort counts as
+  // an error, and FileAbort is thrown.
+  [[noreturn]] void abort_file();
+
+  // Text of an I/O status code of the data-file layer.
+  static std::string io_error_text(int code);
+
+ private:
+  void write_listing(std::string_view text);
+  Context context_of(int code) const;
+
+  Display& display_;
+  bool no_warning_;
+  bool no_info_;
+  const DiagSource* source_ = nullptr;
+  std::string listing_path_;
+  FILE* listing_ = nullptr;
+  bool listing_failed_ = false;
+  std::string name_;
+  int16_t first_error_ = 0;
+  uint16_t error_count_ = 0;
+};
+
+}  // namespace tav
