@@ -1,1 +1,265 @@
 #include "driver/diag.h"
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "driver/display.h"
+
+namespace tav {
+
+namespace {
+
+constexpr MessageRow kMessages[] = {
+#define TAV_MESSAGE(code, name, kind, text) {code, ContextKind::kind, text},
+#include "driver/messages.def"
+#undef TAV_MESSAGE
+};
+static_assert(std::size(kMessages) == kMessageCount);
+
+constexpr const char* kSeverityWords[] = {"INFO ", "WARNING ", "ERROR ", "FATAL "};
+constexpr int kErrorLimit = 40;
+constexpr size_t kMaxLineBytes = 511;  // a message line is at most 512 bytes with its terminator
+constexpr size_t kNameContextMax = 30;
+
+// The data-file layer's own status texts, codes 10000 upwards.
+constexpr const char* kSystemIoTexts[] = {
+    "Change of index in sequential read",
+    "Change of direction during sequential read",
+    "Current record altered since last FETCH",
+    "Record/File not locked",
+    "At beginning of list",
+    "Object is part of an active transaction set",
+    "Transaction is in progress",
+    "Field/s specified not in original list selected",
+    "Server does not provide functionality required",
+    "Too many servers active at once",
+    "Network access is not allowed",
+    "Record contents changed by another process",
+};
+
+// Status texts of the indexed-file engine, codes 100 upwards.
+constexpr const char* kEngineTexts[] = {
+    "Duplicate record",                     // 100
+    "File not open",                        // 101
+    "Illegal argument",                     // 102
+    "Illegal key description",              // 103
+    "Too many files open",                  // 104
+    "File definition incorrect or corrupt", // 105
+    "Exclusive access needed",              // 106
+    "Record locked",                        // 107
+    "Key already exists",                   // 108
+    "Key is the primary key",               // 109
+    "End or beginning of file",             // 110
+    "No record found",                      // 111
+    "No current record",                    // 112
+    "File locked",                          // 113
+    "File name too long",                   // 114
+    "Cannot create lock file",              // 115
+    "Cannot allocate memory",               // 116
+};
+constexpr int kEngineFirst = 100;
+constexpr int kEngineLast = kEngineFirst + static_cast<int>(std::size(kEngineTexts)) - 1;
+
+// Resolves "." and ".." components and turns "\" into "/", as file names are shown in messages.
+std::string normalise_path(std::string_view name) {
+  std::string path(name);
+  for (char& c : path)
+    if (c == '\\') c = '/';
+  bool absolute = !path.empty() && path[0] == '/';
+  std::vector<std::string> parts;
+  size_t pos = 0;
+  while (pos <= path.size()) {
+    size_t slash = path.find('/', pos);
+    if (slash == std::string::npos) slash = path.size();
+    std::string part = path.substr(pos, slash - pos);
+    pos = slash + 1;
+    if (part.empty() || part == ".") continue;
+    if (part == ".." && !parts.empty() && parts.back() != "..") {
+      parts.pop_back();
+      continue;
+    }
+    if (part == ".." && absolute) continue;
+    parts.push_back(part);
+  }
+  std::string out = absolute ? "/" : "";
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i) out += '/';
+    out += parts[i];
+  }
+  return out;
+}
+
+}  // namespace
+
+const MessageRow* message_row(int code) {
+  if (code < 0 || code >= kMessageCount) return nullptr;
+  return &kMessages[code];
+}
+
+Diagnostics::Diagnostics(Display& display, bool no_warning, bool no_info)
+    : display_(display), no_warning_(no_warning), no_info_(no_info || no_warning) {}
+
+Diagnostics::~Diagnostics() { close_listing(); }
+
+void Diagnostics::start_file() {
+  first_error_ = 0;
+  error_count_ = 0;
+}
+
+void Diagnostics::set_listing(std::string path) {
+  close_listing();
+  listing_path_ = std::move(path);
+  listing_failed_ = false;
+}
+
+void Diagnostics::close_listing() {
+  if (listing_) {
+    std::fputs("\n", listing_);
+    std::fclose(listing_);
+    listing_ = nullptr;
+  }
+}
+
+void Diagnostics::write_listing(std::string_view text) {
+  if (!listing_ && !listing_failed_ && !listing_path_.empty()) {
+    listing_ = std::fopen(listing_path_.c_str(), "a");
+    if (!listing_) listing_failed_ = true;
+  }
+  if (listing_) std::fwrite(text.data(), 1, text.size(), listing_);
+}
+
+void Diagnostics::set_name(std::string_view name) { name_ = name.substr(0, kNameContextMax); }
+
+Context Diagnostics::context_of(int code) const {
+  const MessageRow* row = message_row(code);
+  if (!row || row->kind == ContextKind::none) return {};
+  if (row->kind == ContextKind::name) return Context(std::string_view(name_));
+  return Context::current_token();
+}
+
+static const char* text_of(int code) {
+  const MessageRow* row = message_row(code);
+  return row ? row->text : "Unknown message";
+}
+
+int Diagnostics::error(int code) { return error_text(text_of(code), context_of(code)); }
+int Diagnostics::error_with(int code, std::string_view context) {
+  return error_text(text_of(code), Context(context));
+}
+int Diagnostics::warning(int code) { return warning_text(text_of(code), context_of(code)); }
+int Diagnostics::info(int code) { return info_text(text_of(code), context_of(code)); }
+void Diagnostics::fatal(int code) { fatal_text(text_of(code), context_of(code)); }
+
+int Diagnostics::error_text(std::string_view message, Context context) {
+  report(Severity::error, message, context);
+  if (first_error_ == 0) {
+    int line = source_ ? source_->diag_line() : 0;
+    first_error_ = static_cast<int16_t>(line > 0 ? line : -1);
+  }
+  ++error_count_;
+  if (error_count_ > kErrorLimit) {
+    new_message_line();
+    static constexpr std::string_view kLimit = "Error limit exceeded - aborting";
+    display_.line_out(kLimit);
+    write_listing(kLimit);
+    display_.flush();
+    abort_file();
+  }
+  return -1;
+}
+
+int Diagnostics::warning_text(std::string_view message, Context context) {
+  if (!no_warning_) report(Severity::warning, message, context);
+  return 0;
+}
+
+int Diagnostics::info_text(std::string_view message, Context context) {
+  if (!no_info_) report(Severity::info, message, context);
+  return 0;
+}
+
+void Diagnostics::fatal_text(std::string_view message, Context context) {
+  ++error_count_;
+  first_error_ = -1;
+  report(Severity::fatal, message, context);
+  abort_file();
+}
+
+void Diagnostics::abort_file() {
+  if (first_error_ == 0) first_error_ = -1;
+  ++error_count_;
+  throw FileAbort{};
+}
+
+int Diagnostics::report(Severity severity, std::string_view message, Context context) {
+  int line = source_ ? source_->diag_line() : 0;
+  std::string_view shown;
+  if (context.kind == Context::token) {
+    if (source_) {
+      if (source_->diag_token_held()) {
+        shown = source_->diag_prev_text();
+        line = source_->diag_prev_line();
+      } else {
+        shown = source_->diag_token_text();
+      }
+    }
+  } else if (context.kind == Context::text) {
+    shown = context.value;
+  }
+
+  new_message_line();
+
+  std::string text;
+  if (source_ && !source_->diag_file_name().empty()) {
+    text = normalise_path(source_->diag_file_name());
+    text += ", ";
+  }
+  if (line > 0) {
+    text += "line ";
+    text += std::to_string(line);
+    text += ": ";
+  }
+  text += kSeverityWords[static_cast<int>(severity)];
+  text += ' ';
+  text += message;
+  if (!shown.empty()) {
+    text += " - '";
+    text += shown;
+    text += '\'';
+  }
+  if (text.size() > kMaxLineBytes) text.resize(kMaxLineBytes);
+
+  display_.line_out(text);
+  write_listing(text);
+  display_.flush();
+  return 0;
+}
+
+void Diagnostics::new_message_line() {
+  if (!display_.screen()) {
+    display_.line_out("\n");
+    write_listing("\n");
+    return;
+  }
+  write_listing("\n");
+  if (display_.next_row() < 0 && error_count_ > 0) abort_file();
+}
+
+std::string Diagnostics::io_error_text(int code) {
+  if (code == -1) code = errno != 0 ? errno : code;
+  char buf[256];
+  if (code >= 10000 && code <= 10011) {
+    std::snprintf(buf, sizeof buf, "%s error %d - %s", "TAVRIN", code, kSystemIoTexts[code - 10000]);
+  } else if (code >= kEngineFirst && code <= kEngineLast) {
+    std::snprintf(buf, sizeof buf, "%s error %d - %s", "C-ISAM", code, kEngineTexts[code - kEngineFirst]);
+  } else if (const char* system_text = code > 0 ? std::strerror(code) : nullptr;
+             system_text && std::strncmp(system_text, "Unknown error", 13) != 0) {
+    std::snprintf(buf, sizeof buf, "%s error %d - %s", "System", code, system_text);
+  } else {
+    std::snprintf(buf, sizeof buf, "error = %d", code);
+  }
+  return buf;
+}
+
+}  // namespace tav

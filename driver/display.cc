@@ -1,1 +1,118 @@
 #include "driver/display.h"
+
+#include <cstdio>
+
+#include "runtime/terminal.h"
+
+namespace tav {
+
+namespace {
+constexpr int kMaxWindowWidth = 100;
+constexpr int kTitleRow = 2;
+constexpr std::string_view kAckPrompt = "Press RETURN to continue, ESC to cancel";
+}  // namespace
+
+Display::Display() = default;
+Display::~Display() { end(); }
+
+bool Display::open_screen(std::string_view banner) {
+  term_ = open_terminal();
+  if (!term_) return false;
+  int width = term_->screen_cols() < kMaxWindowWidth ? term_->screen_cols() : kMaxWindowWidth;
+  term_->open_window(term_->screen_rows() - 1, width, "TAVCMP");
+  term_->print_at(0, 1, banner);
+  term_->refresh();
+  row_ = kFirstMessageRow - 1;
+  col_ = 0;
+  return true;
+}
+
+int Display::last_row() const { return term_ ? term_->window_rows() - 2 : 0; }
+
+void Display::line_out(std::string_view text) {
+  if (!term_) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return;
+  }
+  term_->print_at(row_, 1 + col_, text);
+  col_ += static_cast<int>(text.size());
+}
+
+void Display::flush() {
+  if (term_)
+    term_->refresh();
+  else
+    std::fflush(stdout);
+}
+
+int Display::next_row() {
+  if (!term_) {
+    line_out("\n");
+    return 0;
+  }
+  int result = 0;
+  ++row_;
+  col_ = 0;
+  if (row_ > last_row()) {
+    result = term_->wait_ack(kAckPrompt);
+    term_->clear_rows(kFirstMessageRow, term_->window_rows() - 1);
+    row_ = kFirstMessageRow;
+  }
+  if (row_ < kFirstMessageRow) row_ = kFirstMessageRow;
+  term_->move_to(row_, 1);
+  return result;
+}
+
+void Display::print(const char* fmt, ...) {
+  if (term_) return;
+  va_list args;
+  va_start(args, fmt);
+  std::vfprintf(stdout, fmt, args);
+  va_end(args);
+}
+
+void Display::show(std::string_view text) {
+  if (!term_) {
+    std::fputc('\n', stdout);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+    return;
+  }
+  next_row();
+  line_out(text);
+  term_->refresh();
+}
+
+int Display::wait_ack() {
+  if (!term_) return 0;
+  return term_->wait_ack(kAckPrompt);
+}
+
+void Display::clear_messages() {
+  if (!term_) return;
+  term_->clear_rows(kFirstMessageRow, term_->window_rows() - 1);
+  row_ = kFirstMessageRow - 1;
+  col_ = 0;
+}
+
+void Display::set_title_line(std::string_view text) {
+  if (!term_) return;
+  term_->clear_rows(kTitleRow, kTitleRow);
+  term_->print_at(kTitleRow, 1, text);
+  term_->refresh();
+}
+
+void Display::print_at(int row, int col, std::string_view text) {
+  if (term_) term_->print_at(row, col, text);
+}
+
+int Display::rows_left() const { return term_ ? last_row() - row_ : 0; }
+
+void Display::end() {
+  if (term_) {
+    term_->end();
+    term_.reset();
+  }
+}
+
+}  // namespace tav

@@ -34,6 +34,7 @@ class Display {
   void start_messages() { row_ = kFirstMessageRow - 1; }  // the next line goes to the first row
   int row() const { return row_; }
   int last_row() const;
+  int rows_left() const;  // message rows below the current one (screen mode)
 
   // Plain: printf to standard output. Screen: nothing.
   void print(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
@@ -51,6 +52,7 @@ class Display {
  private:
   std::unique_ptr<Terminal> term_;
   int row_ = kFirstMessageRow - 1;
+  int col_ = 0;
 };
 
 }  // namespace tav
