@@ -1,0 +1,270 @@
+#include "codegen/opspace.h"
+
+#include <cstring>
+#include <new>
+
+#include "driver/diag.h"
+
+namespace tav {
+
+namespace {
+
+// Offsets inside op records that this file fills in.
+namespace op {
+inline constexpr uint32_t link = 0;    // 24-bit offset of the next op of the list
+inline constexpr uint32_t opcode = 3;  // 8-bit
+}  // namespace op
+
+// The statement marker (op 81).
+namespace marker {
+inline constexpr uint32_t next = 4;   // 24-bit offset of the following marker
+inline constexpr uint32_t prev = 9;   // 24-bit offset of the preceding marker
+inline constexpr uint32_t verb = 12;  // 24-bit offset of the 4-byte verb code
+}  // namespace marker
+
+// An alpha literal (op 11) and the text item reference (op 87) it can be turned into.
+namespace literal {
+inline constexpr uint32_t text = 4;    // 24-bit offset of the text
+inline constexpr uint32_t length = 7;  // 16-bit length of the text
+inline constexpr uint32_t item = 4;    // op 87: 16-bit text item number
+}  // namespace literal
+
+// An entry of the text item table.
+namespace item {
+inline constexpr uint32_t kind = 0;    // 8-bit letter
+inline constexpr uint32_t length = 1;  // 8-bit length, 0 when above 255
+inline constexpr uint32_t text = 2;    // 24-bit offset of the text in the op space
+}  // namespace item
+
+constexpr uint8_t kOpPlaceholder = 19;
+constexpr uint8_t kOpFunctionCall = 13;
+constexpr uint8_t kOpStatementMarker = 81;
+constexpr uint8_t kOpTextItem = 87;
+constexpr uint32_t kDebugFunctionCallSize = 12;
+constexpr uint32_t kUnlistedOpSize = 12;  // every opcode past the last row of ops.def
+constexpr uint32_t kMaxTextLength = 255;  // longer texts are entered with length 0
+
+struct OpRow {
+  const char* name;
+  uint8_t size;
+};
+
+constexpr OpRow kOpRows[] = {
+#define TAV_OP(code, name, size) {name, size},
+#include "codegen/ops.def"
+};
+constexpr size_t kOpRowCount = sizeof kOpRows / sizeof kOpRows[0];
+
+// ops.def must list the opcodes in order from 0 without gaps, as the rows are indexed by opcode.
+constexpr bool rows_in_order() {
+  size_t expect = 0;
+#define TAV_OP(code, name, size) \
+  if ((code) != expect++) return false;
+#include "codegen/ops.def"
+  return expect == kOpRowCount;
+}
+static_assert(rows_in_order(), "ops.def rows must run 0, 1, 2, ... without gaps");
+static_assert(kOpRowCount < 256);
+
+// "op-<n>" for every opcode, built at compile time, for the opcodes without a name.
+using OpLabel = std::array<char, 8>;
+constexpr std::array<OpLabel, 256> make_op_labels() {
+  std::array<OpLabel, 256> labels{};
+  for (size_t n = 0; n < labels.size(); ++n) {
+    OpLabel& l = labels[n];
+    size_t i = 0;
+    l[i++] = 'o';
+    l[i++] = 'p';
+    l[i++] = '-';
+    if (n >= 100) l[i++] = static_cast<char>('0' + n / 100);
+    if (n >= 10) l[i++] = static_cast<char>('0' + n / 10 % 10);
+    l[i++] = static_cast<char>('0' + n % 10);
+    l[i] = '\0';
+  }
+  return labels;
+}
+constexpr std::array<OpLabel, 256> kOpLabels = make_op_labels();
+
+// Obtains a store's block the first time it is needed; it is kept for the run and never zeroed
+// as a whole (every allocation zeroes its own bytes).
+void obtain_block(std::unique_ptr<uint8_t[]>& block, uint32_t size, Diagnostics& diag,
+                  const char* failure) {
+  if (block) return;
+  block.reset(new (std::nothrow) uint8_t[size]);
+  if (!block) diag.fatal_text(failure);
+}
+
+// Moves a break back: the new break must not lie past the old one nor outside the block.
+void move_break_back(uint32_t& brk, uint32_t p, uint32_t size, Diagnostics& diag,
+                     const char* past_break, const char* outside) {
+  if (p > brk) diag.fatal_text(past_break);
+  if (p > size) diag.fatal_text(outside);
+  brk = p;
+}
+
+}  // namespace
+
+uint32_t op_size(uint8_t opcode, bool debug_ops) {
+  if (opcode == kOpFunctionCall && debug_ops) return kDebugFunctionCallSize;
+  if (opcode >= kOpRowCount) return kUnlistedOpSize;
+  return kOpRows[opcode].size;
+}
+
+const char* op_name(uint8_t opcode) {
+  if (opcode < kOpRowCount && kOpRows[opcode].name[0] != '\0') return kOpRows[opcode].name;
+  return kOpLabels[opcode].data();
+}
+
+// ---- op space ----
+
+uint32_t OpSpace::alloc(uint32_t n) {
+  obtain_block(block_, kOpSpaceSize, diag_, "Can't malloc procedure header space");
+  if (n > kOpSpaceSize - brk_) diag_.fatal_text("Exceeded maximum operations table limit");
+  const uint32_t off = brk_;
+  brk_ += n;
+  std::memset(at(off), 0, n);
+  return off;
+}
+
+uint32_t OpSpace::copy_in(const void* src, uint32_t n) {
+  const uint32_t off = alloc(n);
+  if (n > 0) std::memcpy(at(off), src, n);
+  return off;
+}
+
+uint32_t OpSpace::store_text(std::string_view text) {
+  const auto n = static_cast<uint32_t>(text.size());
+  const uint32_t off = alloc(n + 1);  // the terminator is already zero
+  if (n > 0) std::memcpy(at(off), text.data(), n);
+  return off;
+}
+
+void OpSpace::setbss(uint32_t p) {
+  move_break_back(brk_, p, kOpSpaceSize, diag_, "setbss - new break more than old break",
+                  "setbss - new break not in table");
+}
+
+// ---- data area ----
+
+uint32_t DataArea::alloc(uint32_t n) {
+  obtain_block(block_, kDataAreaSize, diag_, "Can't malloc data table space");
+  // Even-sized items start at a multiple of 4; odd-sized ones are packed wherever the break is.
+  uint32_t off = brk_;
+  if (n % 2 == 0) {
+    if (off % 2 != 0) off += 1;
+    if (off % 4 != 0) off += 2;
+  }
+  if (n > kDataAreaSize - off) diag_.fatal_text("Can't allocate sufficient data space");
+  brk_ = off + n;
+  std::memset(at(off), 0, n);
+  return off;
+}
+
+uint32_t DataArea::copy_in(const void* src, uint32_t n) {
+  const uint32_t off = alloc(n);
+  if (n > 0) std::memcpy(at(off), src, n);
+  return off;
+}
+
+uint32_t DataArea::store_text(std::string_view text) {
+  const auto n = static_cast<uint32_t>(text.size());
+  const uint32_t off = alloc(n + 1);
+  if (n > 0) std::memcpy(at(off), text.data(), n);
+  return off;
+}
+
+void DataArea::dsetbss(uint32_t p) {
+  move_break_back(brk_, p, kDataAreaSize, diag_, "dsetbss - new break more than old break",
+                  "dsetbss - new break not in table");
+}
+
+// ---- text items ----
+
+int TextItems::add(uint32_t text_off, char kind, int length) {
+  if (!table_) {
+    // Room for entry 0, which stays all zero, and the items 1 to kMaxTextItems.
+    constexpr size_t bytes = (static_cast<size_t>(kMaxTextItems) + 1) * kEntrySize;
+    table_.reset(new (std::nothrow) uint8_t[bytes]());
+    if (!table_) diag_.fatal_text("Can't malloc text item table");
+  }
+  if (count_ + 1 > kMaxTextItems) diag_.fatal_text("Too many entries in text item table");
+  ++count_;
+  const uint32_t len = length >= 1 ? static_cast<uint32_t>(length)
+                                   : static_cast<uint32_t>(std::strlen(ops_.text_at(text_off)));
+  uint8_t* e = table_.get() + static_cast<size_t>(count_) * kEntrySize;
+  e[item::kind] = static_cast<uint8_t>(kind);
+  e[item::length] = static_cast<uint8_t>(len > kMaxTextLength ? 0 : len);
+  put24(e + item::text, text_off);
+  return count_;
+}
+
+int TextItems::add_string(std::string_view text, char kind) {
+  return add(ops_.store_text(text), kind, 0);
+}
+
+uint32_t TextItems::offset(int n) const {
+  if (!table_ || n < 1 || n > count_) return 0;
+  return get24(entry(n) + item::text);
+}
+
+// ---- op builder ----
+
+void OpBuilder::start_program() {
+  level_ = -1;
+  current_ = 0;
+  last_marker_ = 0;
+}
+
+uint32_t OpBuilder::emit(uint8_t opcode) {
+  if (opcode < stats_.size()) ++stats_[opcode];
+  // Outside every list (level -1) an op is made but linked to nothing; the caller places it.
+  OpLevel* lv = level_ >= 0 ? &top() : nullptr;
+  // The placeholder only stands in for an empty list; a list with ops keeps them as they are.
+  if (opcode == kOpPlaceholder && lv != nullptr && lv->head != 0) return 0;
+  const uint32_t off = ops_.alloc(op_size(opcode, debug_ops_));
+  *ops_.at(off + op::opcode) = opcode;
+  if (lv != nullptr) {
+    if (lv->head == 0)
+      lv->head = off;
+    else
+      ops_.put24(lv->tail + op::link, off);
+    lv->tail = off;
+  }
+  current_ = off;
+  return off;
+}
+
+void OpBuilder::open_level() {
+  if (level_ + 1 >= kMaxLevels) diag_.fatal(msg::too_many_nested_procedures);
+  ++level_;
+  reset_level(level_);
+}
+
+void OpBuilder::close_level() {
+  if (level_ < 0) return;
+  op_stack_depth = top().operator_mark;
+  --level_;
+}
+
+void OpBuilder::emit_statement_marker(uint32_t verb_code) {
+  if (!debug_ops_) return;
+  const uint32_t m = emit(kOpStatementMarker);
+  const uint32_t verb = ops_.alloc(4);
+  ops_.put32(verb, verb_code);
+  ops_.put24(m + marker::verb, verb);
+  if (last_marker_ != 0) {
+    ops_.put24(m + marker::prev, last_marker_);
+    ops_.put24(last_marker_ + marker::next, m);
+  }
+  last_marker_ = m;
+}
+
+void OpBuilder::make_text_item_op(uint32_t op_off, char kind) {
+  const uint32_t text = ops_.get24(op_off + literal::text);
+  const auto length = static_cast<int>(ops_.get16(op_off + literal::length));
+  const int n = texts_.add(text, kind, length);
+  ops_.put16(op_off + literal::item, static_cast<uint32_t>(n));
+  *ops_.at(op_off + op::opcode) = kOpTextItem;
+}
+
+}  // namespace tav
