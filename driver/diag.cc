@@ -126,7 +126,10 @@ void Diagnostics::write_listing(std::string_view text) {
     listing_ = std::fopen(listing_path_.c_str(), "a");
     if (!listing_) listing_failed_ = true;
   }
-  if (listing_) std::fwrite(text.data(), 1, text.size(), listing_);
+  if (listing_) {
+    std::fwrite(text.data(), 1, text.size(), listing_);
+    std::fflush(listing_);  // a listing must be complete even when a signal ends the run
+  }
 }
 
 void Diagnostics::set_name(std::string_view name) { name_ = name.substr(0, kNameContextMax); }

@@ -78,6 +78,12 @@ class Diagnostics {
   Diagnostics(const Diagnostics&) = delete;
   Diagnostics& operator=(const Diagnostics&) = delete;
 
+  // -w suppresses warnings and informational messages, -i informational messages.
+  void set_suppression(bool no_warning, bool no_info) {
+    no_warning_ = no_warning;
+    no_info_ = no_info || no_warning;
+  }
+
   // The token stream the line numbers and token contexts come from (nullptr: none, so no
   // file or line prefix).
   void set_source(const DiagSource* source) { source_ = source; }
