@@ -1,0 +1,38 @@
+// tavpp: the preprocessor run by the compiler on every source before it is compiled.
+//
+// It reads the source, interprets the directive lines (#include, #define, #if and friends),
+// replaces macros in the program text and writes the result with line markers
+// "# <line> <file>" so that the compiler can report every line at its true place.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tav::pp {
+
+struct Options {
+  std::vector<std::pair<std::string, std::string>> defines;  // -DNAME[=value], in order
+  std::vector<std::string> include_dirs;                      // -Idir, in search order
+  std::string listing;                                        // -o: message listing (empty: stderr)
+  std::string source;
+  std::string output;
+  // Called with the name of the temporary output file right after it is created, and with an
+  // empty string once it has been renamed or removed, so that a signal handler can remove it.
+  std::function<void(const std::string&)> on_temp_file;
+};
+
+inline constexpr const char* kUsage =
+    "Usage: tavpp [-DNAME[=value]]... [-Idir]... -olisting source output\n";
+
+// Parses the arguments that follow the program name; nullopt on a usage error.
+std::optional<Options> parse_args(std::span<const std::string> args);
+
+// Preprocesses options.source into options.output.  Returns 0 on success and 1 when an error
+// was reported (the output file is then removed).
+int run_tavpp(const Options& options);
+
+}  // namespace tav::pp
