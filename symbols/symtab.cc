@@ -1,0 +1,247 @@
+#include "symbols/symtab.h"
+
+#include <cstring>
+
+#include "codegen/header.h"
+#include "codegen/opspace.h"
+
+namespace tav {
+
+void SymbolTable::reset() {
+  cache_count_ = 0;
+  insertion_point_ = 0;
+  field_tail_ = 0;
+  object_tail_ = 0;
+  current_section_ = 0;
+}
+
+int SymbolTable::compare_names(const char* stored, std::string_view name) {
+  for (size_t i = 0; i < kSymbolNameLength; ++i) {
+    const auto a = static_cast<unsigned char>(stored[i]);
+    const auto b = i < name.size() ? static_cast<unsigned char>(name[i]) : 0u;
+    if (a != b) return a < b ? -1 : 1;
+    if (a == 0) return 0;
+  }
+  return 0;
+}
+
+std::string_view SymbolTable::text(uint32_t link) const {
+  return link == 0 ? std::string_view{} : std::string_view{ops_.text_at(link)};
+}
+
+uint32_t SymbolTable::store_name(std::string_view name) { return ops_.store_text(name); }
+
+// Takes the current value of a 16-bit header counter and increases it.
+uint32_t SymbolTable::next_counter(uint32_t header_member) {
+  const uint32_t n = ops_.get16(header_member);
+  ops_.put16(header_member, n + 1);
+  return n;
+}
+
+// --- Fields ------------------------------------------------------------------------------------
+
+uint32_t SymbolTable::new_field(std::string_view name, bool local) {
+  if (name.size() > kSymbolNameLength) name = name.substr(0, kSymbolNameLength);
+  const uint32_t f = ops_.alloc(fsym::size);
+  ops_.put24(f + fsym::f_name, store_name(name));
+  ops_.put16(f + fsym::f_seq, next_counter(hdr::field_count));
+  ops_.put16(f + fsym::f_fldid, fsym::fldid_none);
+  ops_.put16(f + fsym::f_dictno,
+             static_cast<uint16_t>(local ? fsym::dictno_local : fsym::dictno_program));
+  ops_.put16(f + fsym::f_ldictno, static_cast<uint16_t>(fsym::dictno_program));
+  return f;
+}
+
+void SymbolTable::append_field(uint32_t field) {
+  if (field_tail_ == 0) {
+    // The first append of the program; walk to the end in case the list was built without us.
+    uint32_t tail = ops_.get24(hdr::h_fields);
+    if (tail == 0) {
+      ops_.put24(hdr::h_fields, field);
+    } else {
+      while (ops_.get24(tail + fsym::f_next) != 0) tail = ops_.get24(tail + fsym::f_next);
+      ops_.put24(tail + fsym::f_next, field);
+    }
+  } else {
+    ops_.put24(field_tail_ + fsym::f_next, field);
+  }
+  field_tail_ = field;
+}
+
+uint32_t SymbolTable::add_global_field(std::string_view name) {
+  const uint32_t f = new_field(name);
+  append_field(f);
+  enter_field_into_cache(f);
+  return f;
+}
+
+void SymbolTable::link_local_field(uint32_t section, uint32_t field) {
+  ops_.put24(field + fsym::f_next, ops_.get24(section + ssym::s_locals));
+  ops_.put24(section + ssym::s_locals, field);
+}
+
+uint32_t SymbolTable::find_local_field(uint32_t section, std::string_view name) const {
+  if (section == 0) return 0;
+  for (uint32_t f = ops_.get24(section + ssym::s_locals); f != 0; f = ops_.get24(f + fsym::f_next)) {
+    if (compare_names(ops_.text_at(ops_.get24(f + fsym::f_name)), name) == 0) return f;
+  }
+  return 0;
+}
+
+// Binary search of the cache. Returns the index of the match, or the index where the name
+// would be inserted.
+int SymbolTable::cache_search(std::string_view name, bool& found) const {
+  int lo = 0;
+  int hi = cache_count_;
+  while (lo < hi) {
+    const int mid = (lo + hi) / 2;
+    const int c = compare_names(ops_.text_at(ops_.get24(cache_[mid].field + fsym::f_name)), name);
+    if (c == 0) {
+      found = true;
+      return mid;
+    }
+    if (c < 0) {
+      lo = mid + 1;
+    } else {
+      hi = mid;
+    }
+  }
+  found = false;
+  return lo;
+}
+
+uint32_t SymbolTable::find_field(std::string_view name) {
+  if (const uint32_t local = find_local_field(current_section_, name)) return local;
+
+  bool found = false;
+  const int pos = cache_search(name, found);
+  if (found) {
+    cache_[pos].hits = static_cast<uint16_t>(cache_[pos].hits + 1);
+    return cache_[pos].field;
+  }
+  insertion_point_ = pos;
+  if (cache_count_ < kCacheSize) return 0;  // the cache holds every global field
+
+  for (uint32_t f = ops_.get24(hdr::h_fields); f != 0; f = ops_.get24(f + fsym::f_next)) {
+    if (compare_names(ops_.text_at(ops_.get24(f + fsym::f_name)), name) == 0) {
+      enter_field_into_cache(f);
+      return f;
+    }
+  }
+  return 0;
+}
+
+void SymbolTable::enter_field_into_cache(uint32_t field) {
+  const char* name = ops_.text_at(ops_.get24(field + fsym::f_name));
+  auto name_at = [&](int i) { return ops_.text_at(ops_.get24(cache_[i].field + fsym::f_name)); };
+
+  // The kept insertion point is where the lookup that preceded this call stopped. Should the
+  // last lookup have been for another name, that position would break the order the binary
+  // search relies on, so it is found again.
+  int ip = insertion_point_;
+  const bool fits = ip >= 0 && ip <= cache_count_ &&
+                    (ip == 0 || compare_names(name_at(ip - 1), name) < 0) &&
+                    (ip == cache_count_ || compare_names(name_at(ip), name) > 0);
+  if (!fits) {
+    bool found = false;
+    ip = cache_search(name, found);
+  }
+
+  if (cache_count_ == kCacheSize) {
+    int victim = 0;
+    for (int i = 1; i < cache_count_; ++i) {
+      if (cache_[i].hits < cache_[victim].hits) victim = i;
+    }
+    for (int i = victim; i < cache_count_ - 1; ++i) cache_[i] = cache_[i + 1];
+    --cache_count_;
+    if (victim < ip) --ip;
+  }
+  if (ip > cache_count_) ip = cache_count_;
+  for (int i = cache_count_; i > ip; --i) cache_[i] = cache_[i - 1];
+  cache_[ip] = CacheEntry{1, field};
+  ++cache_count_;
+  insertion_point_ = ip;
+}
+
+// --- Objects -----------------------------------------------------------------------------------
+
+uint32_t SymbolTable::find_object(std::string_view name) const {
+  for (uint32_t o = ops_.get24(hdr::h_objects); o != 0; o = ops_.get24(o + osym::o_next)) {
+    if (compare_names(ops_.text_at(ops_.get24(o + osym::o_name)), name) == 0) return o;
+  }
+  return 0;
+}
+
+uint32_t SymbolTable::add_object(std::string_view name, int16_t dictno) {
+  const uint32_t o = ops_.alloc(osym::size);
+  if (object_tail_ == 0) {
+    uint32_t tail = ops_.get24(hdr::h_objects);
+    if (tail == 0) {
+      ops_.put24(hdr::h_objects, o);
+    } else {
+      while (ops_.get24(tail + osym::o_next) != 0) tail = ops_.get24(tail + osym::o_next);
+      ops_.put24(tail + osym::o_next, o);
+    }
+  } else {
+    ops_.put24(object_tail_ + osym::o_next, o);
+  }
+  object_tail_ = o;
+  ops_.put24(o + osym::o_name, store_name(name));
+  ops_.put16(o + osym::o_dictno, static_cast<uint16_t>(dictno));
+  ops_.put16(o + osym::o_seq, next_counter(hdr::object_count));
+  return o;
+}
+
+// --- Sections ----------------------------------------------------------------------------------
+
+uint32_t SymbolTable::find_section(std::string_view name) const {
+  for (uint32_t s = ops_.get24(hdr::h_screens); s != 0; s = ops_.get24(s + ssym::s_next)) {
+    if (compare_names(ops_.text_at(ops_.get24(s + ssym::s_name)), name) == 0) return s;
+  }
+  return 0;
+}
+
+uint32_t SymbolTable::find_or_declare_section(std::string_view name, bool defining) {
+  const bool track_defined = defining && !debug_ops_;
+  uint32_t last_defined = 0;  // the last defined section passed on the way
+  uint32_t prev = 0;          // the section before `s`
+  uint32_t s = ops_.get24(hdr::h_screens);
+  for (; s != 0; prev = s, s = ops_.get24(s + ssym::s_next)) {
+    const int c = compare_names(ops_.text_at(ops_.get24(s + ssym::s_name)), name);
+    if (c == 0) break;
+    if (debug_ops_ && c > 0) break;
+    if (track_defined && (ops_.get16(s + ssym::s_kind) & ssym::kind_mask) != 0) last_defined = s;
+  }
+
+  auto link_after = [&](uint32_t after, uint32_t sec) {
+    if (after == 0) {
+      ops_.put24(sec + ssym::s_next, ops_.get24(hdr::h_screens));
+      ops_.put24(hdr::h_screens, sec);
+    } else {
+      ops_.put24(sec + ssym::s_next, ops_.get24(after + ssym::s_next));
+      ops_.put24(after + ssym::s_next, sec);
+    }
+  };
+
+  const bool found =
+      s != 0 && compare_names(ops_.text_at(ops_.get24(s + ssym::s_name)), name) == 0;
+  if (found) {
+    if (!defining) {
+      ops_.put16(s + ssym::s_flags, ops_.get16(s + ssym::s_flags) | ssym::flag_referenced);
+    } else if (last_defined != 0 && last_defined != prev) {
+      // Defined at last: unlink it and put it behind the defined sections before it.
+      ops_.put24(prev + ssym::s_next, ops_.get24(s + ssym::s_next));
+      link_after(last_defined, s);
+    }
+    return s;
+  }
+
+  const uint32_t sec = ops_.alloc(ssym::size);
+  ops_.put24(sec + ssym::s_name, store_name(name));
+  ops_.put16(sec + ssym::s_seq, next_counter(hdr::screen_count));
+  if (!defining) ops_.put16(sec + ssym::s_flags, ssym::flag_referenced);
+  link_after(last_defined != 0 ? last_defined : prev, sec);
+  return sec;
+}
+
+}  // namespace tav
