@@ -244,5 +244,24 @@ TEST_F(SymtabTest, DumpPrintsTheRecordsAndFollowsTheChain) {
             "o_file = '/data/orders'\n\ro_filtype = 'I' (0x49)\n\ro_recsize = 0x80\n\r");
 }
 
+TEST_F(SymtabTest, DumpHelpers) {
+  const uint32_t t = ops.store_text("ab c");  // 95
+  const uint32_t link = ops.alloc(4);          // 100, aligned
+  ops.put24(link, t);
+  char* buf = nullptr;
+  size_t len = 0;
+  FILE* out = open_memstream(&buf, &len);
+  ASSERT_NE(out, nullptr);
+  SymbolDump dump(ops, out);
+  dump.value24(link);
+  dump.bytes4(t + 1);  // "b c" and the NUL
+  dump.word(link);
+  dump.word(link + 1);
+  std::fclose(out);
+  EXPECT_EQ(std::string(buf, len),
+            "0x5f (95)\r\n0x5f 'ab c'\r\nb 0x20 c 0x0 0x5f00Address not on a long boundary\r\n");
+  std::free(buf);
+}
+
 }  // namespace
 }  // namespace tav
