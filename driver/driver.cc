@@ -1,1 +1,435 @@
-// placeholder
+// The compile driver: start-up checks, the per-file loop with preprocessing and output naming,
+// result lines and the compilation summary, and cleanup_exit, the single way out of the
+// process (normal end, start-up failure, or one of the four termination signals).
+
+#include "driver/driver.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "codegen/bytes.h"
+#include "codegen/convert.h"
+#include "codegen/header.h"
+#include "codegen/optable.h"
+#include "codegen/opspace.h"
+#include "driver/context.h"
+#include "driver/diag.h"
+#include "driver/display.h"
+#include "lexer/tokenizer.h"
+#include "lexer/verbs.h"
+#include "runtime/process.h"
+#include "statements/program.h"
+#include "symbols/programs.h"
+#include "symbols/records.h"
+#include "symbols/symtab.h"
+
+namespace tav {
+
+namespace {
+
+// What the signal handler must reach without a context: it is the only asynchronous entry, so
+// these are plain buffers it can read at any moment.
+struct SignalCleanup {
+  char temp_name[PATH_MAX];  // the preprocessor output, once its name is built
+  char work_name[PATH_MAX];  // an .op6 work file while it is being written
+  Display* display;          // to end the screen
+};
+SignalCleanup g_cleanup;
+
+extern "C" void on_signal(int sig) {
+  if (pid_t child = running_child_pid(); child > 0) {
+    kill(child, SIGTERM);
+    waitpid(child, nullptr, 0);
+  }
+  if (g_cleanup.temp_name[0]) unlink(g_cleanup.temp_name);
+  if (g_cleanup.work_name[0]) unlink(g_cleanup.work_name);
+  if (g_cleanup.display && g_cleanup.display->screen()) {
+    g_cleanup.display->end();
+  } else {
+    ssize_t ignored = write(STDOUT_FILENO, "\n", 1);
+    (void)ignored;
+  }
+  _exit(sig);
+}
+
+void copy_name(char (&dest)[PATH_MAX], const std::string& name) {
+  sigset_t all, old;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &old);
+  std::snprintf(dest, sizeof dest, "%s", name.c_str());
+  sigprocmask(SIG_SETMASK, &old, nullptr);
+}
+
+// Replaces the extension (the text from the last "." behind the last "/" or "\") of a name.
+std::string with_extension(const std::string& name, const char* ext) {
+  size_t slash = name.find_last_of("/\\");
+  size_t dot = name.rfind('.');
+  if (dot != std::string::npos && (slash == std::string::npos || dot > slash))
+    return name.substr(0, dot) + ext;
+  return name + ext;
+}
+
+std::string last_component(const std::string& name) {
+  size_t slash = name.find_last_of("/\\");
+  return slash == std::string::npos ? name : name.substr(slash + 1);
+}
+
+bool ends_with_separator(const std::string& s) {
+  return !s.empty() && (s.back() == '/' || s.back() == '\\');
+}
+
+// The byte-packed record access every operations-table record relies on.
+bool record_access_works() {
+  const uint8_t record[5] = {0x11, 0x22, 0x33, 0xff, 0xaa};
+  if (get16(record + 3) != 0xffaa) return false;
+  uint8_t word[4];
+  put32(word, 0xfedcba98);
+  return get32(word) == 0xfedcba98 && word[0] == 0xfe;
+}
+
+class Driver {
+ public:
+  Driver(int argc, char** argv)
+      : argc_(argc), argv_(argv), diag_(display_, false, false), ops_(diag_), data_(diag_),
+        texts_(ops_, diag_), builder_(ops_, texts_, diag_), tokenizer_(diag_, dates_),
+        symbols_(ops_) {}
+
+  [[noreturn]] void run();
+
+ private:
+  void start_up();
+  void compile_file(const std::string& argument);
+  void name_files(FileContext& file);
+  bool preprocess(FileContext& file);
+  void compile_and_write(FileContext& file);
+  void report_result(FileContext& file);
+  void show_summary(FileContext& file);
+  void write_statistics();
+  [[noreturn]] void cleanup_exit(int status);
+
+  int argc_;
+  char** argv_;
+  RunContext run_;
+  Display display_;
+  Diagnostics diag_;
+  OpSpace ops_;
+  DataArea data_;
+  TextItems texts_;
+  OpBuilder builder_;
+  conv::DateSettings dates_ = conv::DateSettings::from_env();
+  Tokenizer tokenizer_;
+  SymbolTable symbols_;
+  std::string temp_name_;
+  bool had_errors_ = false;
+  time_t summary_start_ = 0;
+};
+
+void Driver::run() {
+  start_up();
+  for (const std::string& source : run_.options.sources) compile_file(source);
+  cleanup_exit(diag_.first_error());
+}
+
+void Driver::start_up() {
+  run_.program_name = argv_[0];
+  struct sigaction sa {};
+  sa.sa_handler = on_signal;
+  sigfillset(&sa.sa_mask);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaction(sig, &sa, nullptr);
+  g_cleanup.display = &display_;
+
+  std::optional<Options> options = parse_options(argc_ - 1, argv_ + 1, std::getenv("TAVCMPINC"));
+
+  const char* tavrin = std::getenv("TAVRIN");
+  run_.product_dir = tavrin ? tavrin : "/usr/tavrin";
+  if (!ends_with_separator(run_.product_dir)) run_.product_dir += '/';
+  run_.bin_dir = run_.product_dir + "bin/";
+  run_.lib_dir = run_.product_dir + "lib/";
+
+  if (!options) {
+    std::fputs(kUsageText, stdout);
+    std::fflush(stdout);
+    std::exit(255);
+  }
+  run_.options = std::move(*options);
+  const Options& o = run_.options;
+  diag_.set_suppression(o.no_warning, o.no_info);
+  summary_start_ = o.summary_start;
+
+  if (o.screen && display_.open_screen(product_version() + " Compiler")) {
+    // progress window open; messages start at row 4
+  }
+  run_.display = &display_;
+  run_.diag = &diag_;
+  run_.ops = &ops_;
+  run_.data = &data_;
+  run_.texts = &texts_;
+  run_.builder = &builder_;
+  run_.dates = &dates_;
+  builder_.set_debug_ops(o.debug_ops);
+  symbols_.set_debug_ops(o.debug_ops);
+
+  if (const char* bad = check_verb_table()) {
+    display_.show("VERB TABLE OUT OF ORDER AT '" + std::string(bad) + "'");
+    display_.wait_ack();
+    cleanup_exit(255);
+  }
+  if (!record_access_works()) {
+    display_.show("Internal error with structure size/alignment");
+    display_.wait_ack();
+    cleanup_exit(255);
+  }
+  // The data dictionaries and language-text processing are opened here once they exist.
+}
+
+void Driver::compile_file(const std::string& argument) {
+  if (had_errors_ && display_.screen()) display_.wait_ack();
+
+  FileContext file;
+  diag_.start_file();
+  diag_.set_source(nullptr);
+  file.source_name = argument;
+
+  if (!display_.screen()) {
+    display_.print("\n%s:", file.source_name.c_str());
+    std::fflush(stdout);
+  } else {
+    display_.clear_messages();
+    display_.set_title_line("Program : " + file.source_name);
+  }
+
+  name_files(file);
+
+  if (access(file.source_name.c_str(), F_OK) != 0) {
+    diag_.set_listing("");
+    diag_.error_text("Can't open source file", file.source_name);
+    if (display_.screen()) display_.wait_ack();
+    had_errors_ = true;
+    return;
+  }
+
+  if (preprocess(file)) {
+    if (tokenizer_.open_source(temp_name_) != 0) {
+      int err = errno;
+      char text[PATH_MAX + 64];
+      std::snprintf(text, sizeof text, "Can't open '%s' (err=%d)", temp_name_.c_str(), err);
+      display_.show(text);
+      display_.wait_ack();
+    } else {
+      compile_and_write(file);
+    }
+  }
+  report_result(file);
+  had_errors_ = diag_.error_count() > 0;
+
+  ops_.setbss(0);
+  data_.dsetbss(0);
+  texts_.set_count(0);
+}
+
+void Driver::name_files(FileContext& file) {
+  file.source_name = with_extension(file.source_name, ".spl");
+  const Options& o = run_.options;
+  std::string base = file.source_name;
+  if (o.have_output_dir) {
+    base = o.output_dir;
+    if (!ends_with_separator(base)) base += '/';
+    base += last_component(file.source_name);
+  }
+  file.err_name = with_extension(base, ".err");
+  file.op6_name = with_extension(base, ".op6");
+}
+
+bool Driver::preprocess(FileContext& file) {
+  const Options& o = run_.options;
+  if (temp_name_.empty()) {
+    const char* tmpdir = std::getenv("TMPDIR");
+    std::string name = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/ppXXXXXX";
+    int fd = mkstemp(name.data());
+    if (fd >= 0) close(fd);
+    temp_name_ = name;
+    copy_name(g_cleanup.temp_name, temp_name_);
+  } else {
+    unlink(temp_name_.c_str());
+  }
+  diag_.close_listing();
+  unlink(file.err_name.c_str());
+  diag_.set_listing(file.err_name);
+
+  std::vector<std::string> args{run_.product_dir + "bin/tavpp"};
+  // Release macros from the version text: "Release <major>[.<minor>]" behind its first 16
+  // characters.
+  std::string release = std::string(kVersionString).substr(16);
+  if (release.rfind("Release ", 0) != 0) {
+    display_.show("Can't determine TAVRIN-4GL release number");
+  } else {
+    size_t pos = 8;
+    std::string major, minor;
+    while (pos < release.size() && std::isdigit(static_cast<unsigned char>(release[pos])))
+      major += release[pos++];
+    bool have_minor = pos < release.size() && release[pos] == '.';
+    if (have_minor) {
+      ++pos;
+      while (pos < release.size() && std::isdigit(static_cast<unsigned char>(release[pos])))
+        minor += release[pos++];
+    }
+    args.push_back("-DTAVRIN_RELEASE=" + major + minor.substr(0, 1));
+    args.push_back("-DTAVRIN_RELEASE_" + major);
+    args.push_back("-DTAVRIN_RELEASE_" + major + (have_minor ? "_" + minor : ""));
+    args.push_back("-DTAVRIN_RELEASE_4");
+    args.push_back("-DTAVRIN_RELEASE_5");
+  }
+  for (const std::string& inc : o.includes) args.push_back(inc);
+  args.push_back("-o" + file.err_name);
+  args.push_back(file.source_name);
+  args.push_back(temp_name_);
+
+  for (const std::string& inc : o.includes)
+    diag_.info_text("Custom include path:", std::string_view(inc).substr(2));
+  if (o.include_overflow)
+    diag_.info_text("Too many include directories specified, some have been ignored");
+
+  if (run_program(args) != 0) {
+    if (display_.screen())
+      display_.show("Errors during preprocessing");
+    else
+      display_.print("Errors during preprocessing\n");
+    return false;
+  }
+  return true;
+}
+
+void Driver::compile_and_write(FileContext& file) {
+  int phase = 1;
+  diag_.set_source(&tokenizer_);
+  try {
+    compile_program(run_, file, tokenizer_, symbols_);
+  } catch (const FileAbort&) {
+    // The abort is counted; go on to close the source, which writes nothing now.
+  }
+  phase = 2;
+  tokenizer_.close_source();
+  try {
+    if (diag_.first_error() == 0 && !run_.options.test_only) {
+      write_po_entries(run_, file);
+      OptableWriter writer(run_, file, [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
+      writer.write();
+    }
+  } catch (const FileAbort&) {
+    // The file's output is abandoned; the rest of this phase is skipped.
+  }
+  (void)phase;
+  diag_.set_source(nullptr);
+}
+
+void Driver::report_result(FileContext& file) {
+  const Options& o = run_.options;
+  if (o.summary && display_.screen() && file.have_table) {
+    show_summary(file);
+    summary_start_ = std::time(nullptr);
+    return;
+  }
+  if (display_.screen()) return;
+  if (diag_.error_count() > 0) {
+    display_.print("\n*** Errors found = %d", diag_.error_count());
+  } else if (!o.no_info && !o.no_warning) {
+    display_.print("\nNo errors found%s", o.test_only ? " - test compile only" : "");
+  }
+  std::fflush(stdout);
+}
+
+void Driver::show_summary(FileContext& file) {
+  constexpr int kSummaryRows = 14;
+  constexpr int kColumn = 5;
+  const Options& o = run_.options;
+  if (display_.rows_left() < kSummaryRows) {
+    display_.wait_ack();
+    display_.clear_messages();
+  }
+  std::vector<std::string> lines;
+  char buf[512];
+  auto add = [&](const char* fmt, auto... args) {
+    std::snprintf(buf, sizeof buf, fmt, args...);
+    lines.emplace_back(buf);
+  };
+  lines.emplace_back("COMPILATION SUMMARY");
+  lines.emplace_back("");
+  if (diag_.error_count() > 0)
+    add("Errors found = %d", diag_.error_count());
+  else
+    lines.emplace_back(o.test_only ? "No errors found - test compile only" : "No errors found");
+  lines.emplace_back("");
+  if (uint32_t entry = ops_.get24(hdr::entry_section); entry != 0)
+    add("Initial screen = \"%s\"", std::string(symbols_.text(ops_.get24(entry + ssym::s_name))).c_str());
+  long elapsed = static_cast<long>(std::time(nullptr) - summary_start_);
+  if (elapsed < 1) elapsed = 1;
+  add("Elapsed time = %ld seconds", elapsed);
+  uint32_t per_minute = static_cast<uint32_t>(tokenizer_.source_lines() * 600u / static_cast<uint32_t>(elapsed));
+  add("Average lines processed per minute = %ld.%ld", static_cast<long>(per_minute / 10),
+      static_cast<long>(per_minute % 10));
+  std::string version = "Operations table version = 6." + std::to_string(file.opt_version);
+  if (file.opt_version != 3) version += " (base version = 6.3)";
+  lines.push_back(version);
+  lines.emplace_back("");
+  lines.emplace_back("TOTAL:");
+  add("Fields = %u", ops_.get16(hdr::field_count));
+  add("Objects = %u", ops_.get16(hdr::object_count));
+  add("Screens = %u", ops_.get16(hdr::screen_count));
+  add("Source Lines = %d", static_cast<int>(tokenizer_.source_lines()));
+  add("Source Words = %d", static_cast<int>(tokenizer_.source_words()));
+  if (diag_.error_count() == 0) {
+    lines.emplace_back("SIZES:");
+    add("Operations Table = %ld", file.table_size);
+    add("Data = %ld", file.data_size);
+  }
+  for (const std::string& line : lines) {
+    display_.next_row();
+    display_.print_at(display_.row(), kColumn, line);
+  }
+  display_.flush();
+  if (o.debug_level == 99 && diag_.error_count() == 0) write_statistics();
+}
+
+void Driver::write_statistics() {
+  FILE* f = std::fopen("tavcmp.out", "w");
+  if (!f) {
+    display_.show("Count not create tavcmp.out");
+    return;
+  }
+  const auto& stats = builder_.stats();
+  for (int op = 0; op < 255; ++op)
+    if (stats[static_cast<size_t>(op)] > 0) std::fprintf(f, "op=%d, cnt=%d\n", op, static_cast<int>(stats[static_cast<size_t>(op)]));
+  std::fclose(f);
+}
+
+void Driver::cleanup_exit(int status) {
+  if (!temp_name_.empty()) unlink(temp_name_.c_str());
+  diag_.close_listing();
+  if (!display_.screen()) {
+    std::fputs("\n", stdout);
+    std::fflush(stdout);
+  } else {
+    display_.wait_ack();
+    display_.end();
+  }
+  std::exit(status & 0xff);
+}
+
+}  // namespace
+
+void run_tavcmp(int argc, char** argv) {
+  static Driver* driver = new Driver(argc, argv);  // lives until exit()
+  driver->run();
+}
+
+}  // namespace tav

@@ -1,1 +1,125 @@
-// placeholder
+#include "driver/options.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <string_view>
+
+namespace tav {
+
+const char kUsageText[] =
+    "Usage: tavcmp [-dsnclwi] [-p sys] [-g dict] [-u dict]\n"
+    "              [-o dir] file.spl ...\n";
+
+namespace {
+
+constexpr size_t kMaxSystemName = 259;
+constexpr uint16_t kSystemTablesMask = 0x0380;
+
+// Options that take an argument; a pending argument is consumed by them in this order.
+enum Pending { p_system, p_global, p_user, p_debug, p_output, pending_count };
+
+void add_include(Options& o, std::string_view dir) {
+  if (static_cast<int>(o.includes.size()) >= kMaxIncludeDirs) {
+    o.include_overflow = true;
+    return;
+  }
+  o.includes.push_back("-I" + std::string(dir));
+}
+
+void take_argument(Options& o, Pending which, const char* arg) {
+  switch (which) {
+    case p_system:
+      o.system_name = std::string(arg).substr(0, kMaxSystemName);
+      break;
+    case p_global:
+      o.global_dict = arg;
+      o.have_global_dict = true;
+      break;
+    case p_user:
+      o.user_dict = arg;
+      o.have_user_dict = true;
+      break;
+    case p_debug:
+      o.debug_level = std::atoi(arg);
+      break;
+    case p_output:
+      o.output_dir = arg;
+      o.have_output_dir = true;
+      break;
+    case pending_count:
+      break;
+  }
+}
+
+}  // namespace
+
+std::optional<Options> parse_options(int argc, const char* const* argv, const char* tavcmpinc) {
+  Options o;
+  bool pending[pending_count] = {};
+  auto any_pending = [&] {
+    for (bool b : pending)
+      if (b) return true;
+    return false;
+  };
+
+  int i = 0;
+  for (; i < argc; ++i) {
+    const char* arg = argv[i];
+    if (any_pending()) {
+      for (int k = 0; k < pending_count; ++k) {
+        if (pending[k]) {
+          pending[k] = false;
+          take_argument(o, static_cast<Pending>(k), arg);
+          break;
+        }
+      }
+      continue;
+    }
+    if (arg[0] != '-') break;
+    for (const char* c = arg + 1; *c; ++c) {
+      // I, i and w are exact; every other letter is case-insensitive.
+      if (*c == 'I') {
+        if (i + 1 >= argc) return std::nullopt;
+        add_include(o, argv[++i]);
+        continue;
+      }
+      if (*c == 'i') {
+        o.no_info = true;
+        continue;
+      }
+      if (*c == 'w') {
+        o.no_warning = o.no_info = true;
+        continue;
+      }
+      switch (std::tolower(static_cast<unsigned char>(*c))) {
+        case 'c': o.dict_check = false; break;
+        case 'd': o.debug_ops = true; break;
+        case 'g': pending[p_global] = true; break;
+        case 'l': o.screen = false; break;
+        case 'n': o.dictionaries = false; break;
+        case 'o': pending[p_output] = true; break;
+        case 'p':
+          pending[p_system] = true;
+          o.system = true;
+          o.dict_open_mask |= kSystemTablesMask;
+          break;
+        case 's':
+          o.summary = true;
+          o.summary_start = std::time(nullptr);
+          break;
+        case 't': o.test_only = true; break;
+        case 'u': pending[p_user] = true; break;
+        case 'x': pending[p_debug] = true; break;
+        default: return std::nullopt;
+      }
+    }
+  }
+  if (pending[p_system] || pending[p_global] || pending[p_user]) return std::nullopt;
+  if (tavcmpinc && *tavcmpinc) add_include(o, tavcmpinc);
+  for (; i < argc; ++i) o.sources.emplace_back(argv[i]);
+  if (o.sources.empty()) return std::nullopt;
+  if (!o.dictionaries && (o.have_global_dict || o.have_user_dict)) return std::nullopt;
+  return o;
+}
+
+}  // namespace tav

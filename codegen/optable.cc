@@ -1,0 +1,174 @@
+#include "codegen/optable.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "codegen/header.h"
+#include "codegen/opspace.h"
+#include "driver/context.h"
+#include "driver/diag.h"
+#include "driver/display.h"
+#include "runtime/process.h"
+
+namespace tav {
+
+namespace {
+
+constexpr uint32_t round8(uint32_t n) { return (n + 7) & ~7u; }
+constexpr int kNoSpace = 28;  // what a short write without a system error reports
+
+__attribute__((format(printf, 1, 2))) std::string format(const char* fmt, ...) {
+  char buf[8192];
+  va_list args;
+  va_start(args, fmt);
+  std::vsnprintf(buf, sizeof buf, fmt, args);
+  va_end(args);
+  return buf;
+}
+
+// Writes all of `size` bytes, then zeros up to `padded`. Returns 0 or the error number.
+int write_image(int fd, const uint8_t* bytes, uint32_t size, uint32_t padded) {
+  static const uint8_t kZeros[8] = {};
+  auto put = [fd](const uint8_t* p, size_t n) -> int {
+    while (n > 0) {
+      ssize_t w = ::write(fd, p, n);
+      if (w < 0 && errno == EINTR) continue;
+      if (w <= 0) return w < 0 && errno != 0 ? errno : kNoSpace;
+      p += w;
+      n -= static_cast<size_t>(w);
+    }
+    return 0;
+  };
+  if (int err = put(bytes, size)) return err;
+  return put(kZeros, padded - size);
+}
+
+std::string with_tmp_extension(const std::string& name) {
+  size_t slash = name.find_last_of("/\\");
+  size_t dot = name.rfind('.');
+  if (dot != std::string::npos && (slash == std::string::npos || dot > slash))
+    return name.substr(0, dot) + ".tmp";
+  return name + ".tmp";
+}
+
+}  // namespace
+
+OptableWriter::OptableWriter(RunContext& run, FileContext& file, WorkFileHook note_work_file)
+    : run_(run), file_(file), note_(std::move(note_work_file)) {}
+
+void OptableWriter::fail(const std::string& message) {
+  if (!work_name_.empty()) {
+    unlink(work_name_.c_str());
+    if (note_) note_("");
+  }
+  run_.display->show(message);
+  run_.display->wait_ack();
+  run_.diag->abort_file();
+}
+
+void OptableWriter::fill_header() {
+  OpSpace& ops = *run_.ops;
+  uint16_t flags = hdr::kFlagsAlways;
+  if (run_.options.debug_ops) flags |= hdr::kFlagDebug;
+  ops.put16(hdr::flags, flags);
+  // Dictionary path and version texts are stored here once dictionaries are opened.
+  for (int i = 0; i < 4; ++i) ops.at(hdr::magic)[i] = hdr::kMagic[i];
+  ops.put16(hdr::version, static_cast<uint32_t>(file_.opt_version));
+
+  std::time_t now = std::time(nullptr);
+  char date[64];
+  std::tm tm_now{};
+  localtime_r(&now, &tm_now);
+  std::strftime(date, sizeof date, "%a %b %e %H:%M:%S %Y\n", &tm_now);  // the 24-character form
+  std::string compile_text = "@(#) " + file_.source_name + " compiled on " + date;
+  ops.put24(hdr::compile_text, ops.store_text(compile_text));
+  ops.put32(hdr::compile_time, static_cast<uint32_t>(now));
+  ops.store_text("@(#) Operations table version " + std::to_string(file_.opt_version));
+  ops.put24(hdr::system_name, ops.store_text(run_.options.system_name));
+}
+
+void OptableWriter::write() {
+  OpSpace& ops = *run_.ops;
+  DataArea& data = *run_.data;
+  TextItems& texts = *run_.texts;
+  const std::string& prog = run_.program_name;
+
+  fill_header();
+
+  work_name_ = with_tmp_extension(file_.op6_name);
+  if (unlink(work_name_.c_str()) != 0 && errno != ENOENT) {
+    int err = errno;
+    std::string name = work_name_;
+    work_name_.clear();  // not ours to remove
+    fail(format("%s: can't remove '%s' (errno=%d)", prog.c_str(), name.c_str(), err));
+  }
+  if (note_) note_(work_name_);
+  int fd = open(work_name_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
+  if (fd < 0) {
+    int err = errno;
+    std::string name = work_name_;
+    if (note_) note_("");
+    work_name_.clear();
+    fail(format("%s: can't create '%s' (errno=%d)", prog.c_str(), name.c_str(), err));
+  }
+
+  if (texts.used()) {
+    int n = texts.count();
+    int count = n != 0 ? n + 1 : 0;
+    uint32_t copy = ops.copy_in(texts.entry(0), static_cast<uint32_t>(count) * TextItems::kEntrySize);
+    ops.put24(hdr::h_text, copy);
+    ops.put16(hdr::text_count, static_cast<uint32_t>(count));
+  }
+
+  uint32_t data_used = data.brk();
+  uint32_t ops_used = ops.brk();
+  uint32_t d = round8(data_used);
+  uint32_t s = round8(ops_used);
+  ops.put32(hdr::ops_size, s);
+  ops.put32(hdr::data_size, d);
+
+  if (int err = write_image(fd, ops.at(0), ops_used, s)) {
+    close(fd);
+    fail(format("%s: error writing out operations table (errno=%d)", prog.c_str(), err));
+  }
+  if (d != 0) {
+    if (int err = write_image(fd, data.at(0), data_used, d)) {
+      close(fd);
+      fail(format("%s: error writing data area to op. table (errno=%d)", prog.c_str(), err));
+    }
+  }
+  file_.table_size = static_cast<long>(s) + static_cast<long>(d);
+  file_.data_size = static_cast<long>(d);
+  if (close(fd) != 0) fail(format("%s: error writing out operations table (errno=%d)", prog.c_str(), errno));
+
+  // The rename replaces a previous table in one step, also when that one is read-only.
+  if (rename(work_name_.c_str(), file_.op6_name.c_str()) != 0) {
+    int err = errno;
+    fail(format("%s: can't link '%s' to '%s' (errno=%d)", prog.c_str(), work_name_.c_str(),
+                file_.op6_name.c_str(), err));
+  }
+  if (note_) note_("");
+  work_name_.clear();
+  run_nls();
+}
+
+void OptableWriter::run_nls() {
+  const char* language = std::getenv("TAVLANGUAGE");
+  const char* dir = std::getenv("TAVLANGDIR");
+  if (!language || !*language || !dir || !*dir) return;
+  if (run_program({run_.bin_dir + "tavcmpnls", file_.op6_name}) != 0) {
+    if (run_.display->screen())
+      run_.display->show("Errors during NLS processing");
+    else
+      run_.display->print("Errors during NLS processing\n");
+  }
+}
+
+}  // namespace tav

@@ -1,0 +1,311 @@
+// The program compiler: per-program set-up, the statement dispatcher, sections and their parts,
+// and the checks at the end of the program.
+
+#include "statements/program.h"
+
+#include <algorithm>
+#include <array>
+
+#include "codegen/header.h"
+#include "statements/handlers.h"
+#include "statements/modes.h"
+#include "statements/parser.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+
+namespace tav {
+
+namespace {
+
+enum class Prologue { none, checked, keeps_path };
+
+struct StatementRow {
+  uint32_t code;
+  void (*handler)(Parser&);
+  Prologue prologue;
+};
+
+constexpr auto kStatements = [] {
+  std::array rows{
+#define TAV_STATEMENT(keyword, handler, prologue) StatementRow{verb(keyword), handler, Prologue::prologue},
+#include "statements/statements.def"
+#undef TAV_STATEMENT
+  };
+  std::sort(rows.begin(), rows.end(), [](const StatementRow& a, const StatementRow& b) { return a.code < b.code; });
+  return rows;
+}();
+
+const StatementRow* find_statement(uint32_t code) {
+  auto it = std::lower_bound(kStatements.begin(), kStatements.end(), code,
+                             [](const StatementRow& row, uint32_t c) { return row.code < c; });
+  return it != kStatements.end() && it->code == code ? &*it : nullptr;
+}
+
+constexpr uint32_t kBefore = verb("before");
+constexpr uint32_t kAfter = verb("after");
+constexpr uint32_t kDetail = verb("detail");
+constexpr uint32_t kEnd = verb("end");
+
+struct SectionKind {
+  uint32_t verb;
+  uint16_t kind;
+  uint32_t end_verb;
+};
+constexpr SectionKind kSectionKinds[] = {
+    {verb("screen"), ssym::kind_screen, verb("end_screen")},
+    {verb("menu"), ssym::kind_menu, verb("end_menu")},
+    {verb("procedure"), ssym::kind_procedure, verb("end_procedure")},
+    {verb("api"), ssym::kind_procedure | ssym::kind_api, verb("end_api")},
+};
+
+uint16_t kind_of(uint16_t kind_word) { return kind_word & 3; }
+
+// A section name: letters, digits, "_", "-", "$" and "%", with at least one letter.
+bool valid_section_name(std::string_view name) {
+  bool letter = false;
+  for (char c : name) {
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) {
+      letter = true;
+    } else if (!((c >= '0' && c <= '9') || c == '_' || c == '-' || c == '$' || c == '%')) {
+      return false;
+    }
+  }
+  return letter;
+}
+
+// The work done when a section ends: checks of its fields and modes.
+void end_section(Parser& p) {
+  OpSpace& ops = p.ops;
+  uint32_t s = p.section;
+  p.ob.set_level(-1);
+  uint16_t kind = static_cast<uint16_t>(ops.get16(s + ssym::s_kind));
+  if (kind_of(kind) == ssym::kind_screen) {
+    if (!(ops.get16(s + ssym::s_flags) & ssym::review)) {
+      disallow_mode(p, s, "next-scr");
+      disallow_mode(p, s, "prev-scr");
+    }
+    bool has_source = ops.get24(s + ssym::s_primary) != 0 || ops.get24(s + ssym::s_select) != 0;
+    if (has_source && !(ops.get16(s + ssym::s_marks) & ssym::mark_detail_accept)) {
+      disallow_mode(p, s, "find");
+      ops.put16(s + ssym::s_kind, kind | ssym::kind_tree_menu);
+    }
+  } else if (kind_of(kind) == ssym::kind_menu && p.menu_options >= 26 &&
+             !(kind & (ssym::kind_tree_menu | ssym::kind_always_show)) &&
+             !(ops.get16(s + ssym::s_marks) & ssym::mark_graphical_menu)) {
+    p.diag.warning_text("Popup menus only support 25 items", p.syms.text(ops.get24(s + ssym::s_name)));
+  }
+  p.accept_chain = 0;
+  p.ob.reset_level(0);
+  p.ob.clear_marker_chain();
+  p.in_section = false;
+}
+
+// Sections still only referenced, and defined sections nothing refers to.
+void check_sections(Parser& p) {
+  OpSpace& ops = p.ops;
+  uint32_t entry = ops.get24(hdr::entry_section);
+  for (uint32_t s = ops.get24(hdr::h_screens); s != 0; s = ops.get24(s + ssym::s_next)) {
+    std::string_view name = p.syms.text(ops.get24(s + ssym::s_name));
+    uint16_t kind = static_cast<uint16_t>(ops.get16(s + ssym::s_kind));
+    bool referenced = ops.get16(s + ssym::s_flags) & ssym::flag_referenced;
+    bool exported = ops.get16(s + ssym::s_form) & ssym::form_export;
+    if (kind_of(kind) == ssym::kind_undefined) {
+      if (ops.get24(s + ssym::s_library) == 0) {
+        p.diag.set_name(name);
+        p.diag.error(msg::screen_procedure_not_defined);
+      }
+    } else if (!referenced && !exported && !(kind & ssym::kind_api) && s != entry) {
+      if (name != "library-init") p.diag.info_text("Routine declared but not referenced", name);
+    }
+  }
+}
+
+}  // namespace
+
+void compile_program(RunContext& run, FileContext& file, Tokenizer& tok, SymbolTable& syms) {
+  Parser p(run, file, tok, syms);
+  p.ops.alloc(hdr::size);  // the optable_header, at offset 0
+  file.have_table = true;
+  p.data.alloc(2);  // the data base: no field starts at offset 0
+  syms.reset();
+  p.ob.start_program();
+  p.ob.op_stack_depth = -1;
+  tok.set_statement_mask(kStatementVerb);
+  tok.set_clause_mask(kClauseWord);
+  tok.set_function_mask(kFunctionWord);
+
+  create_builtin_modes(p);
+
+  while (p.next() != kClassEndOfInput) compile_statement(p);
+  if (p.in_section) end_section(p);
+
+  if (p.diag.error_count() == 0) {
+    check_sections(p);
+    assign_default_modes(p);
+    if (p.print_statements > 0 && !p.report_defined)
+      p.diag.error_text("Report statements used without REPORT definition");
+    if (!p.any_section) p.diag.error_text("No SCREEN, PROCEDURE or MENU defined");
+  }
+}
+
+void compile_statement(Parser& p) {
+  const StatementRow* row = find_statement(p.cls());
+  if (!row) {
+    p.diag.error(msg::statement_invalid_not_known);
+    p.accept();
+    p.tok.skip_to_statement();
+    return;
+  }
+  if (row->prologue != Prologue::none &&
+      statement_prologue(p, row->prologue == Prologue::keeps_path) < 0)
+    return;
+  row->handler(p);
+}
+
+int statement_prologue(Parser& p, bool keeps_path) {
+  if (p.section == 0) p.section = p.ops.alloc(ssym::size);  // scratch record before any section
+  if (p.ob.level() < 0) {
+    p.diag.error(msg::no_current_screen_menu_procedure);
+    p.accept();
+    while (!(p.next() & kSectionStart))
+      if (p.tok.held()) p.accept();
+    p.push_back();
+    return -1;
+  }
+  if (!keeps_path && p.path_ended) p.diag.warning_text("No path to statement", Context::current_token());
+  p.path_ended = false;
+  return 0;
+}
+
+uint32_t compile_part(Parser& p, uint32_t part_verb, uint32_t end_verb) {
+  p.accept_chain = 0;
+  p.ob.set_level(0);
+  p.ob.reset_level(0);
+  p.ob.emit_statement_marker(part_verb);
+  for (;;) {
+    uint32_t c = p.next();
+    if ((c & kSectionStart) || c == kBefore || c == kAfter || c == kDetail || c == kEnd || c == end_verb) {
+      p.push_back();
+      break;
+    }
+    compile_statement(p);
+  }
+  p.path_ended = false;
+  return p.ob.at_level(0).head;
+}
+
+void compile_section(Parser& p) {
+  const SectionKind* sk = nullptr;
+  for (const SectionKind& k : kSectionKinds)
+    if (k.verb == p.cls()) sk = &k;
+  p.accept();
+  if (p.in_section) end_section(p);
+  p.ob.set_level(0);
+  p.ob.reset_level(0);
+  p.cond_depth = p.loop_depth = p.extract_depth = 0;
+  p.menu_options = 0;
+  p.path_ended = false;
+
+  if (p.next() != kClassName || !valid_section_name(p.text())) {
+    p.diag.error(msg::invalid_screen_name);
+    p.ob.set_level(-1);
+    p.tok.skip_to_statement();
+    return;
+  }
+  OpSpace& ops = p.ops;
+  uint32_t s = p.syms.find_or_declare_section(p.text(), true);
+  if (kind_of(static_cast<uint16_t>(ops.get16(s + ssym::s_kind))) != ssym::kind_undefined)
+    p.diag.error(msg::name_already_defined);
+  if (ops.get24(hdr::entry_section) == 0 || p.text() == "main") ops.put24(hdr::entry_section, s);
+
+  ops.put16(s + ssym::s_kind, sk->kind);
+  ops.put16(s + ssym::s_flags, ops.get16(s + ssym::s_flags) & ssym::flag_referenced);
+  p.section = s;
+  p.section_kind = sk->kind;
+  p.syms.set_current_section(s);
+  p.any_section = true;
+  p.in_section = true;
+
+  compile_section_header(p);
+
+  for (;;) {
+    p.ob.set_level(0);
+    uint32_t c = p.next();
+    if (c == kEnd || c == sk->end_verb) {
+      p.accept();
+      break;
+    }
+    if (c & kSectionStart) break;
+    if (c == kBefore || c == kAfter) {
+      p.accept();
+      uint32_t slot = c == kBefore ? ssym::s_before : ssym::s_after;
+      if (ops.get24(s + slot) != 0 || kind_of(sk->kind) == ssym::kind_procedure)
+        p.diag.error(msg::duplicate_incompatible_clause);
+      p.part = c == kBefore ? SectionPart::before : SectionPart::after;
+      ops.put24(s + slot, compile_part(p, c, sk->end_verb));
+      continue;
+    }
+    if (c == kDetail)
+      p.accept();
+    else
+      p.push_back();
+    if (ops.get24(s + ssym::s_detail) != 0) p.diag.error(msg::duplicate_incompatible_clause);
+    p.part = SectionPart::detail;
+    uint16_t k = kind_of(sk->kind);
+    if (k == ssym::kind_screen || k == ssym::kind_menu) p.loop_depth = 1;
+    ops.put24(s + ssym::s_detail, compile_part(p, kDetail, sk->end_verb));
+    p.part = SectionPart::before;
+    p.loop_depth = 0;
+  }
+  end_section(p);
+}
+
+void misplaced_part(Parser& p) {
+  p.diag.error(msg::command_group_invalid_here);
+  p.accept();
+  p.tok.skip_to_statement();
+}
+
+void misplaced_end(Parser& p) {
+  p.diag.error(msg::incorrect_nesting_conditional_statements);
+  p.accept();
+  p.tok.skip_to_statement();
+}
+
+void misplaced_end_option(Parser& p) {
+  if (p.in_section && kind_of(p.section_kind) == ssym::kind_menu) {
+    p.diag.warning_text("END-OPTION ignored in MENU", Context::current_token());
+    p.accept();
+    p.tok.skip_to_statement();
+    return;
+  }
+  misplaced_end(p);
+}
+
+void misplaced_case(Parser& p) {
+  p.diag.error(msg::switch_statement_not_active);
+  p.accept();
+  p.tok.skip_to_statement();
+}
+
+void misplaced_until(Parser& p) {
+  p.diag.error(msg::repeat_statement_not_active);
+  p.accept();
+  p.tok.skip_to_statement();
+}
+
+void ignored_statement(Parser& p) {
+  p.diag.warning_text("Statement ignored", Context::current_token());
+  p.accept();
+  p.tok.skip_to_statement();
+}
+
+// GO-TO and LABEL are reported; their remaining words are skipped with them so that they do not
+// start statements of their own.
+void unsupported_statement(Parser& p) {
+  p.diag.error_text("Statement no longer supported", Context::current_token());
+  p.accept();
+  p.tok.skip_to_statement();
+}
+
+}  // namespace tav

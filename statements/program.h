@@ -1,0 +1,31 @@
+// The program compiler: one preprocessed source file from its first token to its last.
+#pragma once
+
+#include <cstdint>
+
+namespace tav {
+
+struct RunContext;
+struct FileContext;
+class Tokenizer;
+class SymbolTable;
+class Parser;
+
+// Compiles the program the tokenizer has open into the op space; reports through the
+// diagnostics and may throw FileAbort.
+void compile_program(RunContext& run, FileContext& file, Tokenizer& tok, SymbolTable& syms);
+
+// Compiles the statement whose first token has just been read.
+void compile_statement(Parser& p);
+
+// Returns 0 when a statement may be compiled here, -1 (after reporting and skipping to the next
+// section) outside every section. Warns about a statement no path reaches unless keeps_path.
+int statement_prologue(Parser& p, bool keeps_path);
+
+// Compiles one part of a section (BEFORE, DETAIL or AFTER) and returns the head of its op list.
+uint32_t compile_part(Parser& p, uint32_t part_verb, uint32_t end_verb);
+
+// Compiles the clauses of a section header, up to the end of the header statement.
+void compile_section_header(Parser& p);
+
+}  // namespace tav
