@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "symbols/types.h"
+#include "codegen/convert.h"
 
 namespace tav {
 namespace {
@@ -302,17 +302,17 @@ class PictureParser {
       case kDigits | kEditing:
         if (add_sat(integers_, decimals_) > kMaxDigits) return {};
         r.kind = mask_ == kDigits ? PictureKind::plain : PictureKind::edited;
-        r.format = static_cast<uint16_t>(fmt::kZoned | integers_ << 5 | decimals_ |
-                                         (signed_ ? fmt::kSigned : 0));
+        r.format = static_cast<uint16_t>(conv::kFmtZoned | integers_ << 5 | decimals_ |
+                                         (signed_ ? conv::kFmtSigned : 0));
         break;
       case kDate:
         r.kind = PictureKind::edited;
-        r.format = 0x2080;
+        r.format = conv::kFmtDate;
         break;
       case kTime:
       case kDate | kTime:
         r.kind = PictureKind::edited;
-        r.format = 0x2100;
+        r.format = conv::kFmtTime;
         break;
       case kAlpha:
         if (alpha_ > kMaxAlpha) return {};

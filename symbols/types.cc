@@ -22,7 +22,7 @@ bool type_accepts(char letter, uint16_t format) {
   if (row == nullptr) return false;
   switch (row->accepts) {
     case TypeAccepts::non_numeric:
-      return !format_is_numeric(format);
+      return !conv::fmt_numeric(format);
     case TypeAccepts::exactly:
       return format == row->format;
     case TypeAccepts::class_bit:
@@ -37,14 +37,14 @@ uint16_t default_format(char letter) {
 }
 
 uint16_t storage_format(uint16_t format) {
-  if (!format_is_numeric(format)) return format;
-  return static_cast<uint16_t>((format & ~(fmt::kZoned | fmt::kFloat)) | fmt::kBinary);
+  if (!conv::fmt_numeric(format)) return format;
+  return static_cast<uint16_t>((format & ~(conv::kFmtZoned | conv::kFmtFloat)) | conv::kFmtBinary);
 }
 
 uint16_t apply_type_class(char letter, uint16_t format) {
   const TypeLetterRow* row = find_type_letter(letter);
-  if (row == nullptr || !row->forces_class || !format_is_numeric(format)) return format;
-  return static_cast<uint16_t>((format & ~fmt::kClassBits) | row->format);
+  if (row == nullptr || !row->forces_class || !conv::fmt_numeric(format)) return format;
+  return static_cast<uint16_t>((format & ~conv::kFmtClassMask) | row->format);
 }
 
 SettledType settle_type(char letter, bool has_format, uint16_t format) {

@@ -9,23 +9,9 @@
 #include <cstdint>
 #include <string_view>
 
+#include "codegen/convert.h"
+
 namespace tav {
-
-// Bits of the format word.  A word with none of the class bits is non-numeric and is then the
-// length in bytes.
-namespace fmt {
-inline constexpr uint16_t kDecimals = 0x001F;  // decimal places
-inline constexpr uint16_t kIntegers = 0x03E0;  // integer digits, shifted left by 5
-inline constexpr uint16_t kSigned = 0x0400;
-inline constexpr uint16_t kPacked = 0x0800;
-inline constexpr uint16_t kZoned = 0x1000;
-inline constexpr uint16_t kBinary = 0x2000;  // binary decimal
-inline constexpr uint16_t kFloat = 0x4000;
-inline constexpr uint16_t kRounded = 0x8000;
-inline constexpr uint16_t kClassBits = kPacked | kZoned | kBinary | kFloat;
-}  // namespace fmt
-
-constexpr bool format_is_numeric(uint16_t format) { return (format & fmt::kClassBits) != 0; }
 
 // A TYPE word and the letter it gives.  `format` is the format word the word sets at once
 // (COLOUR and COLOR), 0 when the type word leaves the format to the other clauses.
@@ -81,15 +67,15 @@ inline constexpr TypeLetterRow kTypeLetters[] = {
     {'A', TypeAccepts::non_numeric, 0, 0x0028, false},
     {'S', TypeAccepts::non_numeric, 0, 0x0028, false},
     {'B', TypeAccepts::exactly, 0x1020, 0x1020, false},
-    {'D', TypeAccepts::exactly, 0x2080, 0x2080, false},
-    {'J', TypeAccepts::exactly, 0x2100, 0x2100, false},
-    {'L', TypeAccepts::exactly, 0x2100, 0x2100, false},
-    {'T', TypeAccepts::exactly, 0x2100, 0x2100, false},
+    {'D', TypeAccepts::exactly, conv::kFmtDate, conv::kFmtDate, false},
+    {'J', TypeAccepts::exactly, conv::kFmtTime, conv::kFmtTime, false},
+    {'L', TypeAccepts::exactly, conv::kFmtTime, conv::kFmtTime, false},
+    {'T', TypeAccepts::exactly, conv::kFmtTime, conv::kFmtTime, false},
     {'X', TypeAccepts::exactly, 0x0001, 0x0001, false},
-    {'N', TypeAccepts::class_bit, fmt::kBinary, 0x25C4, false},
-    {'F', TypeAccepts::class_bit, fmt::kFloat, 0x45C4, true},
-    {'P', TypeAccepts::class_bit, fmt::kPacked, 0x0DC4, true},
-    {'Z', TypeAccepts::class_bit, fmt::kZoned, 0x15C4, true},
+    {'N', TypeAccepts::class_bit, conv::kFmtBinary, 0x25C4, false},
+    {'F', TypeAccepts::class_bit, conv::kFmtFloat, 0x45C4, true},
+    {'P', TypeAccepts::class_bit, conv::kFmtPacked, 0x0DC4, true},
+    {'Z', TypeAccepts::class_bit, conv::kFmtZoned, 0x15C4, true},
 };
 
 // The row of a type letter, or nullptr for a letter that is not a type.
@@ -103,7 +89,7 @@ bool type_accepts(char letter, uint16_t format);
 uint16_t default_format(char letter);
 
 // The type letter of a field that has a format word but no TYPE: N when numeric, else A.
-constexpr char letter_of_format(uint16_t format) { return format_is_numeric(format) ? 'N' : 'A'; }
+constexpr char letter_of_format(uint16_t format) { return conv::fmt_numeric(format) ? 'N' : 'A'; }
 
 // A numeric PICTURE stored in a field is binary decimal: the zoned and floating class bits are
 // cleared and the binary decimal bit set; packed, sign, ROUNDED and the digit counts are kept.

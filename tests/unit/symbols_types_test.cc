@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace tav {
 namespace {
 
@@ -108,6 +110,18 @@ TEST(Types, StorageAndSettling) {
     EXPECT_EQ(s.format, c.settled.format);
     EXPECT_EQ(s.compatible, c.settled.compatible);
   }
+
+  // PICTURE 9(5)v99 stored under each numeric type, and the defaults of a few types.
+  const std::pair<SettledType, uint32_t> sizes[] = {
+      {settle_type('N', true, storage_format(0x10A2)), 4},
+      {settle_type('Z', true, storage_format(0x10A2)), 7},
+      {settle_type('P', true, storage_format(0x10A2)), 5},
+      {settle_type('F', true, storage_format(0x10A2)), 8},
+      {settle_type('F', true, storage_format(0x1062)), 4},
+      {settle_type('N', false, 0), 8},
+      {settle_type('A', false, 0), 40},
+      {settle_type('D', false, 0), 2}};
+  for (const auto& [s, size] : sizes) EXPECT_EQ(conv::format_size(s.format), size) << s.letter;
 }
 
 }  // namespace
