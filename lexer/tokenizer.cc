@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cfloat>
@@ -433,17 +434,21 @@ uint32_t Tokenizer::classify_word(bool raw) {
   if (uint32_t code = lookup_verb(text())) return code;
   if (raw) return kClassRaw;
   if (classify_number()) return kClassNumeric;
-  if (int32_t day = conv::parse_date(text(), dates_); day >= 0) {
-    value_ = day;
-    attribute_ = kDateAttr;
-    return kClassDate;
+  // Every date has a day or a year and every time its hours, so most names, having no digit,
+  // are spared the two parsers.
+  if (std::any_of(text_, text_ + text_len_, is_digit)) {
+    if (int32_t day = conv::parse_date(text(), dates_); day >= 0) {
+      value_ = day;
+      attribute_ = kDateAttr;
+      return kClassDate;
+    }
+    if (int32_t seconds = conv::parse_time(text()); seconds >= 0) {
+      value_ = seconds;
+      attribute_ = kTimeAttr;
+      return kClassTime;
+    }
+    if (classify_repeated()) return kClassAlpha;
   }
-  if (int32_t seconds = conv::parse_time(text()); seconds >= 0) {
-    value_ = seconds;
-    attribute_ = kTimeAttr;
-    return kClassTime;
-  }
-  if (classify_repeated()) return kClassAlpha;
   if (classify_parameter()) return kClassAlpha;
   return kClassName;
 }
