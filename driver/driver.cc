@@ -179,7 +179,7 @@ void Driver::start_up() {
   builder_.set_debug_ops(o.debug_ops);
   symbols_.set_debug_ops(o.debug_ops);
 
-  if (const char* bad = check_verb_table()) {
+  if (std::string_view bad = check_verb_table(); !bad.empty()) {
     display_.show("VERB TABLE OUT OF ORDER AT '" + std::string(bad) + "'");
     display_.wait_ack();
     cleanup_exit(255);

@@ -19,7 +19,7 @@ inline constexpr uint32_t kClauseWord = 0x10000000;
 inline constexpr uint32_t kFunctionWord = 0x08000000;
 
 struct VerbRow {
-  const char* name;
+  std::string_view name;  // a view, so that lookups never measure the names
   uint32_t code;
 };
 
@@ -76,8 +76,9 @@ constexpr uint32_t lookup_verb(std::string_view word) {
   return 0;
 }
 
-// The first row that is not greater than the row before it, or nullptr when the table is in order.
-const char* check_verb_table(const VerbRow* table = kVerbTable, int count = kVerbCount);
+// The first row that is not greater than the row before it, or an empty view when the table is
+// in order.
+std::string_view check_verb_table(const VerbRow* table = kVerbTable, int count = kVerbCount);
 
 // The code of a keyword known to be in the table, for use in constant expressions.
 consteval uint32_t verb(std::string_view name) {
