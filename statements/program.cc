@@ -260,52 +260,44 @@ void compile_section(Parser& p) {
   end_section(p);
 }
 
-void misplaced_part(Parser& p) {
-  p.diag.error(msg::command_group_invalid_here);
+namespace {
+
+// Reports a statement that cannot stand here and passes over it.
+void reject_statement(Parser& p, int code) {
+  p.diag.error(code);
   p.accept();
   p.tok.skip_to_statement();
 }
 
-void misplaced_end(Parser& p) {
-  p.diag.error(msg::incorrect_nesting_conditional_statements);
+void reject_statement(Parser& p, Severity severity, std::string_view message) {
+  if (severity == Severity::warning)
+    p.diag.warning_text(message, Context::current_token());
+  else
+    p.diag.error_text(message, Context::current_token());
   p.accept();
   p.tok.skip_to_statement();
 }
+
+}  // namespace
+
+void misplaced_part(Parser& p) { reject_statement(p, msg::command_group_invalid_here); }
+void misplaced_end(Parser& p) { reject_statement(p, msg::incorrect_nesting_conditional_statements); }
+void misplaced_case(Parser& p) { reject_statement(p, msg::switch_statement_not_active); }
+void misplaced_until(Parser& p) { reject_statement(p, msg::repeat_statement_not_active); }
 
 void misplaced_end_option(Parser& p) {
-  if (p.in_section && kind_of(p.section_kind) == ssym::kind_menu) {
-    p.diag.warning_text("END-OPTION ignored in MENU", Context::current_token());
-    p.accept();
-    p.tok.skip_to_statement();
-    return;
-  }
-  misplaced_end(p);
+  if (p.in_section && kind_of(p.section_kind) == ssym::kind_menu)
+    reject_statement(p, Severity::warning, "END-OPTION ignored in MENU");
+  else
+    misplaced_end(p);
 }
 
-void misplaced_case(Parser& p) {
-  p.diag.error(msg::switch_statement_not_active);
-  p.accept();
-  p.tok.skip_to_statement();
-}
-
-void misplaced_until(Parser& p) {
-  p.diag.error(msg::repeat_statement_not_active);
-  p.accept();
-  p.tok.skip_to_statement();
-}
-
-void ignored_statement(Parser& p) {
-  p.diag.warning_text("Statement ignored", Context::current_token());
-  p.accept();
-  p.tok.skip_to_statement();
-}
+void ignored_statement(Parser& p) { reject_statement(p, Severity::warning, "Statement ignored"); }
 
 // GO-TO and LABEL are reported; their remaining words are skipped with them so that they do not
 // start statements of their own.
 void unsupported_statement(Parser& p) {
-  p.diag.error_text("Statement no longer supported", Context::current_token());
-  p.accept();
-  p.tok.skip_to_statement();
+  reject_statement(p, Severity::error, "Statement no longer supported");
 }
 
 }  // namespace tav
