@@ -1,1 +1,3 @@
-int main() { return 0; }
+#include "tavdump.h"
+
+int main(int argc, char** argv) { return tav::dump::tavdump_main(argc, argv); }

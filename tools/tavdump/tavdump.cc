@@ -1,1 +1,719 @@
-// placeholder
+// The decoder of tavdump: header, text items, modes, sections with their op lists, fields,
+// objects and the lists of the header, in that order.
+
+#include "tavdump.h"
+
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "codegen/convert.h"
+#include "codegen/header.h"
+#include "codegen/opspace.h"
+#include "image.h"
+#include "lexer/verbs.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+
+namespace tav::dump {
+
+namespace {
+
+// Op records: the link and the opcode come first in every op.
+constexpr uint32_t kOpLink = 0;
+constexpr uint32_t kOpCode = 3;
+constexpr uint32_t kOpOperands = 4;
+
+// Operands of the ops the dump decodes beyond the structural ones of statements/records.h.
+namespace literal_op {
+constexpr uint32_t value = 4;   // 24-bit offset of the value bytes (or of the text)
+constexpr uint32_t format = 7;  // 16-bit format word; without class bits: the text length
+}  // namespace literal_op
+namespace text_item_op {
+constexpr uint32_t item = 4;    // 16-bit text item number
+constexpr uint32_t length = 7;  // 16-bit length
+}  // namespace text_item_op
+namespace marker_op {
+constexpr uint32_t next = 4;    // 24-bit following marker
+constexpr uint32_t prev = 9;    // 24-bit preceding marker
+constexpr uint32_t verb = 12;   // 24-bit offset of the 4-byte verb code
+}  // namespace marker_op
+constexpr uint32_t kConfirmBlock = 4;  // op 60: 24-bit confirm_block
+constexpr uint32_t kExitValue = 4;     // op 61: 24-bit operand value
+constexpr uint8_t kOpStatementMarker = 81;
+
+// Text item table entries.
+constexpr uint32_t kItemSize = 5;
+constexpr uint32_t kItemKind = 0;
+constexpr uint32_t kItemLength = 1;
+constexpr uint32_t kItemText = 2;
+
+// An operand value with its top bit set is the offset of an op list.
+constexpr uint32_t kOperandList = 0x800000;
+
+// Op lists nest no deeper than the compiler's levels allow, with room for CONFIRM parts.
+constexpr int kMaxDepth = 256;
+constexpr int kRawWidth = 16;
+
+struct FlagName {
+  uint32_t bit;
+  const char* name;
+};
+
+constexpr FlagName kModeFlags[] = {
+    {mode::currency, "currency"},   {mode::entry, "entry"},
+    {mode::correct, "correct"},     {mode::remove, "remove"},
+    {mode::find, "find"},           {mode::next_record, "next"},
+    {mode::prev_record, "prev"},    {mode::next_scr, "next-scr"},
+    {mode::prev_scr, "prev-scr"},   {mode::always_show, "always-show"},
+    {mode::lock, "lock"},           {mode::show, "show"},
+    {mode::once, "once"},           {mode::process, "process"},
+    {mode::duplicate, "duplicate"},
+};
+
+constexpr FlagName kKindFlags[] = {
+    {ssym::kind_api, "api"},
+    {ssym::kind_tree_menu, "tree-menu/no-find"},
+    {ssym::kind_leave_parent, "leave-parent"},
+    {ssym::kind_start_on_current, "start-on-current"},
+    {ssym::kind_stop_exit_all, "stop-exit-all"},
+    {ssym::kind_primary_key10, "primary-key10"},
+    {ssym::kind_primary_access1, "primary-access1"},
+    {ssym::kind_primary_same, "primary-same"},
+    {ssym::kind_no_prompt_search, "no-prompt-search"},
+    {ssym::kind_prompt_search, "prompt-search"},
+    {ssym::kind_find_for_currency, "find-for-currency"},
+    {ssym::kind_stay_in_correct, "stay-in-correct"},
+    {ssym::kind_always_show, "always-show"},
+};
+
+constexpr FlagName kSectionFlags[] = {
+    {ssym::review, "review"},
+    {ssym::review_bottom_to_top, "bottom-to-top"},
+    {ssym::review_from_end, "from-end"},
+    {ssym::review_from_current, "from-current"},
+    {ssym::review_from_start, "from-start"},
+    {ssym::review_no_row_sep, "no-row-sep"},
+    {ssym::review_no_col_sep, "no-col-sep"},
+    {ssym::review_data_grid, "data-grid"},
+    {ssym::flag_referenced, "referenced"},
+};
+
+constexpr FlagName kMarks[] = {
+    {ssym::mark_has_options, "has-options"},
+    {ssym::mark_detail_accept, "detail-accept"},
+    {ssym::mark_graphical_menu, "graphical-menu"},
+};
+
+constexpr FlagName kConfirmFlags[] = {
+    {confirm::flag_auto, "auto"},
+    {confirm::flag_no_prompt, "no-prompt"},
+    {confirm::flag_no_window, "no-window"},
+    {confirm::flag_window, "window"},
+};
+
+constexpr FlagName kDoFlags[] = {
+    {doop::local, "local"}, {doop::next, "next"}, {doop::sub_screen, "sub-screen"},
+    {doop::same, "same"},   {doop::show, "show"}, {doop::once, "once"},
+};
+
+constexpr FlagName kFieldFlags[] = {
+    {fsym::flag_upper, "upper-case"},
+    {fsym::flag_lower, "lower-case"},
+    {fsym::flag_justify, "justify"},
+    {fsym::flag_dbname, "db-name"},
+};
+
+constexpr FlagName kObjectAttrs[] = {
+    {osym::attr_open_lock, "open-lock"},     {osym::attr_partial, "partial"},
+    {osym::attr_complete, "complete"},       {osym::attr_no_joins, "no-joins"},
+    {osym::attr_no_rowid, "no-rowid"},       {osym::attr_open_write, "open-write"},
+    {osym::attr_access, "access"},           {osym::attr_update, "update"},
+    {osym::attr_get_lock, "get-lock"},
+};
+
+constexpr FlagName kKeyFlags[] = {
+    {keyrec::flag_unique, "unique"},
+    {keyrec::flag_db_index_only, "db-index-only"},
+    {keyrec::flag_compress, "compress"},
+};
+
+template <size_t N>
+std::string flag_words(uint32_t value, const FlagName (&names)[N]) {
+  std::string out = hex16(value);
+  std::string words;
+  uint32_t rest = value;
+  for (const FlagName& f : names) {
+    if ((value & f.bit) == f.bit && f.bit != 0) {
+      words += words.empty() ? "" : " ";
+      words += f.name;
+      rest &= ~f.bit;
+    }
+  }
+  if (rest != 0) {
+    words += words.empty() ? "" : " ";
+    words += hex16(rest);
+  }
+  if (!words.empty()) out += " (" + words + ")";
+  return out;
+}
+
+std::string number(long v) { return std::to_string(v); }
+
+std::string printable_char(uint8_t c) {
+  if (c == 0) return "none";
+  if (c >= 0x20 && c < 0x7f) return std::string("'") + static_cast<char>(c) + "'";
+  char buf[8];
+  std::snprintf(buf, sizeof buf, "\\x%02x", c);
+  return buf;
+}
+
+// The name of a verb code: the first keyword of the table carrying it.
+std::string verb_name(uint32_t code) {
+  for (int i = 0; i < kVerbCount; ++i)
+    if (kVerbTable[i].code == code) return std::string(kVerbTable[i].name);
+  return "?";
+}
+
+class Printer {
+ public:
+  Printer(const Image& image, const DumpOptions& options, std::string& out)
+      : img_(image), opt_(options), out_(out) {}
+
+  void all() {
+    header();
+    if (opt_.header_only) return;
+    text_count_ = img_.h16(hdr::text_count);
+    h_text_ = img_.h24(hdr::h_text);
+    if (text_count_ != 0) img_.check_record(h_text_, text_count_ * kItemSize, "text item table");
+    text_items();
+    modes();
+    sections();
+    fields();
+    objects();
+    versions();
+    libraries();
+    other_lists();
+    data_image();
+  }
+
+ private:
+  // --- output ------------------------------------------------------------------------------
+
+  void line(int indent, const std::string& text) {
+    out_.append(static_cast<size_t>(indent) * 2, ' ');
+    out_ += text;
+    out_ += '\n';
+  }
+
+  // The record's bytes under its decoding (-r).
+  void raw(int indent, uint32_t off, uint32_t size) {
+    if (!opt_.raw) return;
+    raw_bytes(indent, img_.bytes() + off, size);
+  }
+
+  void raw_bytes(int indent, const uint8_t* p, uint32_t size) {
+    for (uint32_t i = 0; i < size; i += kRawWidth) {
+      std::string l = "|";
+      for (uint32_t j = i; j < size && j < i + kRawWidth; ++j) {
+        char buf[4];
+        std::snprintf(buf, sizeof buf, " %02x", p[j]);
+        l += buf;
+      }
+      line(indent, l);
+    }
+  }
+
+  std::string bytes_hex(uint32_t off, uint32_t size) const {
+    std::string s;
+    for (uint32_t i = 0; i < size; ++i) {
+      char buf[4];
+      std::snprintf(buf, sizeof buf, "%s%02x", i ? " " : "", img_.u8(off + i));
+      s += buf;
+    }
+    return s;
+  }
+
+  // A link printed with the name of what it points to, when it has one.
+  std::string name_at(uint32_t name_link, const std::string& what) const {
+    return quoted(img_.text(name_link, what + " name"));
+  }
+
+  std::string section_name(uint32_t s) {
+    if (s == 0) return "none";
+    img_.check_record(s, ssym::size, "section");
+    return hex24(s) + " " + name_at(img_.u24(s + ssym::s_name), "section");
+  }
+
+  std::string mode_name(uint32_t m) {
+    if (m == 0) return "none";
+    img_.check_record(m, mode::size, "mode");
+    return quoted(img_.text(img_.u24(m + mode::m_name), "mode name"));
+  }
+
+  std::string field_name(uint32_t f) {
+    if (f == 0) return "none";
+    img_.check_record(f, fsym::size, "field");
+    return quoted(img_.text(img_.u24(f + fsym::f_name), "field name"));
+  }
+
+  std::string object_name(uint32_t o) {
+    if (o == 0) return "none";
+    img_.check_record(o, osym::size, "object");
+    return quoted(img_.text(img_.u24(o + osym::o_name), "object name"));
+  }
+
+  // "[find next prev]": the modes of a mode list.
+  std::string mode_list(uint32_t head, const std::string& what) {
+    std::string s = "[";
+    Walk walk(what);
+    for (uint32_t e = head; e != 0; e = img_.u24(e + modelist::ml_next)) {
+      walk.visit(e);
+      img_.check_record(e, modelist::size, what + " entry");
+      if (s.size() > 1) s += ' ';
+      s += mode_name(img_.u24(e + modelist::ml_mode));
+    }
+    return s + "]";
+  }
+
+  std::string text_item(uint32_t item) {
+    if (item == 0) return "none";
+    if (item >= text_count_) return number(item) + " (not in the text item table)";
+    uint32_t e = h_text_ + item * kItemSize;
+    return number(item) + " " + quoted(img_.text(img_.u24(e + kItemText), "text item " + number(item)));
+  }
+
+  // --- header ------------------------------------------------------------------------------
+
+  void header() {
+    line(0, "header");
+    time_t t = static_cast<time_t>(img_.h32(hdr::compile_time));
+    std::tm tm{};
+    char when[64] = "?";
+    if (gmtime_r(&t, &tm)) std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S UTC", &tm);
+    line(1, "compile time      " + number(img_.h32(hdr::compile_time)) + " (" + when + ")");
+    line(1, "table version     6." + number(img_.h16(hdr::version)));
+    header_text("compile text      ", hdr::compile_text);
+    uint32_t entry = img_.h24(hdr::entry_section);
+    line(1, "entry section     " + section_name(entry));
+    line(1, "h_screens         " + hex24(img_.h24(hdr::h_screens)));
+    line(1, "h_objects         " + hex24(img_.h24(hdr::h_objects)));
+    line(1, "h_fields          " + hex24(img_.h24(hdr::h_fields)));
+    line(1, "mode list         " + hex24(img_.h24(hdr::mode_list)));
+    line(1, "report list       " + hex24(img_.h24(hdr::report_list)));
+    line(1, "select list       " + hex24(img_.h24(hdr::select_list)));
+    line(1, "h_text            " + hex24(img_.h24(hdr::h_text)));
+    line(1, "magic             0d 0a ff 0a");
+    line(1, "object count      " + number(img_.h16(hdr::object_count)));
+    line(1, "field count       " + number(img_.h16(hdr::field_count)));
+    line(1, "screen count      " + number(img_.h16(hdr::screen_count)));
+    line(1, "report count      " + number(img_.h16(hdr::report_count)));
+    line(1, "text item count   " + number(img_.h16(hdr::text_count)));
+    line(1, "flags             " + hex16(img_.h16(hdr::flags)) +
+                (img_.debug_ops() ? " (debug ops)" : ""));
+    line(1, "operations size   " + number(img_.ops_size()));
+    line(1, "data size         " + number(img_.data_size()));
+    header_text("dictionary 0      ", hdr::dict0);
+    header_text("dictionary 1      ", hdr::dict1);
+    header_text("dictionary 2      ", hdr::dict2);
+    header_text("dict 0 version    ", hdr::dict0_version);
+    header_text("dict 1 version    ", hdr::dict1_version);
+    header_text("dict 2 version    ", hdr::dict2_version);
+    line(1, "version list      " + hex24(img_.h24(hdr::version_list)));
+    header_text("system name       ", hdr::system_name);
+    line(1, "export list       " + hex24(img_.h24(hdr::export_list)));
+    line(1, "library list      " + hex24(img_.h24(hdr::library_list)));
+    line(1, "library count     " + number(img_.h16(hdr::library_count)));
+    if (opt_.raw) raw_bytes(1, img_.bytes(), hdr::size);
+
+  }
+
+  void header_text(const char* label, uint32_t member) {
+    uint32_t off = img_.h24(member);
+    if (off == 0) {
+      line(1, std::string(label) + "none");
+      return;
+    }
+    line(1, std::string(label) + hex24(off) + " " + quoted(img_.text(off, label)));
+  }
+
+  // --- text items --------------------------------------------------------------------------
+
+  void text_items() {
+    line(0, "text items (" + number(text_count_) + " entries)");
+    for (uint32_t n = 1; n < text_count_; ++n) {
+      uint32_t e = h_text_ + n * kItemSize;
+      uint8_t kind = img_.u8(e + kItemKind);
+      std::string text = img_.text(img_.u24(e + kItemText), "text item " + number(n));
+      line(1, number(n) + " " + printable_char(kind) + " length " + number(img_.u8(e + kItemLength)) + " " +
+                  quoted(text));
+    }
+  }
+
+  // --- modes -------------------------------------------------------------------------------
+
+  void modes() {
+    line(0, "modes");
+    Walk walk("mode list");
+    for (uint32_t m = img_.h24(hdr::mode_list); m != 0; m = img_.u24(m + mode::m_next)) {
+      walk.visit(m);
+      img_.check_record(m, mode::size, "mode");
+      line(1, "mode " + hex24(m) + " " + mode_name(m) + " flags " +
+                  flag_words(img_.u16(m + mode::m_flags), kModeFlags));
+      raw(2, m, mode::size);
+      op_list_member(2, "prompt", img_.u24(m + mode::m_prompt));
+      op_list_member(2, "help", img_.u24(m + mode::m_help));
+      if (uint32_t s = img_.u24(m + mode::m_perform)) line(2, "perform " + section_name(s));
+      if (uint32_t w = img_.u24(m + mode::m_when)) op_list_member(2, "when", w);
+      std::string extra;
+      if (uint8_t v = img_.u8(m + mode::m_security)) extra += " security " + number(v);
+      if (uint8_t v = img_.u8(m + mode::m_icon)) extra += " icon " + number(v);
+      if (uint32_t v = img_.u24(m + mode::m_foreground)) extra += " foreground " + operand(v);
+      if (uint32_t v = img_.u24(m + mode::m_background)) extra += " background " + operand(v);
+      if (!extra.empty()) line(2, extra.substr(1));
+    }
+  }
+
+  // --- sections ------------------------------------------------------------------------------
+
+  void sections() {
+    line(0, "sections");
+    static constexpr const char* kKinds[] = {"undefined", "screen", "menu", "procedure"};
+    Walk walk("section list");
+    for (uint32_t s = img_.h24(hdr::h_screens); s != 0; s = img_.u24(s + ssym::s_next)) {
+      walk.visit(s);
+      img_.check_record(s, ssym::size, "section");
+      uint32_t kind = img_.u16(s + ssym::s_kind);
+      line(1, "section " + section_name(s) + " #" + number(img_.u16(s + ssym::s_seq)) + " " +
+                  kKinds[kind & ssym::kind_mask] + " kind " + flag_words(kind & ~ssym::kind_mask, kKindFlags));
+      raw(2, s, ssym::size);
+      line(2, "flags " + flag_words(img_.u16(s + ssym::s_flags), kSectionFlags) + " marks " +
+                  flag_words(img_.u16(s + ssym::s_marks), kMarks));
+      line(2, "modes " + mode_list(img_.u24(s + ssym::s_modes), "allowed-mode list"));
+      if (uint32_t o = img_.u24(s + ssym::s_primary)) line(2, "primary " + hex24(o) + " " + object_name(o));
+      if (uint32_t v = img_.u24(s + ssym::s_select)) line(2, "select " + hex24(v));
+      if (uint32_t v = img_.u16(s + ssym::s_routine)) line(2, "routine " + number(v));
+      if (uint32_t v = img_.u24(s + ssym::s_library)) line(2, "library " + hex24(v));
+      if (uint32_t v = img_.u16(s + ssym::s_local_size)) line(2, "local size " + number(v));
+      if (uint32_t l = img_.u24(s + ssym::s_locals)) field_chain(2, "locals", l);
+      if (uint32_t v = img_.u24(s + ssym::s_params)) line(2, "parameters " + hex24(v));
+      if (uint32_t v = img_.u24(s + ssym::s_returning)) line(2, "returning " + hex24(v));
+      if (uint32_t w = img_.u24(s + ssym::s_when)) op_list_member(2, "when", w);
+      op_list_member(2, "before", img_.u24(s + ssym::s_before));
+      op_list_member(2, "detail", img_.u24(s + ssym::s_detail));
+      op_list_member(2, "after", img_.u24(s + ssym::s_after));
+      if (uint32_t c = img_.u24(s + ssym::s_confirm)) line(2, "confirm op " + hex24(c));
+    }
+  }
+
+  // The names of a chain of fields linked through f_next.
+  void field_chain(int indent, const std::string& label, uint32_t head) {
+    std::string names;
+    Walk walk(label + " field list");
+    for (uint32_t f = head; f != 0; f = img_.u24(f + fsym::f_next)) {
+      walk.visit(f);
+      names += " " + field_name(f);
+    }
+    line(indent, label + names);
+  }
+
+  // --- op lists ----------------------------------------------------------------------------
+
+  // "label:" and the op list under it, or "label: none".
+  void op_list_member(int indent, const std::string& label, uint32_t head) {
+    if (head == 0) {
+      line(indent, label + ": none");
+      return;
+    }
+    line(indent, label + ":");
+    op_list(indent + 1, head);
+  }
+
+  void op_list(int indent, uint32_t head) {
+    if (depth_ >= kMaxDepth) throw Damaged{"op lists nested more than " + number(kMaxDepth) + " deep"};
+    if (shown_ops_.count(head)) {
+      line(indent, "(op list " + hex24(head) + " shown above)");
+      return;
+    }
+    ++depth_;
+    Walk walk("op list at " + hex24(head));
+    for (uint32_t op = head; op != 0; op = img_.u24(op + kOpLink)) {
+      walk.visit(op);
+      if (shown_ops_.count(op)) {
+        line(indent, "(continues at " + hex24(op) + ", shown above)");
+        break;
+      }
+      one_op(indent, op);
+    }
+    --depth_;
+  }
+
+  // An operand value: an immediate integer, or an op list when the top bit is set.
+  std::string operand(uint32_t v) {
+    if (v & kOperandList) return "list " + hex24(v & ~kOperandList);
+    return number(v);
+  }
+
+  void one_op(int indent, uint32_t op) {
+    img_.check_record(op, kOpOperands, "op");
+    uint8_t code = img_.u8(op + kOpCode);
+    uint32_t size = op_size(code, img_.debug_ops());
+    img_.check_record(op, size, std::string(op_name(code)) + " op");
+    shown_ops_.insert(op);
+    std::string head = hex24(op) + " " + op_name(code) + "(" + number(code) + ")";
+    switch (code) {
+      case opc::literal: {
+        uint32_t value = img_.u24(op + literal_op::value);
+        auto format = static_cast<uint16_t>(img_.u16(op + literal_op::format));
+        if (!conv::fmt_numeric(format)) {
+          if (value == 0) {
+            line(indent, head + " text none length " + number(format));
+          } else {
+            img_.check_record(value, format, "literal text");
+            line(indent, head + " text " + quoted(std::string(reinterpret_cast<const char*>(img_.bytes() + value), format)));
+          }
+        } else {
+          uint32_t n = conv::format_size(format);
+          std::string v = "none";
+          if (value != 0) {
+            img_.check_record(value, n, "literal value");
+            v = bytes_hex(value, n);
+          }
+          line(indent, head + " format " + hex16(format) + " value " + v);
+        }
+        break;
+      }
+      case opc::text_item:
+        line(indent, head + " item " + text_item(img_.u16(op + text_item_op::item)) + " length " +
+                         number(img_.u16(op + text_item_op::length)));
+        break;
+      case opc::do_call:
+      case opc::do_call_params: {
+        line(indent, head + " section " + section_name(img_.u24(op + doop::section)) + " flags " +
+                         flag_words(img_.u16(op + doop::flags), kDoFlags) + " modes " +
+                         mode_list(img_.u24(op + doop::modes), "DO mode list") + " initial " +
+                         mode_name(img_.u24(op + doop::initial)));
+        if (code == opc::do_call_params) {
+          do_parameters(indent + 1, img_.u24(op + doop::params));
+          do_returning(indent + 1, img_.u24(op + doop::returning));
+        }
+        break;
+      }
+      case opc::exit: {
+        uint32_t v = img_.u24(op + kExitValue);
+        line(indent, head + " value " + (v == 0 ? std::string("none") : operand(v)));
+        if (v & kOperandList) op_list(indent + 1, v & ~kOperandList);
+        break;
+      }
+      case opc::confirm:
+        line(indent, head + " block " + hex24(img_.u24(op + kConfirmBlock)));
+        confirm_block(indent + 1, img_.u24(op + kConfirmBlock));
+        break;
+      case opc::pause:
+        line(indent, head);
+        break;
+      case kOpStatementMarker: {
+        uint32_t v = img_.u24(op + marker_op::verb);
+        std::string verb = "none";
+        if (v != 0) {
+          img_.check_record(v, 4, "verb code");
+          char buf[16];
+          std::snprintf(buf, sizeof buf, "0x%08x", img_.u32(v));
+          verb = std::string(buf) + " " + verb_name(img_.u32(v));
+        }
+        line(indent, head + " verb " + verb + " prev " + hex24(img_.u24(op + marker_op::prev)) + " next " +
+                         hex24(img_.u24(op + marker_op::next)));
+        break;
+      }
+      default:
+        line(indent, head + (size > kOpOperands ? " bytes " + bytes_hex(op + kOpOperands, size - kOpOperands) : ""));
+    }
+    raw(indent + 1, op, size);
+  }
+
+  void do_parameters(int indent, uint32_t head) {
+    Walk walk("DO parameter list");
+    int n = 0;
+    for (uint32_t e = head; e != 0; e = img_.u24(e)) {
+      walk.visit(e);
+      img_.check_record(e, 6, "DO parameter");
+      op_list_member(indent, "parameter " + number(++n), img_.u24(e + 3));
+    }
+  }
+
+  void do_returning(int indent, uint32_t head) {
+    Walk walk("DO returning list");
+    for (uint32_t e = head; e != 0; e = img_.u24(e)) {
+      walk.visit(e);
+      img_.check_record(e, 9, "DO returning entry");
+      line(indent, "returning " + field_name(img_.u24(e + 3)) + " address " + hex24(img_.u24(e + 6)));
+    }
+  }
+
+  void confirm_block(int indent, uint32_t b) {
+    img_.check_record(b, confirm::size, "confirm block");
+    uint32_t def = img_.u16(b + confirm::c_default) & 0xff;
+    line(indent, "position " + operand(img_.u24(b + confirm::c_position)) + ", " +
+                     operand(img_.u24(b + confirm::c_position + 3)) + " flags " +
+                     flag_words(img_.u16(b + confirm::c_flags), kConfirmFlags) + " prompt " +
+                     text_item(img_.u16(b + confirm::c_prompt)) + " default " +
+                     printable_char(static_cast<uint8_t>(def)) + " accepts " +
+                     hex24(img_.u24(b + confirm::c_accepts)));
+    raw(indent, b, confirm::size);
+    if (uint32_t w = img_.u24(b + confirm::c_when)) op_list_member(indent, "when", w);
+    op_list_member(indent, "before", img_.u24(b + confirm::c_before));
+    op_list_member(indent, "confirmed", img_.u24(b + confirm::c_confirmed));
+    op_list_member(indent, "not-confirmed", img_.u24(b + confirm::c_not_confirmed));
+    op_list_member(indent, "after", img_.u24(b + confirm::c_after));
+  }
+
+  // --- fields and objects --------------------------------------------------------------------
+
+  void fields() {
+    line(0, "fields");
+    Walk walk("field list");
+    for (uint32_t f = img_.h24(hdr::h_fields); f != 0; f = img_.u24(f + fsym::f_next)) {
+      walk.visit(f);
+      field(1, f);
+    }
+  }
+
+  void field(int indent, uint32_t f) {
+    img_.check_record(f, fsym::size, "field");
+    line(indent, "field " + hex24(f) + " " + field_name(f) + " #" + number(img_.u16(f + fsym::f_seq)) + " type " +
+                     printable_char(img_.u8(f + fsym::f_type)) + " format " + hex16(img_.u16(f + fsym::f_format)) +
+                     " size " + number(img_.u16(f + fsym::f_size)) + " occurs " +
+                     number(img_.u16(f + fsym::f_occurs)) + " addr " + hex24(img_.u24(f + fsym::f_addr)));
+    raw(indent + 1, f, fsym::size);
+    uint32_t fldid = img_.u16(f + fsym::f_fldid);
+    line(indent + 1, "dict " + number(img_.s16(f + fsym::f_dictno)) + " like-dict " +
+                         number(img_.s16(f + fsym::f_ldictno)) + " fldid " +
+                         (fldid == fsym::fldid_none ? std::string("none") : number(fldid)) + " flags " +
+                         flag_words(img_.u16(f + fsym::f_flags), kFieldFlags));
+    uint32_t dbcol = img_.u24(f + fsym::f_dbcol);
+    if (dbcol != 0) line(indent + 1, "column " + quoted(img_.text(dbcol, "column name")));
+    if (uint32_t d = img_.u24(f + fsym::f_drill)) line(indent + 1, "drill-back " + quoted(img_.text(d, "drill-back")));
+    std::string joins;
+    Walk walk("object links of a field");
+    for (uint32_t l = img_.u24(f + fsym::f_join); l != 0; l = img_.u24(l + folink::fo_join)) {
+      walk.visit(l);
+      img_.check_record(l, folink::size, "field-object link");
+      joins += " " + object_name(img_.u24(l + folink::fo_object)) + "@" + number(img_.u16(l + folink::fo_offs));
+    }
+    if (!joins.empty()) line(indent + 1, "in" + joins);
+  }
+
+  void objects() {
+    line(0, "objects");
+    Walk walk("object list");
+    for (uint32_t o = img_.h24(hdr::h_objects); o != 0; o = img_.u24(o + osym::o_next)) {
+      walk.visit(o);
+      object(1, o);
+    }
+  }
+
+  void object(int indent, uint32_t o) {
+    img_.check_record(o, osym::size, "object");
+    line(indent, "object " + hex24(o) + " " + object_name(o) + " #" + number(img_.u16(o + osym::o_seq)) + " type " +
+                     printable_char(img_.u8(o + osym::o_filtype)) + " record " + hex24(img_.u24(o + osym::o_record)) +
+                     " size " + number(img_.u16(o + osym::o_recsize)) + " attr " +
+                     flag_words(img_.u16(o + osym::o_attr), kObjectAttrs));
+    raw(indent + 1, o, osym::size);
+    line(indent + 1, "file " + quoted(img_.text(img_.u24(o + osym::o_file), "file name")) + " dict " +
+                         number(img_.s16(o + osym::o_dictno)) + " objid " + number(img_.u16(o + osym::o_objid)) +
+                         " version " + printable_char(img_.u8(o + osym::o_version)) + " separator " +
+                         printable_char(img_.u8(o + osym::o_separator)) + " filler1 " +
+                         number(img_.u8(o + osym::o_filler1)));
+    if (uint32_t like = img_.u24(o + osym::o_like)) line(indent + 1, "like " + object_name(like));
+    Walk walk("record fields of an object");
+    for (uint32_t l = img_.u24(o + osym::o_fldobj); l != 0; l = img_.u24(l + folink::fo_fldobj)) {
+      walk.visit(l);
+      img_.check_record(l, folink::size, "field-object link");
+      line(indent + 1, "field " + field_name(img_.u24(l + folink::fo_field)) + " at " +
+                           number(img_.u16(l + folink::fo_offs)));
+      raw(indent + 2, l, folink::size);
+    }
+    Walk keys("key list");
+    for (uint32_t k = img_.u24(o + osym::o_keylist); k != 0; k = img_.u24(k + keyrec::k_next)) {
+      keys.visit(k);
+      img_.check_record(k, keyrec::size, "key record");
+      std::string parts;
+      Walk pw("key part list");
+      for (uint32_t p = img_.u24(k + keyrec::k_parts); p != 0; p = img_.u24(p + keypart::kp_next)) {
+        pw.visit(p);
+        img_.check_record(p, keypart::size, "key part");
+        parts += " " + field_name(img_.u24(p + keypart::kp_field));
+        if (img_.u16(p + keypart::kp_desc) == 1) parts += " desc";
+      }
+      line(indent + 1, "key " + number(img_.u8(k + keyrec::k_index)) + " flags " +
+                           flag_words(img_.u16(k + keyrec::k_flags), kKeyFlags) + ":" + parts);
+      raw(indent + 2, k, keyrec::size);
+    }
+  }
+
+  // --- lists of the header ---------------------------------------------------------------------
+
+  void versions() {
+    line(0, "versions");
+    Walk walk("version list");
+    for (uint32_t v = img_.h24(hdr::version_list); v != 0; v = img_.u24(v + version::v_next)) {
+      walk.visit(v);
+      img_.check_record(v, version::size, "version entry");
+      line(1, hex24(v) + " " + quoted(img_.text(img_.u24(v + version::v_text), "version")) + " source " +
+                  quoted(img_.text(img_.u24(v + version::v_source), "version source")));
+      raw(2, v, version::size);
+    }
+  }
+
+  void libraries() {
+    line(0, "libraries");
+    Walk walk("library list");
+    for (uint32_t l = img_.h24(hdr::library_list); l != 0; l = img_.u24(l + library::l_next)) {
+      walk.visit(l);
+      img_.check_record(l, library::size, "library entry");
+      line(1, hex24(l) + " index " + number(img_.u16(l + library::l_index)) + " " +
+                  quoted(img_.text(img_.u24(l + library::l_name), "library")));
+      raw(2, l, library::size);
+    }
+  }
+
+  // Lists whose records this dump does not decode yet: their heads only.
+  void other_lists() {
+    if (uint32_t r = img_.h24(hdr::report_list)) line(0, "report list at " + hex24(r));
+    if (uint32_t s = img_.h24(hdr::select_list)) line(0, "select list at " + hex24(s));
+    if (uint32_t e = img_.h24(hdr::export_list)) line(0, "export list at " + hex24(e));
+  }
+
+  void data_image() {
+    line(0, "data image: " + number(img_.data_size()) + " bytes at file offset " + number(img_.ops_size()));
+    if (opt_.raw) raw_bytes(1, img_.bytes() + img_.ops_size(), img_.data_size());
+  }
+
+  const Image& img_;
+  const DumpOptions& opt_;
+  std::string& out_;
+  uint32_t text_count_ = 0;
+  uint32_t h_text_ = 0;
+  int depth_ = 0;
+  std::unordered_set<uint32_t> shown_ops_;
+};
+
+}  // namespace
+
+DumpResult dump_op6(const uint8_t* bytes, size_t size, const DumpOptions& options) {
+  DumpResult r;
+  try {
+    Image image(bytes, size);
+    Printer(image, options, r.text).all();
+  } catch (const Damaged& d) {
+    r.ok = false;
+    r.damage = d.what;
+  }
+  return r;
+}
+
+}  // namespace tav::dump
