@@ -1,0 +1,256 @@
+// The operations table file as tavcmp writes it: header, built-in modes and text items, sections,
+// ops and their links, and how the file is replaced.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "codegen/bytes.h"
+#include "codegen/header.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using namespace tav;
+using tavtest::RunResult;
+using tavtest::TempDir;
+
+// A compiled table read back, with checked access.
+struct Op6 {
+  std::string b;
+  const uint8_t* p(uint32_t off) const {
+    EXPECT_LT(off, b.size());
+    return reinterpret_cast<const uint8_t*>(b.data()) + (off < b.size() ? off : 0);
+  }
+  uint32_t u8(uint32_t off) const { return *p(off); }
+  uint32_t u16(uint32_t off) const { return get16(p(off)); }
+  uint32_t u24(uint32_t off) const { return get24(p(off)); }
+  uint32_t u32(uint32_t off) const { return get32(p(off)); }
+  std::string text(uint32_t off) const { return off ? std::string(reinterpret_cast<const char*>(p(off))) : ""; }
+
+  // Sections in list order, and the opcodes of an op list.
+  std::vector<uint32_t> sections() const {
+    std::vector<uint32_t> out;
+    for (uint32_t s = u24(hdr::h_screens); s != 0 && out.size() < 100; s = u24(s + ssym::s_next)) out.push_back(s);
+    return out;
+  }
+  std::vector<uint32_t> ops(uint32_t head) const {
+    std::vector<uint32_t> out;
+    for (uint32_t op = head; op != 0 && out.size() < 1000; op = u24(op)) out.push_back(op);
+    return out;
+  }
+  std::vector<std::string> modes(uint32_t head) const {
+    std::vector<std::string> out;
+    for (uint32_t e = head; e != 0 && out.size() < 100; e = u24(e + modelist::ml_next))
+      out.push_back(text(u24(u24(e + modelist::ml_mode) + mode::m_name)));
+    return out;
+  }
+  uint32_t section_named(const std::string& name) const {
+    for (uint32_t s : sections())
+      if (text(u24(s + ssym::s_name)) == name) return s;
+    return 0;
+  }
+};
+
+RunResult compile(const TempDir& dir, const std::string& source, std::vector<std::string> options = {},
+                  const std::string& name = "prog") {
+  tavtest::write_file(dir / (name + ".spl"), source);
+  std::vector<std::string> argv{tavtest::program("tavcmp"), "-l", "-n"};
+  argv.insert(argv.end(), options.begin(), options.end());
+  argv.push_back(name + ".spl");
+  tavtest::RunOptions run;
+  run.cwd = dir.path();
+  run.env = {"TAVRIN=" + tavtest::product_dir()};
+  return tavtest::run(argv, run);
+}
+
+Op6 compiled(const TempDir& dir, const std::string& source, std::vector<std::string> options = {}) {
+  RunResult r = compile(dir, source, std::move(options));
+  EXPECT_EQ(r.status, 0) << r.out << r.err;
+  return Op6{tavtest::read_file(dir / "prog.op6")};
+}
+
+const char kSmall[] =
+    "procedure main\n"
+    "  pause\n"
+    "end-procedure\n";
+
+TEST(Op6File, HeaderSizesMagicFlagsAndVersion) {
+  struct Case {
+    const char* source;
+    std::vector<std::string> options;
+    uint32_t flags, version;
+  };
+  const Case cases[] = {
+      {kSmall, {}, 0x4006, 3},
+      {kSmall, {"-d"}, 0x4007, 3},
+      {"procedure main\n  pause\nend-procedure\nlink \"liba\"\n", {}, 0x4006, 6},
+  };
+  for (const Case& c : cases) {
+    TempDir dir;
+    Op6 t = compiled(dir, c.source, c.options);
+    uint32_t s = t.u32(hdr::ops_size), d = t.u32(hdr::data_size);
+    EXPECT_EQ(s % 8, 0u);
+    EXPECT_GE(s, 96u);
+    EXPECT_EQ(d, 8u) << "the 2-byte data base, padded";
+    EXPECT_EQ(t.b.size(), s + d);
+    EXPECT_EQ(t.b.substr(hdr::magic, 4), "\r\n\xff\n");
+    EXPECT_EQ(t.u16(hdr::flags), c.flags);
+    EXPECT_EQ(t.u16(hdr::version), c.version);
+    EXPECT_EQ(t.text(t.u24(hdr::compile_text)).rfind("@(#) prog.spl compiled on ", 0), 0u);
+    EXPECT_NE(t.b.find("@(#) Operations table version " + std::to_string(c.version)), std::string::npos);
+    EXPECT_NE(t.u24(hdr::system_name), 0u) << "stored even when empty";
+    EXPECT_EQ(t.text(t.u24(hdr::system_name)), "");
+  }
+}
+
+TEST(Op6File, BuiltInModesAndTheirTextItems) {
+  TempDir dir;
+  Op6 t = compiled(dir, kSmall);
+  const char* names[] = {"next-scr", "prev-scr", "find",      "next",   "prev",     "entry",    "correct",
+                         "remove",   "entry-once", "entry_once", "duplicate", "~-show", "~-select", "~-custom"};
+  const char* prompts[] = {"Next-scr", "Prev-scr", "Find",  "Next",      "Prev", "Entry",  "Correct",
+                           "Remove",   "Entry",    "Entry", "Duplicate", "Show", "Select", "Custom"};
+  const uint16_t flags[] = {0x4080, 0x4100, 0x4010, 0x4020, 0x4040, 0x4002, 0x4005,
+                            0x4009, 0x6002, 0x6002, 0xc005, 0x1000, 0x0001, 0x0000};
+  ASSERT_EQ(t.u16(hdr::text_count), 29u) << "28 items and entry 0";
+  uint32_t table = t.u24(hdr::h_text);
+  EXPECT_EQ(t.b.substr(table, 5), std::string(5, '\0'));
+
+  uint32_t m = t.u24(hdr::mode_list);
+  for (size_t i = 0; i < 14; ++i) {
+    ASSERT_NE(m, 0u) << "mode " << i;
+    EXPECT_EQ(t.text(t.u24(m + mode::m_name)), names[i]);
+    EXPECT_EQ(t.u16(m + mode::m_flags), flags[i]) << names[i];
+    // Prompt and help: single op 87 lists naming items 2i+1 ('N') and 2i+2 ('H').
+    for (uint32_t which : {mode::m_prompt, mode::m_help}) {
+      uint32_t op = t.u24(m + which);
+      EXPECT_EQ(t.u24(op), 0u) << "one-op list";
+      EXPECT_EQ(t.u8(op + 3), opc::text_item);
+      uint32_t item = t.u16(op + 4);
+      EXPECT_EQ(item, 2 * i + (which == mode::m_prompt ? 1 : 2));
+      uint32_t entry = table + item * 5;
+      EXPECT_EQ(static_cast<char>(t.u8(entry)), which == mode::m_prompt ? 'N' : 'H');
+      std::string text = t.text(t.u24(entry + 2));
+      EXPECT_EQ(t.u8(entry + 1), text.size());
+      EXPECT_EQ(t.u16(op + 7), text.size());
+      if (which == mode::m_prompt) {
+        EXPECT_EQ(text, prompts[i]);
+      }
+    }
+    m = t.u24(m + mode::m_next);
+  }
+  EXPECT_EQ(m, 0u) << "no mode past the built-in ones";
+}
+
+TEST(Op6File, SectionOrderKindsEntryAndDefaultModes) {
+  TempDir dir;
+  Op6 t = compiled(dir,
+                   "screen first_scr\n  pause\nend-screen\n"
+                   "menu pick\n  pause\nend-menu\n"
+                   "procedure main\n  do first_scr\n  do pick\n  do later\nend-procedure\n"
+                   "procedure later\n  pause\nend-procedure\n");
+  std::vector<std::string> names;
+  for (uint32_t s : t.sections()) names.push_back(t.text(t.u24(s + ssym::s_name)));
+  EXPECT_EQ(names, (std::vector<std::string>{"first_scr", "pick", "main", "later"}));
+  EXPECT_EQ(t.u24(hdr::entry_section), t.section_named("main")) << "a section named main is the entry";
+  EXPECT_EQ(t.u16(hdr::screen_count), 4u);
+
+  struct Expect {
+    const char* name;
+    uint16_t kind;
+    std::vector<std::string> modes;
+  };
+  const Expect expect[] = {
+      {"first_scr", ssym::kind_screen, {"entry", "correct"}},
+      {"pick", ssym::kind_menu, {"entry"}},
+      {"main", ssym::kind_procedure, {"entry"}},
+      {"later", ssym::kind_procedure, {"entry"}},
+  };
+  for (const Expect& e : expect) {
+    uint32_t s = t.section_named(e.name);
+    ASSERT_NE(s, 0u) << e.name;
+    EXPECT_EQ(t.u16(s + ssym::s_kind), e.kind) << e.name;
+    EXPECT_EQ(t.modes(t.u24(s + ssym::s_modes)), e.modes) << e.name;
+  }
+  EXPECT_TRUE(t.u16(t.section_named("later") + ssym::s_flags) & ssym::flag_referenced);
+}
+
+TEST(Op6File, PauseExitAndDoOps) {
+  TempDir dir;
+  Op6 t = compiled(dir,
+                   "procedure main\n  pause\n  do other\n  exit\nend-procedure\n"
+                   "procedure other\n  pause\nend-procedure\n");
+  uint32_t main = t.section_named("main");
+  std::vector<uint32_t> ops = t.ops(t.u24(main + ssym::s_detail));
+  ASSERT_EQ(ops.size(), 3u);
+  EXPECT_EQ(t.u8(ops[0] + 3), opc::pause);
+  EXPECT_EQ(t.u8(ops[1] + 3), opc::do_call);
+  EXPECT_EQ(t.u24(ops[1] + doop::section), t.section_named("other"));
+  EXPECT_EQ(t.u16(ops[1] + doop::flags), 0u);
+  EXPECT_EQ(t.u8(ops[2] + 3), opc::exit);
+  EXPECT_EQ(t.u24(ops[2] + 4), 0u) << "EXIT without a value";
+  EXPECT_EQ(t.u24(t.section_named("other") + ssym::s_before), 0u);
+}
+
+TEST(Op6File, DebugMarkersChainTheStatements) {
+  TempDir dir;
+  Op6 t = compiled(dir, "procedure main\n  pause\n  pause\n  pause\nend-procedure\n", {"-d"});
+  std::vector<uint32_t> ops = t.ops(t.u24(t.section_named("main") + ssym::s_detail));
+  // The DETAIL part's own marker, then a marker before each PAUSE.
+  std::vector<uint32_t> markers;
+  for (uint32_t op : ops)
+    if (t.u8(op + 3) == 81) markers.push_back(op);
+  ASSERT_EQ(markers.size(), 4u);
+  EXPECT_EQ(t.u32(t.u24(markers[0] + 12)), 0x30e00460u) << "DETAIL";
+  std::vector<uint32_t> stmt(markers.begin() + 1, markers.end());
+  for (uint32_t m : stmt) EXPECT_EQ(t.u32(t.u24(m + 12)), 0x30000c9eu) << "PAUSE verb code";
+  EXPECT_EQ(t.u24(stmt[1] + 9), stmt[0]) << "middle marker points back";
+  EXPECT_EQ(t.u24(stmt[1] + 4), stmt[2]) << "and forward";
+  EXPECT_EQ(t.u24(stmt[0] + 4), stmt[1]);
+  EXPECT_EQ(t.u24(stmt[2] + 4), 0u);
+  EXPECT_EQ(t.u16(stmt[1] + 7), 0u);
+}
+
+TEST(Op6File, NoSectionMeansNoTable) {
+  TempDir dir;
+  RunResult r = compile(dir, "link \"liba\"\n");
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.out.find("No SCREEN, PROCEDURE or MENU defined"), std::string::npos) << r.out;
+  EXPECT_FALSE(tavtest::file_exists(dir / "prog.op6"));
+  EXPECT_FALSE(tavtest::file_exists(dir / "prog.tmp"));
+}
+
+TEST(Op6File, ReplacementIsAtomic) {
+  TempDir dir;
+  auto no_work_file = [&] { EXPECT_FALSE(tavtest::file_exists(dir / "prog.tmp")); };
+
+  // A read-only table is replaced.
+  ASSERT_EQ(compile(dir, kSmall).status, 0);
+  std::string first = tavtest::read_file(dir / "prog.op6");
+  ASSERT_EQ(chmod((dir / "prog.op6").c_str(), 0444), 0);
+  ASSERT_EQ(compile(dir, "procedure main\n  pause\n  pause\nend-procedure\n").status, 0);
+  std::string second = tavtest::read_file(dir / "prog.op6");
+  EXPECT_NE(first.size(), 0u);
+  EXPECT_NE(second.substr(hdr::size), first.substr(hdr::size));
+  no_work_file();
+
+  // A stale work file is removed first.
+  tavtest::write_file(dir / "prog.tmp", "left over");
+  ASSERT_EQ(compile(dir, kSmall).status, 0);
+  no_work_file();
+  std::string third = tavtest::read_file(dir / "prog.op6");
+
+  // A failed compile leaves the previous table as it was.
+  RunResult bad = compile(dir, "procedure main\n  pause\n  end-if\nend-procedure\n");
+  EXPECT_NE(bad.status, 0) << bad.out;
+  EXPECT_TRUE(tavtest::read_file(dir / "prog.op6") == third);
+  no_work_file();
+}
+
+}  // namespace
