@@ -49,7 +49,7 @@ std::string quoted(const std::string& text) {
   return out + "\"";
 }
 
-Image::Image(const uint8_t* bytes, size_t size) : bytes_(bytes), size_(size) {
+Image::Image(const uint8_t* bytes, size_t size) : bytes_(bytes) {
   if (size < hdr::size)
     throw Damaged{"file of " + std::to_string(size) + " bytes is shorter than the " +
                   std::to_string(hdr::size) + "-byte header"};

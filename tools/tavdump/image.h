@@ -51,7 +51,6 @@ class Image {
 
  private:
   const uint8_t* bytes_;
-  size_t size_;
   uint32_t ops_size_ = 0;
   uint32_t data_size_ = 0;
   bool debug_ops_ = false;
