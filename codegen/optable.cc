@@ -103,7 +103,9 @@ void OptableWriter::write() {
   fill_header();
 
   work_name_ = with_tmp_extension(file_.op6_name);
-  if (unlink(work_name_.c_str()) != 0 && errno != ENOENT) {
+  // Only a work file that exists has to go; a path that cannot name a file (a missing
+  // directory, or a plain file where the directory should be) is left to the create below.
+  if (unlink(work_name_.c_str()) != 0 && errno != ENOENT && errno != ENOTDIR) {
     int err = errno;
     std::string name = work_name_;
     work_name_.clear();  // not ours to remove
