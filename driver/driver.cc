@@ -193,7 +193,8 @@ void Driver::start_up() {
 }
 
 void Driver::compile_file(const std::string& argument) {
-  if (had_errors_ && display_.screen()) display_.wait_ack();
+  // The operator acknowledges the previous file's errors; cancelling there ends the run.
+  if (had_errors_ && display_.screen() && display_.wait_ack() < 0) cleanup_exit(0);
 
   FileContext file;
   diag_.start_file();
@@ -255,10 +256,15 @@ bool Driver::preprocess(FileContext& file) {
   if (temp_name_.empty()) {
     const char* tmpdir = std::getenv("TMPDIR");
     std::string name = std::string(tmpdir && *tmpdir ? tmpdir : "/tmp") + "/ppXXXXXX";
+    // The file exists from mkstemp on: the signal handler must know its name by then.
+    sigset_t all, old;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &old);
     int fd = mkstemp(name.data());
     if (fd >= 0) close(fd);
+    std::snprintf(g_cleanup.temp_name, sizeof g_cleanup.temp_name, "%s", name.c_str());
+    sigprocmask(SIG_SETMASK, &old, nullptr);
     temp_name_ = name;
-    copy_name(g_cleanup.temp_name, temp_name_);
   } else {
     unlink(temp_name_.c_str());
   }
