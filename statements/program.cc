@@ -11,6 +11,7 @@
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/records.h"
+#include "symbols/objects.h"
 #include "symbols/records.h"
 
 namespace tav {
@@ -141,6 +142,8 @@ void compile_program(RunContext& run, FileContext& file, Tokenizer& tok, SymbolT
 
   if (p.diag.error_count() == 0) {
     check_sections(p);
+    object_post_processing(p);
+    joined_field_data(p);
     assign_default_modes(p);
     if (p.print_statements > 0 && !p.report_defined)
       p.diag.error_text("Report statements used without REPORT definition");

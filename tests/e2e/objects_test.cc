@@ -1,0 +1,180 @@
+// OBJECT statements compiled by tavcmp: the records in the .op6 file, the data image, the
+// messages, and files whose definitions exhaust the data area or the op space.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "tests/support/support.h"
+
+namespace {
+
+using tavtest::TempDir;
+
+constexpr char kMain[] = "procedure main\n  pause\nend\n";
+
+tavtest::RunResult tavcmp(const TempDir& dir, std::vector<std::string> files) {
+  std::vector<std::string> argv{tavtest::program("tavcmp"), "-l", "-n"};
+  argv.insert(argv.end(), files.begin(), files.end());
+  tavtest::RunOptions options;
+  options.cwd = dir.path();
+  options.env = {"TAVRIN=" + tavtest::product_dir()};
+  return tavtest::run(argv, options);
+}
+
+// A compiled .op6 file: the operations image, then the data image.
+struct Table {
+  std::string bytes;
+  uint32_t u8(uint32_t off) const { return static_cast<uint8_t>(bytes.at(off)); }
+  uint32_t u16(uint32_t off) const { return u8(off) << 8 | u8(off + 1); }
+  uint32_t u24(uint32_t off) const { return u8(off) << 16 | u16(off + 1); }
+  uint32_t u32(uint32_t off) const { return u16(off) << 16 | u16(off + 2); }
+  std::string text(uint32_t off) const { return bytes.c_str() + off; }
+  uint32_t data_base() const { return u32(51); }
+  std::string data(uint32_t off, uint32_t n) const { return bytes.substr(data_base() + off, n); }
+
+  uint32_t object(const std::string& name) const {
+    for (uint32_t o = u24(15); o; o = u24(o))
+      if (text(u24(o + 3)) == name) return o;
+    return 0;
+  }
+  uint32_t field(const std::string& name) const {
+    for (uint32_t f = u24(18); f; f = u24(f))
+      if (text(u24(f + 3)) == name) return f;
+    return 0;
+  }
+  // "field@offset ..." along the object's chain, checking each link names the object.
+  std::string record(uint32_t o) const {
+    std::string out;
+    for (uint32_t l = u24(o + 6); l; l = u24(l + 9)) {
+      EXPECT_EQ(u24(l), o);
+      out += (out.empty() ? "" : " ") + text(u24(u24(l + 3) + 3)) + "@" + std::to_string(u16(l + 12));
+    }
+    return out;
+  }
+  // The objects holding a field, along the field's chain.
+  std::string holders(uint32_t f) const {
+    std::string out;
+    for (uint32_t l = u24(f + 16); l; l = u24(l + 6)) {
+      EXPECT_EQ(u24(l + 3), f);
+      out += (out.empty() ? "" : " ") + text(u24(u24(l) + 3));
+    }
+    return out;
+  }
+};
+
+TEST(Objects, RecordsKeysAndJoinedDataInTheTable) {
+  TempDir dir;
+  tavtest::write_file(dir / "t.spl",
+                      "object stock type indexed file 'stock.dat'\n"
+                      "  record item pic x(6) qty pic 9(3) type zoned price pic 9(5)v99 end-record\n"
+                      "  key item unique key qty desc item\n"
+                      "object moves type sequential record item qty end-record\n"
+                      "object old like stock no-joins\n"
+                      "object feed type external record item end-record\n" +
+                          std::string(kMain));
+  const auto r = tavcmp(dir, {"t.spl"});
+  ASSERT_EQ(r.status, 0) << r.out;
+  Table t{tavtest::read_file(dir / "t.op6")};
+
+  const uint32_t stock = t.object("stock"), moves = t.object("moves"), old = t.object("old");
+  const uint32_t feed = t.object("feed");
+  ASSERT_NE(stock, 0u);
+  EXPECT_EQ(t.u24(stock), moves);
+  EXPECT_EQ(t.text(t.u24(stock + 9)), "stock.dat");
+  EXPECT_EQ(t.u8(stock + 37), 'I');
+  EXPECT_EQ(t.u16(stock + 28), 6u + 3 + 4);
+  EXPECT_EQ(t.u16(stock + 26), 0x0010u);
+  EXPECT_EQ(static_cast<int16_t>(t.u16(stock + 32)), -1);
+  EXPECT_EQ(t.u16(old + 26), 0x0030u);  // NO-JOINS, and the attributes copied from stock
+  EXPECT_EQ(t.u24(old + 21), stock);
+  EXPECT_EQ(t.u8(feed + 39), '|');
+
+  EXPECT_EQ(t.record(stock), "item@0 qty@6 price@9");
+  EXPECT_EQ(t.record(moves), "item@0 qty@6");
+  EXPECT_EQ(t.record(old), "item@0 qty@6 price@9");
+  const uint32_t item = t.field("item"), qty = t.field("qty"), price = t.field("price");
+  EXPECT_EQ(t.holders(item), "feed old moves stock");
+  EXPECT_EQ(t.holders(price), "old stock");
+
+  // Keys: numbers, flags, parts with their directions; the copy shares the parts.
+  const uint32_t k1 = t.u24(stock + 18), k2 = t.u24(k1);
+  EXPECT_EQ(t.u8(k1 + 4), 1u);
+  EXPECT_EQ(t.u16(k1 + 5), 1u);
+  EXPECT_EQ(t.u24(t.u24(k1 + 7) + 3), item);
+  EXPECT_EQ(t.u8(k2 + 4), 2u);
+  const uint32_t p1 = t.u24(k2 + 7), p2 = t.u24(p1);
+  EXPECT_EQ(t.u24(p1 + 3), qty);
+  EXPECT_EQ(t.u16(p1 + 6), 1u);
+  EXPECT_EQ(t.u24(p2 + 3), item);
+  EXPECT_EQ(t.u16(p2 + 6), 0u);
+  EXPECT_EQ(t.u24(t.u24(old + 18) + 7), t.u24(k1 + 7));
+  EXPECT_EQ(t.u24(feed + 18), 0u);
+
+  // Buffers: 13 bytes take 14; feed's record is the one the item field joins last.
+  const uint32_t sbuf = t.u24(stock + 15), mbuf = t.u24(moves + 15), obuf = t.u24(old + 15);
+  const uint32_t fbuf = t.u24(feed + 15);
+  EXPECT_EQ(mbuf, sbuf + 16);  // 14 bytes, the next even allocation on a multiple of 4
+  EXPECT_EQ(t.u24(item + 6), fbuf);
+  EXPECT_EQ(t.u24(qty + 6), mbuf + 6);
+  EXPECT_EQ(t.u24(price + 6), sbuf + 9);
+
+  // Initial data: blanks for the alphanumeric, zeros for the zoned quantity, everywhere the
+  // field is held, NO-JOINS records included.
+  EXPECT_EQ(t.data(fbuf, 6), "      ");
+  for (uint32_t buf : {sbuf, mbuf, obuf}) EXPECT_EQ(t.data(buf, 9), "      000") << buf;
+}
+
+TEST(Objects, DiagnosticsStopTheTable) {
+  TempDir dir;
+  tavtest::write_file(dir / "t.spl",
+                      "object a type indexed record f1 pic x end-record\n"
+                      "object b type text record f2 pic x(1000) occurs 4 f3 pic x(97) end-record key f2\n"
+                      "object b like b\n" +
+                          std::string(kMain));
+  const auto r = tavcmp(dir, {"t.spl"});
+  EXPECT_NE(r.out.find("t.spl, line 1: ERROR  No keys defined for object"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("line 2: ERROR  Record size for object is invalid"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("line 2: ERROR  Key field cannot be an array - 'f2'"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("line 2: ERROR  File cannot have keys"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("line 3: ERROR  Object already defined or referenced - 'b'"), std::string::npos);
+  EXPECT_FALSE(tavtest::file_exists(dir / "t.op6"));
+}
+
+// A file that fills a store is abandoned with the store's fatal message; the next file of the
+// same run compiles cleanly.
+TEST(Objects, ExhaustedStoresAbandonOnlyTheirFile) {
+  TempDir dir;
+  // 70 records of 4096 bytes need more than the 256 KB data area.
+  std::string data = "object r0 record big pic x(1000) occurs 4 pad pic x(96) end-record\n";
+  for (int i = 1; i < 70; ++i) data += "object r" + std::to_string(i) + " like r0\n";
+  tavtest::write_file(dir / "data.spl", data + kMain);
+  // Each copy of an object with 30 fields and 16 keys takes about 560 bytes of op space and only
+  // 30 bytes of data: 8000 copies overflow the 4 MB op space first.
+  std::string ops = "object base type indexed record";
+  std::string key = " key";
+  for (int i = 0; i < 30; ++i) {
+    ops += " k" + std::to_string(i) + " pic x";
+    if (i < 8) key += " k" + std::to_string(i);
+  }
+  ops += " end-record";
+  for (int i = 0; i < 16; ++i) ops += key;
+  ops += "\n";
+  for (int i = 0; i < 8000; ++i) ops += "object c" + std::to_string(i) + " like base\n";
+  tavtest::write_file(dir / "ops.spl", ops + kMain);
+  tavtest::write_file(dir / "clean.spl", "object ok record v pic x end-record\n" + std::string(kMain));
+
+  const auto r = tavcmp(dir, {"data.spl", "clean.spl", "ops.spl", "clean.spl"});
+  EXPECT_NE(r.out.find("FATAL  Can't allocate sufficient data space"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("FATAL  Exceeded maximum operations table limit"), std::string::npos) << r.out;
+  EXPECT_FALSE(tavtest::file_exists(dir / "data.op6"));
+  EXPECT_FALSE(tavtest::file_exists(dir / "ops.op6"));
+  ASSERT_TRUE(tavtest::file_exists(dir / "clean.op6"));
+  EXPECT_EQ(r.status, 0) << r.out;  // the last file decides the status
+  Table t{tavtest::read_file(dir / "clean.op6")};
+  EXPECT_EQ(t.record(t.object("ok")), "v@0");
+  EXPECT_EQ(t.u16(37), 1u);  // one object: nothing left of the abandoned file
+}
+
+}  // namespace
