@@ -12,6 +12,7 @@
 #include "driver/diag.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
+#include "statements/locks.h"
 #include "symbols/symtab.h"
 
 namespace tav {
@@ -90,6 +91,7 @@ class Parser {
   uint32_t accept_chain = 0;     // ACCEPT ops of the current part
   uint32_t mode_tail = 0;        // last mode_entry of the header's mode list
   uint32_t version_tail = 0;     // last entry of the header's version list
+  LockFrames locks;              // lock states of indexed records, per open block
 };
 
 }  // namespace tav

@@ -1,0 +1,195 @@
+#include "bench/generator.h"
+
+#include <algorithm>
+
+namespace tavbench {
+
+namespace {
+
+// A small linear congruential generator: the same sequence on every platform.
+class Random {
+ public:
+  explicit Random(uint32_t seed) : state_(seed * 2654435761u + 1) {}
+  uint32_t next() {
+    state_ = state_ * 1103515245u + 12345u;
+    return (state_ >> 8) & 0xffffff;
+  }
+  int below(int n) { return static_cast<int>(next() % static_cast<uint32_t>(n)); }
+
+ private:
+  uint32_t state_;
+};
+
+class Writer {
+ public:
+  Writer(const GenOptions& o) : o_(o), rnd_(o.seed) {}
+
+  std::string run() {
+    line("// Generated for the compile benchmarks.");
+    for (int i = 0; i < o_.fields; ++i)
+      line("field n" + std::to_string(i) + " pic 9(7)v99");
+    for (int i = 0; i < 8; ++i) line("field t" + std::to_string(i) + " pic x(30)");
+    line("field arr pic 9(5) occurs 10");
+    line("");
+    line("procedure main");
+    long procedures = std::max(1L, o_.lines / 60);
+    for (long i = 1; i <= std::min(procedures, 20L); ++i) line("  do proc-" + std::to_string(i));
+    line("end-procedure");
+    for (long i = 1; i <= procedures && lines_ < o_.lines; ++i) procedure(i, procedures);
+    return out_;
+  }
+
+ private:
+  void line(const std::string& s) {
+    out_ += std::string(static_cast<size_t>(indent_ * 2), ' ');
+    out_ += s;
+    out_ += '\n';
+    ++lines_;
+  }
+
+  std::string field() { return "n" + std::to_string(rnd_.below(o_.fields)); }
+  std::string number() { return std::to_string(rnd_.below(1000)); }
+
+  std::string operand() {
+    switch (rnd_.below(4)) {
+      case 0: return number();
+      case 1: return "arr[" + std::to_string(1 + rnd_.below(10)) + "]";
+      default: return field();
+    }
+  }
+
+  std::string expression(int depth = 0) {
+    static const char* const kOps[] = {" + ", " - ", " * ", " / "};
+    std::string e = operand();
+    int terms = 1 + rnd_.below(4);
+    for (int i = 0; i < terms; ++i) {
+      if (depth < 2 && rnd_.below(4) == 0)
+        e += kOps[rnd_.below(4)] + std::string("(") + expression(depth + 1) + ")";
+      else
+        e += kOps[rnd_.below(4)] + operand();
+    }
+    return e;
+  }
+
+  std::string condition() {
+    static const char* const kRel[] = {" = ", " != ", " < ", " > ", " <= ", " >= "};
+    std::string c = field() + kRel[rnd_.below(6)] + expression(1);
+    if (rnd_.below(3) == 0) c += (rnd_.below(2) ? " and " : " or ") + field() + kRel[rnd_.below(6)] + number();
+    return c;
+  }
+
+  void simple() {
+    switch (rnd_.below(3)) {
+      case 0: line("set " + field() + " = " + expression()); break;
+      case 1: line("set t" + std::to_string(rnd_.below(8)) + " = \"text " + number() + "\""); break;
+      default: line("set " + field() + " += " + operand()); break;
+    }
+  }
+
+  void block(int depth, bool in_loop) {
+    int n = 2 + rnd_.below(4);
+    for (int i = 0; i < n; ++i) statement(depth, in_loop);
+  }
+
+  void statement(int depth, bool in_loop) {
+    if (depth >= 4) {
+      simple();
+      return;
+    }
+    switch (rnd_.below(9)) {
+      case 0: {
+        line("if " + condition());
+        nest(depth, in_loop);
+        if (rnd_.below(2)) {
+          line("else-if " + condition());
+          nest(depth, in_loop);
+        }
+        if (rnd_.below(2)) {
+          line("else");
+          nest(depth, in_loop);
+        }
+        line("end-if");
+        break;
+      }
+      case 1:
+        line("while " + condition());
+        nest(depth, true);
+        line("end-while");
+        break;
+      case 2:
+        line("repeat");
+        nest(depth, true);
+        line("until " + condition());
+        nest(depth, true);
+        line("end-repeat");
+        break;
+      case 3: {
+        std::string f = field();
+        if (rnd_.below(2))
+          line("for " + f + " = 1 to " + number());
+        else
+          line("for " + f + " = " + number() + " down to 1 step " + std::to_string(1 + rnd_.below(3)));
+        nest(depth, true);
+        line("end-for");
+        break;
+      }
+      case 4: {
+        line("switch on " + field());
+        int cases = 2 + rnd_.below(4);
+        for (int i = 0; i < cases; ++i) {
+          line("case " + std::to_string(i * 3 + 1) + " " + std::to_string(i * 3 + 2));
+          nest(depth, in_loop);
+        }
+        line("else");
+        nest(depth, in_loop);
+        line("end-switch");
+        break;
+      }
+      case 5:
+        if (in_loop) {
+          line("if " + condition());
+          ++indent_;
+          line(rnd_.below(2) ? "break" : "continue");
+          --indent_;
+          line("end-if");
+          break;
+        }
+        simple();
+        break;
+      default:
+        simple();
+        break;
+    }
+  }
+
+  void nest(int depth, bool in_loop) {
+    ++indent_;
+    block(depth + 1, in_loop);
+    --indent_;
+  }
+
+  void procedure(long i, long procedures) {
+    line("");
+    line("procedure proc-" + std::to_string(i));
+    ++indent_;
+    long target = lines_ + 40 + rnd_.below(40);
+    while (lines_ < target && lines_ < o_.lines) statement(0, false);
+    if (i < procedures && rnd_.below(3) == 0) line("do proc-" + std::to_string(i + 1));
+    --indent_;
+    line("end-procedure");
+  }
+
+  const GenOptions& o_;
+  Random rnd_;
+  std::string out_;
+  long lines_ = 0;
+  int indent_ = 0;
+};
+
+}  // namespace
+
+std::string generate_program(const GenOptions& options) { return Writer(options).run(); }
+
+long count_lines(const std::string& text) { return static_cast<long>(std::count(text.begin(), text.end(), '\n')); }
+
+}  // namespace tavbench
