@@ -43,30 +43,32 @@ TEST(DriverPreprocess, MissingProductTree) {
   EXPECT_EQ(r.out, "\nok.spl:\nNo errors found\n");
 }
 
-// A fake product whose preprocessor announces itself and then waits: tavcmp receives SIGTERM
-// while it runs and must stop it, remove its temporary file and end with status 15.
-TEST(DriverPreprocess, TerminationSignalWhilePreprocessing) {
-  TempDir dir, tmp, product;
+// A fake product whose preprocessor announces itself and then waits: tavcmp receives a
+// termination signal while it runs and must stop it, remove its temporary file and end with the
+// signal's number as its status.
+TEST(DriverPreprocess, TerminationSignalsWhilePreprocessing) {
+  TempDir product;
   fs::create_directories(product / "bin");
-  write_file(product / "bin/tavpp",
-             "#!/bin/sh\n"
-             ": > \"" + (dir / "started") + "\"\n"
-             "exec sleep 30\n");
+  write_file(product / "bin/tavpp", "#!/bin/sh\n: > started\nexec sleep 30\n");
   chmod((product / "bin/tavpp").c_str(), 0755);
-  write_file(dir / "ok.spl", kClean);
   const std::string script =
       "\"$0\" -ln ok.spl & pid=$!\n"
       "i=0; while [ ! -f started ] && [ $i -lt 200 ]; do sleep 0.05; i=$((i+1)); done\n"
-      "kill -TERM $pid; wait $pid; echo \"status=$?\"\n";
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  options.env = {"TAVRIN=" + product.path(), "TMPDIR=" + tmp.path()};
-  options.unset = {"TERM", "TAVCMPINC"};
-  RunResult r = tavtest::run({"/bin/sh", "-c", script, tavtest::program("tavcmp")}, options);
-  EXPECT_TRUE(file_exists(dir / "started"));
-  EXPECT_EQ(r.out, "\nok.spl:\nstatus=15\n");
-  EXPECT_EQ(list_dir(tmp.path()), std::vector<std::string>{});
-  EXPECT_EQ(list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "started"}));
+      "kill -$1 $pid; wait $pid; echo \"status=$?\"\n";
+  for (const auto& [name, number] : std::vector<std::pair<std::string, int>>{
+           {"TERM", 15}, {"INT", 2}, {"HUP", 1}, {"QUIT", 3}}) {
+    TempDir dir, tmp;
+    write_file(dir / "ok.spl", kClean);
+    tavtest::RunOptions options;
+    options.cwd = dir.path();
+    options.env = {"TAVRIN=" + product.path(), "TMPDIR=" + tmp.path()};
+    options.unset = {"TERM", "TAVCMPINC"};
+    RunResult r =
+        tavtest::run({"/bin/sh", "-c", script, tavtest::program("tavcmp"), name}, options);
+    EXPECT_EQ(r.out, "\nok.spl:\nstatus=" + std::to_string(number) + "\n") << name;
+    EXPECT_EQ(list_dir(tmp.path()), std::vector<std::string>{}) << name;
+    EXPECT_EQ(list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "started"})) << name;
+  }
 }
 
 TEST(DriverBadInput, UnreadableSources) {
