@@ -115,6 +115,7 @@ void Diagnostics::set_listing(std::string path) {
 
 void Diagnostics::close_listing() {
   if (listing_) {
+    listing_fd_ = -1;
     std::fputs("\n", listing_);
     std::fclose(listing_);
     listing_ = nullptr;
@@ -125,6 +126,7 @@ void Diagnostics::write_listing(std::string_view text) {
   if (!listing_ && !listing_failed_ && !listing_path_.empty()) {
     listing_ = std::fopen(listing_path_.c_str(), "a");
     if (!listing_) listing_failed_ = true;
+    else listing_fd_ = fileno(listing_);
   }
   if (listing_) {
     std::fwrite(text.data(), 1, text.size(), listing_);

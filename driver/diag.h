@@ -6,6 +6,7 @@
 // and abandon the file (by throwing FileAbort) after the 41st error or on a FATAL message.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -92,6 +93,9 @@ class Diagnostics {
   void start_file();
   void set_listing(std::string path);
   void close_listing();  // writes the final "\n" when the listing is open
+  // The open listing's descriptor, -1 when none is open. Every line is flushed as it is
+  // written, so a signal handler may put the final "\n" straight onto it.
+  int listing_fd() const { return listing_fd_.load(); }
 
   int16_t first_error() const { return first_error_; }
   uint16_t error_count() const { return error_count_; }
@@ -129,6 +133,7 @@ class Diagnostics {
   const DiagSource* source_ = nullptr;
   std::string listing_path_;
   FILE* listing_ = nullptr;
+  std::atomic<int> listing_fd_{-1};
   bool listing_failed_ = false;
   std::string name_;
   int16_t first_error_ = 0;

@@ -43,6 +43,7 @@ struct SignalCleanup {
   char temp_name[PATH_MAX];  // the preprocessor output, once its name is built
   char work_name[PATH_MAX];  // an .op6 work file while it is being written
   Display* display;          // to end the screen
+  const Diagnostics* diag;   // to finish the listing
 };
 SignalCleanup g_cleanup;
 
@@ -53,6 +54,10 @@ extern "C" void on_signal(int sig) {
   }
   if (g_cleanup.temp_name[0]) unlink(g_cleanup.temp_name);
   if (g_cleanup.work_name[0]) unlink(g_cleanup.work_name);
+  if (int fd = g_cleanup.diag ? g_cleanup.diag->listing_fd() : -1; fd >= 0) {
+    ssize_t ignored = write(fd, "\n", 1);  // a listing always ends with a newline
+    (void)ignored;
+  }
   if (g_cleanup.display && g_cleanup.display->screen()) {
     g_cleanup.display->end();
   } else {
@@ -147,6 +152,7 @@ void Driver::start_up() {
   sigfillset(&sa.sa_mask);
   for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaction(sig, &sa, nullptr);
   g_cleanup.display = &display_;
+  g_cleanup.diag = &diag_;
 
   std::optional<Options> options = parse_options(argc_ - 1, argv_ + 1, std::getenv("TAVCMPINC"));
 

@@ -45,14 +45,14 @@ TEST(DriverPreprocess, MissingProductTree) {
 
 // A fake product whose preprocessor announces itself and then waits: tavcmp receives a
 // termination signal while it runs and must stop it, remove its temporary file and end with the
-// signal's number as its status.
+// signal's number as its status; the listing it has begun still ends with a newline.
 TEST(DriverPreprocess, TerminationSignalsWhilePreprocessing) {
   TempDir product;
   fs::create_directories(product / "bin");
   write_file(product / "bin/tavpp", "#!/bin/sh\n: > started\nexec sleep 30\n");
   chmod((product / "bin/tavpp").c_str(), 0755);
   const std::string script =
-      "\"$0\" -ln ok.spl & pid=$!\n"
+      "\"$0\" -ln -I . ok.spl & pid=$!\n"
       "i=0; while [ ! -f started ] && [ $i -lt 200 ]; do sleep 0.05; i=$((i+1)); done\n"
       "kill -$1 $pid; wait $pid; echo \"status=$?\"\n";
   for (const auto& [name, number] : std::vector<std::pair<std::string, int>>{
@@ -65,9 +65,12 @@ TEST(DriverPreprocess, TerminationSignalsWhilePreprocessing) {
     options.unset = {"TERM", "TAVCMPINC"};
     RunResult r =
         tavtest::run({"/bin/sh", "-c", script, tavtest::program("tavcmp"), name}, options);
-    EXPECT_EQ(r.out, "\nok.spl:\nstatus=" + std::to_string(number) + "\n") << name;
+    EXPECT_EQ(r.out, "\nok.spl:\nINFO  Custom include path: - '.'\nstatus=" +
+                         std::to_string(number) + "\n")
+        << name;
     EXPECT_EQ(list_dir(tmp.path()), std::vector<std::string>{}) << name;
-    EXPECT_EQ(list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "started"})) << name;
+    EXPECT_EQ(list_dir(dir.path()), (std::vector<std::string>{"ok.err", "ok.spl", "started"})) << name;
+    EXPECT_EQ(read_file(dir / "ok.err"), "\nINFO  Custom include path: - '.'\n") << name;
   }
 }
 
