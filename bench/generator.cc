@@ -30,12 +30,14 @@ class Writer {
       line("field n" + std::to_string(i) + " pic 9(7)v99");
     for (int i = 0; i < 8; ++i) line("field t" + std::to_string(i) + " pic x(30)");
     line("field arr pic 9(5) occurs 10");
+    long procedures = std::max(1L, o_.lines / 60);
+    long written = 0;
+    while (written < procedures && lines_ < o_.lines) procedure(++written);
+    // The entry section comes last, so that it calls only procedures that exist.
     line("");
     line("procedure main");
-    long procedures = std::max(1L, o_.lines / 60);
-    for (long i = 1; i <= std::min(procedures, 20L); ++i) line("  do proc-" + std::to_string(i));
+    for (long i = 1; i <= std::min(written, 20L); ++i) line("  do proc-" + std::to_string(i));
     line("end-procedure");
-    for (long i = 1; i <= procedures && lines_ < o_.lines; ++i) procedure(i, procedures);
     return out_;
   }
 
@@ -92,7 +94,7 @@ class Writer {
   }
 
   void statement(int depth, bool in_loop) {
-    if (depth >= 4) {
+    if (depth >= 4 || lines_ >= budget_) {
       simple();
       return;
     }
@@ -168,13 +170,14 @@ class Writer {
     --indent_;
   }
 
-  void procedure(long i, long procedures) {
+  void procedure(long i) {
     line("");
     line("procedure proc-" + std::to_string(i));
     ++indent_;
-    long target = lines_ + 40 + rnd_.below(40);
-    while (lines_ < target && lines_ < o_.lines) statement(0, false);
-    if (i < procedures && rnd_.below(3) == 0) line("do proc-" + std::to_string(i + 1));
+    long target = std::min(lines_ + 40 + rnd_.below(40), o_.lines);
+    budget_ = target;
+    while (lines_ < target) statement(0, false);
+    if (i > 1 && rnd_.below(3) == 0) line("do proc-" + std::to_string(i - 1));
     --indent_;
     line("end-procedure");
   }
@@ -183,6 +186,7 @@ class Writer {
   Random rnd_;
   std::string out_;
   long lines_ = 0;
+  long budget_ = 0;  // past this line only simple statements are added, so blocks close soon
   int indent_ = 0;
 };
 

@@ -34,9 +34,11 @@ run_timed() {
   label=$1 lines=$2 files=$3
   shift 3
   TAVRIN=$product /usr/bin/time -f '%e %M' -o "$work/time" "$tavcmp" -l -n "$@" >"$work/out" 2>&1 || true
-  read -r secs peak_kb <"$work/time"
+  read -r secs peak_kb <<EOF
+$(tail -n 1 "$work/time")
+EOF
   awk -v l="$label" -v n="$lines" -v f="$files" -v s="$secs" -v m="$peak_kb" 'BEGIN {
-    if (s <= 0) s = 0.001
+    s += 0; if (s <= 0) s = 0.001
     printf "%-18s %9d %6d %9.3f %12.0f %10.2f %9d\n", l, n, f, s, n / s, 1000 * s / f, m }'
 }
 
