@@ -13,6 +13,8 @@
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 #include "statements/locks.h"
+#include "symbols/dictionary.h"
+#include "symbols/fields.h"
 #include "symbols/symtab.h"
 
 namespace tav {
@@ -91,6 +93,11 @@ class Parser {
   uint32_t accept_chain = 0;     // ACCEPT ops of the current part
   uint32_t mode_tail = 0;        // last mode_entry of the header's mode list
   uint32_t version_tail = 0;     // last entry of the header's version list
+
+  // --- Fields --------------------------------------------------------------------------------
+  FieldNotes field_notes;        // types of the fields used, for the expression compiler
+  NoDictionaries no_dictionaries;
+  Dictionaries* dictionaries = &no_dictionaries;  // the open data dictionaries
   LockFrames locks;              // lock states of indexed records, per open block
 };
 

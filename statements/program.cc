@@ -12,6 +12,7 @@
 #include "statements/parser.h"
 #include "statements/records.h"
 #include "symbols/objects.h"
+#include "symbols/fields.h"
 #include "symbols/records.h"
 
 namespace tav {
@@ -79,6 +80,7 @@ void end_section(Parser& p) {
   OpSpace& ops = p.ops;
   uint32_t s = p.section;
   p.ob.set_level(-1);
+  report_unreferenced_locals(p, s);
   uint16_t kind = static_cast<uint16_t>(ops.get16(s + ssym::s_kind));
   if (kind_of(kind) == ssym::kind_screen) {
     if (!(ops.get16(s + ssym::s_flags) & ssym::review)) {
@@ -99,6 +101,7 @@ void end_section(Parser& p) {
   p.ob.reset_level(0);
   p.ob.clear_marker_chain();
   p.in_section = false;
+  p.syms.set_current_section(0);  // the section's local fields go out of scope with it
 }
 
 // Sections still only referenced, and defined sections nothing refers to.

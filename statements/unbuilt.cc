@@ -42,7 +42,6 @@ void skip_block(Parser& p) {
 
 }  // namespace
 
-void compile_field_statement(Parser& p) { skip_statement(p); }
 void compile_if(Parser& p) { skip_block(p); }
 void compile_while(Parser& p) { skip_block(p); }
 void compile_repeat(Parser& p) { skip_block(p); }

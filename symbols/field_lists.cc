@@ -1,0 +1,125 @@
+// The field lists of a section header: LOCAL, PARAMETERS and RETURNING; and the check of the
+// local fields at the end of a section.
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "codegen/convert.h"
+#include "statements/parser.h"
+#include "symbols/fields.h"
+#include "symbols/records.h"
+
+namespace tav {
+
+namespace {
+
+bool in_list(const OpSpace& ops, uint32_t head, uint32_t field) {
+  for (uint32_t e = head; e != 0; e = ops.get24(e + param_entry::pe_next))
+    if (ops.get24(e + param_entry::pe_field) == field) return true;
+  return false;
+}
+
+// A local field named again with a definition clause after it.
+bool redefinition_follows(Parser& p) {
+  const uint32_t c = p.next();
+  p.push_back();
+  return c == verb("picture") || c == verb("type") || c == verb("like");
+}
+
+}  // namespace
+
+void compile_section_field_list(Parser& p, FieldListKind kind, bool record) {
+  OpSpace& ops = p.ops;
+  const uint32_t s = p.section;
+  p.take(verb("field"));
+  p.take(verb("is"));
+
+  const uint32_t slot = s + (kind == FieldListKind::parameters ? ssym::s_params : ssym::s_returning);
+  const bool building = record && kind != FieldListKind::local;
+  // A list already there was left by a call made before this definition.
+  const bool matching = building && ops.get24(slot) != 0;
+  uint32_t pending = matching ? ops.get24(slot) : 0;  // next call argument to match
+  uint32_t tail = 0;                                   // last entry of the list
+  bool too_many = false;
+  std::vector<uint32_t> named;                         // the fields of this list so far
+
+  for (;;) {
+    const uint32_t c = p.next();
+    if (p.at_statement_start() || c != kClassName) {
+      p.push_back();
+      break;
+    }
+    const std::string name(p.text());
+    uint32_t f = p.syms.find_local_field(s, name);
+
+    if (kind == FieldListKind::local) {
+      if (f != 0) {
+        p.diag.error_with(msg::field_name_already_exists_defined, name);
+        define_field(p, name, true);  // read its clauses; the field itself is dropped
+      } else {
+        p.syms.link_local_field(s, define_field(p, name, true));
+      }
+      continue;
+    }
+
+    if (f != 0) {
+      if (std::find(named.begin(), named.end(), f) != named.end()) {
+        p.diag.error_text("Field name duplicated in list", name);
+        if (redefinition_follows(p)) define_field(p, name, true);
+        continue;
+      }
+      if (redefinition_follows(p)) {
+        p.diag.error_with(msg::field_name_already_exists_defined, name);
+        define_field(p, name, true);
+      }
+    } else {
+      f = define_field(p, name, true);
+      p.syms.link_local_field(s, f);
+    }
+    named.push_back(f);
+    if (!building) continue;
+
+    if (matching && pending != 0) {
+      const bool numeric_argument = ops.get24(pending + param_entry::pe_field) != 0;
+      if (numeric_argument != conv::fmt_numeric(static_cast<uint16_t>(ops.get16(f + fsym::f_format)))) {
+        p.diag.error(msg::parameters_not_correct_type);
+      } else if (ops.get24(pending + param_entry::pe_occurs) != ops.get16(f + fsym::f_occurs)) {
+        p.diag.error(msg::parameter_different_field_occurrence_factor);
+      }
+      ops.put24(pending + param_entry::pe_field, f);
+      ops.put24(pending + param_entry::pe_occurs, 0);
+      tail = pending;
+      pending = ops.get24(pending + param_entry::pe_next);
+      continue;
+    }
+    if (matching && kind == FieldListKind::parameters) {
+      if (!too_many) p.diag.error(msg::parameter_list_mismatch);
+      too_many = true;
+      continue;
+    }
+    const uint32_t e = ops.alloc(param_entry::size);
+    ops.put24(e + param_entry::pe_field, f);
+    ops.put24(tail != 0 ? tail + param_entry::pe_next : slot, e);
+    tail = e;
+  }
+  if (matching && pending != 0) p.diag.error(msg::parameter_list_mismatch);
+}
+
+void report_unreferenced_locals(Parser& p, uint32_t section) {
+  const OpSpace& ops = p.ops;
+  const uint32_t params = ops.get24(section + ssym::s_params);
+  const uint32_t results = ops.get24(section + ssym::s_returning);
+  // The list runs from the last field declared to the first; report in declaration order.
+  std::vector<uint32_t> unused;
+  for (uint32_t f = ops.get24(section + ssym::s_locals); f != 0; f = ops.get24(f + fsym::f_next)) {
+    if (ops.get24(f + fsym::f_addr) != 0 || in_list(ops, params, f) || in_list(ops, results, f)) continue;
+    unused.push_back(f);
+  }
+  for (auto it = unused.rbegin(); it != unused.rend(); ++it) {
+    p.diag.set_name(ops.text_at(ops.get24(*it + fsym::f_name)));
+    p.diag.info(msg::defined_field_not_referenced);
+  }
+}
+
+}  // namespace tav
