@@ -18,6 +18,7 @@ struct ExprType {
   uint16_t digits = 0;
   uint16_t decimals = 0;
   char kind = 'N';
+  bool failed = false;  // the statement was abandoned after an error (skipped to its end)
   bool alphanumeric() const { return alpha_length != 0; }
   bool numeric() const { return digits != 0 || decimals != 0; }
 };
@@ -30,12 +31,26 @@ enum ExprAllow : uint32_t {
   allow_select = 0x4,        // a SELECT in the expression
 };
 
-// Compiles a value expression into the current level's op list.
-ExprType compile_expression(Parser& p, uint32_t allow = allow_nothing);
+// Aggregate functions (MAX, MIN, AVERAGE, COUNT, SUM) are compiled by the SELECT compiler. A
+// caller that allows them passes a sink: the expression compiler reads the function word and
+// hands over with the token stream at the "(" (or after the word when none follows); the sink
+// reads the argument list through the closing ")" and returns the aggregate record for op 24.
+class AggregateSink {
+ public:
+  virtual ~AggregateSink() = default;
+  // `number` is the function's number; `type` receives the aggregate's result type.
+  virtual uint32_t aggregate(Parser& p, uint32_t verb_code, uint16_t number, ExprType& type) = 0;
+};
+
+// Compiles a value expression into the current level's op list. Aggregates are accepted only
+// with allow_aggregates and a sink.
+ExprType compile_expression(Parser& p, uint32_t allow = allow_nothing,
+                            AggregateSink* aggregates = nullptr);
 
 // Compiles a condition into the current level's op list; a bare numeric value becomes a test
 // against zero.
-ExprType compile_condition(Parser& p, uint32_t allow = allow_nothing);
+ExprType compile_condition(Parser& p, uint32_t allow = allow_nothing,
+                           AggregateSink* aggregates = nullptr);
 
 // Compiles an expression on a new level and stores the head of its op list at the 24-bit `dest`
 // in the op space (0 when nothing was compiled).
@@ -53,5 +68,19 @@ struct Operand {
   ExprType type;
 };
 Operand compile_operand(Parser& p, uint32_t dest, int32_t maximum);
+
+// The subscript entry, after a field name: reads "[expression]" when it follows and returns the
+// subscript as an operand value (0 when there is none). A field that occurs more than once needs
+// one unless whole arrays are allowed, where "[*]" or no subscript sets `*whole`.
+uint32_t compile_subscript(Parser& p, uint32_t field, uint32_t allow = allow_nothing,
+                           bool* whole = nullptr);
+
+// The SET statement and its assignment. compile_assignment is entered after the SET word (FOR
+// calls it for its initial value with `for_loop` set: no special targets, no whole arrays, no
+// statement marker) and returns the assignment op (0 after an error).
+uint32_t compile_assignment(Parser& p, bool for_loop);
+void compile_set(Parser& p);
+// The STRING statement.
+void compile_string(Parser& p);
 
 }  // namespace tav

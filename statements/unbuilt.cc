@@ -49,8 +49,6 @@ void compile_for(Parser& p) { skip_block(p); }
 void compile_switch(Parser& p) { skip_block(p); }
 void compile_break(Parser& p) { skip_statement(p); }
 void compile_continue(Parser& p) { skip_statement(p); }
-void compile_set(Parser& p) { skip_statement(p); }
-void compile_string(Parser& p) { skip_statement(p); }
 void compile_record_statement(Parser& p) { skip_statement(p); }
 void compile_select_statement(Parser& p) { skip_statement(p); }
 void compile_accept(Parser& p) { skip_statement(p); }

@@ -1,0 +1,781 @@
+// The expression compiler: operator precedence parsing into postfix op lists, types, condition
+// linking, and the entries the statement compilers call.
+//
+// An expression is read as operand, operator, operand, ... . Operands are emitted as soon as
+// they are read; operators wait on the operator stack until an operator that binds less tightly
+// (or the end of the expression) arrives, so the op list comes out in postfix order. NOT is
+// pushed like an operator: pushing it switches the level's inversion on, emitting it switches
+// the inversion off again, and while it is on every comparison is emitted negated and AND and
+// OR swap. Comparisons and junctions are linked as they are emitted: each junction adopts the
+// two latest entries without a parent, so the interpreter can walk a condition from any
+// comparison to the root and stop as soon as the outcome is decided.
+
+#include <cmath>
+
+#include <algorithm>
+#include <string>
+
+#include "codegen/convert.h"
+#include "codegen/expr_internal.h"
+#include "codegen/header.h"
+#include "statements/records.h"
+#include "statements/parser.h"
+#include "symbols/fields.h"
+#include "symbols/records.h"
+
+namespace tav {
+namespace expr {
+
+namespace {
+
+constexpr uint32_t kOpenParen = verb("(");
+constexpr uint32_t kCloseParen = verb(")");
+constexpr uint32_t kOpenBrace = verb("{");
+constexpr uint32_t kCloseBrace = verb("}");
+constexpr uint32_t kMinus = verb("-");
+constexpr uint32_t kNot = verb("not");
+constexpr uint32_t kAnd = verb("and");
+constexpr uint32_t kCollate = verb("collate");
+constexpr uint32_t kAscii = verb("ascii");
+constexpr uint32_t kIfThenElse = verb("if_then_else");
+constexpr uint32_t kChar = verb("char");
+constexpr uint32_t kShow = verb("show");
+constexpr uint32_t kSelect = verb("select");
+
+// The mode of a name, or 0; mode names are compared on their first 30 characters.
+uint32_t find_mode_entry(Parser& p, std::string_view name) {
+  OpSpace& ops = p.ops;
+  std::string_view key = name.substr(0, std::min<size_t>(name.size(), mode::kNameLength));
+  for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + mode::m_next)) {
+    std::string_view stored = ops.text_at(ops.get24(m + mode::m_name));
+    if (stored.substr(0, std::min<size_t>(stored.size(), mode::kNameLength)) == key) return m;
+  }
+  return 0;
+}
+
+const OperatorRow* row_of(uint32_t code) {
+  for (const OperatorRow& r : kOperators)
+    if (r.code == code) return &r;
+  return nullptr;
+}
+
+}  // namespace
+
+const OperatorRow* find_operator(uint32_t code) { return row_of(code); }
+
+const ConstantRow* find_constant(uint32_t code) {
+  for (const ConstantRow& r : kConstants)
+    if (r.code == code) return &r;
+  return nullptr;
+}
+
+// ---- Compiler --------------------------------------------------------------------------------
+
+Compiler::Compiler(Parser& p, uint32_t allow, const Compiler* parent)
+    : p_(p), allow_(allow), entry_depth_(p.ob.op_stack_depth) {
+  if (parent) {
+    sink_ = parent->sink_;
+    in_aggregate_ = parent->in_aggregate_;
+  }
+}
+
+// Whatever happened, the operators of this expression leave the shared stack.
+Compiler::~Compiler() { p_.ob.op_stack_depth = entry_depth_; }
+
+uint32_t& Compiler::flags() { return p_.ob.top().expr_flags; }
+
+bool Compiler::abandon(int code) {
+  p_.fail(code);
+  type_.failed = true;
+  return false;
+}
+
+Compiler::Next Compiler::stop(int code) {
+  abandon(code);
+  return Next::abandon;
+}
+
+bool Compiler::run(bool condition) {
+  OpLevel& lv = p_.ob.top();
+  lv.expr_flags = condition ? kFlagCondition : 0;
+  lv.pending = 0;
+  type_ = ExprType{};
+  for (;;) {
+    if (!operand()) return false;
+    Next n;
+    do {
+      n = binary(p_.next());
+    } while (n == Next::op);
+    if (n == Next::abandon) return false;
+    if (n == Next::end) break;
+  }
+  return finish(condition);
+}
+
+// True when a "(" of this expression lies above `mark` entries.
+bool Compiler::open_paren_above(int mark) const {
+  for (int i = count_ - 1; i >= mark && i >= 0; --i)
+    if (stack_[static_cast<size_t>(i)].row->kind == OpKind::open) return true;
+  return false;
+}
+
+// Pushes an operator, first emitting those on the stack that bind at least as tightly. ")"
+// removes its "(" and the end marker is not pushed at all. An operator read where an operand
+// belongs ("(", unary minus, NOT) has no left operand and emits nothing.
+bool Compiler::push(const OperatorRow* row, uint16_t variant, bool prefix) {
+  if (!prefix) {
+    while (count_ > 0) {
+      const Entry& top = stack_[static_cast<size_t>(count_ - 1)];
+      if (top.row->kind == OpKind::open || top.row->precedence > row->precedence) break;
+      Entry e = top;
+      --count_;
+      --p_.ob.op_stack_depth;
+      emit_operator(e, row);
+    }
+    if (row->kind == OpKind::close) {
+      if (count_ > 0 && stack_[static_cast<size_t>(count_ - 1)].row->kind == OpKind::open) {
+        --count_;
+        --p_.ob.op_stack_depth;
+        return true;
+      }
+      return abandon(msg::invalid_expression);
+    }
+    if (row->kind == OpKind::end) return true;
+  }
+  if (p_.ob.op_stack_depth + 1 >= kMaxOperators) return abandon(msg::expression_too_complex);
+  stack_[static_cast<size_t>(count_++)] = Entry{row, variant};
+  ++p_.ob.op_stack_depth;
+  if (row->kind == OpKind::negation) flags() ^= kFlagInvert;
+  return true;
+}
+
+void Compiler::emit_operator(const Entry& e, const OperatorRow* incoming) {
+  const OperatorRow& r = *e.row;
+  switch (r.kind) {
+    case OpKind::arithmetic:
+      p_.ob.emit(static_cast<uint8_t>(r.value));
+      break;
+    case OpKind::relation:
+    case OpKind::like:
+    case OpKind::between:
+      emit_comparison(r.value, e.variant);
+      break;
+    case OpKind::in: {
+      // The left operand stays for the next element when another one follows.
+      uint16_t keep = incoming && incoming->kind == OpKind::set_separator ? kCmpKeepsLeft : 0;
+      emit_comparison(static_cast<uint16_t>(r.value | keep), e.variant);
+      break;
+    }
+    case OpKind::between_and:
+      emit_comparison(r.value, e.variant);
+      emit_junction(opc::and_junction);
+      break;
+    case OpKind::set_separator:
+    case OpKind::junction:
+      emit_junction(static_cast<uint8_t>(r.value));
+      break;
+    case OpKind::negation:
+      flags() ^= kFlagInvert;
+      break;
+    case OpKind::open:
+    case OpKind::close:
+    case OpKind::end:
+      break;
+  }
+}
+
+void Compiler::emit_comparison(uint16_t code, uint16_t variant) {
+  if (flags() & kFlagInvert) code = invert_comparison(code);
+  code = static_cast<uint16_t>(code | variant | (ite_condition_ ? kCmpInIte : 0));
+  uint32_t op = p_.ob.emit(opc::comparison);
+  p_.ops.put16(op + kCompareCode, code);
+  link_comparison(op);
+}
+
+void Compiler::emit_junction(uint8_t opcode) {
+  if (flags() & kFlagInvert) opcode = opcode == opc::and_junction ? opc::or_junction : opc::and_junction;
+  uint32_t op = p_.ob.emit(opcode);
+  link_junction(op);
+}
+
+// A comparison joins the pending chain (through its parent bytes, until a junction adopts it).
+void Compiler::link_comparison(uint32_t op) {
+  OpLevel& lv = p_.ob.top();
+  p_.ops.put24(op + kParent, lv.pending);
+  lv.pending = op;
+}
+
+// A junction adopts the two latest pending entries and takes their place in the chain.
+void Compiler::link_junction(uint32_t op) {
+  OpLevel& lv = p_.ob.top();
+  OpSpace& ops = p_.ops;
+  uint32_t rest = 0;
+  uint32_t e = lv.pending;
+  for (int i = 0; i < 2 && e != 0; ++i) {
+    rest = ops.get24(e + kParent);
+    ops.put24(e + kParent, op);
+    if (op != 0 && *ops.at(op + kOpcode) == opc::or_junction) *ops.at(e + kOrChildByte) |= kCmpOrChild;
+    e = rest;
+  }
+  ops.put24(op + kParent, rest);
+  lv.pending = op;
+}
+
+// A bare value on the left of AND or OR, or as a whole condition, becomes "value != 0".
+bool Compiler::make_test() {
+  if (type_.alphanumeric()) return abandon(msg::invalid_operator);
+  if (!push(row_of(verb("!=")))) return false;
+  numeric_literal(0, 0x4020);
+  flags() |= kFlagComparison;
+  return true;
+}
+
+bool Compiler::finish(bool condition) {
+  if (flags() & kFlagBetween) {
+    p_.diag.error_text("AND missing from BETWEEN test", Context::current_token());
+    flags() &= ~kFlagBetween;
+  }
+  if (set_mark_ >= 0) {
+    p_.diag.error_text(set_close_ == kCloseBrace ? "} missing" : ") missing", Context::current_token());
+    set_mark_ = -1;
+  }
+  if (condition && !(flags() & kFlagComparison) && !make_test()) return false;
+  if (!push(row_of(kEndOfExpression))) return false;
+  if (count_ > 0) return abandon(msg::invalid_expression);  // a "(" is left
+  if (flags() & kFlagInvert) p_.diag.fatal_text("Internal compiler error - invertion");
+  OpLevel& lv = p_.ob.top();
+  if (lv.pending != 0) p_.ops.put24(lv.pending + kParent, 0);
+  return true;
+}
+
+// ---- Operators between operands ----------------------------------------------------------------
+
+Compiler::Next Compiler::binary(uint32_t c) {
+  const OperatorRow* row = row_of(c);
+  bool set_open = set_mark_ >= 0;
+  if (set_open && !open_paren_above(set_mark_)) {
+    if (c == set_close_) return close_set() ? Next::op : Next::abandon;
+    if (c == kCloseBrace || c == kCloseParen || p_.at_statement_start()) {
+      p_.diag.error_text(set_close_ == kCloseBrace ? "} missing" : ") missing", Context::current_token());
+      set_mark_ = -1;
+      if (c == kCloseBrace) return Next::op;
+      p_.push_back();
+      return Next::end;
+    }
+  }
+  bool binary_op = row && row->kind != OpKind::open && row->kind != OpKind::end &&
+                   c != kUnaryMinus && c != kBetweenAnd && c != kSetSeparator;
+  if (!binary_op) {
+    if (after_not_) return stop(msg::invalid_operator);
+    if (set_open && !p_.at_statement_start()) {
+      // Another element of the set: compare it with the left operand too.
+      p_.push_back();
+      if (!push(row_of(kSetSeparator)) || !push(row_of(verb("in")))) return Next::abandon;
+      return Next::operand;
+    }
+    p_.push_back();
+    return Next::end;
+  }
+
+  bool was_not = after_not_;
+  after_not_ = false;
+  switch (row->kind) {
+    case OpKind::close:
+      if (was_not) return stop(msg::invalid_operator);
+      if (!open_paren_above(0)) {
+        if (nested_) {
+          p_.push_back();
+          return Next::end;
+        }
+        return stop(msg::invalid_expression);
+      }
+      return push(row) ? Next::op : Next::abandon;
+
+    case OpKind::arithmetic:
+      if (was_not) return stop(msg::invalid_operator);
+      if (type_.alphanumeric() && !mixed_reported_) {
+        p_.diag.error(msg::mixed_numeric_alpha_operands_expression);
+        mixed_reported_ = true;
+      }
+      if (row->value == 5 && type_.decimals < 4) type_.decimals = 4;  // division
+      return push(row) ? Next::operand : Next::abandon;
+
+    case OpKind::relation:
+    case OpKind::like:
+    case OpKind::between:
+    case OpKind::in: {
+      if ((flags() & kFlagComparison) || set_open) return stop(msg::invalid_operator);
+      if (row->kind == OpKind::like && !type_.alphanumeric() && !mixed_reported_) {
+        p_.diag.error(msg::mixed_numeric_alpha_operands_expression);
+        mixed_reported_ = true;
+      }
+      uint16_t variant = static_cast<uint16_t>(((flags() & kFlagCollate) ? kCmpCollate : 0) |
+                                               ((flags() & kFlagAscii) ? kCmpAscii : 0));
+      flags() &= ~(kFlagCollate | kFlagAscii | kFlagBetween | kFlagSetExpected);
+      flags() |= kFlagComparison;
+      if (row->kind == OpKind::between) flags() |= kFlagBetween;
+      if (row->kind == OpKind::in) flags() |= kFlagSetExpected;
+      return push(row, variant) ? Next::operand : Next::abandon;
+    }
+
+    case OpKind::negation:
+      if (was_not) return stop(msg::invalid_operator);
+      after_not_ = true;
+      return push(row) ? Next::op : Next::abandon;
+
+    case OpKind::junction:
+      if (was_not || set_open) return stop(msg::invalid_operator);
+      if (c == kAnd && (flags() & kFlagBetween)) {
+        // The AND of BETWEEN: the upper bound follows.
+        flags() &= ~kFlagBetween;
+        return push(row_of(kBetweenAnd)) ? Next::operand : Next::abandon;
+      }
+      if (type_.alphanumeric() && type_.numeric() && !mixed_reported_)
+        p_.diag.error(msg::mixed_numeric_alpha_operands_expression);
+      if (!(flags() & kFlagComparison) && !make_test()) return Next::abandon;
+      type_ = ExprType{};
+      datetime_ = false;
+      mixed_reported_ = false;
+      flags() &= ~(kFlagComparison | kFlagCollate | kFlagAscii);
+      return push(row) ? Next::operand : Next::abandon;
+
+    default:
+      p_.push_back();
+      return Next::end;
+  }
+}
+
+// ---- Sets ----------------------------------------------------------------------------------------
+
+bool Compiler::open_set(uint32_t c) {
+  if (c != kOpenBrace && c != kOpenParen) {
+    p_.push_back();
+    p_.diag.error_text("Sets must be enclosed in {} or ()", Context::current_token());
+    p_.tok.skip_to_statement();
+    type_.failed = true;
+    return false;
+  }
+  set_close_ = c == kOpenBrace ? kCloseBrace : kCloseParen;
+  uint32_t first = p_.next();
+  if (first == set_close_) {
+    p_.diag.error_text("Invalid set of values", Context::current_token());
+    p_.tok.skip_to_statement();
+    type_.failed = true;
+    return false;
+  }
+  p_.push_back();
+  set_mark_ = count_;
+  return true;
+}
+
+bool Compiler::close_set() {
+  set_mark_ = -1;
+  return true;
+}
+
+// ---- Operands ------------------------------------------------------------------------------------
+
+void Compiler::note_type(uint16_t format, bool is_datetime) {
+  if (conv::fmt_numeric(format)) {
+    type_.digits = std::max<uint16_t>(type_.digits, static_cast<uint16_t>(conv::fmt_digits(format)));
+    type_.decimals = std::max<uint16_t>(type_.decimals, static_cast<uint16_t>(conv::fmt_decimals(format)));
+  } else {
+    type_.alpha_length = std::max<uint16_t>(type_.alpha_length, format);
+  }
+  if (is_datetime) datetime_ = true;
+}
+
+void Compiler::raise(const ExprType& t) {
+  type_.alpha_length = std::max(type_.alpha_length, t.alpha_length);
+  type_.digits = std::max(type_.digits, t.digits);
+  type_.decimals = std::max(type_.decimals, t.decimals);
+}
+
+void Compiler::check_mixed() {
+  if (type_.alphanumeric() && type_.numeric() && !mixed_reported_) {
+    p_.diag.error(msg::mixed_numeric_alpha_operands_expression);
+    mixed_reported_ = true;
+  }
+}
+
+bool Compiler::operand() {
+  for (;;) {
+    uint32_t c = p_.next();
+    if (flags() & kFlagSetExpected) {
+      flags() &= ~kFlagSetExpected;
+      if (!open_set(c)) return false;
+      continue;
+    }
+    if (c == kOpenParen) {
+      if (!push(row_of(kOpenParen), 0, true)) return false;
+      continue;
+    }
+    if (c == kMinus) {
+      if (p_.next() == kClassNumeric) {
+        numeric_literal(-p_.tok.value(), static_cast<uint16_t>(p_.tok.attribute() ^ conv::kFmtSigned));
+        break;
+      }
+      p_.push_back();
+      if (!push(row_of(kUnaryMinus), 0, true)) return false;
+      continue;
+    }
+    if (c == kNot) {
+      if (!push(row_of(kNot), 0, true)) return false;
+      continue;
+    }
+    if (c == kCollate) {
+      flags() |= kFlagCollate;
+      continue;
+    }
+    if (c == kAscii) {
+      bool call = p_.next() == kOpenParen;
+      p_.push_back();
+      if (!call) {
+        flags() |= kFlagAscii;
+        continue;
+      }
+    }
+    if (!operand_word(c)) return false;
+    break;
+  }
+  check_mixed();
+  return true;
+}
+
+bool Compiler::operand_word(uint32_t c) {
+  switch (c) {
+    case kClassNumeric:
+      numeric_literal(p_.tok.value(), p_.tok.attribute());
+      return true;
+    case kClassAlpha:
+      alpha_literal();
+      return true;
+    case kClassDate:
+    case kClassTime:
+      date_literal(c);
+      return true;
+    default:
+      break;
+  }
+  if (c == kOpenBrace) return brace_literal();
+  if (c == kIfThenElse) return if_then_else();
+  if (c == kSelect) {
+    // SELECT inside an expression belongs to the SELECT compiler, which no caller offers yet.
+    p_.diag.error_text("Illegal use of SELECT statement", Context::current_token());
+    p_.tok.skip_to_statement();
+    type_.failed = true;
+    return false;
+  }
+  if (c == kShow) {
+    mode_constant(0, true);
+    return true;
+  }
+  if ((c & p_.tok.function_mask()) != 0 && c != kClassEndOfInput) {
+    if (const ConstantRow* k = find_constant(c)) {
+      double digits = static_cast<double>(k->value);
+      numeric_literal(digits, k->attribute);
+      return true;
+    }
+    if (c == kChar) p_.diag.warning_text("CHAR function is replaced by STR", Context::current_token());
+    return function_call(c);
+  }
+  if (p_.at_statement_start()) return abandon(msg::field_name_expected);
+  // A mode name stands for its mode; any other word names a field.
+  std::string_view word = p_.text();
+  if (uint32_t m = find_mode_entry(p_, word)) {
+    mode_constant(m, false);
+    return true;
+  }
+  if (c != kClassName) return abandon(msg::field_name_expected);
+  return field_reference(word);
+}
+
+void Compiler::numeric_literal(double value, uint16_t attribute) {
+  OpSpace& ops = p_.ops;
+  uint16_t format = conv::literal_format(attribute);
+  uint32_t op = p_.ob.emit(opc::literal);
+  uint32_t size = conv::format_size(format);
+  uint32_t bytes = ops.alloc(size);
+  conv::from_double(value, format, ops.at(bytes));
+  ops.put24(op + kLitValue, bytes);
+  ops.put16(op + kLitFormat, format);
+  note_type(format, false);
+  type_.kind = 'N';
+}
+
+void Compiler::alpha_literal() {
+  OpSpace& ops = p_.ops;
+  std::string_view text = p_.text();
+  uint32_t op = p_.ob.emit(opc::literal);
+  ops.put24(op + kLitValue, ops.store_text(text));
+  ops.put16(op + kLitFormat, static_cast<uint32_t>(text.size()));
+  if (p_.tok.translated()) p_.ob.make_text_item_op(op, 'G');
+  type_.alpha_length = std::max(type_.alpha_length, static_cast<uint16_t>(text.size()));
+  type_.kind = 'A';
+}
+
+void Compiler::date_literal(uint32_t cls) {
+  OpSpace& ops = p_.ops;
+  bool date = cls == kClassDate;
+  uint16_t format = date ? conv::kFmtDate : conv::kFmtTime;
+  uint32_t op = p_.ob.emit(opc::date_literal);
+  uint32_t bytes = ops.alloc(conv::format_size(format));
+  conv::from_double(p_.tok.value(), format, ops.at(bytes));
+  ops.put24(op + kLitValue, bytes);
+  ops.put16(op + kLitFormat, format);
+  type_.kind = date ? 'D' : 'T';
+  ops.put16(op + kLitKind, static_cast<uint32_t>(type_.kind));
+  note_type(format, true);
+}
+
+bool Compiler::brace_literal() {
+  uint32_t kw = p_.next();
+  std::string keyword(p_.text());
+  if (kw == kCloseBrace || p_.at_statement_start()) return abandon(msg::syntax_error);
+  if (p_.next() != kClassAlpha) return abandon(msg::syntax_error);
+  std::string text(p_.text());
+  if (p_.next() != kCloseBrace) return abandon(msg::syntax_error);
+  conv::BraceValue v = conv::brace_value(keyword, text, type_.kind, conv::LocalTime().offset());
+  switch (v.status) {
+    case conv::BraceStatus::ok:
+      break;
+    case conv::BraceStatus::invalid_date:
+      p_.diag.error(msg::invalid_date);
+      break;
+    case conv::BraceStatus::invalid_time:
+      p_.diag.error(msg::invalid_time);
+      break;
+    case conv::BraceStatus::syntax_error:
+      p_.diag.error(msg::syntax_error);
+      break;
+    case conv::BraceStatus::not_supported:
+      p_.diag.error_text("Conversion not supported for this data type", Context::current_token());
+      break;
+  }
+  if (v.status != conv::BraceStatus::ok) {
+    v.format = conv::kFmtTime;
+    v.kind = 'T';
+  }
+  OpSpace& ops = p_.ops;
+  uint32_t op = p_.ob.emit(opc::date_literal);
+  uint32_t bytes = ops.alloc(conv::format_size(v.format));
+  conv::from_double(static_cast<double>(v.value), v.format, ops.at(bytes));
+  ops.put24(op + kLitValue, bytes);
+  ops.put16(op + kLitFormat, v.format);
+  ops.put16(op + kLitKind, static_cast<uint32_t>(v.kind));
+  type_.digits = std::max<uint16_t>(type_.digits, static_cast<uint16_t>(conv::fmt_digits(v.format)));
+  datetime_ = true;
+  return true;
+}
+
+void Compiler::mode_constant(uint32_t mode_entry, bool show) {
+  OpSpace& ops = p_.ops;
+  uint32_t op = p_.ob.emit(opc::mode_constant);
+  uint32_t value = ops.alloc(4);
+  ops.put32(value, show ? 0xffffffffu : mode_entry);
+  ops.put24(op + kNameRef, value);
+  *ops.at(op + kNameType) = show ? kShowTypeWord : kNameTypeWord;
+  type_.digits = std::max<uint16_t>(type_.digits, 8);
+}
+
+bool Compiler::field_reference(std::string_view name) {
+  OpSpace& ops = p_.ops;
+  uint32_t object = 0;
+  std::string copy(name);
+  uint32_t field = reference_field(p_, copy, &object);
+  uint32_t op = p_.ob.emit(opc::field_ref);
+  ops.put24(op + kRefObject, object);
+  ops.put24(op + kRefField, field);
+  if (field == 0) {
+    // Reported by the field lookup; a subscript after the name is read and dropped.
+    if (p_.next() == verb("[")) {
+      p_.push_back();
+      compile_subscript(p_, 0, allow_whole_arrays);
+    } else {
+      p_.push_back();
+    }
+    return true;
+  }
+  uint16_t format = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
+  ops.put16(op + kRefFormat, format);
+  char letter = static_cast<char>(*ops.at(field + fsym::f_type));
+  note_type(format, letter == 'D' || letter == 'T' || letter == 'J' || letter == 'L');
+  bool whole = false;
+  uint32_t sub = compile_subscript(p_, field, allow_, &whole);
+  ops.put24(op + kRefSubscript, sub);
+  return true;
+}
+
+bool Compiler::if_then_else() {
+  p_.max_opt_ver(4);
+  if (p_.next() != kOpenParen) return abandon(msg::syntax_error);
+  OpSpace& ops = p_.ops;
+  uint32_t op = p_.ob.emit(opc::if_then_else);
+  ExprType cond, first, second;
+  bool failed = false;
+  {
+    p_.ob.open_level();
+    Compiler sub(p_, allow_, this);
+    sub.set_nested(true);
+    sub.set_ite_condition(true);
+    failed = !sub.run(true);
+    ops.put24(op + kIteCondition, p_.ob.top().head);
+    p_.ob.close_level();
+  }
+  if (failed) return type_.failed = true, false;
+  uint32_t h1 = compile_on_level(p_, allow_, false, true, &first, &failed, this);
+  ops.put24(op + kIteThen, h1);
+  if (failed) return type_.failed = true, false;
+  uint32_t h2 = compile_on_level(p_, allow_, false, true, &second, &failed, this);
+  ops.put24(op + kIteElse, h2);
+  if (failed) return type_.failed = true, false;
+  if (p_.next() != kCloseParen) return abandon(msg::syntax_error);
+  if ((first.alphanumeric() && second.numeric()) || (first.numeric() && second.alphanumeric())) {
+    p_.diag.error(msg::mixed_numeric_alpha_operands_expression);
+    mixed_reported_ = true;
+  }
+  raise(first);
+  raise(second);
+  return true;
+}
+
+// ---- Shared helpers of the entries ----------------------------------------------------------
+
+uint32_t compile_on_level(Parser& p, uint32_t allow, bool condition, bool nested, ExprType* type,
+                          bool* failed, const Compiler* parent) {
+  p.ob.open_level();
+  Compiler c(p, allow, parent);
+  c.set_nested(nested);
+  bool ok = c.run(condition);
+  uint32_t head = p.ob.top().head;
+  p.ob.close_level();
+  if (type) {
+    *type = c.type();
+    type->failed = !ok;
+  }
+  if (failed) *failed = !ok;
+  return head;
+}
+
+bool single_literal(Parser& p, uint32_t head, double& value, uint16_t& format) {
+  OpSpace& ops = p.ops;
+  if (head == 0 || ops.get24(head) != 0 || *ops.at(head + kOpcode) != opc::literal) return false;
+  format = static_cast<uint16_t>(ops.get16(head + kLitFormat));
+  if (!conv::fmt_numeric(format)) return false;
+  value = conv::to_double(ops.at(ops.get24(head + kLitValue)), format);
+  return true;
+}
+
+uint32_t operand_value(Parser& p, uint32_t head, int32_t maximum, bool& literal, double& value) {
+  uint16_t format = 0;
+  literal = single_literal(p, head, value, format);
+  if (!literal) return head | kListBit;
+  bool integer = conv::fmt_decimals(format) == 0 && value == std::floor(value);
+  bool in_range = value >= 0 && value <= kImmediateMax && (maximum < 1 || value <= maximum);
+  if (integer && in_range) {
+    p.ops.setbss(head);  // the literal op and its value bytes were the last allocations
+    return static_cast<uint32_t>(value);
+  }
+  if (maximum != -1 && maximum != -2) p.diag.error(msg::numeric_value_invalid_out_range);
+  return head | kListBit;
+}
+
+}  // namespace expr
+
+// ---- Entries -------------------------------------------------------------------------------------
+
+namespace {
+
+ExprType compile_here(Parser& p, uint32_t allow, AggregateSink* aggregates, bool condition) {
+  expr::Compiler c(p, allow);
+  c.set_aggregates(aggregates);
+  bool ok = c.run(condition);
+  ExprType t = c.type();
+  t.failed = !ok;
+  return t;
+}
+
+}  // namespace
+
+ExprType compile_expression(Parser& p, uint32_t allow, AggregateSink* aggregates) {
+  return compile_here(p, allow, aggregates, false);
+}
+
+ExprType compile_condition(Parser& p, uint32_t allow, AggregateSink* aggregates) {
+  return compile_here(p, allow, aggregates, true);
+}
+
+ExprType compile_expression_list(Parser& p, uint32_t dest, uint32_t allow) {
+  ExprType t;
+  p.ops.put24(dest, expr::compile_on_level(p, allow, false, false, &t, nullptr));
+  return t;
+}
+
+ExprType compile_condition_list(Parser& p, uint32_t dest, uint32_t allow) {
+  ExprType t;
+  p.ops.put24(dest, expr::compile_on_level(p, allow, true, false, &t, nullptr));
+  return t;
+}
+
+Operand compile_operand(Parser& p, uint32_t dest, int32_t maximum) {
+  Operand r;
+  uint32_t head = expr::compile_on_level(p, allow_nothing, false, false, &r.type, nullptr);
+  p.ops.put24(dest, expr::operand_value(p, head, maximum, r.literal, r.value));
+  return r;
+}
+
+uint32_t compile_subscript(Parser& p, uint32_t field, uint32_t allow, bool* whole) {
+  if (whole) *whole = false;
+  uint32_t occurs = field ? p.ops.get16(field + fsym::f_occurs) : 0;
+  bool arrays = (allow & allow_whole_arrays) != 0;
+  if (p.next() != verb("[")) {
+    p.push_back();
+    if (occurs > 1) {
+      if (arrays && whole)
+        *whole = true;
+      else
+        p.diag.error(msg::field_requires_subscript);
+    }
+    return 0;
+  }
+  if (p.next() == verb("*")) {
+    if (p.next() != verb("]")) {
+      p.fail(msg::invalid_subscript_expression);
+      return 0;
+    }
+    if (arrays && whole && occurs > 1)
+      *whole = true;
+    else
+      p.diag.error(msg::invalid_subscript_expression);
+    return 0;
+  }
+  p.push_back();
+  if (occurs == 1) p.diag.error(msg::field_should_not_subscripted);
+  ExprType t;
+  uint32_t head = expr::compile_on_level(p, allow_nothing, false, true, &t, nullptr);
+  if (t.failed) return 0;
+  if (p.next() != verb("]")) {
+    p.fail(msg::invalid_subscript_expression);
+    return 0;
+  }
+  if (!t.numeric() || t.alphanumeric()) {
+    p.diag.error(msg::invalid_subscript_expression);
+    return head | expr::kListBit;
+  }
+  double value = 0;
+  uint16_t format = 0;
+  if (expr::single_literal(p, head, value, format)) {
+    if (conv::fmt_decimals(format) != 0 || value != std::floor(value)) {
+      p.diag.error(msg::invalid_subscript_expression);
+      return head | expr::kListBit;
+    }
+    if (occurs > 0 && (value < 1 || value > occurs)) {
+      p.diag.error(msg::literal_subscript_out_range);
+      return head | expr::kListBit;
+    }
+  }
+  bool literal = false;
+  return expr::operand_value(p, head, -1, literal, value);
+}
+
+}  // namespace tav

@@ -1,0 +1,363 @@
+// The SET and STRING statements.
+//
+// SET target [subscript] operator expression assigns a value: op 14 for a field (op 78 for a
+// whole array, op 74 for the report and font settings), with the value's op list in bytes 4-6. A
+// compound operator (+= and the like) compiles "target op (expression)". SET object.* = other.*
+// copies a record (op 86).
+//
+// STRING field action... edits an alphanumeric field in place: op 69 with a list of 14-byte
+// action entries.
+
+#include <cmath>
+#include <string>
+
+#include "codegen/convert.h"
+#include "codegen/expr_internal.h"
+#include "statements/parser.h"
+#include "symbols/fields.h"
+#include "symbols/records.h"
+
+namespace tav {
+
+namespace {
+
+using namespace expr;
+
+// Op 14 (assignment), 74 (special target), 78 (whole array), 86 (record copy).
+namespace setop {
+inline constexpr uint32_t value = 4;     // 24-bit op list of the value
+inline constexpr uint32_t special = 8;   // op 74: the target's code
+inline constexpr uint32_t report = 9;    // op 74: report record of ON name
+inline constexpr uint32_t field = 9;     // ops 14, 78: field_sym
+inline constexpr uint32_t subscript = 12;  // op 14: operand value
+inline constexpr uint32_t object = 15;   // ops 14, 78: qualifying object
+inline constexpr uint32_t copy_to = 4;   // op 86: target object
+inline constexpr uint32_t copy_from = 7; // op 86: source object (0 for "*")
+}  // namespace setop
+
+// Op 69 and its action entries.
+namespace stringop {
+inline constexpr uint32_t actions = 4;   // 24-bit first action entry
+inline constexpr uint32_t object = 7;    // 16-bit sequence number of the qualifying object
+inline constexpr uint32_t field = 9;
+inline constexpr uint32_t subscript = 12;
+}  // namespace stringop
+namespace action {
+inline constexpr uint32_t size = 14;
+inline constexpr uint32_t next = 0;
+inline constexpr uint32_t kind = 3;      // 16-bit action code below
+inline constexpr uint32_t text = 5;      // 24-bit op list
+inline constexpr uint32_t at = 8;        // 24-bit op list
+inline constexpr uint32_t to = 11;       // 24-bit op list
+inline constexpr uint16_t inserting = 1;
+inline constexpr uint16_t replacing = 2;
+inline constexpr uint16_t deleting = 3;
+inline constexpr uint16_t appending = 4;
+}  // namespace action
+
+// The special targets of SET and their codes.
+inline constexpr uint8_t kDefaultFont = 1;
+inline constexpr uint8_t kDefaultPitch = 2;
+inline constexpr uint8_t kDefaultPoint = 3;
+inline constexpr uint8_t kPageNumber = 4;
+inline constexpr uint8_t kDrillDownLevel = 5;
+inline constexpr uint16_t kPageNoFunction = 63;
+inline constexpr uint16_t kDrillDownFunction = 160;
+
+constexpr uint32_t kSet = verb("set");
+constexpr uint32_t kString = verb("string");
+constexpr uint32_t kTo = verb("to");
+constexpr uint32_t kAt = verb("at");
+constexpr uint32_t kOn = verb("on");
+
+struct Assign {
+  uint32_t code;
+  uint8_t opcode;  // 0: plain assignment; else the arithmetic op of the compound operator
+};
+constexpr Assign kAssignOps[] = {
+    {verb("="), 0}, {verb("to"), 0}, {verb("*="), 4}, {verb("/="), 5},
+    {verb("%="), 8}, {verb("+="), 6}, {verb("-="), 7},
+};
+
+const Assign* assign_op(uint32_t c) {
+  for (const Assign& a : kAssignOps)
+    if (a.code == c) return &a;
+  return nullptr;
+}
+
+bool is_word(Parser& p, uint32_t c) {
+  return c == kClassName || (c > kClassRaw && c != kClassEndOfInput && !p.at_statement_start() &&
+                             find_operator(c) == nullptr);
+}
+
+// The statement must end here.
+void expect_end(Parser& p) {
+  p.next();
+  if (!p.at_statement_start()) p.fail(msg::syntax_error);
+}
+
+// SET object.* = other.* (or = *).
+uint32_t record_copy(Parser& p, std::string_view target) {
+  OpSpace& ops = p.ops;
+  uint32_t to = p.syms.find_object(target.substr(0, target.size() - 2));
+  const Assign* a = assign_op(p.next());
+  if (!a || a->opcode != 0) {
+    p.fail(msg::syntax_error);
+    return 0;
+  }
+  p.next();
+  std::string source(p.text());
+  uint32_t from = 0;
+  if (source.size() > 2 && source.ends_with(".*")) {
+    from = p.syms.find_object(std::string_view(source).substr(0, source.size() - 2));
+    if (from == 0) to = 0;
+  } else if (source != "*") {
+    p.fail(msg::object_allowed);
+    return 0;
+  }
+  if (to == 0) {
+    p.diag.error_text("Left and/or right side must refer to an object", Context::current_token());
+    return 0;
+  }
+  if (from == to) {
+    p.diag.error_text("Objects are the same", Context::current_token());
+    return 0;
+  }
+  for (uint32_t o : {to, from})
+    if (o != 0 && !(ops.get16(o + osym::o_attr) & osym::attr_no_joins)) p.diag.error(msg::object_not_declared_as_no);
+  p.ob.emit_statement_marker(kSet);
+  uint32_t op = p.ob.emit(opc::record_copy);
+  ops.put24(op + setop::copy_to, to);
+  ops.put24(op + setop::copy_from, from);
+  return op;
+}
+
+// A single literal assigned to a field must fit it.
+void check_literal(Parser& p, uint32_t head, uint32_t field) {
+  OpSpace& ops = p.ops;
+  if (head == 0 || ops.get24(head) != 0 || *ops.at(head + kOpcode) != opc::literal) return;
+  uint16_t target = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
+  uint16_t lit = static_cast<uint16_t>(ops.get16(head + kLitFormat));
+  if (!conv::fmt_numeric(lit)) {
+    if (!conv::fmt_numeric(target) && lit > target) p.diag.warning(msg::literal_value_larger_than_field);
+    return;
+  }
+  if (!conv::fmt_numeric(target)) return;
+  double value = conv::to_double(ops.at(ops.get24(head + kLitValue)), lit);
+  if (conv::fmt_digits(lit) > conv::fmt_digits(target) || conv::fmt_decimals(lit) > conv::fmt_decimals(target))
+    p.diag.warning(msg::literal_value_larger_than_field);
+  else if (value < 0 && !conv::fmt_signed(target))
+    p.diag.warning(msg::literal_value_not_compatible_field);
+}
+
+}  // namespace
+
+uint32_t compile_assignment(Parser& p, bool for_loop) {
+  OpSpace& ops = p.ops;
+  uint32_t c = p.next();
+  std::string target(p.text());
+
+  // The target: a special setting, a record, or a field.
+  int special = 0;
+  if (!for_loop) {
+    if (c == verb("page_no")) {
+      special = kPageNumber;
+    } else if (c == verb("drill_down_level")) {
+      special = kDrillDownLevel;
+      p.diag.warning_text("Obsolete function", Context::current_token());
+    } else if (c == verb("default")) {
+      uint32_t what = p.next();
+      special = what == verb("font") ? kDefaultFont : what == verb("pitch") ? kDefaultPitch
+                : what == verb("point") ? kDefaultPoint : 0;
+      if (special == 0) {
+        p.fail(msg::syntax_error);
+        return 0;
+      }
+    }
+  }
+  uint32_t field = 0, object = 0, sub = 0;
+  bool whole = false;
+  if (special == 0) {
+    if (!is_word(p, c)) {
+      p.fail(msg::field_name_expected);
+      return 0;
+    }
+    if (!for_loop && target.size() > 2 && target.ends_with(".*")) return record_copy(p, target);
+    field = reference_field(p, target, &object);
+    if (field == 0) {
+      p.tok.skip_to_statement();
+      return 0;
+    }
+    sub = compile_subscript(p, field, for_loop ? allow_nothing : allow_whole_arrays, &whole);
+  }
+
+  const Assign* a = assign_op(p.next());
+  if (!a) {
+    p.fail(msg::syntax_error);
+    return 0;
+  }
+  uint16_t target_format = special ? conv::kFmtTime : static_cast<uint16_t>(ops.get16(field + fsym::f_format));
+  bool numeric_target = conv::fmt_numeric(target_format);
+
+  if (!for_loop) p.ob.emit_statement_marker(kSet);
+  uint32_t op = 0;
+  if (special) {
+    op = p.ob.emit(opc::set_special);
+    *ops.at(op + setop::special) = static_cast<uint8_t>(special);
+  } else if (whole) {
+    if (a->opcode != 0) {
+      p.fail(msg::invalid_operator);
+      return 0;
+    }
+    op = p.ob.emit(opc::set_array);
+    ops.put24(op + setop::field, field);
+    ops.put24(op + setop::object, object);
+  } else {
+    op = p.ob.emit(opc::set);
+    ops.put24(op + setop::field, field);
+    ops.put24(op + setop::subscript, sub);
+    ops.put24(op + setop::object, object);
+  }
+
+  p.ob.open_level();
+  ExprType t;
+  if (a->opcode == 0) {
+    t = compile_expression(p);
+  } else if (!numeric_target) {
+    p.ob.close_level();
+    p.fail(msg::invalid_operator);
+    return 0;
+  } else {
+    // target op (expression)
+    if (special == kPageNumber || special == kDrillDownLevel) {
+      uint32_t call = p.ob.emit(opc::function_call);
+      ops.put16(call + kCallNumber, special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
+      if (p.ob.debug_ops()) {
+        uint32_t copy = ops.alloc(4);
+        ops.put32(copy, special == kPageNumber ? verb("page_no") : verb("drill_down_level"));
+        ops.put24(call + kCallVerb, copy);
+      }
+    } else if (special == 0) {
+      uint32_t ref = p.ob.emit(opc::field_ref);
+      ops.put24(ref + kRefObject, object);
+      ops.put16(ref + kRefFormat, target_format);
+      ops.put24(ref + kRefField, field);
+      ops.put24(ref + kRefSubscript, sub);
+    }
+    t = compile_expression(p);
+    p.ob.emit(a->opcode);
+  }
+  uint32_t head = p.ob.top().head;
+  p.ob.close_level();
+  ops.put24(op + setop::value, head);
+  if (t.failed) return 0;
+
+  if ((numeric_target && t.alphanumeric()) || (!numeric_target && t.numeric() && !t.alphanumeric()))
+    p.diag.error(msg::mixed_numeric_alpha_operands_expression);
+  else if (field != 0 && a->opcode == 0)
+    check_literal(p, head, field);
+
+  if (special == kPageNumber || special == kDrillDownLevel) {
+    if (p.next() == kOn) {
+      uint32_t r = p.next();
+      if (!is_word(p, r)) {
+        p.fail(msg::report_name_not_defined);
+        return 0;
+      }
+      ops.put24(op + setop::report, report_by_name(p, p.text()));
+    } else {
+      p.push_back();
+    }
+  }
+  return op;
+}
+
+void compile_set(Parser& p) {
+  p.accept();
+  if (compile_assignment(p, false) == 0) {
+    if (!p.at_statement_start()) p.tok.skip_to_statement();
+    return;
+  }
+  expect_end(p);
+}
+
+void compile_string(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  uint32_t c = p.next();
+  if (!is_word(p, c)) {
+    p.fail(msg::field_name_expected);
+    return;
+  }
+  uint32_t object = 0;
+  uint32_t field = reference_field(p, std::string(p.text()), &object);
+  if (field == 0) {
+    p.tok.skip_to_statement();
+    return;
+  }
+  if (conv::fmt_numeric(static_cast<uint16_t>(ops.get16(field + fsym::f_format)))) {
+    p.diag.error_text("Field must be alpha-numeric", Context::current_token());
+    p.tok.skip_to_statement();
+    return;
+  }
+  uint32_t sub = compile_subscript(p, field);
+  p.ob.emit_statement_marker(kString);
+  uint32_t op = p.ob.emit(opc::string_op);
+  ops.put16(op + stringop::object, object ? ops.get16(object + osym::o_seq) : 0);
+  ops.put24(op + stringop::field, field);
+  ops.put24(op + stringop::subscript, sub);
+
+  uint32_t link = op + stringop::actions;
+  for (;;) {
+    c = p.next();
+    if (p.at_statement_start()) return;
+    uint16_t kind = c == verb("inserting") ? action::inserting
+                    : c == verb("replacing") ? action::replacing
+                    : c == verb("deleting") ? action::deleting
+                    : (c == verb("append") || c == verb("appending")) ? action::appending : 0;
+    if (kind == 0) {
+      p.fail(msg::syntax_error);
+      return;
+    }
+    uint32_t entry = ops.alloc(action::size);
+    ops.put24(link, entry);
+    link = entry + action::next;
+    ops.put16(entry + action::kind, kind);
+    if (kind != action::deleting) {
+      ExprType t = compile_expression_list(p, entry + action::text);
+      if (t.failed) return;
+      if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
+    }
+    bool at = p.next() == kAt;
+    if (kind == action::appending) {
+      if (at) {
+        p.fail(msg::syntax_error);
+        return;
+      }
+      p.push_back();
+      continue;
+    }
+    if (!at) {
+      p.diag.error_text("AT required", Context::current_token());
+      if (!p.at_statement_start()) p.tok.skip_to_statement();
+      return;
+    }
+    ExprType pos = compile_expression_list(p, entry + action::at);
+    if (pos.failed) return;
+    if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+    bool to = p.next() == kTo;
+    if (to && kind != action::deleting) {
+      p.fail(msg::syntax_error);
+      return;
+    }
+    if (!to) {
+      p.push_back();
+      continue;
+    }
+    ExprType end = compile_expression_list(p, entry + action::to);
+    if (end.failed) return;
+    if (!end.numeric() || end.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+  }
+}
+
+}  // namespace tav
