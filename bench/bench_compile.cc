@@ -2,7 +2,8 @@
 //
 // BM_CompileLines/<n>: one program of about n lines; reports source lines per second.
 // BM_CompileManySmall/<k>: k small programs compiled by one run; reports files per second.
-// Rates are measured on wall time (the work happens in the child). Both report the peak resident size of the compiler runs (kB) as a counter.
+// Rates are measured on wall time (the work happens in the child). Both report the peak
+// resident size of the compiler runs (kB) as a counter.
 #include <benchmark/benchmark.h>
 #include <spawn.h>
 #include <sys/resource.h>

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "codegen/expr.h"
 #include "codegen/header.h"
 #include "statements/handlers.h"
 #include "statements/parser.h"
@@ -198,13 +199,23 @@ void compile_mode_definition(Parser& p) {
     }
     if (c == verb("prompt") || c == verb("help")) {
       p.take(verb("is"));
-      if (p.next() != kClassAlpha) {
-        // Prompts and help computed by an expression come with the expression compiler.
+      bool prompt = c == verb("prompt");
+      uint32_t slot = m + (prompt ? mode::m_prompt : mode::m_help);
+      if (!compile_expression_list(p, slot).alphanumeric()) {
         p.diag.error(msg::alphanumeric_expression_required);
         continue;
       }
-      bool prompt = c == verb("prompt");
-      ops.put24(m + (prompt ? mode::m_prompt : mode::m_help), text_item_list(p, p.text(), prompt ? 'N' : 'H'));
+      // A literal text becomes a text item, so that it can be translated.
+      uint32_t head = ops.get24(slot);
+      if (head != 0 && ops.get24(head) == 0 && ops.at(head)[3] == opc::literal)
+        p.ob.make_text_item_op(head, prompt ? 'N' : 'H');
+    } else if (c == verb("when")) {
+      if (ops.get24(m + mode::m_when) != 0) p.diag.error(msg::duplicate_incompatible_clause);
+      compile_condition_list(p, m + mode::m_when);
+    } else if (c == verb("colour")) {
+      p.take(verb("is"));
+      compile_operand(p, m + mode::m_foreground, 0);
+      if (p.take(verb("on"))) compile_operand(p, m + mode::m_background, 0);
     } else if (c == verb("perform")) {
       if (p.next() != kClassName) {
         p.diag.error(msg::screen_name_expected);

@@ -100,9 +100,178 @@ inline constexpr uint16_t show = 0x1000;
 inline constexpr uint16_t once = 0x2000;
 }  // namespace doop
 
+// Operand values: an immediate integer with the top bit clear, an op list's offset with it set.
+inline constexpr uint32_t kOperandList = 0x800000;
+
+// Entry of an expression list (DO and COMMAND PARAMETERS): one op list per argument.
+namespace exprlist {
+inline constexpr uint32_t size = 6;
+inline constexpr uint32_t el_next = 0;  // 24-bit link
+inline constexpr uint32_t el_list = 3;  // 24-bit op list
+}  // namespace exprlist
+
+// Entry of a RETURNING list (DO and CALL): the field that receives a result.
+namespace retlist {
+inline constexpr uint32_t size = 9;
+inline constexpr uint32_t rl_next = 0;     // 24-bit link
+inline constexpr uint32_t rl_field = 3;    // 24-bit field_sym
+inline constexpr uint32_t rl_address = 6;  // 24-bit: the field's storage address
+}  // namespace retlist
+
+// op 61, EXIT
+namespace exitop {
+inline constexpr uint32_t value = 4;  // 24-bit operand value; 0 = no value
+}  // namespace exitop
+
+// op 59, RE-ENTER
+namespace reenter {
+inline constexpr uint32_t how = 8;      // 0, OPTIONAL or AUTO
+inline constexpr uint32_t target = 9;   // 24-bit: the op before the ACCEPT entered again
+inline constexpr uint8_t optional = 1;
+inline constexpr uint8_t automatic = 2;
+}  // namespace reenter
+
+// option_item: the operand of an OPTION op (op 35; bytes 7-8 of the op hold the item's size).
+namespace option {
+inline constexpr uint32_t size = 67;
+inline constexpr uint32_t o_position = 0;         // row, column operand values (6 bytes)
+inline constexpr uint32_t o_title = 6;            // 24-bit title op list (literal: text item 'O')
+inline constexpr uint32_t o_help = 9;             // 24-bit HELP / TOOL-TIP op list
+inline constexpr uint32_t o_when = 12;            // 24-bit WHEN condition op list
+inline constexpr uint32_t o_security = 15;        // 16-bit SECURITY level
+inline constexpr uint32_t o_log = 17;             // 24-bit LOG text (or the literal title)
+inline constexpr uint32_t o_flags = 20;           // flags below
+inline constexpr uint32_t o_icon = 21;            // ICON operand value
+inline constexpr uint32_t o_bitmap = 24;          // BITMAP op list
+inline constexpr uint32_t o_colour_fg = 24;       //   or the foreground colour without BITMAP
+inline constexpr uint32_t o_bitmap_pushed = 27;   // BITMAP-PUSHED op list
+inline constexpr uint32_t o_colour_bg = 27;       //   or the background colour without BITMAP
+inline constexpr uint32_t o_bitmap_focus = 30;    // BITMAP-FOCUS op list
+inline constexpr uint32_t o_to_position = 33;     // TO @ row, column operand values (6 bytes)
+inline constexpr uint32_t o_scale_literal = 39;   // 16-bit SCALE given as a literal
+inline constexpr uint32_t o_default_button = 41;  // DEFAULT-BUTTON operand value
+inline constexpr uint32_t o_bitmap_grayed = 44;   // BITMAP-GRAYED op list
+inline constexpr uint32_t o_block = 47;           // 24-bit op list of a SCREEN option's block
+inline constexpr uint32_t o_text_position = 50;   // TEXT-POSITION operand value
+inline constexpr uint32_t o_bitmap_fg = 53;       // foreground colour with a BITMAP
+inline constexpr uint32_t o_scale = 56;           // SCALE operand value
+inline constexpr uint32_t o_attributes = 59;      // 16-bit attributes below
+inline constexpr uint32_t o_bitmap_hover = 61;    // BITMAP-HOVER op list
+inline constexpr uint32_t o_hot_key = 64;         // HOT-KEY operand value
+
+inline constexpr uint8_t flag_bitmap = 0x01;
+inline constexpr uint8_t flag_to = 0x02;
+inline constexpr uint8_t flag_scale_literal = 0x04;
+inline constexpr uint8_t flag_colours = 0x08;
+inline constexpr uint8_t flag_icon = 0x10;
+inline constexpr uint8_t flag_default_button = 0x20;
+inline constexpr uint8_t flag_scaled = 0x40;  // SCALE or TEXT-POSITION
+inline constexpr uint8_t flag_extended = 0x80;
+
+inline constexpr uint16_t attr_bitmap_hover = 0x0001;
+inline constexpr uint16_t attr_no_aspect_ratio = 0x0002;
+inline constexpr uint16_t attr_absolute = 0x0004;
+inline constexpr uint16_t attr_hidden = 0x0008;
+inline constexpr uint16_t attr_hot_key = 0x0010;
+inline constexpr uint16_t attr_underline = 0x0020;
+inline constexpr uint16_t attr_bold = 0x0040;
+inline constexpr uint16_t attr_italic = 0x0080;
+}  // namespace option
+
+// command_block: the operand of the COMMAND, CALL and QUERY ops.
+namespace cmdblock {
+inline constexpr uint32_t size = 17;
+inline constexpr uint32_t cb_flags = 0;       // 16-bit flags below
+inline constexpr uint32_t cb_command = 2;     // 24-bit command expression op list
+inline constexpr uint32_t cb_params = 5;      // 24-bit PARAMETERS list (exprlist entries)
+inline constexpr uint32_t cb_home = 8;        // 24-bit HOME op list
+inline constexpr uint32_t cb_returning = 11;  // 24-bit RETURNING list (retlist entries)
+inline constexpr uint32_t cb_maximum = 14;    // MAXIMUM-PARAMETERS operand value
+inline constexpr int32_t kMaximumParameters = 999;
+
+inline constexpr uint16_t background = 0x0001;  // also NO-WAIT
+inline constexpr uint16_t spool = 0x0002;
+inline constexpr uint16_t pause = 0x0004;
+inline constexpr uint16_t no_pause = 0x0008;
+inline constexpr uint16_t batch = 0x0010;
+inline constexpr uint16_t no_refresh = 0x0020;
+inline constexpr uint16_t no_xterm = 0x0040;
+inline constexpr uint16_t leave_files_open = 0x0080;
+inline constexpr uint16_t external = 0x0100;
+inline constexpr uint16_t wait = 0x0200;
+inline constexpr uint16_t wait_mask = 0x0211;  // BACKGROUND, BATCH and WAIT exclude each other
+}  // namespace cmdblock
+
+// Operands of the structured statements and the ops they build.
+namespace ctl {
+// op 15, IF or ELSE-IF branch
+inline constexpr uint32_t if_condition = 4;  // 24-bit condition op list
+inline constexpr uint32_t if_false = 9;      // 24-bit: the op after which a false test goes on
+// op 18, jump to the end of a construct
+inline constexpr uint32_t j_target = 4;      // 24-bit: pending chain while open, then the last op
+// op 16, WHILE (and FOR)
+inline constexpr uint32_t loop_condition = 4;  // 24-bit condition op list
+inline constexpr uint32_t loop_body = 9;       // 24-bit body op list
+inline constexpr uint32_t loop_increment = 12; // 24-bit FOR increment op list
+// op 17, REPEAT
+inline constexpr uint32_t repeat_until = 4;    // 24-bit UNTIL condition op list
+inline constexpr uint32_t repeat_first = 9;    // 24-bit op list before UNTIL
+inline constexpr uint32_t repeat_second = 12;  // 24-bit op list after UNTIL
+// op 22, SWITCH
+inline constexpr uint32_t sw_expression = 4;  // 24-bit expression op list
+inline constexpr uint32_t sw_variant = 7;     // 16-bit comparison variant below
+inline constexpr uint32_t sw_first_case = 9;  // 24-bit first CASE op
+inline constexpr uint32_t sw_else = 12;       // 24-bit: the op after which ELSE (or the end) follows
+inline constexpr uint16_t sw_ascii = 0x0010;
+inline constexpr uint16_t sw_collate = 0x0008;
+// op 23, CASE
+inline constexpr uint32_t case_values = 4;  // 24-bit list of case values (last written first)
+inline constexpr uint32_t case_next = 9;    // 24-bit next CASE op
+// Case value entry.
+inline constexpr uint32_t cv_size = 8;
+inline constexpr uint32_t cv_next = 0;    // 24-bit link
+inline constexpr uint32_t cv_value = 3;   // 24-bit offset of the stored value
+inline constexpr uint32_t cv_format = 6;  // 16-bit format word
+inline constexpr uint16_t cv_mode = 0x2100;  // a mode_entry offset (4 bytes)
+inline constexpr uint16_t cv_show = 0x2500;  // SHOW (-1 in 4 bytes)
+// op 14, assignment
+inline constexpr uint32_t as_value = 4;       // 24-bit expression op list
+inline constexpr uint32_t as_format = 7;      // 16-bit format word of the target
+inline constexpr uint32_t as_field = 9;       // 24-bit target field_sym
+inline constexpr uint32_t as_subscript = 12;  // 24-bit subscript operand value
+inline constexpr uint32_t as_object = 15;     // 24-bit object qualifier
+// op 10, field reference
+inline constexpr uint32_t fr_object = 4;
+inline constexpr uint32_t fr_format = 7;
+inline constexpr uint32_t fr_field = 9;
+inline constexpr uint32_t fr_subscript = 12;
+// op 11, literal
+inline constexpr uint32_t lit_value = 4;   // 24-bit offset of the value's bytes
+inline constexpr uint32_t lit_format = 7;  // 16-bit format word
+inline constexpr uint16_t fmt_one_digit = 0x2020;  // a numeric literal of one integer digit
+// op 1, comparison
+inline constexpr uint32_t cmp_parent = 4;  // 24-bit parent junction
+inline constexpr uint32_t cmp_code = 7;    // 16-bit comparison code
+inline constexpr uint16_t cmp_le = 0x5000;
+inline constexpr uint16_t cmp_ge = 0x3000;
+}  // namespace ctl
+
 // Op numbers of the structural statements.
 namespace opc {
+inline constexpr uint8_t comparison = 1;
+inline constexpr uint8_t add = 6;
+inline constexpr uint8_t subtract = 7;
+inline constexpr uint8_t field_ref = 10;
 inline constexpr uint8_t literal = 11;
+inline constexpr uint8_t assign = 14;
+inline constexpr uint8_t if_branch = 15;
+inline constexpr uint8_t while_loop = 16;
+inline constexpr uint8_t repeat_loop = 17;
+inline constexpr uint8_t jump = 18;
+inline constexpr uint8_t break_op = 20;
+inline constexpr uint8_t continue_op = 21;
+inline constexpr uint8_t switch_op = 22;
+inline constexpr uint8_t case_op = 23;
 inline constexpr uint8_t option = 35;
 inline constexpr uint8_t do_call = 57;
 inline constexpr uint8_t do_call_params = 58;

@@ -1,15 +1,20 @@
-// The structural statements: DO, EXIT, CONFIRM, PAUSE, BACK-TO-DETAIL, CONTINUE-ENTRY, LINK and
-// VERSION-NUMBER.
+// The structural statements: DO, EXIT, CONFIRM, OPTION, COMMAND / CALL / QUERY, RE-ENTER, PAUSE,
+// BACK-TO-DETAIL, CONTINUE-ENTRY, LINK and VERSION-NUMBER.
 
+#include <cmath>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "codegen/convert.h"
+#include "codegen/expr.h"
 #include "codegen/header.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/program.h"
 #include "statements/records.h"
+#include "symbols/fields.h"
 #include "symbols/records.h"
 
 namespace tav {
@@ -24,11 +29,150 @@ uint32_t emit_statement(Parser& p, uint32_t verb_code, uint8_t opcode) {
   return p.ob.emit(opcode);
 }
 
-// Reads clauses of a statement whose clauses this compiler does not know yet: reports the first
-// and skips to the end of the statement.
-void skip_rest(Parser& p) {
+// An unknown clause: reported, then the words up to the next clause or statement are passed
+// over. False when the statement ends there.
+bool skip_clause(Parser& p) {
   p.diag.error(msg::invalid_clause);
-  p.tok.skip_to_statement();
+  p.tok.skip_to_clause();
+  if (p.at_statement_start()) return false;
+  p.accept();
+  return true;
+}
+
+// Whether the next token can start another expression of a list. Commas are read as blanks, so
+// a list goes on for as long as its items follow one another; a clause keyword or the next
+// statement ends it.
+bool expression_follows(Parser& p) {
+  uint32_t c = p.next();
+  p.push_back();
+  return !p.at_statement_start() && !(c & kClauseWord);
+}
+
+// @ row, column: two operand values at dest and dest + 3.
+void read_position(Parser& p, uint32_t dest) {
+  compile_operand(p, dest, -2);
+  if (!expression_follows(p)) {
+    p.diag.error(msg::row_column_coordinates_expected);
+    return;
+  }
+  compile_operand(p, dest + 3, -2);
+}
+
+// [IS] foreground [ON background]: colour operand values.
+void read_colour(Parser& p, uint32_t foreground, uint32_t background) {
+  p.take(verb("is"));
+  compile_operand(p, foreground, 0);
+  if (p.take(verb("on"))) compile_operand(p, background, 0);
+}
+
+// An expression list that must be alphanumeric (error 51); a single literal text becomes a text
+// item of `kind`.
+void alpha_list(Parser& p, uint32_t dest, char kind) {
+  ExprType t = compile_expression_list(p, dest);
+  if (t.failed) return;
+  if (!t.alphanumeric()) {
+    p.diag.error(msg::alphanumeric_expression_required);
+    return;
+  }
+  uint32_t head = p.ops.get24(dest);
+  if (kind != 0 && head != 0 && p.ops.get24(head) == 0 && p.ops.at(head)[3] == opc::literal)
+    p.ob.make_text_item_op(head, kind);
+}
+
+// A list of expressions (commas between them are optional), each on its own op list, as 6-byte
+// entries {next, op list} appended in order. Returns the head.
+uint32_t expression_entries(Parser& p, uint32_t allow, std::vector<ExprType>* types = nullptr) {
+  OpSpace& ops = p.ops;
+  uint32_t head = 0, tail = 0;
+  do {
+    uint32_t e = ops.alloc(exprlist::size);
+    ExprType t = compile_expression_list(p, e + exprlist::el_list, allow);
+    if (types) types->push_back(t);
+    if (t.failed) break;
+    if (tail)
+      ops.put24(tail + exprlist::el_next, e);
+    else
+      head = e;
+    tail = e;
+  } while (expression_follows(p));
+  return head;
+}
+
+// A list of fields as 9-byte entries {next, field_sym, field address}. Error 13 when it does not
+// start with a field name.
+uint32_t returning_entries(Parser& p, int* count = nullptr) {
+  OpSpace& ops = p.ops;
+  uint32_t head = 0, tail = 0;
+  if (p.next() != kClassName) p.diag.error(msg::field_name_expected);
+  p.push_back();
+  while (p.next() == kClassName) {
+    uint32_t field = reference_field(p, p.text(), nullptr);
+    if (field == 0) continue;
+    uint32_t e = ops.alloc(retlist::size);
+    ops.put24(e + retlist::rl_field, field);
+    ops.put24(e + retlist::rl_address, ops.get24(field + fsym::f_addr));
+    if (count) ++*count;
+    if (tail)
+      ops.put24(tail + retlist::rl_next, e);
+    else
+      head = e;
+    tail = e;
+  }
+  p.push_back();
+  return head;
+}
+
+// The occurrence count of an argument: a whole array passed by name counts its occurrences.
+uint32_t argument_occurs(Parser& p, uint32_t list) {
+  OpSpace& ops = p.ops;
+  if (list == 0 || ops.get24(list) != 0 || ops.at(list)[3] != opc::field_ref) return 1;
+  if (ops.get24(list + ctl::fr_subscript) != 0) return 1;
+  return ops.get16(ops.get24(list + ctl::fr_field) + fsym::f_occurs);
+}
+
+// Whether an op list refers to a whole array (an array field without subscript).
+bool contains_whole_array(Parser& p, uint32_t list) {
+  OpSpace& ops = p.ops;
+  for (uint32_t op = list; op != 0; op = ops.get24(op))
+    if (ops.at(op)[3] == opc::field_ref && ops.get24(op + ctl::fr_subscript) == 0 &&
+        ops.get16(ops.get24(op + ctl::fr_field) + fsym::f_occurs) > 1)
+      return true;
+  return false;
+}
+
+// A call of a section not defined yet records its arguments in the section's list, so that the
+// definition can check its own list against them: non-zero for a numeric argument, and the
+// occurrence count.
+void record_arguments(Parser& p, uint32_t section, uint32_t slot, uint32_t entries, bool fields,
+                      const std::vector<ExprType>& types = {}) {
+  OpSpace& ops = p.ops;
+  uint32_t tail = 0;
+  size_t index = 0;
+  for (uint32_t e = entries; e != 0; e = ops.get24(e), ++index) {
+    uint32_t numeric = 0, occurs = 1;
+    if (fields) {
+      uint32_t f = ops.get24(e + retlist::rl_field);
+      numeric = conv::fmt_numeric(static_cast<uint16_t>(ops.get16(f + fsym::f_format))) ? 1 : 0;
+      occurs = ops.get16(f + fsym::f_occurs);
+    } else {
+      numeric = index < types.size() && !types[index].alphanumeric() ? 1 : 0;
+      occurs = argument_occurs(p, ops.get24(e + exprlist::el_list));
+    }
+    uint32_t pe = ops.alloc(param_entry::size);
+    ops.put24(pe + param_entry::pe_field, numeric);
+    ops.put24(pe + param_entry::pe_occurs, occurs);
+    if (tail)
+      ops.put24(tail + param_entry::pe_next, pe);
+    else
+      ops.put24(section + slot, pe);
+    tail = pe;
+  }
+}
+
+uint32_t count_entries(Parser& p, uint32_t list) {
+  uint32_t n = 0;
+  for (uint32_t e = list; e != 0; e = p.ops.get24(e)) ++n;
+  return n;
 }
 
 }  // namespace
@@ -57,9 +201,10 @@ void compile_do(Parser& p) {
     ops.put16(section + ssym::s_routine, number);
   }
 
-  uint32_t modes = 0, initial = 0;
-  int mode_count = 0;
-  bool initial_given = false;
+  uint32_t modes = 0, initial = 0, params = 0, results = 0;
+  int mode_count = 0, result_count = 0;
+  std::vector<ExprType> param_types;
+  bool initial_given = false, params_given = false, results_given = false;
   for (;;) {
     c = p.next();
     if (p.at_statement_start()) break;
@@ -76,10 +221,15 @@ void compile_do(Parser& p) {
       flags |= doop::once;
     } else if (c == verb("sub_screen")) {
       flags |= doop::sub_screen;
-    } else if (c == verb("parameters") || c == verb("returning")) {
-      // Arguments and results are compiled with the expression compiler.
-      skip_rest(p);
-      break;
+    } else if (c == verb("parameters")) {
+      if (params_given) p.diag.error(msg::duplicate_incompatible_clause);
+      params_given = true;
+      p.take(verb("are"));
+      params = expression_entries(p, allow_whole_arrays, &param_types);
+    } else if (c == verb("returning")) {
+      if (results_given) p.diag.error(msg::duplicate_incompatible_clause);
+      results_given = true;
+      results = returning_entries(p, &result_count);
     } else if (c == verb("search") || c == verb("prev") || c == verb("show") || c == kClassName ||
                find_mode(p, p.text()) != 0) {
       if (initial_given) {
@@ -98,36 +248,61 @@ void compile_do(Parser& p) {
       } else {
         p.diag.error(msg::mode_not_defined_known);
       }
-    } else {
-      p.diag.error(msg::invalid_clause);
-      p.tok.skip_to_clause();
-      if (p.at_statement_start()) break;
-      p.accept();
+    } else if (!skip_clause(p)) {
+      break;
     }
   }
 
-  if (ops.get24(section + ssym::s_params) != 0) p.diag.error(msg::parameter_list_mismatch);
+  bool defined = (ops.get16(section + ssym::s_kind) & ssym::kind_mask) != ssym::kind_undefined;
+  uint32_t declared = ops.get24(section + ssym::s_params);
+  if (!params_given && declared != 0) {
+    p.diag.error(msg::parameter_list_mismatch);
+  } else if (params_given && defined && count_entries(p, declared) != param_types.size()) {
+    p.diag.error(msg::parameter_list_mismatch);
+  } else if (params_given && !defined && declared == 0) {
+    record_arguments(p, section, ssym::s_params, params, false, param_types);
+  }
+  if (results_given && !defined && ops.get24(section + ssym::s_returning) == 0)
+    record_arguments(p, section, ssym::s_returning, results, true);
   if (mode_count > 1) flags &= static_cast<uint16_t>(~doop::show);
   if (ops.get16(section + ssym::s_routine) != 0 && (modes != 0 || initial != 0) && !(flags & doop::local))
     p.diag.warning_text("Cannot pass screen modes to shared library routines", Context::current_token());
 
-  uint32_t op = emit_statement(p, verb("do"), opc::do_call);
+  bool lists = params_given || results_given;
+  uint32_t op = emit_statement(p, verb("do"), lists ? opc::do_call_params : opc::do_call);
   ops.put24(op + doop::section, section);
   ops.put16(op + doop::flags, flags);
   ops.put24(op + doop::modes, modes);
   ops.put24(op + doop::initial, initial);
+  if (lists) {
+    ops.put24(op + doop::params, params);
+    ops.put24(op + doop::returning, results);
+  }
 }
 
-// EXIT [value]
+// EXIT [value]: the value is an operand value. An immediate 0 would mean "no value", so a
+// literal 0 is kept as a one-op list.
 void compile_exit(Parser& p) {
+  OpSpace& ops = p.ops;
   p.accept();
   p.path_ended = true;
-  emit_statement(p, verb("exit"), opc::exit);
-  if (!(p.next() & kStatementVerb)) {
-    // Exit values are compiled with the expression compiler.
-    skip_rest(p);
-    return;
+  uint32_t op = emit_statement(p, verb("exit"), opc::exit);
+  p.next();
+  p.push_back();
+  if (!p.at_statement_start()) {
+    Operand v = compile_operand(p, op + exitop::value, 0);
+    if (v.type.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+    if (v.literal && v.value == 0 && ops.get24(op + exitop::value) == 0) {
+      static constexpr uint8_t kZero[2] = {0, 0};
+      p.ob.open_level();
+      uint32_t lit = p.ob.emit(opc::literal);
+      ops.put24(lit + ctl::lit_value, ops.copy_in(kZero, sizeof kZero));
+      ops.put16(lit + ctl::lit_format, ctl::fmt_one_digit);
+      ops.put24(op + exitop::value, p.ob.top().head | kOperandList);
+      p.ob.close_level();
+    }
   }
+  p.locks.settle_path_end();
 }
 
 // CONFIRM clauses... [BEFORE ...] [CONFIRMED ...] [NOT-CONFIRMED ...] [AFTER ...] END-CONFIRM
@@ -143,7 +318,7 @@ void compile_confirm(Parser& p) {
   ops.put24(block + confirm::c_accepts, p.accept_chain);
 
   uint16_t flags = 0;
-  bool position = false, prompt = false, no_prompt = false;
+  bool position = false, prompt = false, no_prompt = false, when = false;
   for (;;) {
     uint32_t c = p.next();
     if (p.at_statement_start()) break;
@@ -178,12 +353,16 @@ void compile_confirm(Parser& p) {
         ops.put16(block + confirm::c_default, 'N');
       else
         p.diag.error(msg::syntax_error);
-    } else {
-      // The @ position and the WHEN condition come with the coordinate and expression compilers.
-      p.diag.error(msg::invalid_clause);
-      p.tok.skip_to_clause();
-      if (p.at_statement_start()) break;
-      p.accept();
+    } else if (c == verb("@")) {
+      if ((flags & confirm::flag_auto) || position) p.diag.error(msg::duplicate_incompatible_clause);
+      position = true;
+      read_position(p, block + confirm::c_position);
+    } else if (c == verb("when")) {
+      if (when) p.diag.error(msg::duplicate_incompatible_clause);
+      when = true;
+      compile_condition_list(p, block + confirm::c_when);
+    } else if (!skip_clause(p)) {
+      break;
     }
   }
   ops.put16(block + confirm::c_flags, flags);
@@ -232,6 +411,322 @@ void compile_confirm(Parser& p) {
     p.diag.error(msg::end_missing);
   else
     p.diag.warning_text("END-CONFIRM missing from CONFIRM", Context::current_token());
+}
+
+// OPTION title clauses... [block END-OPTION]: an item of a MENU, or a button of a FORM-ENTRY
+// SCREEN with a block of its own.
+void compile_option(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  uint32_t s = p.section;
+  uint16_t kind = kind_of(p);
+  bool in_screen = p.part == SectionPart::detail && kind == ssym::kind_screen;
+  if (p.cond_depth != 0) p.diag.error(msg::statement_not_conditional);
+  if (in_screen) {
+    if (ops.get16(s + ssym::s_flags) & ssym::review)
+      p.diag.error(msg::statement_not_valid_review_data);
+    else if (!(ops.get16(s + ssym::s_form) & ssym::form_entry))
+      p.diag.warning(msg::statement_requires_form_entry_screen);
+    ops.put16(s + ssym::s_marks, ops.get16(s + ssym::s_marks) | ssym::mark_has_options);
+    p.max_opt_ver(5);
+  } else if (p.part == SectionPart::detail && kind == ssym::kind_menu) {
+    ++p.menu_options;
+  } else {
+    p.diag.error(msg::statement_valid_within_detail_menu);
+  }
+  if (ops.get24(s + ssym::s_confirm) != 0) p.diag.error(msg::statement_used_after_confirm);
+
+  uint32_t item = ops.alloc(option::size);
+  uint32_t op = emit_statement(p, verb("option"), opc::option);
+  ops.put24(op + 4, item);
+  ops.put16(op + 7, option::size);
+  alpha_list(p, item + option::o_title, 'O');
+  uint32_t title = ops.get24(item + option::o_title);
+
+  uint8_t flags = 0;
+  uint16_t attrs = 0;
+  bool log = false, bitmap = false, colour = false;
+  uint32_t fg = 0, bg = 0;  // colours until it is known whether a BITMAP was given
+  std::vector<uint32_t> seen;
+  auto once = [&](uint32_t code) {
+    for (uint32_t c : seen)
+      if (c == code) {
+        p.diag.error(msg::duplicate_incompatible_clause);
+        return;
+      }
+    seen.push_back(code);
+  };
+  struct Attribute {
+    uint32_t code;
+    uint16_t bit;
+  };
+  static constexpr Attribute kAttributes[] = {
+      {verb("absolute_coordinates"), option::attr_absolute}, {verb("hidden"), option::attr_hidden},
+      {verb("no_aspect_ratio"), option::attr_no_aspect_ratio}, {verb("bold"), option::attr_bold},
+      {verb("underline"), option::attr_underline},           {verb("italic"), option::attr_italic},
+  };
+  struct Bitmap {
+    uint32_t code;
+    uint32_t slot;
+  };
+  static constexpr Bitmap kBitmaps[] = {
+      {verb("bitmap"), option::o_bitmap},         {verb("bitmap_pushed"), option::o_bitmap_pushed},
+      {verb("bitmap_focus"), option::o_bitmap_focus}, {verb("bitmap_grayed"), option::o_bitmap_grayed},
+      {verb("bitmap_hover"), option::o_bitmap_hover},
+  };
+  for (;;) {
+    uint32_t c = p.next();
+    if (p.at_statement_start()) break;
+    const Attribute* attr = nullptr;
+    for (const Attribute& a : kAttributes)
+      if (a.code == c) attr = &a;
+    const Bitmap* bm = nullptr;
+    for (const Bitmap& b : kBitmaps)
+      if (b.code == c) bm = &b;
+    if (attr) {
+      once(c);
+      attrs |= attr->bit;
+    } else if (bm) {
+      once(c);
+      p.take(verb("is"));
+      alpha_list(p, item + bm->slot, 0);
+      if (bm->code == verb("bitmap")) {
+        flags |= option::flag_bitmap;
+        bitmap = true;
+      }
+      if (bm->code == verb("bitmap_hover")) attrs |= option::attr_bitmap_hover;
+      ops.put16(s + ssym::s_marks, ops.get16(s + ssym::s_marks) | ssym::mark_graphical_menu);
+    } else if (c == verb("@")) {
+      once(c);
+      read_position(p, item + option::o_position);
+    } else if (c == verb("to")) {
+      once(c);
+      if (p.next() != verb("@")) {
+        p.fail(msg::syntax_error);
+        break;
+      }
+      flags |= option::flag_to;
+      read_position(p, item + option::o_to_position);
+    } else if (c == verb("help")) {
+      once(c);
+      p.take(verb("is"));
+      alpha_list(p, item + option::o_help, 0);
+    } else if (c == verb("when")) {
+      once(c);
+      compile_condition_list(p, item + option::o_when);
+    } else if (c == verb("security")) {
+      once(c);
+      p.take(verb("level"));
+      p.take(verb("is"));
+      if (p.next() != kClassNumeric) {
+        p.diag.error(msg::numeric_literal_expected);
+        p.push_back();
+        continue;
+      }
+      ops.put16(item + option::o_security, static_cast<uint32_t>(std::lround(std::fabs(p.tok.value()))) & 0xffff);
+    } else if (c == verb("log")) {
+      once(c);
+      log = true;
+      if (p.next() == kClassAlpha)
+        ops.put24(item + option::o_log, ops.store_text(p.text()));
+      else
+        p.push_back();
+    } else if (c == verb("icon")) {
+      once(c);
+      p.take(verb("is"));
+      flags |= option::flag_icon;
+      compile_operand(p, item + option::o_icon, 0);
+    } else if (c == verb("default_button")) {
+      once(c);
+      p.take(verb("is"));
+      flags |= option::flag_default_button;
+      compile_operand(p, item + option::o_default_button, 0);
+    } else if (c == verb("colour")) {
+      once(c);
+      colour = true;
+      uint32_t pair = ops.alloc(6);
+      read_colour(p, pair, pair + 3);
+      fg = ops.get24(pair);
+      bg = ops.get24(pair + 3);
+    } else if (c == verb("scale")) {
+      once(c);
+      p.take(verb("is"));
+      flags |= option::flag_scaled;
+      Operand v = compile_operand(p, item + option::o_scale, -2);
+      if (v.literal) {
+        flags |= option::flag_scale_literal;
+        ops.put16(item + option::o_scale_literal, static_cast<uint32_t>(std::lround(std::fabs(v.value))) & 0xffff);
+      }
+    } else if (c == verb("text_position")) {
+      once(c);
+      if (!p.take(verb("at"))) p.take(verb("is"));
+      flags |= option::flag_scaled;
+      compile_operand(p, item + option::o_text_position, 0);
+    } else if (c == verb("hot_key")) {
+      once(c);
+      p.take(verb("is"));
+      attrs |= option::attr_hot_key;
+      p.max_opt_ver(7);
+      Operand v = compile_operand(p, item + option::o_hot_key, -1);
+      if (v.literal && (v.value < 1 || v.value > 24))
+        p.diag.warning_text("Unsupported hot key value", Context::current_token());
+    } else if (!skip_clause(p)) {
+      break;
+    }
+  }
+
+  if (colour) {
+    if (bitmap) {
+      ops.put24(item + option::o_bitmap_fg, fg);
+    } else {
+      flags |= option::flag_colours;
+      ops.put24(item + option::o_colour_fg, fg);
+      ops.put24(item + option::o_colour_bg, bg);
+    }
+  }
+  if (!log && title != 0 && ops.at(title)[3] == opc::text_item)
+    ops.put24(item + option::o_log, p.texts.offset(static_cast<int>(ops.get16(title + 4))));
+  if (attrs != 0) flags |= option::flag_extended;
+  ops.at(item + option::o_flags)[0] = flags;
+  ops.put16(item + option::o_attributes, attrs);
+  if (ops.get24(item + option::o_position) == 0 && ops.get24(item + option::o_position + 3) == 0) {
+    if (attrs & option::attr_hidden) {
+      ops.put24(item + option::o_position, 1);
+      ops.put24(item + option::o_position + 3, 1);
+    } else {
+      p.diag.error(msg::row_column_coordinates_mandatory);
+    }
+  }
+
+  if (!in_screen) return;
+  // A SCREEN's option owns a block, run when the option is chosen.
+  p.take(verb("detail"));
+  ++p.cond_depth;
+  p.ob.open_level();
+  uint32_t stop = 0;
+  for (;;) {
+    stop = p.next();
+    if ((stop & kSectionStart) || stop == verb("end") || stop == verb("end_option")) break;
+    compile_statement(p);
+  }
+  ops.put24(item + option::o_block, p.ob.top().head);
+  p.ob.close_level();
+  --p.cond_depth;
+  p.path_ended = false;
+  if (stop == verb("end") || stop == verb("end_option")) {
+    p.accept();
+  } else {
+    p.push_back();
+    p.diag.error_text("END-OPTION missing", Context::current_token());
+  }
+  p.ob.emit_statement_marker(verb("end_option"));
+}
+
+// COMMAND, CALL and QUERY: run a program, another compiled program, or a query.
+void compile_command(Parser& p) {
+  OpSpace& ops = p.ops;
+  uint32_t code = p.cls();
+  p.accept();
+  enum Which { command, call, query } which = code == verb("command") ? command : code == verb("call") ? call : query;
+  static constexpr uint8_t kOps[] = {opc::command, opc::call, opc::query};
+  uint32_t block = ops.alloc(cmdblock::size);
+  uint32_t op = emit_statement(p, code, kOps[which]);
+  ops.put24(op + 4, block);
+  alpha_list(p, block + cmdblock::cb_command, 0);
+
+  uint16_t flags = 0;
+  bool params = false, results = false, home = false, maximum = false;
+  auto repeat = [&](bool& given) {
+    if (given) p.diag.error(msg::duplicate_incompatible_clause);
+    given = true;
+  };
+  // A flag clause: valid in the statements of `where` (bit per Which), not with `excludes`.
+  auto flag_clause = [&](unsigned where, uint16_t bit, uint16_t excludes) {
+    if (!(where & (1u << which)) || (flags & (bit | excludes))) p.diag.error(msg::duplicate_incompatible_clause);
+    flags |= bit;
+  };
+  constexpr unsigned kCommand = 1u << command, kCall = 1u << call, kQuery = 1u << query;
+  for (;;) {
+    uint32_t c = p.next();
+    if (c == verb("pause") && which == command) {
+      p.accept();
+      flag_clause(kCommand, cmdblock::pause, cmdblock::no_refresh | cmdblock::no_xterm);
+      continue;
+    }
+    if (p.at_statement_start()) break;
+    if (c == verb("parameters")) {
+      repeat(params);
+      p.take(verb("are"));
+      uint32_t list = expression_entries(p, allow_whole_arrays);
+      ops.put24(block + cmdblock::cb_params, list);
+      for (uint32_t e = list; e != 0; e = ops.get24(e + exprlist::el_next)) {
+        uint32_t arg = ops.get24(e + exprlist::el_list);
+        if (ops.get24(arg) != 0 && contains_whole_array(p, arg)) p.diag.error(msg::invalid_array_parameter);
+      }
+    } else if (c == verb("returning")) {
+      repeat(results);
+      if (which != call || (flags & (cmdblock::background | cmdblock::batch)))
+        p.diag.error(msg::duplicate_incompatible_clause);
+      ops.put24(block + cmdblock::cb_returning, returning_entries(p));
+    } else if (c == verb("home")) {
+      repeat(home);
+      compile_expression_list(p, block + cmdblock::cb_home);
+    } else if (c == verb("maximum_parameters")) {
+      repeat(maximum);
+      p.take(verb("is"));
+      compile_operand(p, block + cmdblock::cb_maximum, cmdblock::kMaximumParameters);
+    } else if (c == verb("background") || c == verb("no_wait")) {
+      if (results) p.diag.error(msg::duplicate_incompatible_clause);
+      flag_clause(kCommand | kCall | kQuery, cmdblock::background, cmdblock::wait_mask);
+    } else if (c == verb("wait")) {
+      flag_clause(kCommand | kCall | kQuery, cmdblock::wait, cmdblock::wait_mask);
+    } else if (c == verb("batch")) {
+      if (results) p.diag.error(msg::duplicate_incompatible_clause);
+      flag_clause(kCommand | kCall | kQuery, cmdblock::batch, cmdblock::wait_mask);
+    } else if (c == verb("external")) {
+      flag_clause(kCommand | kCall, cmdblock::external, 0);
+    } else if (c == verb("spool")) {
+      flag_clause(kQuery, cmdblock::spool, 0);
+    } else if (c == verb("no_pause")) {
+      flag_clause(kQuery, cmdblock::no_pause, 0);
+    } else if (c == verb("no_refresh")) {
+      flag_clause(kCommand, cmdblock::no_refresh, cmdblock::pause);
+    } else if (c == verb("no_xterm")) {
+      flag_clause(kCommand, cmdblock::no_xterm, cmdblock::pause);
+    } else if (c == verb("leave_files_open")) {
+      flag_clause(kCall, cmdblock::leave_files_open, 0);
+    } else if (!skip_clause(p)) {
+      break;
+    }
+  }
+  if (flags & cmdblock::leave_files_open) flags &= static_cast<uint16_t>(~cmdblock::external);
+  ops.put16(block + cmdblock::cb_flags, flags);
+  if (which == call && !(flags & cmdblock::leave_files_open)) p.locks.reset_all();
+}
+
+// RE-ENTER [field] [OPTIONAL | AUTO]: back to an ACCEPT of the same part.
+void compile_re_enter(Parser& p) {
+  p.accept();
+  if (p.extract_depth != 0) p.diag.error(msg::leave_an_extract_loop_way);
+  uint8_t how = 0;
+  for (;;) {
+    uint32_t c = p.next();
+    if (p.at_statement_start()) break;
+    if (c == verb("optional")) {
+      how = reenter::optional;
+    } else if (c == verb("auto")) {
+      how = reenter::automatic;
+    } else if (c != kClassName && !skip_clause(p)) {
+      break;
+    }
+  }
+  p.path_ended = true;
+  if (p.accept_chain == 0) {
+    p.diag.error(msg::no_previous_accept_statement_screen);
+    return;
+  }
+  uint32_t op = emit_statement(p, verb("re_enter"), opc::re_enter);
+  p.ops.at(op + reenter::how)[0] = how;
 }
 
 void compile_pause(Parser& p) {

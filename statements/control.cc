@@ -1,0 +1,439 @@
+// The structured statements: IF / ELSE-IF / ELSE, WHILE, REPEAT / UNTIL, FOR, SWITCH / CASE, and
+// the loop exits BREAK and CONTINUE.
+//
+// A jump never holds an address: it names the op after which execution carries on, so the
+// interpreter proceeds with that op's successor. IF and SWITCH lay their branches out in the
+// enclosing op list; while a construct is open, its jumps to the end (op 18) are chained through
+// their own target bytes and patched when the closing verb is read. Loop bodies, conditions and
+// the FOR increment are op lists of their own, built on nesting levels.
+//
+// Every construct raises the depth counters for its whole extent and lowers them again also when
+// its closing verb is missing, so one missing END-IF does not disturb the rest of the file. The
+// ACCEPT chain of the part is put back at the start of every branch and at the end, so that no
+// branch sees the ACCEPTs of another.
+
+#include <initializer_list>
+
+#include "codegen/convert.h"
+#include "codegen/expr.h"
+#include "statements/handlers.h"
+#include "statements/modes.h"
+#include "statements/parser.h"
+#include "statements/program.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+
+namespace tav {
+
+namespace {
+
+constexpr uint32_t kEnd = verb("end");
+constexpr uint32_t kCase = verb("case");
+constexpr uint32_t kElse = verb("else");
+constexpr uint32_t kElseIf = verb("else_if");
+constexpr uint32_t kEndIf = verb("end_if");
+constexpr uint32_t kUntil = verb("until");
+constexpr uint32_t kDetail = verb("detail");
+
+// Compiles statements into the current op list until a section start or one of `stops`, which is
+// left to be read again; returns that token's class.
+uint32_t compile_body(Parser& p, std::initializer_list<uint32_t> stops) {
+  for (;;) {
+    uint32_t c = p.next();
+    bool stop = (c & kSectionStart) != 0;
+    for (uint32_t s : stops) stop = stop || c == s;
+    if (stop) {
+      p.push_back();
+      return c;
+    }
+    compile_statement(p);
+  }
+}
+
+// Reads the closing verb: true when it is one of the two given (and consumed); otherwise reports
+// "<name> missing" and leaves the token for the next statement or section.
+bool close_with(Parser& p, uint32_t found, uint32_t closing, const char* missing) {
+  if (found == kEnd || found == closing) {
+    p.next();
+    p.accept();
+    return true;
+  }
+  p.diag.error_text(missing, Context::current_token());
+  return false;
+}
+
+// Appends op 18 to the current list and pushes it on the chain of pending jumps.
+uint32_t emit_jump(Parser& p, uint32_t& chain) {
+  uint32_t j = p.ob.emit(opc::jump);
+  p.ops.put24(j + ctl::j_target, chain);
+  chain = j;
+  return j;
+}
+
+// Points every pending jump at the last op emitted so far.
+void patch_jumps(Parser& p, uint32_t chain) {
+  uint32_t last = p.ob.top().tail;
+  while (chain != 0) {
+    uint32_t next = p.ops.get24(chain + ctl::j_target);
+    p.ops.put24(chain + ctl::j_target, last);
+    chain = next;
+  }
+}
+
+// Holds the ACCEPT chain of the part while a construct is open and puts it back.
+class AcceptScope {
+ public:
+  explicit AcceptScope(Parser& p) : p_(p), saved_(p.accept_chain) {}
+  ~AcceptScope() { restore(); }
+  AcceptScope(const AcceptScope&) = delete;
+  AcceptScope& operator=(const AcceptScope&) = delete;
+  void restore() { p_.accept_chain = saved_; }
+
+ private:
+  Parser& p_;
+  uint32_t saved_;
+};
+
+// A branch of IF or SWITCH: a lock-state frame around the statements, and the path open again
+// after them.
+uint32_t compile_branch(Parser& p, std::initializer_list<uint32_t> stops) {
+  p.locks.open();
+  uint32_t stop = compile_body(p, stops);
+  p.locks.close();
+  p.path_ended = false;
+  return stop;
+}
+
+// A loop body on a level of its own; returns its op list and leaves the stop token in `stop`.
+uint32_t compile_loop_body(Parser& p, std::initializer_list<uint32_t> stops, uint32_t& stop) {
+  p.ob.open_level();
+  stop = compile_body(p, stops);
+  uint32_t head = p.ob.top().head;
+  p.ob.close_level();
+  p.path_ended = false;
+  return head;
+}
+
+// --- FOR ------------------------------------------------------------------------------------
+
+// The loop variable as the FOR assignment names it.
+struct LoopField {
+  uint32_t field = 0;
+  uint32_t object = 0;
+  uint32_t subscript = 0;  // operand value
+  uint16_t format = 0;
+};
+
+// Emits a field reference (op 10) to the loop variable.
+void emit_field_ref(Parser& p, const LoopField& f) {
+  uint32_t op = p.ob.emit(opc::field_ref);
+  p.ops.put24(op + ctl::fr_object, f.object);
+  p.ops.put16(op + ctl::fr_format, f.format);
+  p.ops.put24(op + ctl::fr_field, f.field);
+  p.ops.put24(op + ctl::fr_subscript, f.subscript);
+}
+
+// Emits an assignment (op 14) of the value list `value` to the loop variable.
+uint32_t emit_assignment(Parser& p, const LoopField& f, uint32_t value) {
+  p.ob.emit_statement_marker(verb("set"));
+  uint32_t op = p.ob.emit(opc::assign);
+  p.ops.put24(op + ctl::as_value, value);
+  p.ops.put16(op + ctl::as_format, f.format);
+  p.ops.put24(op + ctl::as_field, f.field);
+  p.ops.put24(op + ctl::as_subscript, f.subscript);
+  p.ops.put24(op + ctl::as_object, f.object);
+  return op;
+}
+
+// field [subscript] = start: the initial assignment of a FOR, compiled as a SET without its
+// special targets. The loop variable must be numeric. False (after reporting) when it failed.
+bool compile_for_start(Parser& p, LoopField& f) {
+  uint32_t op = compile_assignment(p, true);
+  if (op == 0) return false;
+  OpSpace& ops = p.ops;
+  f.field = ops.get24(op + ctl::as_field);
+  f.format = static_cast<uint16_t>(ops.get16(f.field + fsym::f_format));
+  f.subscript = ops.get24(op + ctl::as_subscript);
+  f.object = ops.get24(op + ctl::as_object);
+  if (!conv::fmt_numeric(f.format)) {
+    p.fail(msg::field_must_numeric);
+    return false;
+  }
+  return true;
+}
+
+// --- SWITCH ---------------------------------------------------------------------------------
+
+// Adds one value to a CASE's list (at the front).
+void push_case_value(Parser& p, uint32_t case_op, uint32_t value, uint16_t format) {
+  OpSpace& ops = p.ops;
+  uint32_t e = ops.alloc(ctl::cv_size);
+  ops.put24(e + ctl::cv_next, ops.get24(case_op + ctl::case_values));
+  ops.put24(e + ctl::cv_value, value);
+  ops.put16(e + ctl::cv_format, format);
+  ops.put24(case_op + ctl::case_values, e);
+}
+
+// The values of a CASE, up to the next statement: literals of the SWITCH expression's kind, and
+// mode names (or SHOW) under a numeric expression.
+void read_case_values(Parser& p, uint32_t case_op, bool numeric) {
+  OpSpace& ops = p.ops;
+  for (;;) {
+    uint32_t c = p.next();
+    if (p.at_statement_start()) return;
+    if (c == kClassNumeric || c == kClassDate || c == kClassTime) {
+      if (!numeric) {
+        p.diag.error(msg::case_value_not_compatible_expression);
+        continue;
+      }
+      auto format = static_cast<uint16_t>((p.tok.attribute() & ~(conv::kFmtFloat | conv::kFmtZoned)) |
+                                          conv::kFmtBinary);
+      uint8_t bytes[8] = {};
+      conv::from_double(p.tok.value(), format, bytes);
+      push_case_value(p, case_op, ops.copy_in(bytes, conv::format_size(format)), format);
+    } else if (c == kClassAlpha) {
+      if (numeric) {
+        p.diag.error(msg::case_value_not_compatible_expression);
+        continue;
+      }
+      std::string_view text = p.text();
+      push_case_value(p, case_op, ops.copy_in(text.data(), static_cast<uint32_t>(text.size())),
+                      static_cast<uint16_t>(text.size()));
+    } else if (uint32_t m = c == verb("show") ? 0xffffffff : find_mode(p, p.text()); m != 0) {
+      if (!numeric) {
+        p.diag.error(msg::case_value_not_compatible_expression);
+        continue;
+      }
+      uint32_t value = ops.alloc(4);
+      ops.put32(value, m);
+      push_case_value(p, case_op, value, m == 0xffffffff ? ctl::cv_show : ctl::cv_mode);
+    } else {
+      p.fail(msg::literal_value_expected);
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+// IF condition [THEN] ... [ELSE-IF condition [THEN] ...]... [ELSE ...] END-IF
+void compile_if(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  ++p.cond_depth;
+  AcceptScope accepts(p);
+  uint32_t jumps = 0;   // pending jumps to the end
+  uint32_t branch = 0;  // the op 15 of the branch being compiled
+  uint32_t opening = verb("if");
+  uint32_t stop = 0;
+  for (;;) {
+    accepts.restore();
+    if (branch != 0) ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
+    p.ob.emit_statement_marker(opening);
+    branch = p.ob.emit(opc::if_branch);
+    compile_condition_list(p, branch + ctl::if_condition);
+    p.take(verb("then"));
+    stop = compile_branch(p, {kElseIf, kElse, kEnd, kEndIf});
+    if (stop != kElseIf) break;
+    p.next();
+    p.accept();
+    opening = kElseIf;
+  }
+  if (stop == kElse) {
+    p.next();
+    p.accept();
+    accepts.restore();
+    ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
+    p.ob.emit_statement_marker(kElse);
+    stop = compile_branch(p, {kEnd, kEndIf});
+  } else {
+    ops.put24(branch + ctl::if_false, p.ob.top().tail);
+  }
+  patch_jumps(p, jumps);
+  if (close_with(p, stop, kEndIf, "END-IF missing")) p.ob.emit_statement_marker(kEndIf);
+  --p.cond_depth;
+  p.locks.settle_branches();
+}
+
+// WHILE condition [DETAIL] ... END-WHILE
+void compile_while(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  ++p.cond_depth;
+  ++p.loop_depth;
+  AcceptScope accepts(p);
+  p.ob.emit_statement_marker(verb("while"));
+  uint32_t op = p.ob.emit(opc::while_loop);
+  compile_condition_list(p, op + ctl::loop_condition);
+  p.take(kDetail);
+  uint32_t stop = 0;
+  ops.put24(op + ctl::loop_body, compile_loop_body(p, {kEnd, verb("end_while")}, stop));
+  close_with(p, stop, verb("end_while"), "END-WHILE missing");
+  p.ob.emit_statement_marker(verb("end_while"));
+  --p.cond_depth;
+  --p.loop_depth;
+}
+
+// REPEAT ... UNTIL condition [DETAIL] ... END-REPEAT: the first list runs, the loop stops when
+// the condition holds, otherwise the second list runs and the loop starts again.
+void compile_repeat(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  ++p.cond_depth;
+  ++p.loop_depth;
+  AcceptScope accepts(p);
+  p.ob.emit_statement_marker(verb("repeat"));
+  uint32_t op = p.ob.emit(opc::repeat_loop);
+  uint32_t stop = 0;
+  ops.put24(op + ctl::repeat_first, compile_loop_body(p, {kEnd, verb("end_repeat"), kUntil}, stop));
+  if (stop == kUntil) {
+    p.next();
+    p.accept();
+    p.ob.emit_statement_marker(kUntil);
+    compile_condition_list(p, op + ctl::repeat_until);
+    p.take(kDetail);
+  } else {
+    p.diag.error_text("UNTIL missing", Context::current_token());
+  }
+  ops.put24(op + ctl::repeat_second, compile_loop_body(p, {kEnd, verb("end_repeat")}, stop));
+  close_with(p, stop, verb("end_repeat"), "END-REPEAT missing");
+  p.ob.emit_statement_marker(verb("end_repeat"));
+  --p.cond_depth;
+  --p.loop_depth;
+}
+
+// FOR field = start [DOWN] TO limit [STEP step] [DETAIL] ... END-FOR: the assignment, then a
+// WHILE whose condition tests the field against the limit and whose increment list adds (or
+// subtracts) the step.
+void compile_for(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  p.ob.emit_statement_marker(verb("for"));
+  LoopField f;
+  if (!compile_for_start(p, f)) return;
+  bool down = false;
+  uint32_t c = p.next();
+  if (c == verb("down")) {
+    down = true;
+    c = p.next();
+  }
+  if (c != verb("to")) {
+    p.fail(msg::syntax_error);
+    return;
+  }
+
+  p.ob.emit_statement_marker(verb("while"));
+  uint32_t op = p.ob.emit(opc::while_loop);
+  p.ob.open_level();
+  emit_field_ref(p, f);
+  if (compile_expression(p).alphanumeric()) p.diag.error(msg::mixed_numeric_alpha_operands_expression);
+  uint32_t test = p.ob.emit(opc::comparison);
+  ops.put16(test + ctl::cmp_code, down ? ctl::cmp_ge : ctl::cmp_le);
+  ops.put24(op + ctl::loop_condition, p.ob.top().head);
+  p.ob.close_level();
+
+  p.ob.open_level();
+  emit_field_ref(p, f);
+  if (p.next() == verb("step")) {
+    if (compile_expression(p).alphanumeric()) p.diag.error(msg::mixed_numeric_alpha_operands_expression);
+  } else {
+    p.push_back();
+    static constexpr uint8_t kOne[2] = {0x00, 0x01};
+    uint32_t one = p.ob.emit(opc::literal);
+    ops.put24(one + ctl::lit_value, ops.copy_in(kOne, sizeof kOne));
+    ops.put16(one + ctl::lit_format, ctl::fmt_one_digit);
+  }
+  p.ob.emit(down ? opc::subtract : opc::add);
+  uint32_t increment = p.ob.top().head;
+  p.ob.close_level();
+
+  p.take(kDetail);
+  ++p.cond_depth;
+  ++p.loop_depth;
+  AcceptScope accepts(p);
+  uint32_t stop = 0;
+  ops.put24(op + ctl::loop_body, compile_loop_body(p, {kEnd, verb("end_for")}, stop));
+  p.ob.open_level();
+  emit_assignment(p, f, increment);
+  ops.put24(op + ctl::loop_increment, p.ob.top().head);
+  p.ob.close_level();
+  close_with(p, stop, verb("end_for"), "END-FOR missing");
+  --p.cond_depth;
+  --p.loop_depth;
+  p.path_ended = false;
+  p.ob.emit_statement_marker(verb("end_for"));
+}
+
+// SWITCH [ON] [ASCII | COLLATE] expression CASE [OF] values ... [ELSE ...] END-SWITCH
+void compile_switch(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  ++p.cond_depth;
+  AcceptScope accepts(p);
+  p.take(verb("on"));
+  uint16_t variant = 0;
+  uint32_t c = p.next();
+  if (c == verb("ascii"))
+    variant = ctl::sw_ascii;
+  else if (c == verb("collate"))
+    variant = ctl::sw_collate;
+  else
+    p.push_back();
+  p.ob.emit_statement_marker(verb("switch"));
+  uint32_t op = p.ob.emit(opc::switch_op);
+  ops.put16(op + ctl::sw_variant, variant);
+  ExprType type = compile_expression_list(p, op + ctl::sw_expression);
+  bool numeric = !type.alphanumeric();
+
+  uint32_t jumps = 0;
+  uint32_t link = op + ctl::sw_first_case;  // where the next CASE op is linked from
+  uint32_t stop = p.next();
+  p.push_back();
+  while (stop == kCase) {
+    p.next();
+    p.accept();
+    accepts.restore();
+    if (link != op + ctl::sw_first_case) emit_jump(p, jumps);
+    p.take(verb("of"));
+    p.ob.emit_statement_marker(kCase);
+    uint32_t case_op = p.ob.emit(opc::case_op);
+    ops.put24(link, case_op);
+    link = case_op + ctl::case_next;
+    read_case_values(p, case_op, numeric);
+    stop = compile_branch(p, {kCase, kElse, kEnd, verb("end_switch")});
+  }
+  if (stop == kElse) {
+    p.next();
+    p.accept();
+    accepts.restore();
+    ops.put24(op + ctl::sw_else, emit_jump(p, jumps));
+    p.ob.emit_statement_marker(kElse);
+    stop = compile_branch(p, {kEnd, verb("end_switch")});
+  } else {
+    ops.put24(op + ctl::sw_else, p.ob.top().tail);
+  }
+  patch_jumps(p, jumps);
+  if (close_with(p, stop, verb("end_switch"), "END-SWITCH missing"))
+    p.ob.emit_statement_marker(verb("end_switch"));
+  --p.cond_depth;
+  p.locks.settle_branches();
+}
+
+namespace {
+
+// BREAK and CONTINUE leave or restart the innermost loop (the DETAIL of a SCREEN or MENU is one).
+void compile_loop_exit(Parser& p, uint32_t code, uint8_t opcode) {
+  p.accept();
+  if (p.loop_depth <= 0) p.diag.error(msg::not_looping_section_code);
+  p.ob.emit_statement_marker(code);
+  p.ob.emit(opcode);
+  p.path_ended = true;
+  p.locks.settle_path_end();
+}
+
+}  // namespace
+
+void compile_break(Parser& p) { compile_loop_exit(p, verb("break"), opc::break_op); }
+void compile_continue(Parser& p) { compile_loop_exit(p, verb("continue"), opc::continue_op); }
+
+}  // namespace tav

@@ -1,0 +1,267 @@
+// The structured statements as tavcmp compiles them: the op lists of IF, WHILE, REPEAT, FOR and
+// SWITCH with their patched jumps, loop exits and depth checks, and recovery from missing ends.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "codegen/bytes.h"
+#include "codegen/header.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using namespace tav;
+using tavtest::RunResult;
+using tavtest::TempDir;
+
+struct Op6 {
+  std::string b;
+  const uint8_t* p(uint32_t off) const {
+    EXPECT_LT(off, b.size());
+    return reinterpret_cast<const uint8_t*>(b.data()) + (off < b.size() ? off : 0);
+  }
+  uint32_t u8(uint32_t off) const { return *p(off); }
+  uint32_t u16(uint32_t off) const { return get16(p(off)); }
+  uint32_t u24(uint32_t off) const { return get24(p(off)); }
+  std::string text(uint32_t off) const { return off ? std::string(reinterpret_cast<const char*>(p(off))) : ""; }
+
+  std::vector<uint32_t> list(uint32_t head) const {
+    std::vector<uint32_t> out;
+    for (uint32_t op = head; op != 0 && out.size() < 1000; op = u24(op)) out.push_back(op);
+    return out;
+  }
+  std::vector<uint32_t> codes(uint32_t head) const {
+    std::vector<uint32_t> out;
+    for (uint32_t op : list(head)) out.push_back(u8(op + 3));
+    return out;
+  }
+  // The DETAIL list of the first section.
+  uint32_t detail() const { return u24(u24(hdr::h_screens) + ssym::s_detail); }
+};
+
+RunResult compile(const TempDir& dir, const std::string& source) {
+  tavtest::write_file(dir / "prog.spl", source);
+  tavtest::RunOptions run;
+  run.cwd = dir.path();
+  run.env = {"TAVRIN=" + tavtest::product_dir()};
+  return tavtest::run({tavtest::program("tavcmp"), "-l", "-n", "prog.spl"}, run);
+}
+
+// Compiles a PROCEDURE main with the given body after two numeric fields a and i; the program
+// must compile cleanly.
+Op6 body(const std::string& statements, const std::string& kind = "procedure") {
+  TempDir dir;
+  RunResult r = compile(dir, "field a pic 9(4)\nfield i pic 9(4)\nfield t pic x(8)\n" + kind + " main\n" +
+                                 statements + "end\n");
+  EXPECT_EQ(r.status, 0) << statements << r.out << r.err;
+  if (r.status != 0) return {};
+  return Op6{tavtest::read_file(dir / "prog.op6")};
+}
+
+// The compiler's messages for a program with the given body.
+std::string messages(const std::string& statements, const std::string& kind = "procedure") {
+  TempDir dir;
+  return compile(dir, "field a pic 9(4)\nfield t pic x(8)\n" + kind + " main\n" + statements + "end\n").out;
+}
+
+using Codes = std::vector<uint32_t>;
+
+TEST(ControlFlow, IfChainsPatchTheirJumps) {
+  Op6 t = body("if a = 1\n pause\nelse-if a = 2 then\n pause\nelse\n pause\nend-if\npause\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(t.codes(t.detail()), (Codes{15, 73, 18, 15, 73, 18, 73, 73}));
+  EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[2]) << "a false first test goes on after the first jump";
+  EXPECT_EQ(t.u24(ops[3] + ctl::if_false), ops[5]) << "the second test skips to the ELSE part";
+  EXPECT_EQ(t.u24(ops[2] + ctl::j_target), ops[6]) << "jumps name the last op of the construct";
+  EXPECT_EQ(t.u24(ops[5] + ctl::j_target), ops[6]);
+  for (uint32_t i : {0u, 3u}) EXPECT_EQ(t.codes(t.u24(ops[i] + ctl::if_condition)).back(), 1u);
+}
+
+TEST(ControlFlow, IfWithoutElseNamesTheEndOfItsBody) {
+  Op6 t = body("if a = 1\n pause\n if a = 2\n  pause\n end-if\nend-if\npause\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(t.codes(t.detail()), (Codes{15, 73, 15, 73, 73}));
+  EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[3]) << "the outer body ends with the inner one";
+  EXPECT_EQ(t.u24(ops[2] + ctl::if_false), ops[3]);
+}
+
+TEST(ControlFlow, LoopsKeepTheirListsInTheirOwnOperands) {
+  Op6 w = body("while a < 3 detail\n pause\n break\nend-while\npause\n");
+  ASSERT_FALSE(w.b.empty());
+  ASSERT_EQ(w.codes(w.detail()), (Codes{16, 73}));
+  uint32_t op = w.detail();
+  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_body)), (Codes{73, 20}));
+  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_condition)).back(), 1u);
+  EXPECT_EQ(w.u24(op + ctl::loop_increment), 0u);
+
+  Op6 r = body("repeat\n pause\nuntil a = 1\n continue\nend-repeat\n");
+  ASSERT_FALSE(r.b.empty());
+  ASSERT_EQ(r.codes(r.detail()), (Codes{17}));
+  op = r.detail();
+  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_first)), (Codes{73}));
+  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_second)), (Codes{21}));
+  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_until)).back(), 1u);
+}
+
+TEST(ControlFlow, ForIsAnAssignmentAndAWhileWithIncrement) {
+  struct Case {
+    const char* header;
+    uint16_t comparison;
+    uint32_t step_op;
+    uint32_t step;
+  };
+  const Case cases[] = {
+      {"for i = 1 to 10\n", ctl::cmp_le, 6, 1},
+      {"for i = 10 down to 1 step 2 detail\n", ctl::cmp_ge, 7, 2},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.header);
+    Op6 t = body(std::string(c.header) + " pause\nend-for\n");
+    ASSERT_FALSE(t.b.empty());
+    auto ops = t.list(t.detail());
+    ASSERT_EQ(t.codes(t.detail()), (Codes{14, 16}));
+    uint32_t field = t.u24(ops[0] + ctl::as_field);
+    EXPECT_EQ(t.text(t.u24(field + fsym::f_name)), "i");
+
+    uint32_t loop = ops[1];
+    auto cond = t.list(t.u24(loop + ctl::loop_condition));
+    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_condition)), (Codes{10, 11, 1}));
+    EXPECT_EQ(t.u24(cond[0] + ctl::fr_field), field);
+    EXPECT_EQ(t.u16(cond[0] + ctl::fr_format), t.u16(field + fsym::f_format));
+    EXPECT_EQ(t.u16(cond[2] + ctl::cmp_code), c.comparison);
+
+    EXPECT_EQ(t.codes(t.u24(loop + ctl::loop_body)), (Codes{73}));
+    auto inc = t.list(t.u24(loop + ctl::loop_increment));
+    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_increment)), (Codes{14}));
+    EXPECT_EQ(t.u24(inc[0] + ctl::as_field), field);
+    EXPECT_EQ(t.u16(inc[0] + ctl::as_format), t.u16(field + fsym::f_format));
+    auto value = t.list(t.u24(inc[0] + ctl::as_value));
+    ASSERT_EQ(t.codes(t.u24(inc[0] + ctl::as_value)), (Codes{10, 11, c.step_op}));
+    uint32_t lit = value[1];
+    EXPECT_EQ(t.u16(t.u24(lit + ctl::lit_value)), c.step);
+  }
+}
+
+TEST(ControlFlow, SwitchLinksItsCasesAndPatchesItsJumps) {
+  Op6 t = body("switch on a\ncase 1 2\n pause\ncase of 3\n pause\nelse\n pause\nend-switch\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(t.codes(t.detail()), (Codes{22, 23, 73, 18, 23, 73, 18, 73}));
+  uint32_t sw = ops[0];
+  EXPECT_EQ(t.u16(sw + ctl::sw_variant), 0u);
+  EXPECT_EQ(t.u24(sw + ctl::sw_first_case), ops[1]);
+  EXPECT_EQ(t.u24(ops[1] + ctl::case_next), ops[4]);
+  EXPECT_EQ(t.u24(ops[4] + ctl::case_next), 0u);
+  EXPECT_EQ(t.u24(sw + ctl::sw_else), ops[6]) << "no match goes on after the jump before ELSE";
+  EXPECT_EQ(t.u24(ops[3] + ctl::j_target), ops[7]);
+  EXPECT_EQ(t.u24(ops[6] + ctl::j_target), ops[7]);
+
+  // Values are pushed at the front: 2 before 1, stored as 2-byte binary with format 0x2020.
+  std::vector<uint32_t> values;
+  for (uint32_t e = t.u24(ops[1] + ctl::case_values); e != 0 && values.size() < 10; e = t.u24(e + ctl::cv_next)) {
+    EXPECT_EQ(t.u16(e + ctl::cv_format), 0x2020u);
+    values.push_back(t.u16(t.u24(e + ctl::cv_value)));
+  }
+  EXPECT_EQ(values, (std::vector<uint32_t>{2, 1}));
+}
+
+TEST(ControlFlow, SwitchWithoutElseAndWithAlphaValues) {
+  Op6 t = body("switch ascii t\ncase \"AB\"\n pause\nend-switch\npause\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(t.codes(t.detail()), (Codes{22, 23, 73, 73}));
+  EXPECT_EQ(t.u16(ops[0] + ctl::sw_variant), ctl::sw_ascii);
+  EXPECT_EQ(t.u24(ops[0] + ctl::sw_else), ops[2]) << "without ELSE: the last op of the construct";
+  uint32_t e = t.u24(ops[1] + ctl::case_values);
+  EXPECT_EQ(t.u16(e + ctl::cv_format), 2u);
+  EXPECT_EQ(t.b.substr(t.u24(e + ctl::cv_value), 2), "AB");
+}
+
+TEST(ControlFlow, DepthAndPlacementErrors) {
+  struct Case {
+    const char* kind;
+    const char* statements;
+    const char* message;  // nullptr: compiles without error
+  };
+  const Case cases[] = {
+      {"procedure", "break\n", "Not in a looping section of code"},
+      {"procedure", "if a = 1\n continue\nend-if\n", "Not in a looping section of code"},
+      {"menu", "break\n", nullptr},
+      {"procedure", "case 1\n", "SWITCH statement is not active"},
+      {"procedure", "until a = 1\n", "REPEAT statement is not active"},
+      {"procedure", "end-while\n", "Incorrect nesting of conditional statements"},
+      {"procedure", "switch a\ncase \"A\"\n pause\nend-switch\n", "CASE value not compatible with expression in SWITCH"},
+      {"procedure", "switch t\ncase 4\n pause\nend-switch\n", "CASE value not compatible with expression in SWITCH"},
+      {"procedure", "switch a\ncase (\n pause\nend-switch\n", "Literal value expected"},
+      {"procedure", "for t = 1 to 3\nend-for\n", "Field must be numeric"},
+      {"procedure", "for a = 1 to \"x\"\nend-for\n", "Mixed numeric and alpha operands in expression"},
+      {"procedure", "for a = 1 until 3\nend-for\n", "Syntax error"},
+  };
+  for (const Case& c : cases) {
+    std::string out = messages(c.statements, c.kind);
+    if (c.message)
+      EXPECT_NE(out.find(c.message), std::string::npos) << c.statements << out;
+    else
+      EXPECT_EQ(out.find("ERROR"), std::string::npos) << c.statements << out;
+  }
+}
+
+TEST(ControlFlow, MissingEndIsReportedOnceAndTheNextSectionCompiles) {
+  struct Case {
+    const char* open;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"if a = 1\n", "END-IF missing"},          {"while a = 1\n", "END-WHILE missing"},
+      {"repeat\n", "UNTIL missing"},             {"repeat\nuntil a = 1\n", "END-REPEAT missing"},
+      {"for a = 1 to 2\n", "END-FOR missing"},   {"switch a\ncase 1\n", "END-SWITCH missing"},
+  };
+  for (const Case& c : cases) {
+    // The construct is still open when the next section starts; that section must compile as
+    // usual, so its own BREAK outside a loop is the only other error.
+    std::string out = messages(std::string(c.open) + " pause\nprocedure other\n break\n");
+    EXPECT_NE(out.find(c.message), std::string::npos) << c.open << out;
+    EXPECT_NE(out.find("Not in a looping section of code"), std::string::npos) << c.open << out;
+    EXPECT_EQ(out.find("Incorrect nesting"), std::string::npos) << c.open << out;
+    EXPECT_EQ(out.find("No current SCREEN"), std::string::npos) << c.open << out;
+  }
+}
+
+TEST(ControlFlow, NoPathAfterExitBreakContinue) {
+  const char* cases[] = {"exit\n pause\n", "while a = 1\n break\n pause\nend-while\n",
+                         "while a = 1\n continue\n pause\nend-while\n"};
+  for (const char* c : cases) {
+    std::string out = messages(c);
+    EXPECT_NE(out.find("WARNING"), std::string::npos) << c << out;
+    EXPECT_NE(out.find("No path to statement"), std::string::npos) << c << out;
+  }
+  // The path is open again after a branch and after the construct.
+  std::string out = messages("if a = 1\n exit\nelse\n pause\nend-if\npause\n");
+  EXPECT_EQ(out.find("No path to statement"), std::string::npos) << out;
+}
+
+TEST(ControlFlow, MalformedInputEnds) {
+  const char* cases[] = {
+      "if\n",          "if a =\n",        "if a = 1 else-if\n", "else\nend-if\n",   "while (\n",
+      "repeat until\n", "for\n",          "for a\n",            "for a = 1 to\n",   "for a = 1 down\n",
+      "switch\n",      "switch a case\n", "switch a\ncase 1 2 \"x\" ( ]\n", "break 1 2\n", "if a = 1 if a = 2 if\n",
+      "for a = 1 to 2 step\n",            "switch a\nelse\nelse\nend-switch\n",  "until\nend-repeat\n",
+  };
+  for (const char* c : cases) {
+    TempDir dir;
+    RunResult r = compile(dir, std::string("field a pic 9(4)\nprocedure main\n") + c);
+    // Statuses above 128 but 255 (-1, the file abandoned) would be signals.
+    EXPECT_TRUE(r.status < 128 || r.status == 255) << c << r.out << r.err;
+    EXPECT_NE(r.status, 0) << c << r.out;
+    EXPECT_EQ(r.out.find("FATAL"), std::string::npos) << c << r.out;
+  }
+}
+
+}  // namespace

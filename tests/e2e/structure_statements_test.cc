@@ -1,0 +1,258 @@
+// The structural statements that take expressions: EXIT values, DO with PARAMETERS and
+// RETURNING, OPTION items, COMMAND / CALL / QUERY blocks, CONFIRM and MODE clauses.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "codegen/bytes.h"
+#include "codegen/header.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using namespace tav;
+using tavtest::RunResult;
+using tavtest::TempDir;
+
+struct Op6 {
+  std::string b;
+  const uint8_t* p(uint32_t off) const {
+    EXPECT_LT(off, b.size());
+    return reinterpret_cast<const uint8_t*>(b.data()) + (off < b.size() ? off : 0);
+  }
+  uint32_t u8(uint32_t off) const { return *p(off); }
+  uint32_t u16(uint32_t off) const { return get16(p(off)); }
+  uint32_t u24(uint32_t off) const { return get24(p(off)); }
+  std::string text(uint32_t off) const { return off ? std::string(reinterpret_cast<const char*>(p(off))) : ""; }
+  std::vector<uint32_t> list(uint32_t head) const {
+    std::vector<uint32_t> out;
+    for (uint32_t op = head; op != 0 && out.size() < 1000; op = u24(op)) out.push_back(op);
+    return out;
+  }
+  uint32_t detail() const { return u24(u24(hdr::h_screens) + ssym::s_detail); }
+  char text_kind(uint32_t item) const { return static_cast<char>(u8(u24(hdr::h_text) + item * 5)); }
+};
+
+const char kFields[] = "field a pic 9(4)\nfield b pic x(10)\nfield arr pic 9(2) occurs 3\n";
+
+RunResult compile(const TempDir& dir, const std::string& source) {
+  tavtest::write_file(dir / "prog.spl", kFields + source);
+  tavtest::RunOptions run;
+  run.cwd = dir.path();
+  run.env = {"TAVRIN=" + tavtest::product_dir()};
+  return tavtest::run({tavtest::program("tavcmp"), "-l", "-n", "prog.spl"}, run);
+}
+
+Op6 compiled(const std::string& source) {
+  TempDir dir;
+  RunResult r = compile(dir, source);
+  EXPECT_EQ(r.status, 0) << source << r.out << r.err;
+  if (r.status != 0) return {};
+  return Op6{tavtest::read_file(dir / "prog.op6")};
+}
+
+std::string messages(const std::string& source) {
+  TempDir dir;
+  return compile(dir, source).out;
+}
+
+TEST(StructureStatements, ExitValues) {
+  Op6 t = compiled("procedure main\n exit 0\n exit 5\n exit a + 1\nend\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(ops.size(), 3u);
+  // EXIT 0: an immediate 0 would mean "no value", so it is a one-op literal list.
+  uint32_t zero = t.u24(ops[0] + exitop::value);
+  ASSERT_TRUE(zero & kOperandList);
+  uint32_t lit = zero & ~kOperandList;
+  EXPECT_EQ(t.u24(lit), 0u);
+  EXPECT_EQ(t.u8(lit + 3), opc::literal);
+  EXPECT_EQ(t.u16(lit + ctl::lit_format), ctl::fmt_one_digit);
+  EXPECT_EQ(t.u16(t.u24(lit + ctl::lit_value)), 0u);
+  EXPECT_EQ(t.u24(ops[1] + exitop::value), 5u);
+  EXPECT_TRUE(t.u24(ops[2] + exitop::value) & kOperandList);
+  // No value at all leaves the operand 0.
+  Op6 bare = compiled("procedure main\n exit\nend\n");
+  ASSERT_FALSE(bare.b.empty());
+  EXPECT_EQ(bare.u24(bare.detail() + exitop::value), 0u);
+}
+
+TEST(StructureStatements, DoWithParametersAndReturning) {
+  Op6 t = compiled("procedure main\n do sub\n do sub parameters a, \"x\" returning b\nend\nprocedure sub\nend\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(ops.size(), 2u);
+  EXPECT_EQ(t.u8(ops[0] + 3), opc::do_call);
+  ASSERT_EQ(t.u8(ops[1] + 3), opc::do_call_params);
+  uint32_t op = ops[1];
+  EXPECT_EQ(t.text(t.u24(t.u24(op + doop::section) + ssym::s_name)), "sub");
+
+  std::vector<uint32_t> args;
+  for (uint32_t e = t.u24(op + doop::params); e != 0 && args.size() < 10; e = t.u24(e + exprlist::el_next))
+    args.push_back(t.u24(e + exprlist::el_list));
+  ASSERT_EQ(args.size(), 2u);
+  EXPECT_EQ(t.u8(args[0] + 3), opc::field_ref);
+  EXPECT_EQ(t.text(t.u24(t.u24(args[0] + ctl::fr_field) + fsym::f_name)), "a");
+  EXPECT_EQ(t.u8(args[1] + 3), opc::literal);
+
+  uint32_t r = t.u24(op + doop::returning);
+  ASSERT_NE(r, 0u);
+  EXPECT_EQ(t.u24(r + retlist::rl_next), 0u);
+  uint32_t field = t.u24(r + retlist::rl_field);
+  EXPECT_EQ(t.text(t.u24(field + fsym::f_name)), "b");
+  EXPECT_EQ(t.u24(r + retlist::rl_address), t.u24(field + fsym::f_addr));
+}
+
+TEST(StructureStatements, DoClauseErrors) {
+  struct Case {
+    const char* source;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"procedure main\n do sub parameters a parameters a\nend\nprocedure sub\nend\n", "Duplicate or incompatible clause"},
+      {"procedure main\n do sub returning 5\nend\nprocedure sub\nend\n", "Field name expected"},
+  };
+  for (const Case& c : cases) {
+    std::string out = messages(c.source);
+    EXPECT_NE(out.find(c.message), std::string::npos) << c.source << out;
+  }
+}
+
+TEST(StructureStatements, OptionItems) {
+  Op6 t = compiled(
+      "menu main\n"
+      " option \"Hello\" @ 2, 3 help \"Greets\" security 5 when a = 1 icon 4\n"
+      " option \"Hid\" hidden log \"audit\" bitmap \"b.bmp\" colour 32768\n"
+      "end-menu\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(ops.size(), 2u);
+  for (uint32_t op : ops) {
+    EXPECT_EQ(t.u8(op + 3), opc::option);
+    EXPECT_EQ(t.u16(op + 7), option::size);
+  }
+  uint32_t first = t.u24(ops[0] + 4);
+  EXPECT_EQ(t.u24(first + option::o_position), 2u);
+  EXPECT_EQ(t.u24(first + option::o_position + 3), 3u);
+  uint32_t title = t.u24(first + option::o_title);
+  ASSERT_EQ(t.u8(title + 3), opc::text_item);
+  EXPECT_EQ(t.text_kind(t.u16(title + 4)), 'O');
+  EXPECT_NE(t.u24(first + option::o_help), 0u);
+  EXPECT_NE(t.u24(first + option::o_when), 0u);
+  EXPECT_EQ(t.u16(first + option::o_security), 5u);
+  EXPECT_EQ(t.text(t.u24(first + option::o_log)), "Hello") << "LOG defaults to the title";
+  EXPECT_EQ(t.u8(first + option::o_flags), option::flag_icon);
+  EXPECT_EQ(t.u24(first + option::o_icon), 4u);
+
+  uint32_t second = t.u24(ops[1] + 4);
+  EXPECT_EQ(t.u24(second + option::o_position), 1u) << "HIDDEN without a position: row 1, column 1";
+  EXPECT_EQ(t.u24(second + option::o_position + 3), 1u);
+  EXPECT_EQ(t.text(t.u24(second + option::o_log)), "audit");
+  EXPECT_EQ(t.u8(second + option::o_flags), option::flag_bitmap | option::flag_extended);
+  EXPECT_EQ(t.u16(second + option::o_attributes), option::attr_hidden);
+  EXPECT_NE(t.u24(second + option::o_bitmap), 0u);
+  EXPECT_NE(t.u24(second + option::o_bitmap_fg), 0u) << "with a BITMAP the colour moves to bytes 53-55";
+}
+
+TEST(StructureStatements, OptionErrors) {
+  struct Case {
+    const char* source;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"menu main\n option \"x\"\nend-menu\n", "Row/Column coordinates are mandatory"},
+      {"procedure main\n option \"x\" @ 1, 1\nend\n", "Statement only valid within the DETAIL of a MENU/SCREEN"},
+      {"menu main\n option 5 @ 1, 1\nend-menu\n", "Alphanumeric expression required"},
+      {"menu main\n option \"x\" @ 1, 1 @ 2, 2\nend-menu\n", "Duplicate or incompatible clause"},
+      {"menu main\n option \"x\" @ 1, 1 fuzzy\nend-menu\n", "Invalid clause"},
+      {"menu main\n option \"x\" @ 1, 1 hot-key 30\nend-menu\n", "Unsupported hot key value"},
+      {"menu main\n if a = 1\n  option \"x\" @ 1, 1\n end-if\nend-menu\n", "Statement is not conditional"},
+  };
+  for (const Case& c : cases) {
+    std::string out = messages(c.source);
+    EXPECT_NE(out.find(c.message), std::string::npos) << c.source << out;
+  }
+}
+
+TEST(StructureStatements, CommandBlocks) {
+  Op6 t = compiled(
+      "procedure main\n"
+      " command \"ls\" parameters \"-l\", a no-wait\n"
+      " call \"prog\" returning b leave-files-open external\n"
+      " query \"q\" spool pause\n"
+      " command \"vi\" pause maximum-parameters 20\n"
+      "end\n");
+  ASSERT_FALSE(t.b.empty());
+  auto ops = t.list(t.detail());
+  std::vector<uint32_t> codes;
+  for (uint32_t op : ops) codes.push_back(t.u8(op + 3));
+  // PAUSE ends a QUERY (and becomes a statement) but is a clause of COMMAND.
+  ASSERT_EQ(codes, (std::vector<uint32_t>{62, 63, 64, 73, 62}));
+
+  uint32_t cmd = t.u24(ops[0] + 4);
+  EXPECT_EQ(t.u16(cmd + cmdblock::cb_flags), cmdblock::background);
+  EXPECT_NE(t.u24(cmd + cmdblock::cb_command), 0u);
+  int params = 0;
+  for (uint32_t e = t.u24(cmd + cmdblock::cb_params); e != 0 && params < 10; e = t.u24(e + exprlist::el_next)) ++params;
+  EXPECT_EQ(params, 2);
+
+  uint32_t call = t.u24(ops[1] + 4);
+  EXPECT_EQ(t.u16(call + cmdblock::cb_flags), cmdblock::leave_files_open) << "LEAVE-FILES-OPEN clears EXTERNAL";
+  EXPECT_NE(t.u24(call + cmdblock::cb_returning), 0u);
+
+  EXPECT_EQ(t.u16(t.u24(ops[2] + 4) + cmdblock::cb_flags), cmdblock::spool);
+  uint32_t vi = t.u24(ops[4] + 4);
+  EXPECT_EQ(t.u16(vi + cmdblock::cb_flags), cmdblock::pause);
+  EXPECT_EQ(t.u24(vi + cmdblock::cb_maximum), 20u);
+}
+
+TEST(StructureStatements, CommandClauseErrors) {
+  const char* cases[] = {
+      "command \"x\" spool\n",          "query \"x\" leave-files-open\n", "command \"x\" background wait\n",
+      "command \"x\" pause no-refresh\n", "command \"x\" returning b\n",  "call \"x\" batch returning b\n",
+      "call \"x\" home a home a\n",
+  };
+  for (const char* c : cases) {
+    std::string out = messages(std::string("procedure main\n ") + c + "end\n");
+    EXPECT_NE(out.find("Duplicate or incompatible clause"), std::string::npos) << c << out;
+  }
+  EXPECT_NE(messages("procedure main\n command 5\nend\n").find("Alphanumeric expression required"), std::string::npos);
+  EXPECT_NE(messages("procedure main\n command \"x\" maximum-parameters 1000\nend\n")
+                .find("Numeric value invalid or out of range"),
+            std::string::npos);
+}
+
+TEST(StructureStatements, ConfirmPositionAndWhen) {
+  Op6 t = compiled("screen main\n confirm @ 3, 4 when a = 2\n end-confirm\nend-screen\n");
+  ASSERT_FALSE(t.b.empty());
+  uint32_t block = t.u24(t.detail() + 4);
+  EXPECT_EQ(t.u24(block + confirm::c_position), 3u);
+  EXPECT_EQ(t.u24(block + confirm::c_position + 3), 4u);
+  EXPECT_NE(t.u24(block + confirm::c_when), 0u);
+  EXPECT_NE(messages("screen main\n confirm when a = 1 when a = 2\n end-confirm\nend-screen\n")
+                .find("Duplicate or incompatible clause"),
+            std::string::npos);
+}
+
+TEST(StructureStatements, ModePromptHelpAndWhen) {
+  Op6 t = compiled("mode archive process prompt \"Arch\" help b when a = 1\nprocedure main\nend\n");
+  ASSERT_FALSE(t.b.empty());
+  uint32_t m = 0;
+  for (uint32_t e = t.u24(hdr::mode_list); e != 0; e = t.u24(e + mode::m_next))
+    if (t.text(t.u24(e + mode::m_name)) == "archive") m = e;
+  ASSERT_NE(m, 0u);
+  uint32_t prompt = t.u24(m + mode::m_prompt);
+  ASSERT_EQ(t.u8(prompt + 3), opc::text_item);
+  EXPECT_EQ(t.text_kind(t.u16(prompt + 4)), 'N');
+  EXPECT_EQ(t.u8(t.u24(m + mode::m_help) + 3), opc::field_ref) << "an expression stays an op list";
+  EXPECT_NE(t.u24(m + mode::m_when), 0u);
+  EXPECT_NE(messages("mode m2 prompt 5\nprocedure main\nend\n").find("Alphanumeric expression required"),
+            std::string::npos);
+}
+
+}  // namespace
