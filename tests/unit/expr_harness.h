@@ -102,13 +102,15 @@ class Bench {
     return "#" + std::to_string(value);
   }
 
- private:
+  // Sets the source to `text` and "end", with an empty level 0.
   void start(std::string_view text) {
     source_ = std::string(text) + "\nend\n";
     tok_.open_text(source_, "t.spl");
     ob_.set_level(0);
     ob_.reset_level(0);
   }
+
+ private:
 
   std::string render_op(uint32_t op) {
     static const char* const kRel[] = {"?", "=", ">", ">=", "<", "<=", "!=", "?"};
@@ -142,7 +144,7 @@ class Bench {
         uint16_t fmt = static_cast<uint16_t>(ops_.get16(op + 7));
         uint32_t at = ops_.get24(op + 4);
         if (!conv::fmt_numeric(fmt)) return "'" + std::string(ops_.text_at(at), fmt) + "'";
-        std::snprintf(buf, sizeof buf, "%g", conv::to_double(ops_.at(at), fmt));
+        std::snprintf(buf, sizeof buf, "%.10g", conv::to_double(ops_.at(at), fmt));
         return buf;
       }
       case 12: return "arg(" + render(ops_.get24(op + 4)) + ")";
