@@ -687,6 +687,7 @@ uint32_t operand_value(Parser& p, uint32_t head, int32_t maximum, bool& literal,
 namespace {
 
 ExprType compile_here(Parser& p, uint32_t allow, AggregateSink* aggregates, bool condition) {
+  p.field_notes = FieldNotes{};
   expr::Compiler c(p, allow);
   c.set_aggregates(aggregates);
   bool ok = c.run(condition);
@@ -706,18 +707,21 @@ ExprType compile_condition(Parser& p, uint32_t allow, AggregateSink* aggregates)
 }
 
 ExprType compile_expression_list(Parser& p, uint32_t dest, uint32_t allow) {
+  p.field_notes = FieldNotes{};
   ExprType t;
   p.ops.put24(dest, expr::compile_on_level(p, allow, false, false, &t, nullptr));
   return t;
 }
 
 ExprType compile_condition_list(Parser& p, uint32_t dest, uint32_t allow) {
+  p.field_notes = FieldNotes{};
   ExprType t;
   p.ops.put24(dest, expr::compile_on_level(p, allow, true, false, &t, nullptr));
   return t;
 }
 
 Operand compile_operand(Parser& p, uint32_t dest, int32_t maximum) {
+  p.field_notes = FieldNotes{};
   Operand r;
   uint32_t head = expr::compile_on_level(p, allow_nothing, false, false, &r.type, nullptr);
   p.ops.put24(dest, expr::operand_value(p, head, maximum, r.literal, r.value));

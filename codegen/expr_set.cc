@@ -252,7 +252,8 @@ uint32_t compile_assignment(Parser& p, bool for_loop) {
   ops.put24(op + setop::value, head);
   if (t.failed) return 0;
 
-  if ((numeric_target && t.alphanumeric()) || (!numeric_target && t.numeric() && !t.alphanumeric()))
+  bool mixed = t.alphanumeric() && t.numeric();  // reported inside the expression already
+  if (!mixed && ((numeric_target && t.alphanumeric()) || (!numeric_target && t.numeric())))
     p.diag.error(msg::mixed_numeric_alpha_operands_expression);
   else if (field != 0 && a->opcode == 0)
     check_literal(p, head, field);
