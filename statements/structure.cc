@@ -792,10 +792,16 @@ void compile_link(Parser& p) {
 void compile_version_number(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
-  p.take(verb("is"));
+  // The version is read as a raw word, so that "1.2.3" or "v2-beta" stay one token. Keywords are
+  // still recognised in raw mode, which lets an optional IS come first.
   p.tok.request_raw();
   uint32_t c = p.next();
+  if (c == verb("is")) {
+    p.tok.request_raw();
+    c = p.next();
+  }
   std::string text(p.text());
+  if (!p.tok.held()) p.accept();  // the next word is read normally again
   if (c == kClassRaw || c == kClassName || c == kClassNumeric) {
     if (text.find_first_not_of("0123456789.") != std::string::npos) p.diag.warning(msg::invalid_version_number);
   } else if (c != kClassAlpha) {

@@ -256,3 +256,22 @@ TEST(StructureStatements, ModePromptHelpAndWhen) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(StructureStatements, VersionNumbers) {
+  // Versions are read as raw words, with an optional IS; quoted versions keep their text.
+  Op6 t = compiled("version-number is 1.2.3\nversion-number \"7.0 beta\"\nversion-number 12\n"
+                   "procedure main\n  pause\nend\n");
+  std::vector<std::string> texts;
+  for (uint32_t e = t.u24(hdr::version_list); e != 0 && texts.size() < 10; e = t.u24(e + version::v_next))
+    texts.push_back(t.text(t.u24(e + version::v_text)) + "|" + t.text(t.u24(e + version::v_source)));
+  EXPECT_EQ(texts, (std::vector<std::string>{"1.2.3|1.2.3", "7.0 beta|7.0 beta", "12|12"}));
+
+  std::string out = messages("version-number v2-beta\nprocedure main\n  pause\nend\n");
+  EXPECT_NE(out.find("WARNING  Invalid version number - 'v2-beta'"), std::string::npos) << out;
+  out = messages("version-number\nprocedure main\n  pause\nend\n");
+  EXPECT_NE(out.find("ERROR  Invalid version number"), std::string::npos) << out;
+}
+
+}  // namespace
