@@ -11,8 +11,8 @@
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/records.h"
-#include "symbols/objects.h"
 #include "symbols/fields.h"
+#include "symbols/objects.h"
 #include "symbols/records.h"
 
 namespace tav {
