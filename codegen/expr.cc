@@ -611,7 +611,7 @@ bool Compiler::if_then_else() {
   if (p_.next() != kOpenParen) return abandon(msg::syntax_error);
   OpSpace& ops = p_.ops;
   uint32_t op = p_.ob.emit(opc::if_then_else);
-  ExprType cond, first, second;
+  ExprType first, second;
   bool failed = false;
   {
     p_.ob.open_level();
