@@ -4,7 +4,7 @@
 #
 #   bench/run.sh <build-dir> [sizes...]
 #
-# Configures <build-dir> with -DTAV_BENCH=ON, builds the compiler and the generator (-j2), and
+# Configures <build-dir> as an optimised build with -DTAV_BENCH=ON, builds the compiler and the generator (-j2), and
 # prints one table. Default sizes: 1000 10000 50000 100000 lines. Add "gbench" as the only size
 # to run the Google Benchmark targets instead.
 set -eu
@@ -14,7 +14,7 @@ build=$1
 shift
 src=$(cd "$(dirname "$0")/.." && pwd)
 
-cmake -S "$src" -B "$build" -G Ninja -DTAV_BENCH=ON >/dev/null
+cmake -S "$src" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAV_BENCH=ON >/dev/null
 ninja -C "$build" -j2 tavcmp tavpp tav-gen-program bench_compile >/dev/null
 
 product=$build/tavrin
