@@ -4,9 +4,9 @@
 #
 #   bench/run.sh <build-dir> [sizes...]
 #
-# Configures <build-dir> as an optimised build with -DTAV_BENCH=ON, builds the compiler and the generator (-j2), and
-# prints one table. Default sizes: 1000 10000 50000 100000 lines. Add "gbench" as the only size
-# to run the Google Benchmark targets instead.
+# Configures <build-dir> as an optimised build with -DTAV_BENCH=ON, builds the compiler and the
+# generator (-j2), and prints one table. Default sizes: 1000 10000 50000 100000 lines. Add
+# "gbench" as the only size to run the Google Benchmark targets instead.
 set -eu
 
 [ $# -ge 1 ] || { echo "usage: $0 <build-dir> [sizes...|gbench]" >&2; exit 2; }
