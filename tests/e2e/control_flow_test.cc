@@ -7,73 +7,41 @@
 #include <string>
 #include <vector>
 
-#include "codegen/bytes.h"
-#include "codegen/header.h"
 #include "statements/records.h"
 #include "symbols/records.h"
+#include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
 using namespace tav;
+using tavtest::Op6;
 using tavtest::RunResult;
 using tavtest::TempDir;
-
-struct Op6 {
-  std::string b;
-  const uint8_t* p(uint32_t off) const {
-    EXPECT_LT(off, b.size());
-    return reinterpret_cast<const uint8_t*>(b.data()) + (off < b.size() ? off : 0);
-  }
-  uint32_t u8(uint32_t off) const { return *p(off); }
-  uint32_t u16(uint32_t off) const { return get16(p(off)); }
-  uint32_t u24(uint32_t off) const { return get24(p(off)); }
-  std::string text(uint32_t off) const { return off ? std::string(reinterpret_cast<const char*>(p(off))) : ""; }
-
-  std::vector<uint32_t> list(uint32_t head) const {
-    std::vector<uint32_t> out;
-    for (uint32_t op = head; op != 0 && out.size() < 1000; op = u24(op)) out.push_back(op);
-    return out;
-  }
-  std::vector<uint32_t> codes(uint32_t head) const {
-    std::vector<uint32_t> out;
-    for (uint32_t op : list(head)) out.push_back(u8(op + 3));
-    return out;
-  }
-  // The DETAIL list of the first section.
-  uint32_t detail() const { return u24(u24(hdr::h_screens) + ssym::s_detail); }
-};
-
-RunResult compile(const TempDir& dir, const std::string& source) {
-  tavtest::write_file(dir / "prog.spl", source);
-  tavtest::RunOptions run;
-  run.cwd = dir.path();
-  run.env = {"TAVRIN=" + tavtest::product_dir()};
-  return tavtest::run({tavtest::program("tavcmp"), "-l", "-n", "prog.spl"}, run);
-}
 
 // Compiles a PROCEDURE main with the given body after two numeric fields a and i; the program
 // must compile cleanly.
 Op6 body(const std::string& statements, const std::string& kind = "procedure") {
   TempDir dir;
-  RunResult r = compile(dir, "field a pic 9(4)\nfield i pic 9(4)\nfield t pic x(8)\n" + kind + " main\n" +
-                                 statements + "end\n");
-  EXPECT_EQ(r.status, 0) << statements << r.out << r.err;
-  if (r.status != 0) return {};
-  return Op6{tavtest::read_file(dir / "prog.op6")};
+  tavtest::Compiled c = tavtest::compile(dir, "field a pic 9(4)\nfield i pic 9(4)\nfield t pic x(8)\n" + kind +
+                                                  " main\n" + statements + "end\n");
+  EXPECT_EQ(c.result.status, 0) << statements << c.result.out << c.result.err;
+  if (c.result.status != 0) return {};
+  return c.image;
 }
 
 // The compiler's messages for a program with the given body.
 std::string messages(const std::string& statements, const std::string& kind = "procedure") {
   TempDir dir;
-  return compile(dir, "field a pic 9(4)\nfield t pic x(8)\n" + kind + " main\n" + statements + "end\n").out;
+  const std::string source = "field a pic 9(4)\nfield t pic x(8)\n" + kind + " main\n" + statements + "end\n";
+  return tavtest::compile(dir, source).result.out;
 }
 
 using Codes = std::vector<uint32_t>;
 
 TEST(ControlFlow, IfChainsPatchTheirJumps) {
   Op6 t = body("if a = 1\n pause\nelse-if a = 2 then\n pause\nelse\n pause\nend-if\npause\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{15, 73, 18, 15, 73, 18, 73, 73}));
   EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[2]) << "a false first test goes on after the first jump";
@@ -85,7 +53,7 @@ TEST(ControlFlow, IfChainsPatchTheirJumps) {
 
 TEST(ControlFlow, IfWithoutElseNamesTheEndOfItsBody) {
   Op6 t = body("if a = 1\n pause\n if a = 2\n  pause\n end-if\nend-if\npause\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{15, 73, 15, 73, 73}));
   EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[3]) << "the outer body ends with the inner one";
@@ -94,7 +62,7 @@ TEST(ControlFlow, IfWithoutElseNamesTheEndOfItsBody) {
 
 TEST(ControlFlow, LoopsKeepTheirListsInTheirOwnOperands) {
   Op6 w = body("while a < 3 detail\n pause\n break\nend-while\npause\n");
-  ASSERT_FALSE(w.b.empty());
+  ASSERT_FALSE(w.empty());
   ASSERT_EQ(w.codes(w.detail()), (Codes{16, 73}));
   uint32_t op = w.detail();
   EXPECT_EQ(w.codes(w.u24(op + ctl::loop_body)), (Codes{73, 20}));
@@ -102,7 +70,7 @@ TEST(ControlFlow, LoopsKeepTheirListsInTheirOwnOperands) {
   EXPECT_EQ(w.u24(op + ctl::loop_increment), 0u);
 
   Op6 r = body("repeat\n pause\nuntil a = 1\n continue\nend-repeat\n");
-  ASSERT_FALSE(r.b.empty());
+  ASSERT_FALSE(r.empty());
   ASSERT_EQ(r.codes(r.detail()), (Codes{17}));
   op = r.detail();
   EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_first)), (Codes{73}));
@@ -124,7 +92,7 @@ TEST(ControlFlow, ForIsAnAssignmentAndAWhileWithIncrement) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.header);
     Op6 t = body(std::string(c.header) + " pause\nend-for\n");
-    ASSERT_FALSE(t.b.empty());
+    ASSERT_FALSE(t.empty());
     auto ops = t.list(t.detail());
     ASSERT_EQ(t.codes(t.detail()), (Codes{14, 16}));
     uint32_t field = t.u24(ops[0] + ctl::as_field);
@@ -151,7 +119,7 @@ TEST(ControlFlow, ForIsAnAssignmentAndAWhileWithIncrement) {
 
 TEST(ControlFlow, SwitchLinksItsCasesAndPatchesItsJumps) {
   Op6 t = body("switch on a\ncase 1 2\n pause\ncase of 3\n pause\nelse\n pause\nend-switch\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{22, 23, 73, 18, 23, 73, 18, 73}));
   uint32_t sw = ops[0];
@@ -174,14 +142,14 @@ TEST(ControlFlow, SwitchLinksItsCasesAndPatchesItsJumps) {
 
 TEST(ControlFlow, SwitchWithoutElseAndWithAlphaValues) {
   Op6 t = body("switch ascii t\ncase \"AB\"\n pause\nend-switch\npause\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{22, 23, 73, 73}));
   EXPECT_EQ(t.u16(ops[0] + ctl::sw_variant), ctl::sw_ascii);
   EXPECT_EQ(t.u24(ops[0] + ctl::sw_else), ops[2]) << "without ELSE: the last op of the construct";
   uint32_t e = t.u24(ops[1] + ctl::case_values);
   EXPECT_EQ(t.u16(e + ctl::cv_format), 2u);
-  EXPECT_EQ(t.b.substr(t.u24(e + ctl::cv_value), 2), "AB");
+  EXPECT_EQ(t.bytes().substr(t.u24(e + ctl::cv_value), 2), "AB");
 }
 
 TEST(ControlFlow, DepthAndPlacementErrors) {
@@ -256,7 +224,7 @@ TEST(ControlFlow, MalformedInputEnds) {
   };
   for (const char* c : cases) {
     TempDir dir;
-    RunResult r = compile(dir, std::string("field a pic 9(4)\nprocedure main\n") + c);
+    RunResult r = tavtest::compile(dir, std::string("field a pic 9(4)\nprocedure main\n") + c).result;
     // Statuses above 128 but 255 (-1, the file abandoned) would be signals.
     EXPECT_TRUE(r.status < 128 || r.status == 255) << c << r.out << r.err;
     EXPECT_NE(r.status, 0) << c << r.out;

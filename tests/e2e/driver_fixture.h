@@ -1,5 +1,5 @@
 // Shared by the tavcmp end-to-end tests: running the compiler in a scratch directory with a
-// controlled environment, and a few small programs.
+// controlled environment (tavtest::tavcmp), and a few small programs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,14 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace drvtest {
 
+using tavtest::Env;
 using tavtest::file_exists;
 using tavtest::list_dir;
 using tavtest::read_file;
 using tavtest::RunResult;
+using tavtest::tavcmp;
 using tavtest::TempDir;
 using tavtest::write_file;
 
@@ -41,28 +44,6 @@ inline std::string errors_on(const std::vector<int>& lines, int total) {
 inline std::string bogus_line(const std::string& file, int line) {
   return "\n" + file + ", line " + std::to_string(line) +
          ": ERROR  Statement is invalid or not known - 'bogus'";
-}
-
-struct Env {
-  std::vector<std::string> set;
-  std::vector<std::string> unset;
-};
-
-// Runs tavcmp in `cwd` with TAVRIN pointing at the build's product directory (unless `env`
-// sets or removes it) and none of the variables that change its behaviour inherited from the
-// caller.
-inline RunResult tavcmp(const std::string& cwd, std::vector<std::string> args, Env env = {}) {
-  args.insert(args.begin(), tavtest::program("tavcmp"));
-  tavtest::RunOptions options;
-  options.cwd = cwd;
-  bool own_tavrin = false;
-  for (const std::string& e : env.set) own_tavrin |= e.rfind("TAVRIN=", 0) == 0;
-  for (const std::string& u : env.unset) own_tavrin |= u == "TAVRIN";
-  if (!own_tavrin) options.env.push_back("TAVRIN=" + tavtest::product_dir());
-  for (std::string& e : env.set) options.env.push_back(std::move(e));
-  options.unset = {"TAVCMPINC", "TAVLANGUAGE", "TAVLANGDIR", "TERM"};
-  for (std::string& u : env.unset) options.unset.push_back(std::move(u));
-  return tavtest::run(args, options);
 }
 
 inline bool contains(const std::string& haystack, const std::string& needle) {

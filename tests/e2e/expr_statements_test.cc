@@ -4,29 +4,29 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-tavtest::RunResult compile(const tavtest::TempDir& dir, const std::string& body) {
-  tavtest::write_file(dir / "p.spl",
-                      "field a pic 9(4)\nfield b pic 9(4)\nfield s pic x(10)\n"
-                      "procedure main\n" + body + "end\n");
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  options.env = {"TAVRIN=" + tavtest::product_dir()};
-  return tavtest::run({tavtest::program("tavcmp"), "-l", "-n", "p.spl"}, options);
+// Compiles p.spl: three fields and a PROCEDURE main with the given body.
+tavtest::RunResult compile_main(const tavtest::TempDir& dir, const std::string& body) {
+  return tavtest::compile(dir,
+                          "field a pic 9(4)\nfield b pic 9(4)\nfield s pic x(10)\n"
+                          "procedure main\n" + body + "end\n",
+                          "p.spl")
+      .result;
 }
 
 TEST(ExprStatements, CleanProgram) {
   tavtest::TempDir dir;
-  auto r = compile(dir,
-                   " set a = a + b * 2\n"
-                   " set s = concat('x', str(a))\n"
-                   " set a += if-then-else(s like 'x%' and b between 1 and 9, 1, 0)\n"
-                   " string s inserting 'y' at 2 deleting at 1 to 1\n");
+  auto r = compile_main(dir,
+                        " set a = a + b * 2\n"
+                        " set s = concat('x', str(a))\n"
+                        " set a += if-then-else(s like 'x%' and b between 1 and 9, 1, 0)\n"
+                        " string s inserting 'y' at 2 deleting at 1 to 1\n");
   EXPECT_EQ(r.status, 0) << r.out << r.err;
   EXPECT_THAT(r.out, HasSubstr("No errors found"));
   EXPECT_TRUE(tavtest::file_exists(dir / "p.op6"));
@@ -37,15 +37,15 @@ TEST(ExprStatements, CleanProgram) {
 TEST(ExprStatements, GoesOnAfterErrors) {
   tavtest::TempDir dir;
   std::string deep(201, '(');
-  auto r = compile(dir,
-                   " set a = \"abc\" + 1\n"           // line 5
-                   " set a = (a + 1\n"                // 6
-                   " set a = a + + 1\n"               // 7
-                   " set a = " + deep + "1\n"         // 8
-                   " set a = a between 1\n"           // 9
-                   " set b = 2\n"                     // 10
-                   " string a appending 'x'\n"        // 11
-                   " set a = max(b)\n");              // 12
+  auto r = compile_main(dir,
+                        " set a = \"abc\" + 1\n"           // line 5
+                        " set a = (a + 1\n"                // 6
+                        " set a = a + + 1\n"               // 7
+                        " set a = " + deep + "1\n"         // 8
+                        " set a = a between 1\n"           // 9
+                        " set b = 2\n"                     // 10
+                        " string a appending 'x'\n"        // 11
+                        " set a = max(b)\n");              // 12
   EXPECT_EQ(r.status, 5);  // the line of the first error
   std::string listing = tavtest::read_file(dir / "p.err");
   const char* expected[] = {

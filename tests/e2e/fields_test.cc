@@ -7,38 +7,17 @@
 #include <map>
 #include <string>
 
+#include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
-using tavtest::read_file;
+using tavtest::compile;
+using tavtest::Compiled;
+using tavtest::Op6;
 using tavtest::TempDir;
-using tavtest::write_file;
 
 const std::string kMain = "procedure main\n  pause\nend\n";
-
-struct Compiled {
-  tavtest::RunResult result;
-  std::string image;  // the .op6 bytes, empty when none was written
-};
-
-Compiled compile(const TempDir& dir, const std::string& source, const std::string& name = "prog") {
-  write_file(dir / (name + ".spl"), source);
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  options.env = {"TAVRIN=" + tavtest::product_dir()};
-  options.unset = {"TAVCMPINC", "TAVLANGUAGE", "TAVLANGDIR", "TERM"};
-  Compiled c;
-  c.result = tavtest::run({tavtest::program("tavcmp"), "-l", "-n", name + ".spl"}, options);
-  if (tavtest::file_exists(dir / (name + ".op6"))) c.image = read_file(dir / (name + ".op6"));
-  return c;
-}
-
-uint32_t be(const std::string& img, uint32_t off, int bytes) {
-  uint32_t v = 0;
-  for (int i = 0; i < bytes; ++i) v = v << 8 | static_cast<uint8_t>(img.at(off + static_cast<uint32_t>(i)));
-  return v;
-}
 
 struct FieldRecord {
   uint16_t format = 0;
@@ -52,19 +31,18 @@ struct FieldRecord {
 
 // The global field list of an image, by name (field_sym: name 3, occurs 9, format 11, size 13,
 // type 15, flags 21, dbcol 23, dictno 28; the list head is the header's 24-bit word at 18).
-std::map<std::string, FieldRecord> global_fields(const std::string& img) {
+std::map<std::string, FieldRecord> global_fields(const Op6& img) {
   std::map<std::string, FieldRecord> out;
-  auto text = [&](uint32_t off) { return off == 0 ? std::string() : std::string(img.c_str() + off); };
-  for (uint32_t f = be(img, 18, 3); f != 0; f = be(img, f, 3)) {
+  for (uint32_t f = img.u24(18); f != 0; f = img.u24(f)) {
     FieldRecord r;
-    r.occurs = static_cast<uint16_t>(be(img, f + 9, 2));
-    r.format = static_cast<uint16_t>(be(img, f + 11, 2));
-    r.size = static_cast<uint16_t>(be(img, f + 13, 2));
-    r.type = static_cast<char>(img.at(f + 15));
-    r.flags = static_cast<uint16_t>(be(img, f + 21, 2));
-    r.dbcol = text(be(img, f + 23, 3));
-    r.dictno = static_cast<int16_t>(be(img, f + 28, 2));
-    out[text(be(img, f + 3, 3))] = r;
+    r.occurs = static_cast<uint16_t>(img.u16(f + 9));
+    r.format = static_cast<uint16_t>(img.u16(f + 11));
+    r.size = static_cast<uint16_t>(img.u16(f + 13));
+    r.type = static_cast<char>(img.u8(f + 15));
+    r.flags = static_cast<uint16_t>(img.u16(f + 21));
+    r.dbcol = img.text(img.u24(f + 23));
+    r.dictno = static_cast<int16_t>(img.u16(f + 28));
+    out[img.text(img.u24(f + 3))] = r;
   }
   return out;
 }

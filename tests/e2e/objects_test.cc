@@ -6,77 +6,48 @@
 #include <cstdint>
 #include <string>
 
+#include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
+using tavtest::Op6;
 using tavtest::TempDir;
 
 constexpr char kMain[] = "procedure main\n  pause\nend\n";
 
-tavtest::RunResult tavcmp(const TempDir& dir, std::vector<std::string> files) {
-  std::vector<std::string> argv{tavtest::program("tavcmp"), "-l", "-n"};
-  argv.insert(argv.end(), files.begin(), files.end());
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  options.env = {"TAVRIN=" + tavtest::product_dir()};
-  return tavtest::run(argv, options);
+// "field@offset ..." along the object's chain, checking each link names the object.
+std::string record(const Op6& t, uint32_t o) {
+  std::string out;
+  for (uint32_t l = t.u24(o + 6); l; l = t.u24(l + 9)) {
+    EXPECT_EQ(t.u24(l), o);
+    out += (out.empty() ? "" : " ") + t.text(t.u24(t.u24(l + 3) + 3)) + "@" + std::to_string(t.u16(l + 12));
+  }
+  return out;
 }
-
-// A compiled .op6 file: the operations image, then the data image.
-struct Table {
-  std::string bytes;
-  uint32_t u8(uint32_t off) const { return static_cast<uint8_t>(bytes.at(off)); }
-  uint32_t u16(uint32_t off) const { return u8(off) << 8 | u8(off + 1); }
-  uint32_t u24(uint32_t off) const { return u8(off) << 16 | u16(off + 1); }
-  uint32_t u32(uint32_t off) const { return u16(off) << 16 | u16(off + 2); }
-  std::string text(uint32_t off) const { return bytes.c_str() + off; }
-  uint32_t data_base() const { return u32(51); }
-  std::string data(uint32_t off, uint32_t n) const { return bytes.substr(data_base() + off, n); }
-
-  uint32_t object(const std::string& name) const {
-    for (uint32_t o = u24(15); o; o = u24(o))
-      if (text(u24(o + 3)) == name) return o;
-    return 0;
+// The objects holding a field, along the field's chain.
+std::string holders(const Op6& t, uint32_t f) {
+  std::string out;
+  for (uint32_t l = t.u24(f + 16); l; l = t.u24(l + 6)) {
+    EXPECT_EQ(t.u24(l + 3), f);
+    out += (out.empty() ? "" : " ") + t.text(t.u24(t.u24(l) + 3));
   }
-  uint32_t field(const std::string& name) const {
-    for (uint32_t f = u24(18); f; f = u24(f))
-      if (text(u24(f + 3)) == name) return f;
-    return 0;
-  }
-  // "field@offset ..." along the object's chain, checking each link names the object.
-  std::string record(uint32_t o) const {
-    std::string out;
-    for (uint32_t l = u24(o + 6); l; l = u24(l + 9)) {
-      EXPECT_EQ(u24(l), o);
-      out += (out.empty() ? "" : " ") + text(u24(u24(l + 3) + 3)) + "@" + std::to_string(u16(l + 12));
-    }
-    return out;
-  }
-  // The objects holding a field, along the field's chain.
-  std::string holders(uint32_t f) const {
-    std::string out;
-    for (uint32_t l = u24(f + 16); l; l = u24(l + 6)) {
-      EXPECT_EQ(u24(l + 3), f);
-      out += (out.empty() ? "" : " ") + text(u24(u24(l) + 3));
-    }
-    return out;
-  }
-};
+  return out;
+}
 
 TEST(Objects, RecordsKeysAndJoinedDataInTheTable) {
   TempDir dir;
-  tavtest::write_file(dir / "t.spl",
-                      "object stock type indexed file 'stock.dat'\n"
-                      "  record item pic x(6) qty pic 9(3) type zoned price pic 9(5)v99 end-record\n"
-                      "  key item unique key qty desc item\n"
-                      "object moves type sequential record item qty end-record\n"
-                      "object old like stock no-joins\n"
-                      "object feed type external record item end-record\n" +
-                          std::string(kMain));
-  const auto r = tavcmp(dir, {"t.spl"});
-  ASSERT_EQ(r.status, 0) << r.out;
-  Table t{tavtest::read_file(dir / "t.op6")};
+  const auto c = tavtest::compile(dir,
+                                  "object stock type indexed file 'stock.dat'\n"
+                                  "  record item pic x(6) qty pic 9(3) type zoned price pic 9(5)v99 end-record\n"
+                                  "  key item unique key qty desc item\n"
+                                  "object moves type sequential record item qty end-record\n"
+                                  "object old like stock no-joins\n"
+                                  "object feed type external record item end-record\n" +
+                                      std::string(kMain),
+                                  "t.spl");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
 
   const uint32_t stock = t.object("stock"), moves = t.object("moves"), old = t.object("old");
   const uint32_t feed = t.object("feed");
@@ -91,12 +62,12 @@ TEST(Objects, RecordsKeysAndJoinedDataInTheTable) {
   EXPECT_EQ(t.u24(old + 21), stock);
   EXPECT_EQ(t.u8(feed + 39), '|');
 
-  EXPECT_EQ(t.record(stock), "item@0 qty@6 price@9");
-  EXPECT_EQ(t.record(moves), "item@0 qty@6");
-  EXPECT_EQ(t.record(old), "item@0 qty@6 price@9");
+  EXPECT_EQ(record(t, stock), "item@0 qty@6 price@9");
+  EXPECT_EQ(record(t, moves), "item@0 qty@6");
+  EXPECT_EQ(record(t, old), "item@0 qty@6 price@9");
   const uint32_t item = t.field("item"), qty = t.field("qty"), price = t.field("price");
-  EXPECT_EQ(t.holders(item), "feed old moves stock");
-  EXPECT_EQ(t.holders(price), "old stock");
+  EXPECT_EQ(holders(t, item), "feed old moves stock");
+  EXPECT_EQ(holders(t, price), "old stock");
 
   // Keys: numbers, flags, parts with their directions; the copy shares the parts.
   const uint32_t k1 = t.u24(stock + 18), k2 = t.u24(k1);
@@ -128,12 +99,10 @@ TEST(Objects, RecordsKeysAndJoinedDataInTheTable) {
 
 TEST(Objects, DiagnosticsStopTheTable) {
   TempDir dir;
-  tavtest::write_file(dir / "t.spl",
-                      "object a type indexed record f1 pic x end-record\n"
-                      "object b type text record f2 pic x(1000) occurs 4 f3 pic x(97) end-record key f2\n"
-                      "object b like b\n" +
-                          std::string(kMain));
-  const auto r = tavcmp(dir, {"t.spl"});
+  const std::string source = "object a type indexed record f1 pic x end-record\n"
+                             "object b type text record f2 pic x(1000) occurs 4 f3 pic x(97) end-record key f2\n"
+                             "object b like b\n" + std::string(kMain);
+  const auto r = tavtest::compile(dir, source, "t.spl").result;
   EXPECT_NE(r.out.find("t.spl, line 1: ERROR  No keys defined for object"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("line 2: ERROR  Record size for object is invalid"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("line 2: ERROR  Key field cannot be an array - 'f2'"), std::string::npos) << r.out;
@@ -165,15 +134,15 @@ TEST(Objects, ExhaustedStoresAbandonOnlyTheirFile) {
   tavtest::write_file(dir / "ops.spl", ops + kMain);
   tavtest::write_file(dir / "clean.spl", "object ok record v pic x end-record\n" + std::string(kMain));
 
-  const auto r = tavcmp(dir, {"data.spl", "clean.spl", "ops.spl", "clean.spl"});
+  const auto r = tavtest::tavcmp(dir.path(), {"-l", "-n", "data.spl", "clean.spl", "ops.spl", "clean.spl"});
   EXPECT_NE(r.out.find("FATAL  Can't allocate sufficient data space"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("FATAL  Exceeded maximum operations table limit"), std::string::npos) << r.out;
   EXPECT_FALSE(tavtest::file_exists(dir / "data.op6"));
   EXPECT_FALSE(tavtest::file_exists(dir / "ops.op6"));
   ASSERT_TRUE(tavtest::file_exists(dir / "clean.op6"));
   EXPECT_EQ(r.status, 0) << r.out;  // the last file decides the status
-  Table t{tavtest::read_file(dir / "clean.op6")};
-  EXPECT_EQ(t.record(t.object("ok")), "v@0");
+  const Op6 t{tavtest::read_file(dir / "clean.op6")};
+  EXPECT_EQ(record(t, t.object("ok")), "v@0");
   EXPECT_EQ(t.u16(37), 1u);  // one object: nothing left of the abandoned file
 }
 

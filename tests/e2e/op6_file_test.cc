@@ -8,71 +8,31 @@
 #include <string>
 #include <vector>
 
-#include "codegen/bytes.h"
 #include "codegen/header.h"
 #include "statements/records.h"
 #include "symbols/records.h"
+#include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
 using namespace tav;
+using tavtest::Op6;
 using tavtest::RunResult;
 using tavtest::TempDir;
 
-// A compiled table read back, with checked access.
-struct Op6 {
-  std::string b;
-  const uint8_t* p(uint32_t off) const {
-    EXPECT_LT(off, b.size());
-    return reinterpret_cast<const uint8_t*>(b.data()) + (off < b.size() ? off : 0);
-  }
-  uint32_t u8(uint32_t off) const { return *p(off); }
-  uint32_t u16(uint32_t off) const { return get16(p(off)); }
-  uint32_t u24(uint32_t off) const { return get24(p(off)); }
-  uint32_t u32(uint32_t off) const { return get32(p(off)); }
-  std::string text(uint32_t off) const { return off ? std::string(reinterpret_cast<const char*>(p(off))) : ""; }
-
-  // Sections in list order, and the opcodes of an op list.
-  std::vector<uint32_t> sections() const {
-    std::vector<uint32_t> out;
-    for (uint32_t s = u24(hdr::h_screens); s != 0 && out.size() < 100; s = u24(s + ssym::s_next)) out.push_back(s);
-    return out;
-  }
-  std::vector<uint32_t> ops(uint32_t head) const {
-    std::vector<uint32_t> out;
-    for (uint32_t op = head; op != 0 && out.size() < 1000; op = u24(op)) out.push_back(op);
-    return out;
-  }
-  std::vector<std::string> modes(uint32_t head) const {
-    std::vector<std::string> out;
-    for (uint32_t e = head; e != 0 && out.size() < 100; e = u24(e + modelist::ml_next))
-      out.push_back(text(u24(u24(e + modelist::ml_mode) + mode::m_name)));
-    return out;
-  }
-  uint32_t section_named(const std::string& name) const {
-    for (uint32_t s : sections())
-      if (text(u24(s + ssym::s_name)) == name) return s;
-    return 0;
-  }
-};
-
-RunResult compile(const TempDir& dir, const std::string& source, std::vector<std::string> options = {},
-                  const std::string& name = "prog") {
-  tavtest::write_file(dir / (name + ".spl"), source);
-  std::vector<std::string> argv{tavtest::program("tavcmp"), "-l", "-n"};
-  argv.insert(argv.end(), options.begin(), options.end());
-  argv.push_back(name + ".spl");
-  tavtest::RunOptions run;
-  run.cwd = dir.path();
-  run.env = {"TAVRIN=" + tavtest::product_dir()};
-  return tavtest::run(argv, run);
+Op6 compiled(const TempDir& dir, const std::string& source, std::vector<std::string> options = {}) {
+  tavtest::Compiled c = tavtest::compile(dir, source, "prog.spl", std::move(options));
+  EXPECT_EQ(c.result.status, 0) << c.result.out << c.result.err;
+  return c.image;
 }
 
-Op6 compiled(const TempDir& dir, const std::string& source, std::vector<std::string> options = {}) {
-  RunResult r = compile(dir, source, std::move(options));
-  EXPECT_EQ(r.status, 0) << r.out << r.err;
-  return Op6{tavtest::read_file(dir / "prog.op6")};
+// The names of the modes along a mode list.
+std::vector<std::string> modes(const Op6& t, uint32_t head) {
+  std::vector<std::string> out;
+  for (uint32_t e = head; e != 0 && out.size() < 100; e = t.u24(e + modelist::ml_next))
+    out.push_back(t.text(t.u24(t.u24(e + modelist::ml_mode) + mode::m_name)));
+  return out;
 }
 
 const char kSmall[] =
@@ -98,12 +58,12 @@ TEST(Op6File, HeaderSizesMagicFlagsAndVersion) {
     EXPECT_EQ(s % 8, 0u);
     EXPECT_GE(s, 96u);
     EXPECT_EQ(d, 8u) << "the 2-byte data base, padded";
-    EXPECT_EQ(t.b.size(), s + d);
-    EXPECT_EQ(t.b.substr(hdr::magic, 4), "\r\n\xff\n");
+    EXPECT_EQ(t.size(), s + d);
+    EXPECT_EQ(t.bytes().substr(hdr::magic, 4), "\r\n\xff\n");
     EXPECT_EQ(t.u16(hdr::flags), c.flags);
     EXPECT_EQ(t.u16(hdr::version), c.version);
     EXPECT_EQ(t.text(t.u24(hdr::compile_text)).rfind("@(#) prog.spl compiled on ", 0), 0u);
-    EXPECT_NE(t.b.find("@(#) Operations table version " + std::to_string(c.version)), std::string::npos);
+    EXPECT_NE(t.bytes().find("@(#) Operations table version " + std::to_string(c.version)), std::string::npos);
     EXPECT_NE(t.u24(hdr::system_name), 0u) << "stored even when empty";
     EXPECT_EQ(t.text(t.u24(hdr::system_name)), "");
   }
@@ -120,7 +80,7 @@ TEST(Op6File, BuiltInModesAndTheirTextItems) {
                             0x4009, 0x6002, 0x6002, 0xc005, 0x1000, 0x0001, 0x0000};
   ASSERT_EQ(t.u16(hdr::text_count), 29u) << "28 items and entry 0";
   uint32_t table = t.u24(hdr::h_text);
-  EXPECT_EQ(t.b.substr(table, 5), std::string(5, '\0'));
+  EXPECT_EQ(t.bytes().substr(table, 5), std::string(5, '\0'));
 
   uint32_t m = t.u24(hdr::mode_list);
   for (size_t i = 0; i < 14; ++i) {
@@ -176,7 +136,7 @@ TEST(Op6File, SectionOrderKindsEntryAndDefaultModes) {
     uint32_t s = t.section_named(e.name);
     ASSERT_NE(s, 0u) << e.name;
     EXPECT_EQ(t.u16(s + ssym::s_kind), e.kind) << e.name;
-    EXPECT_EQ(t.modes(t.u24(s + ssym::s_modes)), e.modes) << e.name;
+    EXPECT_EQ(modes(t, t.u24(s + ssym::s_modes)), e.modes) << e.name;
   }
   EXPECT_TRUE(t.u16(t.section_named("later") + ssym::s_flags) & ssym::flag_referenced);
 }
@@ -187,7 +147,7 @@ TEST(Op6File, PauseExitAndDoOps) {
                    "procedure main\n  pause\n  do other\n  exit\nend-procedure\n"
                    "procedure other\n  pause\nend-procedure\n");
   uint32_t main = t.section_named("main");
-  std::vector<uint32_t> ops = t.ops(t.u24(main + ssym::s_detail));
+  std::vector<uint32_t> ops = t.list(t.u24(main + ssym::s_detail));
   ASSERT_EQ(ops.size(), 3u);
   EXPECT_EQ(t.u8(ops[0] + 3), opc::pause);
   EXPECT_EQ(t.u8(ops[1] + 3), opc::do_call);
@@ -201,7 +161,7 @@ TEST(Op6File, PauseExitAndDoOps) {
 TEST(Op6File, DebugMarkersChainTheStatements) {
   TempDir dir;
   Op6 t = compiled(dir, "procedure main\n  pause\n  pause\n  pause\nend-procedure\n", {"-d"});
-  std::vector<uint32_t> ops = t.ops(t.u24(t.section_named("main") + ssym::s_detail));
+  std::vector<uint32_t> ops = t.list(t.u24(t.section_named("main") + ssym::s_detail));
   // The DETAIL part's own marker, then a marker before each PAUSE.
   std::vector<uint32_t> markers;
   for (uint32_t op : ops)
@@ -219,7 +179,7 @@ TEST(Op6File, DebugMarkersChainTheStatements) {
 
 TEST(Op6File, NoSectionMeansNoTable) {
   TempDir dir;
-  RunResult r = compile(dir, "link \"liba\"\n");
+  RunResult r = tavtest::compile(dir, "link \"liba\"\n").result;
   EXPECT_NE(r.status, 0);
   EXPECT_NE(r.out.find("No SCREEN, PROCEDURE or MENU defined"), std::string::npos) << r.out;
   EXPECT_FALSE(tavtest::file_exists(dir / "prog.op6"));
@@ -231,10 +191,10 @@ TEST(Op6File, ReplacementIsAtomic) {
   auto no_work_file = [&] { EXPECT_FALSE(tavtest::file_exists(dir / "prog.tmp")); };
 
   // A read-only table is replaced.
-  ASSERT_EQ(compile(dir, kSmall).status, 0);
+  ASSERT_EQ(tavtest::compile(dir, kSmall).result.status, 0);
   std::string first = tavtest::read_file(dir / "prog.op6");
   ASSERT_EQ(chmod((dir / "prog.op6").c_str(), 0444), 0);
-  ASSERT_EQ(compile(dir, "procedure main\n  pause\n  pause\nend-procedure\n").status, 0);
+  ASSERT_EQ(tavtest::compile(dir, "procedure main\n  pause\n  pause\nend-procedure\n").result.status, 0);
   std::string second = tavtest::read_file(dir / "prog.op6");
   EXPECT_NE(first.size(), 0u);
   EXPECT_NE(second.substr(hdr::size), first.substr(hdr::size));
@@ -242,12 +202,12 @@ TEST(Op6File, ReplacementIsAtomic) {
 
   // A stale work file is removed first.
   tavtest::write_file(dir / "prog.tmp", "left over");
-  ASSERT_EQ(compile(dir, kSmall).status, 0);
+  ASSERT_EQ(tavtest::compile(dir, kSmall).result.status, 0);
   no_work_file();
   std::string third = tavtest::read_file(dir / "prog.op6");
 
   // A failed compile leaves the previous table as it was.
-  RunResult bad = compile(dir, "procedure main\n  pause\n  end-if\nend-procedure\n");
+  RunResult bad = tavtest::compile(dir, "procedure main\n  pause\n  end-if\nend-procedure\n").result;
   EXPECT_NE(bad.status, 0) << bad.out;
   EXPECT_TRUE(tavtest::read_file(dir / "prog.op6") == third);
   no_work_file();

@@ -7,63 +7,40 @@
 #include <string>
 #include <vector>
 
-#include "codegen/bytes.h"
 #include "codegen/header.h"
 #include "statements/records.h"
 #include "symbols/records.h"
+#include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
 using namespace tav;
-using tavtest::RunResult;
+using tavtest::Op6;
 using tavtest::TempDir;
-
-struct Op6 {
-  std::string b;
-  const uint8_t* p(uint32_t off) const {
-    EXPECT_LT(off, b.size());
-    return reinterpret_cast<const uint8_t*>(b.data()) + (off < b.size() ? off : 0);
-  }
-  uint32_t u8(uint32_t off) const { return *p(off); }
-  uint32_t u16(uint32_t off) const { return get16(p(off)); }
-  uint32_t u24(uint32_t off) const { return get24(p(off)); }
-  std::string text(uint32_t off) const { return off ? std::string(reinterpret_cast<const char*>(p(off))) : ""; }
-  std::vector<uint32_t> list(uint32_t head) const {
-    std::vector<uint32_t> out;
-    for (uint32_t op = head; op != 0 && out.size() < 1000; op = u24(op)) out.push_back(op);
-    return out;
-  }
-  uint32_t detail() const { return u24(u24(hdr::h_screens) + ssym::s_detail); }
-  char text_kind(uint32_t item) const { return static_cast<char>(u8(u24(hdr::h_text) + item * 5)); }
-};
 
 const char kFields[] = "field a pic 9(4)\nfield b pic x(10)\nfield arr pic 9(2) occurs 3\n";
 
-RunResult compile(const TempDir& dir, const std::string& source) {
-  tavtest::write_file(dir / "prog.spl", kFields + source);
-  tavtest::RunOptions run;
-  run.cwd = dir.path();
-  run.env = {"TAVRIN=" + tavtest::product_dir()};
-  return tavtest::run({tavtest::program("tavcmp"), "-l", "-n", "prog.spl"}, run);
+tavtest::Compiled compile(const std::string& source) {
+  TempDir dir;
+  return tavtest::compile(dir, kFields + source);
 }
 
 Op6 compiled(const std::string& source) {
-  TempDir dir;
-  RunResult r = compile(dir, source);
-  EXPECT_EQ(r.status, 0) << source << r.out << r.err;
-  if (r.status != 0) return {};
-  return Op6{tavtest::read_file(dir / "prog.op6")};
+  tavtest::Compiled c = compile(source);
+  EXPECT_EQ(c.result.status, 0) << source << c.result.out << c.result.err;
+  if (c.result.status != 0) return {};
+  return c.image;
 }
 
-std::string messages(const std::string& source) {
-  TempDir dir;
-  return compile(dir, source).out;
-}
+std::string messages(const std::string& source) { return compile(source).result.out; }
+
+// The kind letter of a text item.
+char text_kind(const Op6& t, uint32_t item) { return static_cast<char>(t.u8(t.u24(hdr::h_text) + item * 5)); }
 
 TEST(StructureStatements, ExitValues) {
   Op6 t = compiled("procedure main\n exit 0\n exit 5\n exit a + 1\nend\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 3u);
   // EXIT 0: an immediate 0 would mean "no value", so it is a one-op literal list.
@@ -78,13 +55,13 @@ TEST(StructureStatements, ExitValues) {
   EXPECT_TRUE(t.u24(ops[2] + exitop::value) & kOperandList);
   // No value at all leaves the operand 0.
   Op6 bare = compiled("procedure main\n exit\nend\n");
-  ASSERT_FALSE(bare.b.empty());
+  ASSERT_FALSE(bare.empty());
   EXPECT_EQ(bare.u24(bare.detail() + exitop::value), 0u);
 }
 
 TEST(StructureStatements, DoWithParametersAndReturning) {
   Op6 t = compiled("procedure main\n do sub\n do sub parameters a, \"x\" returning b\nend\nprocedure sub\nend\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 2u);
   EXPECT_EQ(t.u8(ops[0] + 3), opc::do_call);
@@ -129,7 +106,7 @@ TEST(StructureStatements, OptionItems) {
       " option \"Hello\" @ 2, 3 help \"Greets\" security 5 when a = 1 icon 4\n"
       " option \"Hid\" hidden log \"audit\" bitmap \"b.bmp\" colour 32768\n"
       "end-menu\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 2u);
   for (uint32_t op : ops) {
@@ -141,7 +118,7 @@ TEST(StructureStatements, OptionItems) {
   EXPECT_EQ(t.u24(first + option::o_position + 3), 3u);
   uint32_t title = t.u24(first + option::o_title);
   ASSERT_EQ(t.u8(title + 3), opc::text_item);
-  EXPECT_EQ(t.text_kind(t.u16(title + 4)), 'O');
+  EXPECT_EQ(text_kind(t, t.u16(title + 4)), 'O');
   EXPECT_NE(t.u24(first + option::o_help), 0u);
   EXPECT_NE(t.u24(first + option::o_when), 0u);
   EXPECT_EQ(t.u16(first + option::o_security), 5u);
@@ -187,7 +164,7 @@ TEST(StructureStatements, CommandBlocks) {
       " query \"q\" spool pause\n"
       " command \"vi\" pause maximum-parameters 20\n"
       "end\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   std::vector<uint32_t> codes;
   for (uint32_t op : ops) codes.push_back(t.u8(op + 3));
@@ -229,7 +206,7 @@ TEST(StructureStatements, CommandClauseErrors) {
 
 TEST(StructureStatements, ConfirmPositionAndWhen) {
   Op6 t = compiled("screen main\n confirm @ 3, 4 when a = 2\n end-confirm\nend-screen\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   uint32_t block = t.u24(t.detail() + 4);
   EXPECT_EQ(t.u24(block + confirm::c_position), 3u);
   EXPECT_EQ(t.u24(block + confirm::c_position + 3), 4u);
@@ -241,14 +218,14 @@ TEST(StructureStatements, ConfirmPositionAndWhen) {
 
 TEST(StructureStatements, ModePromptHelpAndWhen) {
   Op6 t = compiled("mode archive process prompt \"Arch\" help b when a = 1\nprocedure main\nend\n");
-  ASSERT_FALSE(t.b.empty());
+  ASSERT_FALSE(t.empty());
   uint32_t m = 0;
   for (uint32_t e = t.u24(hdr::mode_list); e != 0; e = t.u24(e + mode::m_next))
     if (t.text(t.u24(e + mode::m_name)) == "archive") m = e;
   ASSERT_NE(m, 0u);
   uint32_t prompt = t.u24(m + mode::m_prompt);
   ASSERT_EQ(t.u8(prompt + 3), opc::text_item);
-  EXPECT_EQ(t.text_kind(t.u16(prompt + 4)), 'N');
+  EXPECT_EQ(text_kind(t, t.u16(prompt + 4)), 'N');
   EXPECT_EQ(t.u8(t.u24(m + mode::m_help) + 3), opc::field_ref) << "an expression stays an op list";
   EXPECT_NE(t.u24(m + mode::m_when), 0u);
   EXPECT_NE(messages("mode m2 prompt 5\nprocedure main\nend\n").find("Alphanumeric expression required"),

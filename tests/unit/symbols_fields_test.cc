@@ -5,12 +5,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "codegen/convert.h"
-#include "codegen/header.h"
-#include "driver/display.h"
 #include "statements/handlers.h"
-#include "statements/parser.h"
-#include "tests/support/support.h"
+#include "tests/unit/compiler_fixture.h"
 
 namespace tav {
 namespace {
@@ -27,66 +23,23 @@ class OneFieldDictionary : public Dictionaries {
   [[noreturn]] void stop_run(std::string_view message) override { throw std::runtime_error(std::string(message)); }
 };
 
-class FieldsTest : public ::testing::Test {
+class FieldsTest : public ::testing::Test, public tavtest::CompilerFixture {
  protected:
-  void SetUp() override {
-    diag.set_source(&tok);
-    diag.set_listing(dir / "listing");
-    start_program();
-  }
-
-  void start_program() {
-    ops.setbss(0);
-    data.dsetbss(0);
-    diag.start_file();
-    ops.alloc(hdr::size);
-    data.alloc(2);
-    syms.reset();
-    tok.set_statement_mask(kStatementVerb);
-    tok.set_clause_mask(kClauseWord);
-    tok.set_function_mask(kFunctionWord);
-  }
-
   // Compiles FIELD statements.
-  void fields(const std::string& source) {
-    tok.open_text(source_text = source, "t.spl");
+  void fields(const std::string& text) {
+    open(text);
     while (p.next() != kClassEndOfInput) compile_field_statement(p);
   }
   // Makes `name` the current section and reads `header` as one of its field lists.
   uint32_t section(const std::string& name, FieldListKind kind, const std::string& header) {
     p.section = syms.find_or_declare_section(name, true);
     syms.set_current_section(p.section);
-    tok.open_text(source_text = header, "t.spl");
+    open(header);
     compile_section_field_list(p, kind);
     return p.section;
   }
   uint32_t ref(std::string_view name, uint32_t* object = nullptr) { return reference_field(p, name, object); }
   uint32_t addr(uint32_t f) { return ops.get24(f + fsym::f_addr); }
-  std::string listing() { return tavtest::file_exists(dir / "listing") ? tavtest::read_file(dir / "listing") : ""; }
-
-  tavtest::TempDir dir;
-  Display display;
-  Diagnostics diag{display, false, false};
-  OpSpace ops{diag};
-  DataArea data{diag};
-  TextItems texts{ops, diag};
-  OpBuilder ob{ops, texts, diag};
-  conv::DateSettings dates;
-  Tokenizer tok{diag, dates};
-  SymbolTable syms{ops};
-  RunContext run = [this] {
-    RunContext r;
-    r.diag = &diag;
-    r.ops = &ops;
-    r.data = &data;
-    r.texts = &texts;
-    r.builder = &ob;
-    r.dates = &dates;
-    return r;
-  }();
-  FileContext file;
-  Parser p{run, file, tok, syms};
-  std::string source_text;
 };
 
 TEST_F(FieldsTest, GlobalStorageOnFirstReferenceFollowsDataAlignment) {

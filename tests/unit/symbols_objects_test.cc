@@ -5,36 +5,18 @@
 #include <string>
 #include <vector>
 
-#include "codegen/convert.h"
-#include "codegen/header.h"
-#include "codegen/opspace.h"
-#include "driver/context.h"
-#include "driver/diag.h"
-#include "driver/display.h"
-#include "lexer/tokenizer.h"
 #include "statements/handlers.h"
-#include "statements/parser.h"
-#include "tests/support/support.h"
 #include "symbols/records.h"
-#include "symbols/symtab.h"
+#include "tests/unit/compiler_fixture.h"
 
 namespace tav {
 namespace {
 
 // Compiles OBJECT and FIELD statements of a source text and keeps the messages.
-class Objects {
+class Objects : public tavtest::CompilerFixture {
  public:
-  explicit Objects(const std::string& source) : source_(source) {
-    diag.set_source(&tok);
-    diag.start_file();
-    diag.set_listing(dir / "t.err");
-    ops.alloc(hdr::size);
-    data.alloc(2);
-    syms.reset();
-    tok.set_statement_mask(kStatementVerb);
-    tok.set_clause_mask(kClauseWord);
-    tok.set_function_mask(kFunctionWord);
-    tok.open_text(source_, "t.spl");
+  explicit Objects(const std::string& text) {
+    open(text);
     try {
       while (p.next() != kClassEndOfInput) {
         if (p.cls() == verb("object"))
@@ -48,11 +30,10 @@ class Objects {
       aborted = true;
     }
   }
-  ~Objects() { diag.close_listing(); }
 
   std::string messages() {
     diag.close_listing();
-    return tavtest::file_exists(dir / "t.err") ? tavtest::read_file(dir / "t.err") : "";
+    return listing();
   }
   uint32_t object(const std::string& name) const { return syms.find_object(name); }
   uint32_t field(const std::string& name) { return syms.find_field(name); }
@@ -92,32 +73,7 @@ class Objects {
     return out;
   }
 
-  tavtest::TempDir dir;
-  Display display;
-  Diagnostics diag{display, false, false};
-  OpSpace ops{diag};
-  DataArea data{diag};
-  TextItems texts{ops, diag};
-  OpBuilder ob{ops, texts, diag};
-  conv::DateSettings dates;
-  Tokenizer tok{diag, dates};
-  SymbolTable syms{ops};
-  RunContext run = [this] {
-    RunContext r;
-    r.diag = &diag;
-    r.ops = &ops;
-    r.data = &data;
-    r.texts = &texts;
-    r.builder = &ob;
-    r.dates = &dates;
-    return r;
-  }();
-  FileContext file;
-  Parser p{run, file, tok, syms};
   bool aborted = false;
-
- private:
-  std::string source_;
 };
 
 struct DiagnosticCase {
