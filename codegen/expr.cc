@@ -42,17 +42,6 @@ constexpr uint32_t kChar = verb("char");
 constexpr uint32_t kShow = verb("show");
 constexpr uint32_t kSelect = verb("select");
 
-// The mode of a name, or 0; mode names are compared on their first 30 characters.
-uint32_t find_mode_entry(Parser& p, std::string_view name) {
-  OpSpace& ops = p.ops;
-  std::string_view key = name.substr(0, std::min<size_t>(name.size(), mode::kNameLength));
-  for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + mode::m_next)) {
-    std::string_view stored = ops.text_at(ops.get24(m + mode::m_name));
-    if (stored.substr(0, std::min<size_t>(stored.size(), mode::kNameLength)) == key) return m;
-  }
-  return 0;
-}
-
 const OperatorRow* row_of(uint32_t code) {
   for (const OperatorRow& r : kOperators)
     if (r.code == code) return &r;
@@ -482,7 +471,7 @@ bool Compiler::operand_word(uint32_t c) {
   if (p_.at_statement_start()) return abandon(msg::field_name_expected);
   // A mode name stands for its mode; any other word names a field.
   std::string_view word = p_.text();
-  if (uint32_t m = find_mode_entry(p_, word)) {
+  if (uint32_t m = mode::named(p_.ops, word)) {
     mode_constant(m, false);
     return true;
   }

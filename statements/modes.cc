@@ -1,6 +1,5 @@
 #include "statements/modes.h"
 
-#include <cstring>
 
 #include "codegen/expr.h"
 #include "codegen/header.h"
@@ -25,10 +24,6 @@ constexpr BuiltinMode kBuiltinModes[] = {
 #include "statements/modes.def"
 #undef TAV_MODE
 };
-
-bool same_mode_name(const char* stored, std::string_view name) {
-  return std::strncmp(stored, std::string(name.substr(0, mode::kNameLength)).c_str(), mode::kNameLength) == 0;
-}
 
 uint32_t new_mode(Parser& p, std::string_view name, uint16_t flags) {
   OpSpace& ops = p.ops;
@@ -102,12 +97,7 @@ void create_builtin_modes(Parser& p) {
   }
 }
 
-uint32_t find_mode(Parser& p, std::string_view name) {
-  OpSpace& ops = p.ops;
-  for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + mode::m_next))
-    if (same_mode_name(ops.text_at(ops.get24(m + mode::m_name)), name)) return m;
-  return 0;
-}
+uint32_t find_mode(Parser& p, std::string_view name) { return mode::named(p.ops, name); }
 
 bool add_mode_to_list(Parser& p, uint32_t& head, std::string_view name) {
   OpSpace& ops = p.ops;

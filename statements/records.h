@@ -2,7 +2,12 @@
 // written to the .op6 file unchanged: the positions are part of the file format.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <string_view>
+
+#include "codegen/header.h"
+#include "codegen/opspace.h"
 
 namespace tav {
 
@@ -38,6 +43,16 @@ inline constexpr uint16_t process = 0x4000;
 inline constexpr uint16_t duplicate = 0x8000;
 
 inline constexpr uint32_t kNameLength = 30;  // mode names are compared on 30 characters
+
+// The mode_entry of a name in the header's mode list, or 0.
+inline uint32_t named(const OpSpace& ops, std::string_view name) {
+  std::string_view key = name.substr(0, std::min<size_t>(name.size(), kNameLength));
+  for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + m_next)) {
+    std::string_view stored = ops.text_at(ops.get24(m + m_name));
+    if (stored.substr(0, std::min<size_t>(stored.size(), kNameLength)) == key) return m;
+  }
+  return 0;
+}
 }  // namespace mode
 
 // Mode list entry: the allowed modes of a section, and the modes named by a DO.
