@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "driver/diag.h"
+#include "diag/diag.h"
 
 namespace tav {
 

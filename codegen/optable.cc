@@ -10,12 +10,10 @@
 #include <cstring>
 #include <ctime>
 
+#include "codegen/compilation.h"
 #include "codegen/header.h"
 #include "codegen/opspace.h"
-#include "driver/context.h"
-#include "driver/diag.h"
-#include "driver/display.h"
-#include "runtime/process.h"
+#include "diag/diag.h"
 
 namespace tav {
 
@@ -60,23 +58,23 @@ std::string with_tmp_extension(const std::string& name) {
 
 }  // namespace
 
-OptableWriter::OptableWriter(RunContext& run, FileContext& file, WorkFileHook note_work_file)
-    : run_(run), file_(file), note_(std::move(note_work_file)) {}
+OptableWriter::OptableWriter(Stores& stores, const CompileSettings& settings, FileContext& file,
+                             std::string program, WorkFileHook note_work_file)
+    : stores_(stores), settings_(settings), file_(file), program_(std::move(program)),
+      note_(std::move(note_work_file)) {}
 
 void OptableWriter::fail(const std::string& message) {
   if (!work_name_.empty()) {
     unlink(work_name_.c_str());
     if (note_) note_("");
   }
-  run_.display->show(message);
-  run_.display->wait_ack();
-  run_.diag->abort_file();
+  stores_.diag.abort_file(message);
 }
 
 void OptableWriter::fill_header() {
-  OpSpace& ops = *run_.ops;
+  OpSpace& ops = stores_.ops;
   uint16_t flags = hdr::kFlagsAlways;
-  if (run_.options.debug_ops) flags |= hdr::kFlagDebug;
+  if (settings_.debug_ops) flags |= hdr::kFlagDebug;
   ops.put16(hdr::flags, flags);
   // Dictionary path and version texts are stored here once dictionaries are opened.
   for (int i = 0; i < 4; ++i) ops.at(hdr::magic)[i] = hdr::kMagic[i];
@@ -91,14 +89,14 @@ void OptableWriter::fill_header() {
   ops.put24(hdr::compile_text, ops.store_text(compile_text));
   ops.put32(hdr::compile_time, static_cast<uint32_t>(now));
   ops.store_text("@(#) Operations table version " + std::to_string(file_.opt_version));
-  ops.put24(hdr::system_name, ops.store_text(run_.options.system_name));
+  ops.put24(hdr::system_name, ops.store_text(settings_.system_name));
 }
 
 void OptableWriter::write() {
-  OpSpace& ops = *run_.ops;
-  DataArea& data = *run_.data;
-  TextItems& texts = *run_.texts;
-  const std::string& prog = run_.program_name;
+  OpSpace& ops = stores_.ops;
+  DataArea& data = stores_.data;
+  TextItems& texts = stores_.texts;
+  const std::string& prog = program_;
 
   fill_header();
 
@@ -158,19 +156,6 @@ void OptableWriter::write() {
   }
   if (note_) note_("");
   work_name_.clear();
-  run_nls();
-}
-
-void OptableWriter::run_nls() {
-  const char* language = std::getenv("TAVLANGUAGE");
-  const char* dir = std::getenv("TAVLANGDIR");
-  if (!language || !*language || !dir || !*dir) return;
-  if (run_program({run_.bin_dir + "tavcmpnls", file_.op6_name}) != 0) {
-    if (run_.display->screen())
-      run_.display->show("Errors during NLS processing");
-    else
-      run_.display->print("Errors during NLS processing\n");
-  }
 }
 
 }  // namespace tav

@@ -3,7 +3,8 @@
 //
 // The file is written under a work name (the .op6 name with ".tmp") created exclusively, and
 // then renamed over the .op6, so that a reader sees either the previous table or the new one,
-// never a half-written file. Every failure removes the work file and abandons the source file.
+// never a half-written file. Every failure removes the work file and abandons the source file
+// with a message for the driver to show.
 #pragma once
 
 #include <functional>
@@ -11,8 +12,9 @@
 
 namespace tav {
 
-struct RunContext;
+struct CompileSettings;
 struct FileContext;
+struct Stores;
 
 class OptableWriter {
  public:
@@ -20,16 +22,19 @@ class OptableWriter {
   // signal arriving meanwhile can remove it.
   using WorkFileHook = std::function<void(const std::string&)>;
 
-  OptableWriter(RunContext& run, FileContext& file, WorkFileHook note_work_file = nullptr);
+  // `program` names the compiler in the messages of a failure.
+  OptableWriter(Stores& stores, const CompileSettings& settings, FileContext& file, std::string program,
+                WorkFileHook note_work_file = nullptr);
   void write();
 
  private:
   void fill_header();
   [[noreturn]] void fail(const std::string& message);
-  void run_nls();
 
-  RunContext& run_;
+  Stores& stores_;
+  const CompileSettings& settings_;
   FileContext& file_;
+  std::string program_;
   WorkFileHook note_;
   std::string work_name_;
 };

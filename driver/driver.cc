@@ -14,21 +14,24 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "codegen/bytes.h"
+#include "codegen/compilation.h"
 #include "codegen/convert.h"
 #include "codegen/header.h"
 #include "codegen/optable.h"
 #include "codegen/opspace.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "driver/context.h"
-#include "driver/diag.h"
-#include "driver/display.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 #include "runtime/process.h"
 #include "statements/program.h"
+#include "symbols/compiler_stores.h"
 #include "symbols/programs.h"
 #include "symbols/records.h"
 #include "symbols/symtab.h"
@@ -105,9 +108,7 @@ bool record_access_works() {
 class Driver {
  public:
   Driver(int argc, char** argv)
-      : argc_(argc), argv_(argv), diag_(display_, false, false), ops_(diag_), data_(diag_),
-        texts_(ops_, diag_), builder_(ops_, texts_, diag_), tokenizer_(diag_, dates_),
-        symbols_(ops_) {}
+      : argc_(argc), argv_(argv), diag_(display_, false, false) {}
 
   [[noreturn]] void run();
 
@@ -120,6 +121,8 @@ class Driver {
   void report_result(FileContext& file);
   void show_summary(FileContext& file);
   void write_statistics();
+  void run_nls(const FileContext& file);
+  void show_stop(const std::string& message);
   [[noreturn]] void cleanup_exit(int status);
 
   int argc_;
@@ -127,13 +130,7 @@ class Driver {
   RunContext run_;
   Display display_;
   Diagnostics diag_;
-  OpSpace ops_;
-  DataArea data_;
-  TextItems texts_;
-  OpBuilder builder_;
-  conv::DateSettings dates_ = conv::DateSettings::from_env();
-  Tokenizer tokenizer_;
-  SymbolTable symbols_;
+  std::unique_ptr<CompilerStores> compiler_;  // made once the options are known
   std::string temp_name_;
   bool had_errors_ = false;
   time_t summary_start_ = 0;
@@ -175,15 +172,13 @@ void Driver::start_up() {
   if (o.screen && display_.open_screen(product_version() + " Compiler")) {
     // progress window open; messages start at row 4
   }
-  run_.display = &display_;
-  run_.diag = &diag_;
-  run_.ops = &ops_;
-  run_.data = &data_;
-  run_.texts = &texts_;
-  run_.builder = &builder_;
-  run_.dates = &dates_;
-  builder_.set_debug_ops(o.debug_ops);
-  symbols_.set_debug_ops(o.debug_ops);
+  CompileSettings settings;
+  settings.debug_ops = o.debug_ops;
+  settings.debug_level = o.debug_level;
+  settings.dict_check = o.dict_check;
+  settings.system_name = o.system_name;
+  settings.dates = conv::DateSettings::from_env();
+  compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));
 
   if (std::string_view bad = check_verb_table(); !bad.empty()) {
     display_.show("VERB TABLE OUT OF ORDER AT '" + std::string(bad) + "'");
@@ -226,7 +221,7 @@ void Driver::compile_file(const std::string& argument) {
   }
 
   if (preprocess(file)) {
-    if (tokenizer_.open_source(temp_name_) != 0) {
+    if (compiler_->tok.open_source(temp_name_) != 0) {
       int err = errno;
       char text[PATH_MAX + 64];
       std::snprintf(text, sizeof text, "Can't open '%s' (err=%d)", temp_name_.c_str(), err);
@@ -239,9 +234,7 @@ void Driver::compile_file(const std::string& argument) {
   report_result(file);
   had_errors_ = diag_.error_count() > 0;
 
-  ops_.setbss(0);
-  data_.dsetbss(0);
-  texts_.set_count(0);
+  compiler_->reset();
 }
 
 void Driver::name_files(FileContext& file) {
@@ -322,26 +315,50 @@ bool Driver::preprocess(FileContext& file) {
 }
 
 void Driver::compile_and_write(FileContext& file) {
-  int phase = 1;
-  diag_.set_source(&tokenizer_);
+  CompilerStores& c = *compiler_;
+  diag_.set_source(&c.tok);
   try {
-    compile_program(run_, file, tokenizer_, symbols_);
+    compile_program(c, file);
   } catch (const FileAbort&) {
     // The abort is counted; go on to close the source, which writes nothing now.
+  } catch (const RunStop& stop) {
+    c.tok.close_source();
+    show_stop(stop.message);
+    cleanup_exit(255);
   }
-  phase = 2;
-  tokenizer_.close_source();
+  c.tok.close_source();
   try {
     if (diag_.first_error() == 0 && !run_.options.test_only) {
-      write_po_entries(run_, file);
-      OptableWriter writer(run_, file, [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
+      write_po_entries(c.stores.ops);
+      OptableWriter writer(c.stores, c.settings, file, run_.program_name,
+                           [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
       writer.write();
+      run_nls(file);
     }
-  } catch (const FileAbort&) {
+  } catch (const FileAbort& abort) {
     // The file's output is abandoned; the rest of this phase is skipped.
+    if (!abort.message.empty()) show_stop(abort.message);
   }
-  (void)phase;
   diag_.set_source(nullptr);
+}
+
+// Shows a message that is not a compile diagnostic and waits for it to be acknowledged.
+void Driver::show_stop(const std::string& message) {
+  display_.show(message);
+  display_.wait_ack();
+}
+
+// With language-text processing on, the post-processor records the table's texts.
+void Driver::run_nls(const FileContext& file) {
+  const char* language = std::getenv("TAVLANGUAGE");
+  const char* dir = std::getenv("TAVLANGDIR");
+  if (!language || !*language || !dir || !*dir) return;
+  if (run_program({run_.bin_dir + "tavcmpnls", file.op6_name}) != 0) {
+    if (display_.screen())
+      display_.show("Errors during NLS processing");
+    else
+      display_.print("Errors during NLS processing\n");
+  }
 }
 
 void Driver::report_result(FileContext& file) {
@@ -381,12 +398,13 @@ void Driver::show_summary(FileContext& file) {
   else
     lines.emplace_back(o.test_only ? "No errors found - test compile only" : "No errors found");
   lines.emplace_back("");
-  if (uint32_t entry = ops_.get24(hdr::entry_section); entry != 0)
-    add("Initial screen = \"%s\"", std::string(symbols_.text(ops_.get24(entry + ssym::s_name))).c_str());
+  const OpSpace& ops = compiler_->stores.ops;
+  if (uint32_t entry = ops.get24(hdr::entry_section); entry != 0)
+    add("Initial screen = \"%s\"", std::string(compiler_->syms.text(ops.get24(entry + ssym::s_name))).c_str());
   long elapsed = static_cast<long>(std::time(nullptr) - summary_start_);
   if (elapsed < 1) elapsed = 1;
   add("Elapsed time = %ld seconds", elapsed);
-  uint32_t per_minute = static_cast<uint32_t>(tokenizer_.source_lines() * 600u / static_cast<uint32_t>(elapsed));
+  uint32_t per_minute = static_cast<uint32_t>(compiler_->tok.source_lines() * 600u / static_cast<uint32_t>(elapsed));
   add("Average lines processed per minute = %ld.%ld", static_cast<long>(per_minute / 10),
       static_cast<long>(per_minute % 10));
   std::string version = "Operations table version = 6." + std::to_string(file.opt_version);
@@ -394,11 +412,11 @@ void Driver::show_summary(FileContext& file) {
   lines.push_back(version);
   lines.emplace_back("");
   lines.emplace_back("TOTAL:");
-  add("Fields = %u", ops_.get16(hdr::field_count));
-  add("Objects = %u", ops_.get16(hdr::object_count));
-  add("Screens = %u", ops_.get16(hdr::screen_count));
-  add("Source Lines = %d", static_cast<int>(tokenizer_.source_lines()));
-  add("Source Words = %d", static_cast<int>(tokenizer_.source_words()));
+  add("Fields = %u", ops.get16(hdr::field_count));
+  add("Objects = %u", ops.get16(hdr::object_count));
+  add("Screens = %u", ops.get16(hdr::screen_count));
+  add("Source Lines = %d", static_cast<int>(compiler_->tok.source_lines()));
+  add("Source Words = %d", static_cast<int>(compiler_->tok.source_words()));
   if (diag_.error_count() == 0) {
     lines.emplace_back("SIZES:");
     add("Operations Table = %ld", file.table_size);
@@ -418,7 +436,7 @@ void Driver::write_statistics() {
     display_.show("Count not create tavcmp.out");
     return;
   }
-  const auto& stats = builder_.stats();
+  const auto& stats = compiler_->stores.builder.stats();
   for (int op = 0; op < 255; ++op)
     if (stats[static_cast<size_t>(op)] > 0) std::fprintf(f, "op=%d, cnt=%d\n", op, static_cast<int>(stats[static_cast<size_t>(op)]));
   std::fclose(f);

@@ -30,7 +30,7 @@
 #include <string>
 #include <string_view>
 
-#include "driver/diag.h"
+#include "diag/diag.h"
 
 namespace tav {
 

@@ -15,7 +15,7 @@
 #include <initializer_list>
 
 #include "codegen/convert.h"
-#include "codegen/expr.h"
+#include "expr/expr.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"

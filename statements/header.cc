@@ -18,7 +18,7 @@ void compile_section_header(Parser& p) {
     if (p.at_statement_start()) return;
     p.accept();
     if (c == verb("local")) {
-      compile_section_field_list(p, FieldListKind::local);
+      compile_section_field_list(p, p.section, FieldListKind::local);
     } else if (c == verb("parameters")) {
       if (parameters) {
         p.diag.error(msg::duplicate_incompatible_clause);
@@ -27,11 +27,11 @@ void compile_section_header(Parser& p) {
         // Called before this definition without arguments.
         p.diag.error(msg::parameter_list_mismatch);
       }
-      compile_section_field_list(p, FieldListKind::parameters, !parameters);
+      compile_section_field_list(p, p.section, FieldListKind::parameters, !parameters);
       parameters = true;
     } else if (c == verb("returning")) {
       if (returning) p.diag.error(msg::duplicate_incompatible_clause);
-      compile_section_field_list(p, FieldListKind::returning, !returning);
+      compile_section_field_list(p, p.section, FieldListKind::returning, !returning);
       returning = true;
     } else {
       p.tok.skip_to_clause();

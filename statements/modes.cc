@@ -1,7 +1,7 @@
 #include "statements/modes.h"
 
 
-#include "codegen/expr.h"
+#include "expr/expr.h"
 #include "codegen/header.h"
 #include "statements/handlers.h"
 #include "statements/parser.h"

@@ -126,8 +126,10 @@ void check_sections(Parser& p) {
 
 }  // namespace
 
-void compile_program(RunContext& run, FileContext& file, Tokenizer& tok, SymbolTable& syms) {
-  Parser p(run, file, tok, syms);
+void compile_program(CompilerStores& c, FileContext& file) {
+  Parser p(c, file);
+  Tokenizer& tok = c.tok;
+  SymbolTable& syms = c.syms;
   p.ops.alloc(hdr::size);  // the optable_header, at offset 0
   file.have_table = true;
   p.data.alloc(2);  // the data base: no field starts at offset 0

@@ -5,15 +5,13 @@
 
 namespace tav {
 
-struct RunContext;
+struct CompilerStores;
 struct FileContext;
-class Tokenizer;
-class SymbolTable;
 class Parser;
 
 // Compiles the program the tokenizer has open into the op space; reports through the
-// diagnostics and may throw FileAbort.
-void compile_program(RunContext& run, FileContext& file, Tokenizer& tok, SymbolTable& syms);
+// diagnostics and may throw FileAbort or RunStop.
+void compile_program(CompilerStores& c, FileContext& file);
 
 // Compiles the statement whose first token has just been read.
 void compile_statement(Parser& p);

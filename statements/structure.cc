@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "codegen/convert.h"
-#include "codegen/expr.h"
+#include "expr/expr.h"
 #include "codegen/header.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"

@@ -43,10 +43,6 @@ class Dictionaries {
   // True when the record of object `obj_id` in dictionary `dictno` holds the dictionary field of
   // that name (whether or not the program has linked the record yet).
   virtual bool record_holds(int dictno, uint16_t obj_id, std::string_view field_name) = 0;
-
-  // Ends the run through the compiler's clean-up exit after showing `message`: a dictionary the
-  // compiler cannot work with (a broken table, a field too large to hold).
-  [[noreturn]] virtual void stop_run(std::string_view message) = 0;
 };
 
 // No dictionary is open (the compiler was run without them, or they are not available yet).
@@ -55,8 +51,6 @@ class NoDictionaries final : public Dictionaries {
   int open_count() const override { return 0; }
   std::optional<DictField> find_field(std::string_view) override { return std::nullopt; }
   bool record_holds(int, uint16_t, std::string_view) override { return false; }
-  // Nothing is ever loaded from no dictionary, so nothing can ask to stop the run.
-  [[noreturn]] void stop_run(std::string_view message) override;
 };
 
 }  // namespace tav

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "codegen/convert.h"
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
 
@@ -21,7 +21,7 @@ bool in_list(const OpSpace& ops, uint32_t head, uint32_t field) {
 }
 
 // A local field named again with a definition clause after it.
-bool redefinition_follows(Parser& p) {
+bool redefinition_follows(ParserCore& p) {
   const uint32_t c = p.next();
   p.push_back();
   return c == verb("picture") || c == verb("type") || c == verb("like");
@@ -29,9 +29,9 @@ bool redefinition_follows(Parser& p) {
 
 }  // namespace
 
-void compile_section_field_list(Parser& p, FieldListKind kind, bool record) {
+void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind kind, bool record) {
   OpSpace& ops = p.ops;
-  const uint32_t s = p.section;
+  const uint32_t s = section;
   p.take(verb("field"));
   p.take(verb("is"));
 
@@ -106,7 +106,7 @@ void compile_section_field_list(Parser& p, FieldListKind kind, bool record) {
   if (matching && pending != 0) p.diag.error(msg::parameter_list_mismatch);
 }
 
-void report_unreferenced_locals(Parser& p, uint32_t section) {
+void report_unreferenced_locals(ParserCore& p, uint32_t section) {
   const OpSpace& ops = p.ops;
   const uint32_t params = ops.get24(section + ssym::s_params);
   const uint32_t results = ops.get24(section + ssym::s_returning);

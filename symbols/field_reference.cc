@@ -5,7 +5,7 @@
 #include <string>
 
 #include "codegen/convert.h"
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
@@ -30,7 +30,7 @@ QualifiedName split_name(std::string_view name) {
 }
 
 // Creates a field from the dictionaries; 0 (after error 16) when none has it.
-uint32_t load_field(Parser& p, std::string_view name) {
+uint32_t load_field(ParserCore& p, std::string_view name) {
   OpSpace& ops = p.ops;
   const uint32_t f = p.syms.new_field(name);
   const auto d = p.dictionaries->find_field(name);
@@ -62,14 +62,14 @@ uint32_t load_field(Parser& p, std::string_view name) {
 
   note_field_type(p, f);
   if (d->occurs == 0 || size * d->occurs > kDictFieldStorageLimit)
-    p.dictionaries->stop_run("Storage size too great for field '" + std::string(name) + "'");
+    throw RunStop{"Storage size too great for field '" + std::string(name) + "'"};
   p.syms.enter_field_into_cache(f);
   p.syms.append_field(f);
   return f;
 }
 
 // Gives a program or local field its storage on first reference.
-void allocate_storage(Parser& p, uint32_t f) {
+void allocate_storage(ParserCore& p, uint32_t f) {
   OpSpace& ops = p.ops;
   const uint32_t bytes = ops.get16(f + fsym::f_size) * ops.get16(f + fsym::f_occurs);
   if (static_cast<int16_t>(ops.get16(f + fsym::f_dictno)) == fsym::dictno_local) {
@@ -90,7 +90,7 @@ void allocate_storage(Parser& p, uint32_t f) {
 
 }  // namespace
 
-uint32_t reference_field(Parser& p, std::string_view name, uint32_t* object) {
+uint32_t reference_field(ParserCore& p, std::string_view name, uint32_t* object) {
   OpSpace& ops = p.ops;
   if (object) *object = 0;
   const QualifiedName q = split_name(name);
@@ -128,12 +128,12 @@ uint32_t reference_field(Parser& p, std::string_view name, uint32_t* object) {
   return f;
 }
 
-bool field_is_known(Parser& p, std::string_view name) {
+bool field_is_known(ParserCore& p, std::string_view name) {
   const std::string_view field = split_name(name).field;
   return p.syms.find_field(field) != 0 || p.dictionaries->find_field(field).has_value();
 }
 
-void note_field_type(Parser& p, uint32_t field) {
+void note_field_type(ParserCore& p, uint32_t field) {
   const OpSpace& ops = p.ops;
   FieldNotes& n = p.field_notes;
   const char type = static_cast<char>(ops.at(field + fsym::f_type)[0]);

@@ -6,8 +6,7 @@
 
 #include "codegen/convert.h"
 #include "codegen/header.h"
-#include "statements/handlers.h"
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "statements/records.h"
 #include "symbols/picture.h"
 #include "symbols/records.h"
@@ -35,7 +34,7 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // A field name holds letters, digits, "_", "-", "$" and "%", at least one letter, and is neither
 // a keyword nor something the tokenizer would read as a date.
-bool valid_field_name(const Parser& p, std::string_view name) {
+bool valid_field_name(const ParserCore& p, std::string_view name) {
   if (name.empty()) return false;
   bool letter = false;
   for (char c : name) {
@@ -46,9 +45,7 @@ bool valid_field_name(const Parser& p, std::string_view name) {
     }
   }
   if (!letter || lookup_verb(name) != 0) return false;
-  const conv::DateSettings defaults;
-  const conv::DateSettings& dates = p.run.dates ? *p.run.dates : defaults;
-  return conv::parse_date(name, dates) < 0;
+  return conv::parse_date(name, p.settings.dates) < 0;
 }
 
 std::string lower_case(std::string_view name) {
@@ -58,7 +55,7 @@ std::string lower_case(std::string_view name) {
   return s;
 }
 
-bool is_mode_name(const Parser& p, std::string_view name) {
+bool is_mode_name(const ParserCore& p, std::string_view name) {
   const OpSpace& ops = p.ops;
   for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + mode::m_next))
     if (SymbolTable::compare_names(ops.text_at(ops.get24(m + mode::m_name)), name) == 0) return true;
@@ -68,7 +65,7 @@ bool is_mode_name(const Parser& p, std::string_view name) {
 // The clauses of one definition, and what they have set so far.
 class FieldDefinition {
  public:
-  FieldDefinition(Parser& p, uint32_t field, bool local) : p_(p), ops_(p.ops), f_(field), local_(local) {}
+  FieldDefinition(ParserCore& p, uint32_t field, bool local) : p_(p), ops_(p.ops), f_(field), local_(local) {}
 
   void read_clauses();
   void finish();
@@ -85,7 +82,7 @@ class FieldDefinition {
   void case_clause(uint16_t flag, uint16_t other);
   bool text_clause(uint32_t member);
 
-  Parser& p_;
+  ParserCore& p_;
   OpSpace& ops_;
   uint32_t f_;
   bool local_;
@@ -330,7 +327,7 @@ void FieldDefinition::finish() {
 
 }  // namespace
 
-uint32_t define_field(Parser& p, std::string_view name_in, bool local) {
+uint32_t define_field(ParserCore& p, std::string_view name_in, bool local) {
   const std::string name = lower_case(name_in);
   if (!valid_field_name(p, name)) p.diag.error(msg::name_invalid_reserved_word);
 
@@ -352,9 +349,9 @@ uint32_t define_field(Parser& p, std::string_view name_in, bool local) {
   return f;
 }
 
-// FIELD, FIELDS or DEFINE: name clauses... name clauses... up to the next statement.
-void compile_field_statement(Parser& p) {
-  p.accept();
+// FIELD, FIELDS or DEFINE, after the statement word: name clauses... name clauses... up to the
+// next statement.
+void define_fields(ParserCore& p) {
   for (;;) {
     const uint32_t c = p.next();
     if (p.at_statement_start()) return;

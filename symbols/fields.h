@@ -18,7 +18,7 @@
 
 namespace tav {
 
-class Parser;
+class ParserCore;
 
 // The running notes of the field types used, read by the expression compiler: the type letter
 // of the last field whose type is not N, the largest non-numeric format word (a length) and the
@@ -51,19 +51,22 @@ inline constexpr uint32_t kDictFieldStorageLimit = 4096;
 // Defines a field whose name was just read; reads its clauses. `local` for section fields: the
 // caller links the field into the section's local list; a global field is appended to the
 // global list and entered into the field cache here. Returns the field_sym.
-uint32_t define_field(Parser& p, std::string_view name, bool local);
+uint32_t define_field(ParserCore& p, std::string_view name, bool local);
+
+// The FIELD statement after its word: name clauses... for each field up to the next statement.
+void define_fields(ParserCore& p);
 
 // Finds a field (loading it from the dictionaries when unknown), allocates its storage on first
 // reference; returns the field_sym or 0 (after reporting). `object` may be null: then an
 // "object.field" prefix is error 120; else it receives the qualifying object (or 0).
-uint32_t reference_field(Parser& p, std::string_view name, uint32_t* object);
+uint32_t reference_field(ParserCore& p, std::string_view name, uint32_t* object);
 
 // True when the name (an "object." prefix is dropped) is a program field or a field of an open
 // dictionary. Creates nothing.
-bool field_is_known(Parser& p, std::string_view name);
+bool field_is_known(ParserCore& p, std::string_view name);
 
 // Adds a field to the running type notes (Parser::field_notes).
-void note_field_type(Parser& p, uint32_t field);
+void note_field_type(ParserCore& p, uint32_t field);
 
 // The section field lists of a section header (LOCAL, PARAMETERS or RETURNING), entered with the
 // list's keyword accepted. Each name is declared as a local field of the current section unless
@@ -71,10 +74,10 @@ void note_field_type(Parser& p, uint32_t field);
 // before the section was defined left a list there, the names are checked against it instead.
 // With `record` false (a repeated clause) the names are declared and no list is touched.
 enum class FieldListKind { local, parameters, returning };
-void compile_section_field_list(Parser& p, FieldListKind kind, bool record = true);
+void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind kind, bool record = true);
 
 // End of a section: information 109 for each local field never referenced (no storage) that is
 // neither a parameter nor a result.
-void report_unreferenced_locals(Parser& p, uint32_t section);
+void report_unreferenced_locals(ParserCore& p, uint32_t section);
 
 }  // namespace tav

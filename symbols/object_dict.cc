@@ -4,20 +4,20 @@
 // object is found there, so every object comes from an OBJECT statement and the loads below
 // have nothing to read.
 
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/object_keys.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
 
 namespace tav {
 
-std::optional<DictObject> lookup_dictionary_object(Parser& p, std::string_view name) {
+std::optional<DictObject> lookup_dictionary_object(ParserCore& p, std::string_view name) {
   if (p.dictionaries->open_count() == 0) return std::nullopt;
   static_cast<void>(name);
   return std::nullopt;
 }
 
-void apply_dictionary_row(Parser& p, uint32_t object, const DictObject& row) {
+void apply_dictionary_row(ParserCore& p, uint32_t object, const DictObject& row) {
   OpSpace& ops = p.ops;
   ops.put16(object + osym::o_dictno, static_cast<uint16_t>(row.dictno));
   ops.put24(object + osym::o_file, row.file.empty() ? 0 : ops.store_text(row.file));
@@ -38,7 +38,7 @@ void apply_dictionary_row(Parser& p, uint32_t object, const DictObject& row) {
   load_dictionary_keys(p, object);
 }
 
-void load_dictionary_keys(Parser& p, uint32_t object) {
+void load_dictionary_keys(ParserCore& p, uint32_t object) {
   const OpSpace& ops = p.ops;
   const char type = static_cast<char>(ops.at(object + osym::o_filtype)[0]);
   if (!file_type_has_keys(type) || static_cast<int16_t>(ops.get16(object + osym::o_dictno)) < 0 ||
@@ -47,7 +47,7 @@ void load_dictionary_keys(Parser& p, uint32_t object) {
   // The dictionary layer has no key rows to give yet.
 }
 
-bool load_dictionary_record(Parser& p, uint32_t object, bool all_fields) {
+bool load_dictionary_record(ParserCore& p, uint32_t object, bool all_fields) {
   const OpSpace& ops = p.ops;
   static_cast<void>(all_fields);
   if (static_cast<int16_t>(ops.get16(object + osym::o_dictno)) < 0 || ops.get24(object + osym::o_fldobj) != 0)

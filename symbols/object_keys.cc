@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/object_keys.h"
 #include "symbols/objects.h"
@@ -46,7 +46,7 @@ void append_key(OpSpace& ops, uint32_t object, uint32_t key) {
 
 }  // namespace
 
-bool compile_key_clause(Parser& p, uint32_t object, int& keys_given) {
+bool compile_key_clause(ParserCore& p, uint32_t object, int& keys_given) {
   OpSpace& ops = p.ops;
   ++keys_given;
   p.take(kIs);
@@ -105,7 +105,7 @@ void copy_keys(OpSpace& ops, uint32_t object, uint32_t from) {
   }
 }
 
-int key_by_field_names(Parser& p, uint32_t object, uint32_t access_block) {
+int key_by_field_names(ParserCore& p, uint32_t object, uint32_t access_block) {
   OpSpace& ops = p.ops;
   struct Given {
     uint32_t field;

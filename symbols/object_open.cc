@@ -1,7 +1,7 @@
 // The clauses of an OPEN statement that concern the object itself: how it is opened, and what
 // that tells the end-of-program passes about the object.
 
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
 
@@ -34,7 +34,7 @@ char file_type(const OpSpace& ops, uint32_t object) {
 
 }  // namespace
 
-bool open_clause(Parser& p, uint32_t object, OpenClauses& clauses) {
+bool open_clause(ParserCore& p, uint32_t object, OpenClauses& clauses) {
   OpSpace& ops = p.ops;
   const uint32_t c = p.cls();
   if (c == kPermanent) {
@@ -64,7 +64,7 @@ bool open_clause(Parser& p, uint32_t object, OpenClauses& clauses) {
   return true;
 }
 
-void finish_open_clauses(Parser& p, uint32_t object, OpenClauses& clauses) {
+void finish_open_clauses(ParserCore& p, uint32_t object, OpenClauses& clauses) {
   const OpSpace& ops = p.ops;
   const uint16_t f = clauses.flags;
   if ((f & open_flag::private_) && !(f & (open_flag::truncate | open_flag::create)))

@@ -4,7 +4,7 @@
 
 #include "codegen/convert.h"
 #include "codegen/header.h"
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/object_keys.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
@@ -35,7 +35,7 @@ bool init_field_data(uint8_t* at, uint16_t format, char type, uint32_t occurs) {
   return non_zero;
 }
 
-void object_post_processing(Parser& p) {
+void object_post_processing(ParserCore& p) {
   OpSpace& ops = p.ops;
   for (uint32_t o = ops.get24(hdr::h_objects); o != 0; o = ops.get24(o + osym::o_next)) {
     const char type = static_cast<char>(ops.at(o + osym::o_filtype)[0]);
@@ -50,7 +50,7 @@ void object_post_processing(Parser& p) {
   }
 }
 
-void joined_field_data(Parser& p) {
+void joined_field_data(ParserCore& p) {
   OpSpace& ops = p.ops;
   DataArea& data = p.data;
   for (uint32_t f = ops.get24(hdr::h_fields); f != 0; f = ops.get24(f + fsym::f_next)) {

@@ -6,8 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "statements/handlers.h"
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/object_keys.h"
 #include "symbols/records.h"
@@ -76,7 +75,7 @@ std::string_view name_of(const OpSpace& ops, uint32_t rec, uint32_t member) {
 }
 
 // Reads a clause value: the next token, taken unless it starts the next statement.
-void take_value(Parser& p) {
+void take_value(ParserCore& p) {
   p.next();
   if (p.at_statement_start())
     p.push_back();
@@ -85,7 +84,7 @@ void take_value(Parser& p) {
 }
 
 // Passes over the definition clauses that follow a field name that was already defined.
-void skip_definition_clauses(Parser& p) {
+void skip_definition_clauses(ParserCore& p) {
   for (;;) {
     const DefinitionClause* c = definition_clause(p.next());
     if (c == nullptr) {
@@ -112,7 +111,7 @@ void skip_definition_clauses(Parser& p) {
 // The state of one OBJECT statement.
 class ObjectDefinition {
  public:
-  ObjectDefinition(Parser& p, uint32_t object) : p_(p), ops_(p.ops), o_(object) {}
+  ObjectDefinition(ParserCore& p, uint32_t object) : p_(p), ops_(p.ops), o_(object) {}
 
   // Reads the clauses; false when the statement was skipped after an error.
   bool read_clauses();
@@ -132,7 +131,7 @@ class ObjectDefinition {
   void empty_record();
   void add_record_field(uint32_t field, uint32_t& offset, uint32_t& tail);
 
-  Parser& p_;
+  ParserCore& p_;
   OpSpace& ops_;
   uint32_t o_;
   uint32_t liked_ = 0;     // the program object named by LIKE
@@ -415,8 +414,7 @@ uint32_t link_record_field(OpSpace& ops, uint32_t object, uint32_t field, uint32
   return l;
 }
 
-void compile_object_statement(Parser& p) {
-  p.accept();
+void define_object(ParserCore& p) {
   if (p.next() != kClassName) {
     p.fail(msg::object_name_expected);
     return;
@@ -436,7 +434,7 @@ void compile_object_statement(Parser& p) {
   if (def.read_clauses()) def.finish();
 }
 
-uint32_t find_or_load_object(Parser& p, std::string_view name) {
+uint32_t find_or_load_object(ParserCore& p, std::string_view name) {
   if (const uint32_t o = p.syms.find_object(name); o != 0) return o;
   const std::optional<DictObject> row = lookup_dictionary_object(p, name);
   if (!row) {
@@ -447,13 +445,13 @@ uint32_t find_or_load_object(Parser& p, std::string_view name) {
   return object_from_dictionary(p, name, *row);
 }
 
-uint32_t object_from_dictionary(Parser& p, std::string_view name, const DictObject& row) {
+uint32_t object_from_dictionary(ParserCore& p, std::string_view name, const DictObject& row) {
   const uint32_t o = p.syms.add_object(name, row.dictno);
   apply_dictionary_row(p, o, row);
   return o;
 }
 
-bool field_in_object(Parser& p, uint32_t object, uint32_t field) {
+bool field_in_object(ParserCore& p, uint32_t object, uint32_t field) {
   const OpSpace& ops = p.ops;
   const int16_t dictno = static_cast<int16_t>(ops.get16(object + osym::o_dictno));
   if (dictno < 0) {

@@ -18,7 +18,7 @@
 namespace tav {
 
 class OpSpace;
-class Parser;
+class ParserCore;
 
 // ---- File types ------------------------------------------------------------------------------
 
@@ -47,21 +47,24 @@ struct DictObject {
   char filler1 = 0;        // obj_filler1
 };
 
+// The OBJECT statement after its word: name clauses...; makes the program's object of that name.
+void define_object(ParserCore& p);
+
 // The dictionary object of that name from the open dictionaries, or nothing. Asks the
 // dictionary layer; with no dictionary open it finds nothing.
-std::optional<DictObject> lookup_dictionary_object(Parser& p, std::string_view name);
+std::optional<DictObject> lookup_dictionary_object(ParserCore& p, std::string_view name);
 
 // Creates the object_sym of a dictionary object (appended to the object list) and loads its keys.
-uint32_t object_from_dictionary(Parser& p, std::string_view name, const DictObject& row);
+uint32_t object_from_dictionary(ParserCore& p, std::string_view name, const DictObject& row);
 
 // The object of that name; an unknown name is looked up in the dictionaries and loaded. Not
 // found: error 15 with the name, the rest of the statement is skipped and the result is 0.
-uint32_t find_or_load_object(Parser& p, std::string_view name);
+uint32_t find_or_load_object(ParserCore& p, std::string_view name);
 
 // True when the object's record holds the field. A program object answers from its record
 // chain; a dictionary object from its dictionary's record (for dictionary fields only), whether
 // or not the record has been linked yet.
-bool field_in_object(Parser& p, uint32_t object, uint32_t field);
+bool field_in_object(ParserCore& p, uint32_t object, uint32_t field);
 
 // Links a field into an object's record at `offset`: the new field_obj_link goes to the head of
 // the field's chain and after `tail` in the object's chain (at the head when `tail` is 0).
@@ -93,7 +96,7 @@ inline constexpr uint16_t flag_same = 0x0004;
 // writes its index number into the access block (with the key count and the partial-key flag
 // unless the whole key was named). Returns the index number, or -1 after error 14 or 81 (the
 // statement is then skipped).
-int key_by_field_names(Parser& p, uint32_t object, uint32_t access_block);
+int key_by_field_names(ParserCore& p, uint32_t object, uint32_t access_block);
 
 // ---- OPEN clauses ----------------------------------------------------------------------------
 
@@ -119,19 +122,19 @@ struct OpenClauses {
 
 // Applies the OPEN clause word just read (the current token) to `object`. Returns false, leaving
 // the token alone, for a word that is not one of these clauses (FILE among them).
-bool open_clause(Parser& p, uint32_t object, OpenClauses& clauses);
+bool open_clause(ParserCore& p, uint32_t object, OpenClauses& clauses);
 // The checks after the last clause; may add the temporary flag.
-void finish_open_clauses(Parser& p, uint32_t object, OpenClauses& clauses);
+void finish_open_clauses(ParserCore& p, uint32_t object, OpenClauses& clauses);
 
 // ---- End of program --------------------------------------------------------------------------
 
 // Links the dictionary records of the objects the program uses: whole records for objects it
 // writes or that were declared complete, otherwise only the fields it references.
-void object_post_processing(Parser& p);
+void object_post_processing(ParserCore& p);
 
 // Gives every global field its initial data: storage for dictionary fields held by no record,
 // the empty value of its type, copied into every record position that holds the field.
-void joined_field_data(Parser& p);
+void joined_field_data(ParserCore& p);
 
 // The data-area initialiser: writes `occurs` empty values of a field with this format word and
 // type letter at `at` and tells whether any byte written is non-zero.

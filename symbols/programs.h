@@ -3,11 +3,10 @@
 
 namespace tav {
 
-struct RunContext;
-struct FileContext;
+class OpSpace;
 
 // Records which objects the program uses (with -p, in the dictionaries they came from) and
 // clears the usage bits of every object, which never reach the operations table.
-void write_po_entries(RunContext& run, FileContext& file);
+void write_po_entries(OpSpace& ops);
 
 }  // namespace tav

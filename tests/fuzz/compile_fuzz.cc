@@ -12,15 +12,11 @@
 #include <string_view>
 #include <vector>
 
-#include "codegen/convert.h"
 #include "codegen/header.h"
-#include "codegen/opspace.h"
-#include "driver/context.h"
-#include "driver/diag.h"
-#include "driver/display.h"
-#include "lexer/tokenizer.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "statements/program.h"
-#include "symbols/symtab.h"
+#include "symbols/compiler_stores.h"
 #include "tavdump.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -31,47 +27,36 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  // The stores are obtained once, as in a run over many files, and reset after each input.
+  // The stores are obtained once per option set, as in a run over many files, and reset after
+  // each input.
   static tav::Display display;
   static tav::Diagnostics diag(display, false, false);
-  static tav::OpSpace ops(diag);
-  static tav::DataArea area(diag);
-  static tav::TextItems texts(ops, diag);
-  static tav::OpBuilder builder(ops, texts, diag);
-  static tav::conv::DateSettings dates = [] {
-    tav::conv::DateSettings s;
-    s.today = 40000;
-    return s;
-  }();
-
+  static tav::CompilerStores* compilers[2] = {};
   const bool debug = data[0] & 1;
+  if (!compilers[debug]) {
+    tav::CompileSettings settings;
+    settings.debug_ops = debug;
+    settings.dates.today = 40000;
+    compilers[debug] = new tav::CompilerStores(diag, settings);  // lives for the whole fuzzing run
+  }
+  tav::CompilerStores& compiler = *compilers[debug];
+  tav::OpSpace& ops = compiler.stores.ops;
+  tav::DataArea& area = compiler.stores.data;
+  tav::TextItems& texts = compiler.stores.texts;
   std::string_view text(reinterpret_cast<const char*>(data + 1), size - 1);
-
-  tav::RunContext run;
-  run.program_name = "tavcmp";
-  run.options.debug_ops = debug;
-  run.display = &display;
-  run.diag = &diag;
-  run.ops = &ops;
-  run.data = &area;
-  run.texts = &texts;
-  run.builder = &builder;
-  run.dates = &dates;
-  builder.set_debug_ops(debug);
 
   tav::FileContext file;
   file.source_name = "fuzz.spl";
-  tav::Tokenizer tok(diag, dates);
-  tav::SymbolTable syms(ops, debug);
   diag.start_file();
   diag.set_listing("");
-  diag.set_source(&tok);
-  tok.open_text(text, "fuzz.spl");
+  diag.set_source(&compiler.tok);
+  compiler.tok.open_text(text, "fuzz.spl");
   try {
-    tav::compile_program(run, file, tok, syms);
+    tav::compile_program(compiler, file);
   } catch (const tav::FileAbort&) {
+  } catch (const tav::RunStop&) {
   }
-  tok.close_source();
+  compiler.tok.close_source();
   diag.set_source(nullptr);
 
   if (diag.first_error() == 0 && file.have_table) {
@@ -97,8 +82,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       std::abort();
     }
   }
-  ops.setbss(0);
-  area.dsetbss(0);
-  texts.set_count(0);
+  compiler.reset();
   return 0;
 }

@@ -14,8 +14,8 @@
 #include <string_view>
 
 #include "codegen/convert.h"
-#include "driver/diag.h"
-#include "driver/display.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 

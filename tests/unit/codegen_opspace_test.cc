@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "codegen/opspace.h"
-#include "driver/diag.h"
-#include "driver/display.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 
 namespace tav {
 namespace {

@@ -1,20 +1,15 @@
-// The compiler's stores for one program, as the driver builds them, and a Parser over a source
+// The compiler's stores for one program, as the driver builds them, and a parser core over a source
 // text in memory; messages go to a listing in a scratch directory.
 #pragma once
 
 #include <string>
 #include <utility>
 
-#include "codegen/convert.h"
 #include "codegen/header.h"
-#include "codegen/opspace.h"
-#include "driver/context.h"
-#include "driver/diag.h"
-#include "driver/display.h"
-#include "lexer/tokenizer.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "lexer/verbs.h"
-#include "statements/parser.h"
-#include "symbols/symtab.h"
+#include "symbols/parser_core.h"
 #include "tests/support/support.h"
 
 namespace tavtest {
@@ -57,25 +52,15 @@ class CompilerFixture {
   TempDir dir;
   tav::Display display;
   tav::Diagnostics diag{display, false, false};
-  tav::OpSpace ops{diag};
-  tav::DataArea data{diag};
-  tav::TextItems texts{ops, diag};
-  tav::OpBuilder ob{ops, texts, diag};
-  tav::conv::DateSettings dates;
-  tav::Tokenizer tok{diag, dates};
-  tav::SymbolTable syms{ops};
-  tav::RunContext run = [this] {
-    tav::RunContext r;
-    r.diag = &diag;
-    r.ops = &ops;
-    r.data = &data;
-    r.texts = &texts;
-    r.builder = &ob;
-    r.dates = &dates;
-    return r;
-  }();
+  tav::CompilerStores compiler{diag, {}};
+  tav::OpSpace& ops = compiler.stores.ops;
+  tav::DataArea& data = compiler.stores.data;
+  tav::TextItems& texts = compiler.stores.texts;
+  tav::OpBuilder& ob = compiler.stores.builder;
+  tav::Tokenizer& tok = compiler.tok;
+  tav::SymbolTable& syms = compiler.syms;
   tav::FileContext file;
-  tav::Parser p{run, file, tok, syms};
+  tav::ParserCore p{compiler, file};
   std::string source;
 };
 

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "driver/diag.h"
-#include "driver/display.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "tests/support/support.h"
 
 namespace tav {

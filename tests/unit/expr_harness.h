@@ -1,4 +1,4 @@
-// A compile bench for the expression compiler's tests: a program's stores and a Parser over a
+// A compile bench for the expression compiler's tests: a program's stores and a parser core over a
 // source text in memory, with helpers that compile one expression or statement and render the
 // op list it produced as text ("a b c * +").
 #pragma once
@@ -10,7 +10,7 @@
 #include <string>
 
 #include "codegen/convert.h"
-#include "codegen/expr.h"
+#include "expr/expr.h"
 #include "statements/records.h"
 #include "symbols/records.h"
 #include "tests/unit/compiler_fixture.h"
@@ -21,7 +21,7 @@ using namespace tav;
 
 class Bench {
  public:
-  Parser& p() { return c_.p; }
+  ParserCore& p() { return c_.p; }
   OpSpace& ops() { return c_.ops; }
   OpBuilder& ob() { return c_.ob; }
 

@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include "codegen/expr_internal.h"
+#include "expr/expr_internal.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "codegen/convert.h"
-#include "driver/diag.h"
-#include "driver/display.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 #include "tests/support/support.h"

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "codegen/opspace.h"
-#include "driver/diag.h"
-#include "driver/display.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "statements/locks.h"
 #include "symbols/records.h"
 

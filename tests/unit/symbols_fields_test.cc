@@ -20,7 +20,6 @@ class OneFieldDictionary : public Dictionaries {
     return name == "dfield" ? std::optional(row) : std::nullopt;
   }
   bool record_holds(int, uint16_t, std::string_view) override { return false; }
-  [[noreturn]] void stop_run(std::string_view message) override { throw std::runtime_error(std::string(message)); }
 };
 
 class FieldsTest : public ::testing::Test, public tavtest::CompilerFixture {
@@ -28,15 +27,18 @@ class FieldsTest : public ::testing::Test, public tavtest::CompilerFixture {
   // Compiles FIELD statements.
   void fields(const std::string& text) {
     open(text);
-    while (p.next() != kClassEndOfInput) compile_field_statement(p);
+    while (p.next() != kClassEndOfInput) {
+      p.accept();
+      define_fields(p);
+    }
   }
   // Makes `name` the current section and reads `header` as one of its field lists.
   uint32_t section(const std::string& name, FieldListKind kind, const std::string& header) {
-    p.section = syms.find_or_declare_section(name, true);
-    syms.set_current_section(p.section);
+    const uint32_t s = syms.find_or_declare_section(name, true);
+    syms.set_current_section(s);
     open(header);
-    compile_section_field_list(p, kind);
-    return p.section;
+    compile_section_field_list(p, s, kind);
+    return s;
   }
   uint32_t ref(std::string_view name, uint32_t* object = nullptr) { return reference_field(p, name, object); }
   uint32_t addr(uint32_t f) { return ops.get24(f + fsym::f_addr); }
@@ -121,7 +123,7 @@ TEST_F(FieldsTest, DictionaryFieldsThroughTheSeam) {
   dict.row.occurs = 3000;  // 6000 bytes: more than a dictionary field may hold
   syms.reset();
   ops.put24(hdr::h_fields, 0);
-  EXPECT_THROW(ref("dfield"), std::runtime_error);
+  EXPECT_THROW(ref("dfield"), tav::RunStop);
 }
 
 TEST_F(FieldsTest, ParametersMatchTheListOfAnEarlierCall) {

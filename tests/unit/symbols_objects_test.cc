@@ -19,12 +19,12 @@ class Objects : public tavtest::CompilerFixture {
     open(text);
     try {
       while (p.next() != kClassEndOfInput) {
-        if (p.cls() == verb("object"))
-          compile_object_statement(p);
-        else if (p.cls() == verb("field"))
-          compile_field_statement(p);
-        else
-          p.accept();
+        const uint32_t word = p.cls();
+        p.accept();
+        if (word == verb("object"))
+          define_object(p);
+        else if (word == verb("field"))
+          define_fields(p);
       }
     } catch (const FileAbort&) {
       aborted = true;

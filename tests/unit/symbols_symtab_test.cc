@@ -9,8 +9,8 @@
 
 #include "codegen/header.h"
 #include "codegen/opspace.h"
-#include "driver/diag.h"
-#include "driver/display.h"
+#include "diag/diag.h"
+#include "diag/display.h"
 #include "symbols/dump.h"
 
 namespace tav {

@@ -1,4 +1,4 @@
-#include "driver/display.h"
+#include "diag/display.h"
 
 #include <cstdio>
 

@@ -1,15 +1,15 @@
 // The expression compiler: values and conditions read from the token stream and emitted as
 // postfix op lists into the current nesting level.
 //
-// It works through the Parser (statements/parser.h) like the statement compilers, and is built
-// as its own library above the symbol layer, since operands name fields and objects.
+// It works through the parser core (symbols/parser_core.h), and is a layer of its own above the
+// symbol layer, since operands name fields and objects.
 #pragma once
 
 #include <cstdint>
 
 namespace tav {
 
-class Parser;
+class ParserCore;
 
 // The type of a compiled expression: alphanumeric when alpha_length is non-zero, numeric when
 // digits or decimals are; `kind` is the text kind of the last literal ('N', 'A', 'D', 'T').
@@ -39,24 +39,24 @@ class AggregateSink {
  public:
   virtual ~AggregateSink() = default;
   // `number` is the function's number; `type` receives the aggregate's result type.
-  virtual uint32_t aggregate(Parser& p, uint32_t verb_code, uint16_t number, ExprType& type) = 0;
+  virtual uint32_t aggregate(ParserCore& p, uint32_t verb_code, uint16_t number, ExprType& type) = 0;
 };
 
 // Compiles a value expression into the current level's op list. Aggregates are accepted only
 // with allow_aggregates and a sink.
-ExprType compile_expression(Parser& p, uint32_t allow = allow_nothing,
+ExprType compile_expression(ParserCore& p, uint32_t allow = allow_nothing,
                             AggregateSink* aggregates = nullptr);
 
 // Compiles a condition into the current level's op list; a bare numeric value becomes a test
 // against zero.
-ExprType compile_condition(Parser& p, uint32_t allow = allow_nothing,
+ExprType compile_condition(ParserCore& p, uint32_t allow = allow_nothing,
                            AggregateSink* aggregates = nullptr);
 
 // Compiles an expression on a new level and stores the head of its op list at the 24-bit `dest`
 // in the op space (0 when nothing was compiled).
-ExprType compile_expression_list(Parser& p, uint32_t dest, uint32_t allow = allow_nothing);
+ExprType compile_expression_list(ParserCore& p, uint32_t dest, uint32_t allow = allow_nothing);
 // The same for a condition.
-ExprType compile_condition_list(Parser& p, uint32_t dest, uint32_t allow = allow_nothing);
+ExprType compile_condition_list(ParserCore& p, uint32_t dest, uint32_t allow = allow_nothing);
 
 // The operand entry: an expression on its own level stored at the 24-bit `dest` as an operand
 // value: a non-negative integer literal up to 8388607 (and up to `maximum` when that is 1 or
@@ -67,20 +67,20 @@ struct Operand {
   double value = 0;      // its value
   ExprType type;
 };
-Operand compile_operand(Parser& p, uint32_t dest, int32_t maximum);
+Operand compile_operand(ParserCore& p, uint32_t dest, int32_t maximum);
 
 // The subscript entry, after a field name: reads "[expression]" when it follows and returns the
 // subscript as an operand value (0 when there is none). A field that occurs more than once needs
 // one unless whole arrays are allowed, where "[*]" or no subscript sets `*whole`.
-uint32_t compile_subscript(Parser& p, uint32_t field, uint32_t allow = allow_nothing,
+uint32_t compile_subscript(ParserCore& p, uint32_t field, uint32_t allow = allow_nothing,
                            bool* whole = nullptr);
 
 // The SET statement and its assignment. compile_assignment is entered after the SET word (FOR
 // calls it for its initial value with `for_loop` set: no special targets, no whole arrays, no
 // statement marker) and returns the assignment op (0 after an error).
-uint32_t compile_assignment(Parser& p, bool for_loop);
-void compile_set(Parser& p);
+uint32_t compile_assignment(ParserCore& p, bool for_loop);
+void compile_set(ParserCore& p);
 // The STRING statement.
-void compile_string(Parser& p);
+void compile_string(ParserCore& p);
 
 }  // namespace tav

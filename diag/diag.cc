@@ -1,10 +1,10 @@
-#include "driver/diag.h"
+#include "diag/diag.h"
 
 #include <cerrno>
 #include <cstring>
 #include <vector>
 
-#include "driver/display.h"
+#include "diag/display.h"
 
 namespace tav {
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr MessageRow kMessages[] = {
 #define TAV_MESSAGE(code, name, kind, text) {code, ContextKind::kind, text},
-#include "driver/messages.def"
+#include "diag/messages.def"
 #undef TAV_MESSAGE
 };
 static_assert(std::size(kMessages) == kMessageCount);
@@ -191,10 +191,10 @@ void Diagnostics::fatal_text(std::string_view message, Context context) {
   abort_file();
 }
 
-void Diagnostics::abort_file() {
+void Diagnostics::abort_file(std::string message) {
   if (first_error_ == 0) first_error_ = -1;
   ++error_count_;
-  throw FileAbort{};
+  throw FileAbort{std::move(message)};
 }
 
 int Diagnostics::report(Severity severity, std::string_view message, Context context) {

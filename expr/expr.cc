@@ -16,10 +16,10 @@
 #include <string>
 
 #include "codegen/convert.h"
-#include "codegen/expr_internal.h"
+#include "expr/expr_internal.h"
 #include "codegen/header.h"
 #include "statements/records.h"
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
 
@@ -60,7 +60,7 @@ const ConstantRow* find_constant(uint32_t code) {
 
 // ---- Compiler --------------------------------------------------------------------------------
 
-Compiler::Compiler(Parser& p, uint32_t allow, const Compiler* parent)
+Compiler::Compiler(ParserCore& p, uint32_t allow, const Compiler* parent)
     : p_(p), allow_(allow), entry_depth_(p.ob.op_stack_depth) {
   if (parent) {
     sink_ = parent->sink_;
@@ -630,7 +630,7 @@ bool Compiler::if_then_else() {
 
 // ---- Shared helpers of the entries ----------------------------------------------------------
 
-uint32_t compile_on_level(Parser& p, uint32_t allow, bool condition, bool nested, ExprType* type,
+uint32_t compile_on_level(ParserCore& p, uint32_t allow, bool condition, bool nested, ExprType* type,
                           bool* failed, const Compiler* parent) {
   p.ob.open_level();
   Compiler c(p, allow, parent);
@@ -646,7 +646,7 @@ uint32_t compile_on_level(Parser& p, uint32_t allow, bool condition, bool nested
   return head;
 }
 
-bool single_literal(Parser& p, uint32_t head, double& value, uint16_t& format) {
+bool single_literal(ParserCore& p, uint32_t head, double& value, uint16_t& format) {
   OpSpace& ops = p.ops;
   if (head == 0 || ops.get24(head) != 0 || *ops.at(head + kOpcode) != opc::literal) return false;
   format = static_cast<uint16_t>(ops.get16(head + kLitFormat));
@@ -655,7 +655,7 @@ bool single_literal(Parser& p, uint32_t head, double& value, uint16_t& format) {
   return true;
 }
 
-uint32_t operand_value(Parser& p, uint32_t head, int32_t maximum, bool& literal, double& value) {
+uint32_t operand_value(ParserCore& p, uint32_t head, int32_t maximum, bool& literal, double& value) {
   uint16_t format = 0;
   literal = single_literal(p, head, value, format);
   if (!literal) return head | kListBit;
@@ -675,7 +675,7 @@ uint32_t operand_value(Parser& p, uint32_t head, int32_t maximum, bool& literal,
 
 namespace {
 
-ExprType compile_here(Parser& p, uint32_t allow, AggregateSink* aggregates, bool condition) {
+ExprType compile_here(ParserCore& p, uint32_t allow, AggregateSink* aggregates, bool condition) {
   p.field_notes = FieldNotes{};
   expr::Compiler c(p, allow);
   c.set_aggregates(aggregates);
@@ -687,29 +687,29 @@ ExprType compile_here(Parser& p, uint32_t allow, AggregateSink* aggregates, bool
 
 }  // namespace
 
-ExprType compile_expression(Parser& p, uint32_t allow, AggregateSink* aggregates) {
+ExprType compile_expression(ParserCore& p, uint32_t allow, AggregateSink* aggregates) {
   return compile_here(p, allow, aggregates, false);
 }
 
-ExprType compile_condition(Parser& p, uint32_t allow, AggregateSink* aggregates) {
+ExprType compile_condition(ParserCore& p, uint32_t allow, AggregateSink* aggregates) {
   return compile_here(p, allow, aggregates, true);
 }
 
-ExprType compile_expression_list(Parser& p, uint32_t dest, uint32_t allow) {
+ExprType compile_expression_list(ParserCore& p, uint32_t dest, uint32_t allow) {
   p.field_notes = FieldNotes{};
   ExprType t;
   p.ops.put24(dest, expr::compile_on_level(p, allow, false, false, &t, nullptr));
   return t;
 }
 
-ExprType compile_condition_list(Parser& p, uint32_t dest, uint32_t allow) {
+ExprType compile_condition_list(ParserCore& p, uint32_t dest, uint32_t allow) {
   p.field_notes = FieldNotes{};
   ExprType t;
   p.ops.put24(dest, expr::compile_on_level(p, allow, true, false, &t, nullptr));
   return t;
 }
 
-Operand compile_operand(Parser& p, uint32_t dest, int32_t maximum) {
+Operand compile_operand(ParserCore& p, uint32_t dest, int32_t maximum) {
   p.field_notes = FieldNotes{};
   Operand r;
   uint32_t head = expr::compile_on_level(p, allow_nothing, false, false, &r.type, nullptr);
@@ -717,7 +717,7 @@ Operand compile_operand(Parser& p, uint32_t dest, int32_t maximum) {
   return r;
 }
 
-uint32_t compile_subscript(Parser& p, uint32_t field, uint32_t allow, bool* whole) {
+uint32_t compile_subscript(ParserCore& p, uint32_t field, uint32_t allow, bool* whole) {
   if (whole) *whole = false;
   uint32_t occurs = field ? p.ops.get16(field + fsym::f_occurs) : 0;
   bool arrays = (allow & allow_whole_arrays) != 0;

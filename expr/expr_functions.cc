@@ -8,9 +8,9 @@
 #include <string>
 
 #include "codegen/convert.h"
-#include "codegen/expr_internal.h"
+#include "expr/expr_internal.h"
 #include "codegen/header.h"
-#include "statements/parser.h"
+#include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
 
@@ -79,7 +79,7 @@ bool is_aggregate(uint32_t code) {
   return std::find(std::begin(kAggregates), std::end(kAggregates), code) != std::end(kAggregates);
 }
 
-uint32_t report_by_name(Parser& p, std::string_view name) {
+uint32_t report_by_name(ParserCore& p, std::string_view name) {
   OpSpace& ops = p.ops;
   for (uint32_t r = ops.get24(hdr::report_list); r != 0; r = ops.get24(r + report::r_next)) {
     uint32_t n = ops.get24(r + report::r_name);

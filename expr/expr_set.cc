@@ -12,8 +12,8 @@
 #include <string>
 
 #include "codegen/convert.h"
-#include "codegen/expr_internal.h"
-#include "statements/parser.h"
+#include "expr/expr_internal.h"
+#include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
 
@@ -85,19 +85,19 @@ const Assign* assign_op(uint32_t c) {
   return nullptr;
 }
 
-bool is_word(Parser& p, uint32_t c) {
+bool is_word(ParserCore& p, uint32_t c) {
   return c == kClassName || (c > kClassRaw && c != kClassEndOfInput && !p.at_statement_start() &&
                              find_operator(c) == nullptr);
 }
 
 // The statement must end here.
-void expect_end(Parser& p) {
+void expect_end(ParserCore& p) {
   p.next();
   if (!p.at_statement_start()) p.fail(msg::syntax_error);
 }
 
 // SET object.* = other.* (or = *).
-uint32_t record_copy(Parser& p, std::string_view target) {
+uint32_t record_copy(ParserCore& p, std::string_view target) {
   OpSpace& ops = p.ops;
   uint32_t to = p.syms.find_object(target.substr(0, target.size() - 2));
   const Assign* a = assign_op(p.next());
@@ -133,7 +133,7 @@ uint32_t record_copy(Parser& p, std::string_view target) {
 }
 
 // A single literal assigned to a field must fit it.
-void check_literal(Parser& p, uint32_t head, uint32_t field) {
+void check_literal(ParserCore& p, uint32_t head, uint32_t field) {
   OpSpace& ops = p.ops;
   if (head == 0 || ops.get24(head) != 0 || *ops.at(head + kOpcode) != opc::literal) return;
   uint16_t target = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
@@ -152,7 +152,7 @@ void check_literal(Parser& p, uint32_t head, uint32_t field) {
 
 }  // namespace
 
-uint32_t compile_assignment(Parser& p, bool for_loop) {
+uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   OpSpace& ops = p.ops;
   uint32_t c = p.next();
   std::string target(p.text());
@@ -273,7 +273,7 @@ uint32_t compile_assignment(Parser& p, bool for_loop) {
   return op;
 }
 
-void compile_set(Parser& p) {
+void compile_set(ParserCore& p) {
   p.accept();
   if (compile_assignment(p, false) == 0) {
     if (!p.at_statement_start()) p.tok.skip_to_statement();
@@ -282,7 +282,7 @@ void compile_set(Parser& p) {
   expect_end(p);
 }
 
-void compile_string(Parser& p) {
+void compile_string(ParserCore& p) {
   OpSpace& ops = p.ops;
   p.accept();
   uint32_t c = p.next();

@@ -1,17 +1,17 @@
 // Inside the expression compiler: the operator and function tables, the op layouts it fills in,
-// and the Compiler that reads one expression. Only codegen/expr*.cc include this file.
+// and the Compiler that reads one expression. Only expr/expr*.cc include this file.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <string_view>
 
-#include "codegen/expr.h"
+#include "expr/expr.h"
 #include "lexer/verbs.h"
 
 namespace tav {
 
-class Parser;
+class ParserCore;
 
 namespace expr {
 
@@ -127,7 +127,7 @@ struct OperatorRow {
 
 inline constexpr OperatorRow kOperators[] = {
 #define TAV_OPERATOR(code, precedence, kind, value) {code, precedence, OpKind::kind, value},
-#include "codegen/operators.def"
+#include "expr/operators.def"
 };
 inline constexpr int kOperatorCount = static_cast<int>(std::size(kOperators));
 
@@ -162,7 +162,7 @@ inline constexpr int kParamReport = 9;
 inline constexpr FunctionRow kFunctions[] = {
 #define TAV_FUNCTION(name, number, result, kind, ...) \
   {verb(name), number, result, kind, {__VA_ARGS__}},
-#include "codegen/functions.def"
+#include "expr/functions.def"
 };
 inline constexpr int kFunctionCount = static_cast<int>(std::size(kFunctions));
 
@@ -181,7 +181,7 @@ struct ConstantRow {
 
 inline constexpr ConstantRow kConstants[] = {
 #define TAV_CONSTANT(name, value, attribute) {verb(name), value, attribute},
-#include "codegen/expr_constants.def"
+#include "expr/expr_constants.def"
 };
 
 const ConstantRow* find_constant(uint32_t code);
@@ -194,7 +194,7 @@ const ConstantRow* find_constant(uint32_t code);
 // hold at most 200 operators.
 class Compiler {
  public:
-  Compiler(Parser& p, uint32_t allow, const Compiler* parent = nullptr);
+  Compiler(ParserCore& p, uint32_t allow, const Compiler* parent = nullptr);
   ~Compiler();
   Compiler(const Compiler&) = delete;
   Compiler& operator=(const Compiler&) = delete;
@@ -250,7 +250,7 @@ class Compiler {
   void raise(const ExprType& t);
   void check_mixed();
 
-  Parser& p_;
+  ParserCore& p_;
   uint32_t allow_;
   AggregateSink* sink_ = nullptr;
   bool nested_ = false;
@@ -268,20 +268,20 @@ class Compiler {
 };
 
 // Shared by the entries: compiles on a new level and returns the list head (0 when empty).
-uint32_t compile_on_level(Parser& p, uint32_t allow, bool condition, bool nested, ExprType* type,
+uint32_t compile_on_level(ParserCore& p, uint32_t allow, bool condition, bool nested, ExprType* type,
                           bool* failed, const Compiler* parent = nullptr);
 
 // The literal folding rule of operand values, applied to the list just compiled: a single
 // integer literal op from 0 to 8388607 (and to `maximum` when that is 1 or more) is released
 // and its value returned with the top bit clear; anything else returns the head with the top
 // bit set. `literal` and `value` tell the caller what the list was.
-uint32_t operand_value(Parser& p, uint32_t head, int32_t maximum, bool& literal, double& value);
+uint32_t operand_value(ParserCore& p, uint32_t head, int32_t maximum, bool& literal, double& value);
 
 // The single numeric literal a list consists of, if it does.
-bool single_literal(Parser& p, uint32_t head, double& value, uint16_t& format);
+bool single_literal(ParserCore& p, uint32_t head, double& value, uint16_t& format);
 
 // The report record of a name, created (marked referenced but not defined) when there is none.
-uint32_t report_by_name(Parser& p, std::string_view name);
+uint32_t report_by_name(ParserCore& p, std::string_view name);
 
 }  // namespace expr
 }  // namespace tav

@@ -20,7 +20,7 @@ class Display;
 namespace msg {
 enum Code : int {
 #define TAV_MESSAGE(code, name, kind, text) name = code,
-#include "driver/messages.def"
+#include "diag/messages.def"
 #undef TAV_MESSAGE
 };
 }  // namespace msg
@@ -40,8 +40,18 @@ constexpr int kMessageCount = 144;
 enum class Severity : int { info = 0, warning = 1, error = 2, fatal = 3 };
 
 // Thrown to abandon the current source file; the driver's per-file loop catches it. The reporter
-// that throws has already counted the abort and set the first-error value.
-struct FileAbort {};
+// that throws has already counted the abort and set the first-error value. A message that is
+// not a compile diagnostic (an output file that cannot be written) comes with it for the driver
+// to show.
+struct FileAbort {
+  std::string message;
+};
+
+// Thrown to end the whole run (a damaged dictionary, say): the driver shows the message and
+// leaves through its clean-up exit with status 255. Nothing below the driver ends the process.
+struct RunStop {
+  std::string message;
+};
 
 // What the reporters need to know of the token stream; the tokenizer provides it.
 class DiagSource {
@@ -118,7 +128,7 @@ class Diagnostics {
 
   // The abort path of a file: the first-error value becomes -1 when it is 0, the abort counts as
   // an error, and FileAbort is thrown.
-  [[noreturn]] void abort_file();
+  [[noreturn]] void abort_file(std::string message = {});
 
   // Text of an I/O status code of the data-file layer.
   static std::string io_error_text(int code);
