@@ -36,7 +36,7 @@ struct FileContext {
 // not exist: asking for one is a compiler fault, reported and ignored.
 inline void max_opt_ver(FileContext& file, Diagnostics& diag, int v) {
   if (v >= 8) {
-    diag.warning_text("Internal compiler error in max_opt_ver");
+    diag.warning_text(txt::internal_error_max_opt_ver);
     return;
   }
   if (v > file.opt_version) file.opt_version = v;

@@ -88,7 +88,7 @@ constexpr std::array<OpLabel, 256> kOpLabels = make_op_labels();
 // Obtains a store's block the first time it is needed; it is kept for the run and never zeroed
 // as a whole (every allocation zeroes its own bytes).
 void obtain_block(std::unique_ptr<uint8_t[]>& block, uint32_t size, Diagnostics& diag,
-                  const char* failure) {
+                  txt::Text failure) {
   if (block) return;
   block.reset(new (std::nothrow) uint8_t[size]);
   if (!block) diag.fatal_text(failure);
@@ -96,7 +96,7 @@ void obtain_block(std::unique_ptr<uint8_t[]>& block, uint32_t size, Diagnostics&
 
 // Moves a break back: the new break must not lie past the old one nor outside the block.
 void move_break_back(uint32_t& brk, uint32_t p, uint32_t size, Diagnostics& diag,
-                     const char* past_break, const char* outside) {
+                     txt::Text past_break, txt::Text outside) {
   if (p > brk) diag.fatal_text(past_break);
   if (p > size) diag.fatal_text(outside);
   brk = p;
@@ -118,8 +118,8 @@ const char* op_name(uint8_t opcode) {
 // ---- op space ----
 
 uint32_t OpSpace::alloc(uint32_t n) {
-  obtain_block(block_, kOpSpaceSize, diag_, "Can't malloc procedure header space");
-  if (n > kOpSpaceSize - brk_) diag_.fatal_text("Exceeded maximum operations table limit");
+  obtain_block(block_, kOpSpaceSize, diag_, txt::no_memory_op_space);
+  if (n > kOpSpaceSize - brk_) diag_.fatal_text(txt::op_space_exhausted);
   const uint32_t off = brk_;
   brk_ += n;
   std::memset(at(off), 0, n);
@@ -140,21 +140,20 @@ uint32_t OpSpace::store_text(std::string_view text) {
 }
 
 void OpSpace::setbss(uint32_t p) {
-  move_break_back(brk_, p, kOpSpaceSize, diag_, "setbss - new break more than old break",
-                  "setbss - new break not in table");
+  move_break_back(brk_, p, kOpSpaceSize, diag_, txt::setbss_past_break, txt::setbss_outside_table);
 }
 
 // ---- data area ----
 
 uint32_t DataArea::alloc(uint32_t n) {
-  obtain_block(block_, kDataAreaSize, diag_, "Can't malloc data table space");
+  obtain_block(block_, kDataAreaSize, diag_, txt::no_memory_data_area);
   // Even-sized items start at a multiple of 4; odd-sized ones are packed wherever the break is.
   uint32_t off = brk_;
   if (n % 2 == 0) {
     if (off % 2 != 0) off += 1;
     if (off % 4 != 0) off += 2;
   }
-  if (n > kDataAreaSize - off) diag_.fatal_text("Can't allocate sufficient data space");
+  if (n > kDataAreaSize - off) diag_.fatal_text(txt::data_area_exhausted);
   brk_ = off + n;
   std::memset(at(off), 0, n);
   return off;
@@ -174,8 +173,7 @@ uint32_t DataArea::store_text(std::string_view text) {
 }
 
 void DataArea::dsetbss(uint32_t p) {
-  move_break_back(brk_, p, kDataAreaSize, diag_, "dsetbss - new break more than old break",
-                  "dsetbss - new break not in table");
+  move_break_back(brk_, p, kDataAreaSize, diag_, txt::dsetbss_past_break, txt::dsetbss_outside_table);
 }
 
 // ---- text items ----
@@ -185,9 +183,9 @@ int TextItems::add(uint32_t text_off, char kind, int length) {
     // Room for entry 0, which stays all zero, and the items 1 to kMaxTextItems.
     constexpr size_t bytes = (static_cast<size_t>(kMaxTextItems) + 1) * kEntrySize;
     table_.reset(new (std::nothrow) uint8_t[bytes]());
-    if (!table_) diag_.fatal_text("Can't malloc text item table");
+    if (!table_) diag_.fatal_text(txt::no_memory_text_items);
   }
-  if (count_ + 1 > kMaxTextItems) diag_.fatal_text("Too many entries in text item table");
+  if (count_ + 1 > kMaxTextItems) diag_.fatal_text(txt::text_items_exhausted);
   ++count_;
   const uint32_t len = length >= 1 ? static_cast<uint32_t>(length)
                                    : static_cast<uint32_t>(std::strlen(ops_.text_at(text_off)));

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,15 +20,6 @@ namespace {
 
 constexpr uint32_t round8(uint32_t n) { return (n + 7) & ~7u; }
 constexpr int kNoSpace = 28;  // what a short write without a system error reports
-
-__attribute__((format(printf, 1, 2))) std::string format(const char* fmt, ...) {
-  char buf[8192];
-  va_list args;
-  va_start(args, fmt);
-  std::vsnprintf(buf, sizeof buf, fmt, args);
-  va_end(args);
-  return buf;
-}
 
 // Writes all of `size` bytes, then zeros up to `padded`. Returns 0 or the error number.
 int write_image(int fd, const uint8_t* bytes, uint32_t size, uint32_t padded) {
@@ -107,7 +97,7 @@ void OptableWriter::write() {
     int err = errno;
     std::string name = work_name_;
     work_name_.clear();  // not ours to remove
-    fail(format("%s: can't remove '%s' (errno=%d)", prog.c_str(), name.c_str(), err));
+    fail(format_text(txt::cant_remove_work_file, {prog, name, std::to_string(err)}));
   }
   if (note_) note_(work_name_);
   int fd = open(work_name_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
@@ -116,7 +106,7 @@ void OptableWriter::write() {
     std::string name = work_name_;
     if (note_) note_("");
     work_name_.clear();
-    fail(format("%s: can't create '%s' (errno=%d)", prog.c_str(), name.c_str(), err));
+    fail(format_text(txt::cant_create_work_file, {prog, name, std::to_string(err)}));
   }
 
   if (texts.used()) {
@@ -136,23 +126,22 @@ void OptableWriter::write() {
 
   if (int err = write_image(fd, ops.at(0), ops_used, s)) {
     close(fd);
-    fail(format("%s: error writing out operations table (errno=%d)", prog.c_str(), err));
+    fail(format_text(txt::error_writing_table, {prog, std::to_string(err)}));
   }
   if (d != 0) {
     if (int err = write_image(fd, data.at(0), data_used, d)) {
       close(fd);
-      fail(format("%s: error writing data area to op. table (errno=%d)", prog.c_str(), err));
+      fail(format_text(txt::error_writing_data_area, {prog, std::to_string(err)}));
     }
   }
   file_.table_size = static_cast<long>(s) + static_cast<long>(d);
   file_.data_size = static_cast<long>(d);
-  if (close(fd) != 0) fail(format("%s: error writing out operations table (errno=%d)", prog.c_str(), errno));
+  if (close(fd) != 0) fail(format_text(txt::error_writing_table, {prog, std::to_string(errno)}));
 
   // The rename replaces a previous table in one step, also when that one is read-only.
   if (rename(work_name_.c_str(), file_.op6_name.c_str()) != 0) {
     int err = errno;
-    fail(format("%s: can't link '%s' to '%s' (errno=%d)", prog.c_str(), work_name_.c_str(),
-                file_.op6_name.c_str(), err));
+    fail(format_text(txt::cant_link_table, {prog, work_name_, file_.op6_name, std::to_string(err)}));
   }
   if (note_) note_("");
   work_name_.clear();

@@ -13,7 +13,6 @@ namespace {
 constexpr MessageRow kMessages[] = {
 #define TAV_MESSAGE(code, name, kind, text) {code, ContextKind::kind, text},
 #include "diag/messages.def"
-#undef TAV_MESSAGE
 };
 static_assert(std::size(kMessages) == kMessageCount);
 
@@ -148,15 +147,69 @@ static const char* text_of(int code) {
   return row ? row->text : "Unknown message";
 }
 
-int Diagnostics::error(int code) { return error_text(text_of(code), context_of(code)); }
-int Diagnostics::error_with(int code, std::string_view context) {
-  return error_text(text_of(code), Context(context));
-}
-int Diagnostics::warning(int code) { return warning_text(text_of(code), context_of(code)); }
-int Diagnostics::info(int code) { return info_text(text_of(code), context_of(code)); }
-void Diagnostics::fatal(int code) { fatal_text(text_of(code), context_of(code)); }
+constexpr std::string_view kTexts[] = {
+#define TAV_TEXT(name, text) text,
+#include "diag/messages.def"
+};
 
-int Diagnostics::error_text(std::string_view message, Context context) {
+std::string_view text_of(txt::Text message) { return kTexts[static_cast<int>(message)]; }
+
+std::string format_text(txt::Text message, std::initializer_list<std::string_view> values) {
+  const std::string_view text = text_of(message);
+  std::string out;
+  const std::string_view* value = values.begin();
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text.compare(i, 2, "%s") == 0 && value != values.end()) {
+      out += *value++;
+      ++i;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
+
+int Diagnostics::error(int code) { return raise(Severity::error, text_of(code), context_of(code)); }
+int Diagnostics::error_with(int code, std::string_view context) {
+  return raise(Severity::error, text_of(code), Context(context));
+}
+int Diagnostics::warning(int code) { return raise(Severity::warning, text_of(code), context_of(code)); }
+int Diagnostics::info(int code) { return raise(Severity::info, text_of(code), context_of(code)); }
+void Diagnostics::fatal(int code) {
+  raise(Severity::fatal, text_of(code), context_of(code));
+  abort_file();  // not reached: raise abandons the file
+}
+
+int Diagnostics::error_text(txt::Text message, Context context) {
+  return raise(Severity::error, text_of(message), context);
+}
+int Diagnostics::warning_text(txt::Text message, Context context) {
+  return raise(Severity::warning, text_of(message), context);
+}
+int Diagnostics::info_text(txt::Text message, Context context) {
+  return raise(Severity::info, text_of(message), context);
+}
+void Diagnostics::fatal_text(txt::Text message, Context context) {
+  raise(Severity::fatal, text_of(message), context);
+  abort_file();  // not reached
+}
+
+int Diagnostics::raise(Severity severity, std::string_view message, Context context) {
+  switch (severity) {
+    case Severity::info:
+      if (!no_info_) report(severity, message, context);
+      return 0;
+    case Severity::warning:
+      if (!no_warning_) report(severity, message, context);
+      return 0;
+    case Severity::fatal:
+      ++error_count_;
+      first_error_ = -1;
+      report(severity, message, context);
+      abort_file();
+    case Severity::error:
+      break;
+  }
   report(Severity::error, message, context);
   if (first_error_ == 0) {
     int line = source_ ? source_->diag_line() : 0;
@@ -165,30 +218,13 @@ int Diagnostics::error_text(std::string_view message, Context context) {
   ++error_count_;
   if (error_count_ > kErrorLimit) {
     new_message_line();
-    static constexpr std::string_view kLimit = "Error limit exceeded - aborting";
-    display_.line_out(kLimit);
-    write_listing(kLimit);
+    const std::string_view limit = text_of(txt::error_limit_exceeded);
+    display_.line_out(limit);
+    write_listing(limit);
     display_.flush();
     abort_file();
   }
   return -1;
-}
-
-int Diagnostics::warning_text(std::string_view message, Context context) {
-  if (!no_warning_) report(Severity::warning, message, context);
-  return 0;
-}
-
-int Diagnostics::info_text(std::string_view message, Context context) {
-  if (!no_info_) report(Severity::info, message, context);
-  return 0;
-}
-
-void Diagnostics::fatal_text(std::string_view message, Context context) {
-  ++error_count_;
-  first_error_ = -1;
-  report(Severity::fatal, message, context);
-  abort_file();
 }
 
 void Diagnostics::abort_file(std::string message) {

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -21,9 +22,31 @@ namespace msg {
 enum Code : int {
 #define TAV_MESSAGE(code, name, kind, text) name = code,
 #include "diag/messages.def"
-#undef TAV_MESSAGE
 };
+
+// Each numbered row's code is its place in the table.
+constexpr bool codes_in_order() {
+  int i = 0;
+#define TAV_MESSAGE(code, name, kind, text) \
+  if (code != i++) return false;
+#include "diag/messages.def"
+  return true;
+}
+static_assert(codes_in_order(), "messages.def: a numbered row's code is not its index");
 }  // namespace msg
+
+// The unnumbered messages of messages.def: txt::no_path_to_statement and so on.
+namespace txt {
+enum class Text : int {
+#define TAV_TEXT(name, text) name,
+#include "diag/messages.def"
+};
+using enum Text;
+}  // namespace txt
+
+// The text of an unnumbered message, and the same with each "%s" replaced by the next value.
+std::string_view text_of(txt::Text message);
+std::string format_text(txt::Text message, std::initializer_list<std::string_view> values);
 
 // Context kinds of the message table.
 enum class ContextKind : uint16_t { none = 0, token = 1, name = 2 };
@@ -116,13 +139,17 @@ class Diagnostics {
 
   int error(int code);
   int error_with(int code, std::string_view context);
-  int error_text(std::string_view message, Context context = {});
+  int error_text(txt::Text message, Context context = {});
   int warning(int code);
-  int warning_text(std::string_view message, Context context = {});
+  int warning_text(txt::Text message, Context context = {});
   int info(int code);
-  int info_text(std::string_view message, Context context = {});
+  int info_text(txt::Text message, Context context = {});
   [[noreturn]] void fatal(int code);
-  [[noreturn]] void fatal_text(std::string_view message, Context context = {});
+  [[noreturn]] void fatal_text(txt::Text message, Context context = {});
+
+  // The reporters behind the ones above, for a message text of the tables: `raise` counts
+  // errors and abandons the file at the limit or on FATAL; `report` only writes the line.
+  int raise(Severity severity, std::string_view message, Context context);
   int report(Severity severity, std::string_view message, Context context);
   void new_message_line();
 

@@ -123,6 +123,7 @@ class Driver {
   void write_statistics();
   void run_nls(const FileContext& file);
   void show_stop(const std::string& message);
+  void say(txt::Text message);
   [[noreturn]] void cleanup_exit(int status);
 
   int argc_;
@@ -181,12 +182,12 @@ void Driver::start_up() {
   compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));
 
   if (std::string_view bad = check_verb_table(); !bad.empty()) {
-    display_.show("VERB TABLE OUT OF ORDER AT '" + std::string(bad) + "'");
+    display_.show(format_text(txt::verb_table_out_of_order, {bad}));
     display_.wait_ack();
     cleanup_exit(255);
   }
   if (!record_access_works()) {
-    display_.show("Internal error with structure size/alignment");
+    display_.show(text_of(txt::record_access_broken));
     display_.wait_ack();
     cleanup_exit(255);
   }
@@ -214,7 +215,7 @@ void Driver::compile_file(const std::string& argument) {
 
   if (access(file.source_name.c_str(), F_OK) != 0) {
     diag_.set_listing("");
-    diag_.error_text("Can't open source file", file.source_name);
+    diag_.error_text(txt::cant_open_source_file, file.source_name);
     if (display_.screen()) display_.wait_ack();
     had_errors_ = true;
     return;
@@ -223,9 +224,7 @@ void Driver::compile_file(const std::string& argument) {
   if (preprocess(file)) {
     if (compiler_->tok.open_source(temp_name_) != 0) {
       int err = errno;
-      char text[PATH_MAX + 64];
-      std::snprintf(text, sizeof text, "Can't open '%s' (err=%d)", temp_name_.c_str(), err);
-      display_.show(text);
+      display_.show(format_text(txt::cant_open_temporary, {temp_name_, std::to_string(err)}));
       display_.wait_ack();
     } else {
       compile_and_write(file);
@@ -276,7 +275,7 @@ bool Driver::preprocess(FileContext& file) {
   // characters.
   std::string release = std::string(kVersionString).substr(16);
   if (release.rfind("Release ", 0) != 0) {
-    display_.show("Can't determine TAVRIN-4GL release number");
+    display_.show(text_of(txt::unknown_release_number));
   } else {
     size_t pos = 8;
     std::string major, minor;
@@ -300,15 +299,12 @@ bool Driver::preprocess(FileContext& file) {
   args.push_back(temp_name_);
 
   for (const std::string& inc : o.includes)
-    diag_.info_text("Custom include path:", std::string_view(inc).substr(2));
+    diag_.info_text(txt::custom_include_path, std::string_view(inc).substr(2));
   if (o.include_overflow)
-    diag_.info_text("Too many include directories specified, some have been ignored");
+    diag_.info_text(txt::too_many_include_directories);
 
   if (run_program(args) != 0) {
-    if (display_.screen())
-      display_.show("Errors during preprocessing");
-    else
-      display_.print("Errors during preprocessing\n");
+    say(txt::errors_during_preprocessing);
     return false;
   }
   return true;
@@ -348,16 +344,23 @@ void Driver::show_stop(const std::string& message) {
   display_.wait_ack();
 }
 
+// A message about the run rather than the program: in the progress window, or on a line of its
+// own in plain mode.
+void Driver::say(txt::Text message) {
+  const std::string_view text = text_of(message);
+  if (display_.screen())
+    display_.show(text);
+  else
+    display_.print("%.*s\n", static_cast<int>(text.size()), text.data());
+}
+
 // With language-text processing on, the post-processor records the table's texts.
 void Driver::run_nls(const FileContext& file) {
   const char* language = std::getenv("TAVLANGUAGE");
   const char* dir = std::getenv("TAVLANGDIR");
   if (!language || !*language || !dir || !*dir) return;
   if (run_program({run_.bin_dir + "tavcmpnls", file.op6_name}) != 0) {
-    if (display_.screen())
-      display_.show("Errors during NLS processing");
-    else
-      display_.print("Errors during NLS processing\n");
+    say(txt::errors_during_nls_processing);
   }
 }
 
@@ -433,7 +436,7 @@ void Driver::show_summary(FileContext& file) {
 void Driver::write_statistics() {
   FILE* f = std::fopen("tavcmp.out", "w");
   if (!f) {
-    display_.show("Count not create tavcmp.out");
+    display_.show(text_of(txt::cant_create_statistics));
     return;
   }
   const auto& stats = compiler_->stores.builder.stats();

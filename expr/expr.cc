@@ -221,17 +221,18 @@ bool Compiler::make_test() {
 
 bool Compiler::finish(bool condition) {
   if (flags() & kFlagBetween) {
-    p_.diag.error_text("AND missing from BETWEEN test", Context::current_token());
+    p_.diag.error_text(txt::and_missing_between, Context::current_token());
     flags() &= ~kFlagBetween;
   }
   if (set_mark_ >= 0) {
-    p_.diag.error_text(set_close_ == kCloseBrace ? "} missing" : ") missing", Context::current_token());
+    p_.diag.error_text(set_close_ == kCloseBrace ? txt::close_brace_missing : txt::close_paren_missing,
+                       Context::current_token());
     set_mark_ = -1;
   }
   if (condition && !(flags() & kFlagComparison) && !make_test()) return false;
   if (!push(row_of(kEndOfExpression))) return false;
   if (count_ > 0) return abandon(msg::invalid_expression);  // a "(" is left
-  if (flags() & kFlagInvert) p_.diag.fatal_text("Internal compiler error - invertion");
+  if (flags() & kFlagInvert) p_.diag.fatal_text(txt::internal_error_inversion);
   OpLevel& lv = p_.ob.top();
   if (lv.pending != 0) p_.ops.put24(lv.pending + kParent, 0);
   return true;
@@ -245,7 +246,8 @@ Compiler::Next Compiler::binary(uint32_t c) {
   if (set_open && !open_paren_above(set_mark_)) {
     if (c == set_close_) return close_set() ? Next::op : Next::abandon;
     if (c == kCloseBrace || c == kCloseParen || p_.at_statement_start()) {
-      p_.diag.error_text(set_close_ == kCloseBrace ? "} missing" : ") missing", Context::current_token());
+      p_.diag.error_text(set_close_ == kCloseBrace ? txt::close_brace_missing : txt::close_paren_missing,
+                       Context::current_token());
       set_mark_ = -1;
       if (c == kCloseBrace) return Next::op;
       p_.push_back();
@@ -339,7 +341,7 @@ Compiler::Next Compiler::binary(uint32_t c) {
 bool Compiler::open_set(uint32_t c) {
   if (c != kOpenBrace && c != kOpenParen) {
     p_.push_back();
-    p_.diag.error_text("Sets must be enclosed in {} or ()", Context::current_token());
+    p_.diag.error_text(txt::set_not_enclosed, Context::current_token());
     p_.tok.skip_to_statement();
     type_.failed = true;
     return false;
@@ -347,7 +349,7 @@ bool Compiler::open_set(uint32_t c) {
   set_close_ = c == kOpenBrace ? kCloseBrace : kCloseParen;
   uint32_t first = p_.next();
   if (first == set_close_) {
-    p_.diag.error_text("Invalid set of values", Context::current_token());
+    p_.diag.error_text(txt::invalid_set_of_values, Context::current_token());
     p_.tok.skip_to_statement();
     type_.failed = true;
     return false;
@@ -450,7 +452,7 @@ bool Compiler::operand_word(uint32_t c) {
   if (c == kIfThenElse) return if_then_else();
   if (c == kSelect) {
     // SELECT inside an expression belongs to the SELECT compiler, which no caller offers yet.
-    p_.diag.error_text("Illegal use of SELECT statement", Context::current_token());
+    p_.diag.error_text(txt::select_not_allowed, Context::current_token());
     p_.tok.skip_to_statement();
     type_.failed = true;
     return false;
@@ -465,7 +467,7 @@ bool Compiler::operand_word(uint32_t c) {
       numeric_literal(digits, k->attribute);
       return true;
     }
-    if (c == kChar) p_.diag.warning_text("CHAR function is replaced by STR", Context::current_token());
+    if (c == kChar) p_.diag.warning_text(txt::char_replaced_by_str, Context::current_token());
     return function_call(c);
   }
   if (p_.at_statement_start()) return abandon(msg::field_name_expected);
@@ -538,7 +540,7 @@ bool Compiler::brace_literal() {
       p_.diag.error(msg::syntax_error);
       break;
     case conv::BraceStatus::not_supported:
-      p_.diag.error_text("Conversion not supported for this data type", Context::current_token());
+      p_.diag.error_text(txt::conversion_not_supported, Context::current_token());
       break;
   }
   if (v.status != conv::BraceStatus::ok) {

@@ -99,7 +99,7 @@ uint32_t report_by_name(ParserCore& p, std::string_view name) {
 
 bool Compiler::function_call(uint32_t code) {
   const FunctionRow* row = find_function(code);
-  if (!row) p_.diag.fatal_text("Function not implemented", Context::current_token());
+  if (!row) p_.diag.fatal_text(txt::function_not_implemented, Context::current_token());
   if (is_aggregate(code)) return aggregate_call(*row);
 
   OpSpace& ops = p_.ops;
@@ -240,7 +240,7 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
     }
   }
   if (p_.next() == verb("[")) {
-    p_.diag.error_text("Subscripting not allowed here", Context::current_token());
+    p_.diag.error_text(txt::subscripting_not_allowed_here, Context::current_token());
     // Read the subscript and drop it.
     bool failed = false;
     compile_on_level(p_, allow_nothing, false, true, nullptr, &failed, this);

@@ -116,11 +116,11 @@ uint32_t record_copy(ParserCore& p, std::string_view target) {
     return 0;
   }
   if (to == 0) {
-    p.diag.error_text("Left and/or right side must refer to an object", Context::current_token());
+    p.diag.error_text(txt::record_copy_needs_objects, Context::current_token());
     return 0;
   }
   if (from == to) {
-    p.diag.error_text("Objects are the same", Context::current_token());
+    p.diag.error_text(txt::record_copy_same_object, Context::current_token());
     return 0;
   }
   for (uint32_t o : {to, from})
@@ -164,7 +164,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
       special = kPageNumber;
     } else if (c == verb("drill_down_level")) {
       special = kDrillDownLevel;
-      p.diag.warning_text("Obsolete function", Context::current_token());
+      p.diag.warning_text(txt::obsolete_function, Context::current_token());
     } else if (c == verb("default")) {
       uint32_t what = p.next();
       special = what == verb("font") ? kDefaultFont : what == verb("pitch") ? kDefaultPitch
@@ -297,7 +297,7 @@ void compile_string(ParserCore& p) {
     return;
   }
   if (conv::fmt_numeric(static_cast<uint16_t>(ops.get16(field + fsym::f_format)))) {
-    p.diag.error_text("Field must be alpha-numeric", Context::current_token());
+    p.diag.error_text(txt::field_must_be_alphanumeric, Context::current_token());
     p.tok.skip_to_statement();
     return;
   }
@@ -339,7 +339,7 @@ void compile_string(ParserCore& p) {
       continue;
     }
     if (!at) {
-      p.diag.error_text("AT required", Context::current_token());
+      p.diag.error_text(txt::at_required, Context::current_token());
       if (!p.at_statement_start()) p.tok.skip_to_statement();
       return;
     }

@@ -53,7 +53,6 @@ inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 constexpr uint32_t kTranslateVerb = verb("translate");
 constexpr std::string_view kEofText = "[EOF]";
-constexpr std::string_view kParameterMessage = "Parameter substitution not allowed";
 constexpr unsigned kRepeatMax = 511;  // a repeated-character literal must fit a token
 constexpr unsigned kDigitsMax = 31;   // the attribute's digit fields are 5 bits wide
 
@@ -532,7 +531,7 @@ bool Tokenizer::classify_parameter() {
   if (text_[0] != '$') return false;
   for (size_t i = 1; i < text_len_; ++i)
     if (!is_digit(text_[i])) return false;
-  diag_.error_text(kParameterMessage, Context(text()));
+  diag_.error_text(txt::parameter_substitution, Context(text()));
   text_len_ = 0;
   text_[0] = 0;
   attribute_ = 0;

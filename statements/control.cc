@@ -52,7 +52,7 @@ uint32_t compile_body(Parser& p, std::initializer_list<uint32_t> stops) {
 
 // Reads the closing verb: true when it is one of the two given (and consumed); otherwise reports
 // "<name> missing" and leaves the token for the next statement or section.
-bool close_with(Parser& p, uint32_t found, uint32_t closing, const char* missing) {
+bool close_with(Parser& p, uint32_t found, uint32_t closing, txt::Text missing) {
   if (found == kEnd || found == closing) {
     p.next();
     p.accept();
@@ -250,7 +250,7 @@ void compile_if(Parser& p) {
     ops.put24(branch + ctl::if_false, p.ob.top().tail);
   }
   patch_jumps(p, jumps);
-  if (close_with(p, stop, kEndIf, "END-IF missing")) p.ob.emit_statement_marker(kEndIf);
+  if (close_with(p, stop, kEndIf, txt::end_if_missing)) p.ob.emit_statement_marker(kEndIf);
   --p.cond_depth;
   p.locks.settle_branches();
 }
@@ -268,7 +268,7 @@ void compile_while(Parser& p) {
   p.take(kDetail);
   uint32_t stop = 0;
   ops.put24(op + ctl::loop_body, compile_loop_body(p, {kEnd, verb("end_while")}, stop));
-  close_with(p, stop, verb("end_while"), "END-WHILE missing");
+  close_with(p, stop, verb("end_while"), txt::end_while_missing);
   p.ob.emit_statement_marker(verb("end_while"));
   --p.cond_depth;
   --p.loop_depth;
@@ -293,10 +293,10 @@ void compile_repeat(Parser& p) {
     compile_condition_list(p, op + ctl::repeat_until);
     p.take(kDetail);
   } else {
-    p.diag.error_text("UNTIL missing", Context::current_token());
+    p.diag.error_text(txt::until_missing, Context::current_token());
   }
   ops.put24(op + ctl::repeat_second, compile_loop_body(p, {kEnd, verb("end_repeat")}, stop));
-  close_with(p, stop, verb("end_repeat"), "END-REPEAT missing");
+  close_with(p, stop, verb("end_repeat"), txt::end_repeat_missing);
   p.ob.emit_statement_marker(verb("end_repeat"));
   --p.cond_depth;
   --p.loop_depth;
@@ -357,7 +357,7 @@ void compile_for(Parser& p) {
   emit_assignment(p, f, increment);
   ops.put24(op + ctl::loop_increment, p.ob.top().head);
   p.ob.close_level();
-  close_with(p, stop, verb("end_for"), "END-FOR missing");
+  close_with(p, stop, verb("end_for"), txt::end_for_missing);
   --p.cond_depth;
   --p.loop_depth;
   p.path_ended = false;
@@ -413,7 +413,7 @@ void compile_switch(Parser& p) {
     ops.put24(op + ctl::sw_else, p.ob.top().tail);
   }
   patch_jumps(p, jumps);
-  if (close_with(p, stop, verb("end_switch"), "END-SWITCH missing"))
+  if (close_with(p, stop, verb("end_switch"), txt::end_switch_missing))
     p.ob.emit_statement_marker(verb("end_switch"));
   --p.cond_depth;
   p.locks.settle_branches();

@@ -172,7 +172,7 @@ void compile_mode_definition(Parser& p) {
   }
   std::string name(p.text());
   if (p.syms.find_field(name) != 0)
-    p.diag.warning_text("Potential conflict between field and mode of same name", Context::current_token());
+    p.diag.warning_text(txt::field_mode_conflict, Context::current_token());
   uint32_t m = new_mode(p, name, 0);
   uint16_t flags = 0;
 

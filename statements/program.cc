@@ -95,7 +95,7 @@ void end_section(Parser& p) {
   } else if (kind_of(kind) == ssym::kind_menu && p.menu_options >= 26 &&
              !(kind & (ssym::kind_tree_menu | ssym::kind_always_show)) &&
              !(ops.get16(s + ssym::s_marks) & ssym::mark_graphical_menu)) {
-    p.diag.warning_text("Popup menus only support 25 items", p.syms.text(ops.get24(s + ssym::s_name)));
+    p.diag.warning_text(txt::popup_menu_items, p.syms.text(ops.get24(s + ssym::s_name)));
   }
   p.accept_chain = 0;
   p.ob.reset_level(0);
@@ -119,7 +119,7 @@ void check_sections(Parser& p) {
         p.diag.error(msg::screen_procedure_not_defined);
       }
     } else if (!referenced && !exported && !(kind & ssym::kind_api) && s != entry) {
-      if (name != "library-init") p.diag.info_text("Routine declared but not referenced", name);
+      if (name != "library-init") p.diag.info_text(txt::routine_not_referenced, name);
     }
   }
 }
@@ -151,8 +151,8 @@ void compile_program(CompilerStores& c, FileContext& file) {
     joined_field_data(p);
     assign_default_modes(p);
     if (p.print_statements > 0 && !p.report_defined)
-      p.diag.error_text("Report statements used without REPORT definition");
-    if (!p.any_section) p.diag.error_text("No SCREEN, PROCEDURE or MENU defined");
+      p.diag.error_text(txt::report_statements_without_report);
+    if (!p.any_section) p.diag.error_text(txt::no_section_defined);
   }
 }
 
@@ -180,7 +180,7 @@ int statement_prologue(Parser& p, bool keeps_path) {
     p.push_back();
     return -1;
   }
-  if (!keeps_path && p.path_ended) p.diag.warning_text("No path to statement", Context::current_token());
+  if (!keeps_path && p.path_ended) p.diag.warning_text(txt::no_path_to_statement, Context::current_token());
   p.path_ended = false;
   return 0;
 }
@@ -277,7 +277,7 @@ void reject_statement(Parser& p, int code) {
   p.tok.skip_to_statement();
 }
 
-void reject_statement(Parser& p, Severity severity, std::string_view message) {
+void reject_statement(Parser& p, Severity severity, txt::Text message) {
   if (severity == Severity::warning)
     p.diag.warning_text(message, Context::current_token());
   else
@@ -295,17 +295,17 @@ void misplaced_until(Parser& p) { reject_statement(p, msg::repeat_statement_not_
 
 void misplaced_end_option(Parser& p) {
   if (p.in_section && kind_of(p.section_kind) == ssym::kind_menu)
-    reject_statement(p, Severity::warning, "END-OPTION ignored in MENU");
+    reject_statement(p, Severity::warning, txt::end_option_ignored_in_menu);
   else
     misplaced_end(p);
 }
 
-void ignored_statement(Parser& p) { reject_statement(p, Severity::warning, "Statement ignored"); }
+void ignored_statement(Parser& p) { reject_statement(p, Severity::warning, txt::statement_ignored); }
 
 // GO-TO and LABEL are reported; their remaining words are skipped with them so that they do not
 // start statements of their own.
 void unsupported_statement(Parser& p) {
-  reject_statement(p, Severity::error, "Statement no longer supported");
+  reject_statement(p, Severity::error, txt::statement_no_longer_supported);
 }
 
 }  // namespace tav

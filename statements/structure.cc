@@ -266,7 +266,7 @@ void compile_do(Parser& p) {
     record_arguments(p, section, ssym::s_returning, results, true);
   if (mode_count > 1) flags &= static_cast<uint16_t>(~doop::show);
   if (ops.get16(section + ssym::s_routine) != 0 && (modes != 0 || initial != 0) && !(flags & doop::local))
-    p.diag.warning_text("Cannot pass screen modes to shared library routines", Context::current_token());
+    p.diag.warning_text(txt::modes_to_library_routine, Context::current_token());
 
   bool lists = params_given || results_given;
   uint32_t op = emit_statement(p, verb("do"), lists ? opc::do_call_params : opc::do_call);
@@ -410,7 +410,7 @@ void compile_confirm(Parser& p) {
   if (any_part)
     p.diag.error(msg::end_missing);
   else
-    p.diag.warning_text("END-CONFIRM missing from CONFIRM", Context::current_token());
+    p.diag.warning_text(txt::end_confirm_missing, Context::current_token());
 }
 
 // OPTION title clauses... [block END-OPTION]: an item of a MENU, or a button of a FORM-ENTRY
@@ -569,7 +569,7 @@ void compile_option(Parser& p) {
       p.max_opt_ver(7);
       Operand v = compile_operand(p, item + option::o_hot_key, -1);
       if (v.literal && (v.value < 1 || v.value > 24))
-        p.diag.warning_text("Unsupported hot key value", Context::current_token());
+        p.diag.warning_text(txt::unsupported_hot_key_value, Context::current_token());
     } else if (!skip_clause(p)) {
       break;
     }
@@ -617,7 +617,7 @@ void compile_option(Parser& p) {
     p.accept();
   } else {
     p.push_back();
-    p.diag.error_text("END-OPTION missing", Context::current_token());
+    p.diag.error_text(txt::end_option_missing, Context::current_token());
   }
   p.ob.emit_statement_marker(verb("end_option"));
 }
@@ -737,7 +737,7 @@ void compile_pause(Parser& p) {
 void compile_back_to_detail(Parser& p) {
   p.accept();
   if (p.part != SectionPart::after) {
-    p.diag.error_text("Statement only valid in AFTER section of SCREEN/MENU", Context::current_token());
+    p.diag.error_text(txt::statement_only_in_after, Context::current_token());
     p.tok.skip_to_statement();
     return;
   }

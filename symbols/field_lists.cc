@@ -65,7 +65,7 @@ void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind k
 
     if (f != 0) {
       if (std::find(named.begin(), named.end(), f) != named.end()) {
-        p.diag.error_text("Field name duplicated in list", name);
+        p.diag.error_text(txt::field_duplicated_in_list, name);
         if (redefinition_follows(p)) define_field(p, name, true);
         continue;
       }

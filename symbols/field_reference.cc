@@ -62,7 +62,7 @@ uint32_t load_field(ParserCore& p, std::string_view name) {
 
   note_field_type(p, f);
   if (d->occurs == 0 || size * d->occurs > kDictFieldStorageLimit)
-    throw RunStop{"Storage size too great for field '" + std::string(name) + "'"};
+    throw RunStop{format_text(txt::dict_field_too_large, {name})};
   p.syms.enter_field_into_cache(f);
   p.syms.append_field(f);
   return f;
@@ -79,7 +79,7 @@ void allocate_storage(ParserCore& p, uint32_t f) {
     const uint32_t addr = used == 0 ? 2 : used;  // local addresses start at 2
     ops.put24(f + fsym::f_addr, addr);
     if (addr + bytes > kLocalStorageLimit) {
-      p.diag.error_text("Local field data storage size overflow", ops.text_at(ops.get24(f + fsym::f_name)));
+      p.diag.error_text(txt::local_storage_overflow, ops.text_at(ops.get24(f + fsym::f_name)));
       return;  // the storage does not grow, so only the field that crossed the limit reports
     }
     ops.put16(s + ssym::s_local_size, addr + bytes);

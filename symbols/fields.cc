@@ -246,7 +246,7 @@ void FieldDefinition::like_clause() {
   const std::string other(p_.text());
   if (const uint32_t g = p_.syms.find_field(other); g != 0) {
     if (g == f_) {
-      p_.diag.error_text("Field defined as itself", other);
+      p_.diag.error_text(txt::field_defined_as_itself, other);
       return;
     }
     put16(fsym::f_fldid, ops_.get16(g + fsym::f_fldid));
@@ -298,7 +298,7 @@ void FieldDefinition::finish() {
   const char given = static_cast<char>(ops_.at(f_ + fsym::f_type)[0]);
   const uint16_t format = get16(fsym::f_format);
   if (given == 0 && format == 0)
-    p_.diag.error_text("PICTURE/TYPE missing", Context::current_token());
+    p_.diag.error_text(txt::picture_type_missing, Context::current_token());
   const SettledType settled = settle_type(given, format != 0, format);
   if (!settled.compatible) p_.diag.error(msg::picture_type_not_compatible);
   ops_.at(f_ + fsym::f_type)[0] = static_cast<uint8_t>(settled.letter);
@@ -321,7 +321,7 @@ void FieldDefinition::finish() {
   if (flags & fsym::flag_dbname) {
     // Array columns get a subscript suffix in the database: allow for its digits.
     const size_t suffix = occurs == 1 ? 0 : occurs < 10 ? 2 : occurs < 100 ? 3 : occurs < 1000 ? 4 : 5;
-    if (name().size() + suffix > 17) p_.diag.warning_text("Name may be too large for some databases", name());
+    if (name().size() + suffix > 17) p_.diag.warning_text(txt::name_too_long_for_databases, name());
   }
 }
 
@@ -341,7 +341,7 @@ uint32_t define_field(ParserCore& p, std::string_view name_in, bool local) {
     p.syms.enter_field_into_cache(f);
   }
   if (is_mode_name(p, name))
-    p.diag.warning_text("Potential conflict between field and mode of same name", name);
+    p.diag.warning_text(txt::field_mode_conflict, name);
 
   FieldDefinition def(p, f, local);
   def.read_clauses();

@@ -67,7 +67,7 @@ bool compile_key_clause(ParserCore& p, uint32_t object, int& keys_given) {
       return false;
     }
     if (!field_in_object(p, object, f)) p.diag.error(msg::field_not_contained_object);
-    if (ops.get16(f + fsym::f_occurs) > 1) p.diag.error_text("Key field cannot be an array", name);
+    if (ops.get16(f + fsym::f_occurs) > 1) p.diag.error_text(txt::key_field_array, name);
     const uint32_t part = ops.alloc(keypart::size);
     ops.put24(part + keypart::kp_field, f);
     if (p.take(kDesc)) ops.put16(part + keypart::kp_desc, 1);
@@ -152,7 +152,7 @@ int key_by_field_names(ParserCore& p, uint32_t object, uint32_t access_block) {
     }
   }
   if (chosen == 0) return p.fail(msg::no_such_index_object);
-  if (mismatch) p.diag.warning_text("Possible confusion over ascending/descending key fields", Context::current_token());
+  if (mismatch) p.diag.warning_text(txt::key_direction_confusion, Context::current_token());
 
   const int index = ops.at(chosen + keyrec::k_index)[0];
   ops.at(access_block + access::a_index)[0] = static_cast<uint8_t>(index);

@@ -40,7 +40,7 @@ bool open_clause(ParserCore& p, uint32_t object, OpenClauses& clauses) {
   if (c == kPermanent) {
     if (clauses.flags & open_flag::temporary) p.diag.error(msg::duplicate_incompatible_clause);
     if (file_type(ops, object) == osym::type_memory)
-      p.diag.info_text("PERMANENT ignored for MEMORY files", Context::current_token());
+      p.diag.info_text(txt::permanent_ignored_memory, Context::current_token());
     clauses.permanent = true;
     return true;
   }
@@ -74,9 +74,9 @@ void finish_open_clauses(ParserCore& p, uint32_t object, OpenClauses& clauses) {
     const std::string_view name = ops.text_at(ops.get24(object + osym::o_name));
     if (clauses.file) {
       clauses.flags |= open_flag::temporary;
-      p.diag.info_text("TEMPORARY assumed for TRUNCATE with FILE IS", name);
+      p.diag.info_text(txt::temporary_assumed_truncate, name);
     } else {
-      p.diag.info_text("PERMANENT assumed for TRUNCATE without FILE IS", name);
+      p.diag.info_text(txt::permanent_assumed_truncate, name);
     }
   }
 }

@@ -73,7 +73,7 @@ void joined_field_data(ParserCore& p) {
       for (uint32_t l = chain; l != 0; l = ops.get24(l + folink::fo_join)) {
         const uint32_t o = ops.get24(l + folink::fo_object);
         if (!(ops.get16(o + osym::o_attr) & osym::attr_no_joins))
-          p.diag.fatal_text("Internal error, no data for joined field", name);
+          p.diag.fatal_text(txt::internal_error_joined_field_data, name);
         if (ops.get24(o + osym::o_record) != 0)
           position = ops.get24(o + osym::o_record) + ops.get16(l + folink::fo_offs);
       }

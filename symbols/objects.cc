@@ -243,7 +243,7 @@ void ObjectDefinition::add_record_field(uint32_t field, uint32_t& offset, uint32
   const std::string_view fname = name_of(ops_, field, fsym::f_name);
   for (uint32_t l = ops_.get24(o_ + osym::o_fldobj); l != 0; l = ops_.get24(l + folink::fo_fldobj)) {
     if (ops_.get24(l + folink::fo_field) == field) {
-      p_.diag.error_text("Field already defined in record", fname);
+      p_.diag.error_text(txt::field_already_in_record, fname);
       break;
     }
   }
@@ -257,7 +257,7 @@ void ObjectDefinition::add_record_field(uint32_t field, uint32_t& offset, uint32
     const uint32_t other_col = ops_.get24(other + fsym::f_dbcol);
     if (other != field && other_col != 0 &&
         std::strncmp(ops_.text_at(col), ops_.text_at(other_col), 16) == 0) {
-      p_.diag.warning_text("DB column name used by another field in object", fname);
+      p_.diag.warning_text(txt::db_column_name_used, fname);
       break;
     }
   }
@@ -298,7 +298,7 @@ bool ObjectDefinition::record_clause() {
   if (p_.cls() == kEnd || p_.cls() == kEndRecord) {
     p_.accept();
   } else {
-    p_.diag.error_text("END-RECORD missing", std::string(p_.text()));
+    p_.diag.error_text(txt::end_record_missing, std::string(p_.text()));
   }
 
   if (offset < 1 || offset > osym::max_recsize) {
@@ -324,7 +324,7 @@ bool ObjectDefinition::like_clause() {
   const std::string name(p_.text());
   const uint32_t other = p_.syms.find_object(name);
   if (other == o_) {
-    p_.diag.error_text("Defining object as itself", name);
+    p_.diag.error_text(txt::object_defined_as_itself, name);
     return true;
   }
   if (other == 0) {
@@ -421,7 +421,7 @@ void define_object(ParserCore& p) {
   }
   const std::string name(p.text());
   if (p.syms.find_object(name) != 0) {
-    p.diag.error_text("Object already defined or referenced", name);
+    p.diag.error_text(txt::object_already_defined, name);
     p.tok.skip_to_statement();
     return;
   }

@@ -64,15 +64,15 @@ TEST_F(Reporters, ContextsAndPrefixes) {
   diag.set_name("a-name-much-longer-than-thirty-characters");
   diag.error(msg::field_not_defined);  // kind 2: the name buffer, whatever the token state
   source.held = false;
-  EXPECT_EQ(diag.warning_text("Plain text", ""), 0);  // an empty context shows nothing
-  EXPECT_EQ(diag.info_text("Given", "ctx"), 0);
+  EXPECT_EQ(diag.raise(Severity::warning, "Plain text", ""), 0);  // an empty context shows nothing
+  EXPECT_EQ(diag.raise(Severity::info, "Given", "ctx"), 0);
   source.line = 0;
   source.file = "./sub/../inc\\defs.spl";
-  diag.error_text("No line");
+  diag.raise(Severity::error, "No line", {});
   source.file = "../up/./x.spl";
   diag.error_with(msg::syntax_error, "given");
   diag.set_source(nullptr);
-  diag.error_text("Nowhere", "x");
+  diag.raise(Severity::error, "Nowhere", "x");
   EXPECT_EQ(finish(),
             "\nprog.spl, line 7: ERROR  Statement is invalid or not known - 'current'"
             "\nprog.spl, line 6: ERROR  Statement is invalid or not known - 'previous'"
@@ -86,26 +86,33 @@ TEST_F(Reporters, ContextsAndPrefixes) {
   EXPECT_EQ(diag.first_error(), 7);
 }
 
+TEST(MessageTexts, ValuesFillTheirPlaces) {
+  EXPECT_EQ(format_text(txt::verb_table_out_of_order, {"abc"}), "VERB TABLE OUT OF ORDER AT 'abc'");
+  EXPECT_EQ(format_text(txt::cant_link_table, {"tavcmp", "a.tmp", "a.op6"}),
+            "tavcmp: can't link 'a.tmp' to 'a.op6' (errno=%s)");  // a missing value leaves its mark
+  EXPECT_EQ(text_of(txt::no_path_to_statement), "No path to statement");
+}
+
 TEST_F(Reporters, LongLinesAreCut) {
-  diag.error_text("Long", std::string(600, 'x'));
+  diag.raise(Severity::error, "Long", std::string(600, 'x'));
   std::string text = finish();
   EXPECT_EQ(text.size(), 1 + 511 + 1u);
 }
 
 TEST_F(Reporters, FirstErrorValue) {
   source.line = 0;
-  diag.warning_text("not an error");
+  diag.raise(Severity::warning, "not an error", {});
   EXPECT_EQ(diag.first_error(), 0);
-  diag.error_text("at the end");  // no line number: -1
+  diag.raise(Severity::error, "at the end", {});  // no line number: -1
   EXPECT_EQ(diag.first_error(), -1);
   source.line = 12;
-  diag.error_text("later");  // only the first error counts
+  diag.raise(Severity::error, "later", {});  // only the first error counts
   EXPECT_EQ(diag.first_error(), -1);
 
   diag.start_file();
-  diag.error_text("first");
+  diag.raise(Severity::error, "first", {});
   source.line = 20;
-  diag.error_text("second");
+  diag.raise(Severity::error, "second", {});
   EXPECT_EQ(diag.first_error(), 12);
   // FATAL turns it into -1 and abandons the file; it counts once and the abort once more.
   EXPECT_THROW(diag.fatal(msg::too_many_nested_procedures), FileAbort);
@@ -116,13 +123,13 @@ TEST_F(Reporters, FirstErrorValue) {
 
 TEST_F(Reporters, ListingOnlyWhenWritten) {
   diag.set_suppression(true, true);
-  diag.warning_text("hidden");
+  diag.raise(Severity::warning, "hidden", {});
   EXPECT_EQ(finish(), "");
   EXPECT_FALSE(file_exists(listing));
   // An unusable listing is skipped silently; the display still shows the line.
   diag.set_listing(dir / "missing/prog.err");
   testing::internal::CaptureStdout();
-  diag.error_text("E");
+  diag.raise(Severity::error, "E", {});
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "\nprog.spl, line 7: ERROR  E");
 }
 
