@@ -49,6 +49,14 @@ class Writer {
     ++lines_;
   }
 
+  // The parts in order: a braced list is evaluated left to right, while the operands of "+" are
+  // not, and the random draws must come in the same order with every compiler.
+  static std::string cat(std::initializer_list<std::string> parts) {
+    std::string s;
+    for (const std::string& part : parts) s += part;
+    return s;
+  }
+
   std::string field() { return "n" + std::to_string(rnd_.below(o_.fields)); }
   std::string number() { return std::to_string(rnd_.below(1000)); }
 
@@ -66,25 +74,25 @@ class Writer {
     int terms = 1 + rnd_.below(4);
     for (int i = 0; i < terms; ++i) {
       if (depth < 2 && rnd_.below(4) == 0)
-        e += kOps[rnd_.below(4)] + std::string("(") + expression(depth + 1) + ")";
+        e += cat({kOps[rnd_.below(4)], "(", expression(depth + 1), ")"});
       else
-        e += kOps[rnd_.below(4)] + operand();
+        e += cat({kOps[rnd_.below(4)], operand()});
     }
     return e;
   }
 
   std::string condition() {
     static const char* const kRel[] = {" = ", " != ", " < ", " > ", " <= ", " >= "};
-    std::string c = field() + kRel[rnd_.below(6)] + expression(1);
-    if (rnd_.below(3) == 0) c += (rnd_.below(2) ? " and " : " or ") + field() + kRel[rnd_.below(6)] + number();
+    std::string c = cat({field(), kRel[rnd_.below(6)], expression(1)});
+    if (rnd_.below(3) == 0) c += cat({rnd_.below(2) ? " and " : " or ", field(), kRel[rnd_.below(6)], number()});
     return c;
   }
 
   void simple() {
     switch (rnd_.below(3)) {
-      case 0: line("set " + field() + " = " + expression()); break;
-      case 1: line("set t" + std::to_string(rnd_.below(8)) + " = \"text " + number() + "\""); break;
-      default: line("set " + field() + " += " + operand()); break;
+      case 0: line(cat({"set ", field(), " = ", expression()})); break;
+      case 1: line(cat({"set t", std::to_string(rnd_.below(8)), " = \"text ", number(), "\""})); break;
+      default: line(cat({"set ", field(), " += ", operand()})); break;
     }
   }
 
@@ -130,7 +138,7 @@ class Writer {
         if (rnd_.below(2))
           line("for " + f + " = 1 to " + number());
         else
-          line("for " + f + " = " + number() + " down to 1 step " + std::to_string(1 + rnd_.below(3)));
+          line(cat({"for ", f, " = ", number(), " down to 1 step ", std::to_string(1 + rnd_.below(3))}));
         nest(depth, true);
         line("end-for");
         break;

@@ -154,8 +154,9 @@ uint32_t DataArea::alloc(uint32_t n) {
     if (off % 4 != 0) off += 2;
   }
   if (n > kDataAreaSize - off) diag_.fatal_text(txt::data_area_exhausted);
+  // The alignment gap is zeroed too: it is written to the table with the rest.
+  std::memset(at(brk_), 0, off + n - brk_);
   brk_ = off + n;
-  std::memset(at(off), 0, n);
   return off;
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -128,10 +129,14 @@ TEST_F(Stores, DataAlignment) {
       {{4, 1, 3, 2}, {0, 4, 5, 8}},
       {{2, 1, 0}, {0, 2, 4}},
   };
+  data.alloc(16);  // the block exists from the first allocation on
   for (const Case& c : cases) {
     data.dsetbss(0);
+    std::memset(data.at(0), 0xbe, 16);  // what an earlier program left behind
     for (size_t i = 0; i < c.sizes.size(); ++i)
       EXPECT_EQ(data.alloc(c.sizes[i]), c.offsets[i]) << "case starting " << c.sizes[0] << ", item " << i;
+    for (uint32_t i = 0; i < data.brk(); ++i)
+      EXPECT_EQ(*data.at(i), 0) << "case starting " << c.sizes[0] << ": byte " << i << " is written unset";
   }
   data.dsetbss(0);
   data.alloc(kDataAreaSize - 1);
