@@ -98,14 +98,14 @@ inline constexpr uint32_t l_index = 3;  // 16-bit: entries in the list before th
 inline constexpr uint32_t l_name = 5;   // 24-bit link: library name
 }  // namespace library
 
-// Operands of the section-call ops 57 (DO) and 58 (DO with PARAMETERS or RETURNING).
+// Operands of the section-call ops: DO, and DO with PARAMETERS or RETURNING.
 namespace doop {
 inline constexpr uint32_t section = 4;     // 24-bit screen_sym
 inline constexpr uint32_t flags = 7;       // 16-bit flags below
 inline constexpr uint32_t modes = 9;       // 24-bit mode list
 inline constexpr uint32_t initial = 12;    // 24-bit initial mode_entry
-inline constexpr uint32_t params = 15;     // op 58: PARAMETERS list {next, op list}
-inline constexpr uint32_t returning = 18;  // op 58: RETURNING list {next, field_sym, address}
+inline constexpr uint32_t params = 15;     // DO with lists: PARAMETERS {next, op list}
+inline constexpr uint32_t returning = 18;  // DO with lists: RETURNING {next, field_sym, address}
 
 inline constexpr uint16_t local = 0x0001;
 inline constexpr uint16_t next = 0x0002;  // a shared library routine
@@ -133,12 +133,12 @@ inline constexpr uint32_t rl_field = 3;    // 24-bit field_sym
 inline constexpr uint32_t rl_address = 6;  // 24-bit: the field's storage address
 }  // namespace retlist
 
-// op 61, EXIT
+// Op::exit, EXIT
 namespace exitop {
 inline constexpr uint32_t value = 4;  // 24-bit operand value; 0 = no value
 }  // namespace exitop
 
-// op 59, RE-ENTER
+// Op::re_enter, RE-ENTER
 namespace reenter {
 inline constexpr uint32_t how = 8;      // 0, OPTIONAL or AUTO
 inline constexpr uint32_t target = 9;   // 24-bit: the op before the ACCEPT entered again
@@ -146,7 +146,7 @@ inline constexpr uint8_t optional = 1;
 inline constexpr uint8_t automatic = 2;
 }  // namespace reenter
 
-// option_item: the operand of an OPTION op (op 35; bytes 7-8 of the op hold the item's size).
+// option_item: the operand of an OPTION op (Op::option; bytes 7-8 of the op hold the item's size).
 namespace option {
 inline constexpr uint32_t size = 67;
 inline constexpr uint32_t o_position = 0;         // row, column operand values (6 bytes)
@@ -219,27 +219,27 @@ inline constexpr uint16_t wait_mask = 0x0211;  // BACKGROUND, BATCH and WAIT exc
 
 // Operands of the structured statements and the ops they build.
 namespace ctl {
-// op 15, IF or ELSE-IF branch
+// Op::if_, IF or ELSE-IF branch
 inline constexpr uint32_t if_condition = 4;  // 24-bit condition op list
 inline constexpr uint32_t if_false = 9;      // 24-bit: the op after which a false test goes on
-// op 18, jump to the end of a construct
+// Op::jump, jump to the end of a construct
 inline constexpr uint32_t j_target = 4;      // 24-bit: pending chain while open, then the last op
-// op 16, WHILE (and FOR)
+// Op::while_, WHILE (and FOR)
 inline constexpr uint32_t loop_condition = 4;  // 24-bit condition op list
 inline constexpr uint32_t loop_body = 9;       // 24-bit body op list
 inline constexpr uint32_t loop_increment = 12; // 24-bit FOR increment op list
-// op 17, REPEAT
+// Op::repeat, REPEAT
 inline constexpr uint32_t repeat_until = 4;    // 24-bit UNTIL condition op list
 inline constexpr uint32_t repeat_first = 9;    // 24-bit op list before UNTIL
 inline constexpr uint32_t repeat_second = 12;  // 24-bit op list after UNTIL
-// op 22, SWITCH
+// Op::switch_, SWITCH
 inline constexpr uint32_t sw_expression = 4;  // 24-bit expression op list
 inline constexpr uint32_t sw_variant = 7;     // 16-bit comparison variant below
 inline constexpr uint32_t sw_first_case = 9;  // 24-bit first CASE op
 inline constexpr uint32_t sw_else = 12;       // 24-bit: the op after which ELSE (or the end) follows
 inline constexpr uint16_t sw_ascii = 0x0010;
 inline constexpr uint16_t sw_collate = 0x0008;
-// op 23, CASE
+// Op::case_, CASE
 inline constexpr uint32_t case_values = 4;  // 24-bit list of case values (last written first)
 inline constexpr uint32_t case_next = 9;    // 24-bit next CASE op
 // Case value entry.
@@ -249,57 +249,26 @@ inline constexpr uint32_t cv_value = 3;   // 24-bit offset of the stored value
 inline constexpr uint32_t cv_format = 6;  // 16-bit format word
 inline constexpr uint16_t cv_mode = 0x2100;  // a mode_entry offset (4 bytes)
 inline constexpr uint16_t cv_show = 0x2500;  // SHOW (-1 in 4 bytes)
-// op 14, assignment
+// Op::set, assignment
 inline constexpr uint32_t as_value = 4;       // 24-bit expression op list
 inline constexpr uint32_t as_format = 7;      // 16-bit format word of the target
 inline constexpr uint32_t as_field = 9;       // 24-bit target field_sym
 inline constexpr uint32_t as_subscript = 12;  // 24-bit subscript operand value
 inline constexpr uint32_t as_object = 15;     // 24-bit object qualifier
-// op 10, field reference
+// Op::field_ref, field reference
 inline constexpr uint32_t fr_object = 4;
 inline constexpr uint32_t fr_format = 7;
 inline constexpr uint32_t fr_field = 9;
 inline constexpr uint32_t fr_subscript = 12;
-// op 11, literal
+// Op::literal, literal
 inline constexpr uint32_t lit_value = 4;   // 24-bit offset of the value's bytes
 inline constexpr uint32_t lit_format = 7;  // 16-bit format word
 inline constexpr uint16_t fmt_one_digit = 0x2020;  // a numeric literal of one integer digit
-// op 1, comparison
+// Op::comparison, comparison
 inline constexpr uint32_t cmp_parent = 4;  // 24-bit parent junction
 inline constexpr uint32_t cmp_code = 7;    // 16-bit comparison code
 inline constexpr uint16_t cmp_le = 0x5000;
 inline constexpr uint16_t cmp_ge = 0x3000;
 }  // namespace ctl
-
-// Op numbers of the structural statements.
-namespace opc {
-inline constexpr uint8_t comparison = 1;
-inline constexpr uint8_t add = 6;
-inline constexpr uint8_t subtract = 7;
-inline constexpr uint8_t field_ref = 10;
-inline constexpr uint8_t literal = 11;
-inline constexpr uint8_t assign = 14;
-inline constexpr uint8_t if_branch = 15;
-inline constexpr uint8_t while_loop = 16;
-inline constexpr uint8_t repeat_loop = 17;
-inline constexpr uint8_t jump = 18;
-inline constexpr uint8_t break_op = 20;
-inline constexpr uint8_t continue_op = 21;
-inline constexpr uint8_t switch_op = 22;
-inline constexpr uint8_t case_op = 23;
-inline constexpr uint8_t option = 35;
-inline constexpr uint8_t do_call = 57;
-inline constexpr uint8_t do_call_params = 58;
-inline constexpr uint8_t re_enter = 59;
-inline constexpr uint8_t confirm = 60;
-inline constexpr uint8_t exit = 61;
-inline constexpr uint8_t command = 62;
-inline constexpr uint8_t call = 63;
-inline constexpr uint8_t query = 64;
-inline constexpr uint8_t back_to_detail = 71;
-inline constexpr uint8_t continue_entry = 72;
-inline constexpr uint8_t pause = 73;
-inline constexpr uint8_t text_item = 87;
-}  // namespace opc
 
 }  // namespace tav
