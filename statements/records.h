@@ -1,5 +1,6 @@
 // Records built by the program-structure statements. Byte-packed, big-endian, in the op space and
-// written to the .op6 file unchanged: the positions are part of the file format.
+// written to the .op6 file unchanged: the positions, rows of statements/records.def, are part of the
+// file format.
 #pragma once
 
 #include <algorithm>
@@ -8,23 +9,31 @@
 
 #include "codegen/header.h"
 #include "codegen/opspace.h"
+#include "codegen/record_rows.h"
 
 namespace tav {
 
+#define TAV_RECORD TAV_RECORD_SIZE
+#define TAV_MEMBER TAV_MEMBER_OFFSET
+#include "statements/records.def"
+
+inline constexpr RecordRow kStatementRecords[] = {
+#define TAV_RECORD TAV_RECORD_ROW
+#define TAV_MEMBER TAV_NO_ROW
+#include "statements/records.def"
+};
+
+inline constexpr MemberRow kStatementMembers[] = {
+#define TAV_RECORD TAV_NO_ROW
+#define TAV_MEMBER TAV_MEMBER_ROW
+#include "statements/records.def"
+};
+
+static_assert(layouts_sound(kStatementRecords, kStatementMembers),
+              "statements/records.def: a member overlaps another or leaves its record");
+
 // mode_entry: one per screen mode, chained from the header's mode list in definition order.
 namespace mode {
-inline constexpr uint32_t size = 37;
-inline constexpr uint32_t m_next = 0;        // 24-bit link
-inline constexpr uint32_t m_name = 3;        // 24-bit link: name text
-inline constexpr uint32_t m_prompt = 6;      // 24-bit: prompt op list (text item kind 'N')
-inline constexpr uint32_t m_help = 9;        // 24-bit: help op list (text item kind 'H')
-inline constexpr uint32_t m_flags = 12;      // 16-bit flags below
-inline constexpr uint32_t m_perform = 14;    // 24-bit: screen_sym run for this mode
-inline constexpr uint32_t m_when = 17;       // 24-bit: WHEN condition op list
-inline constexpr uint32_t m_security = 20;   // SECURITY level 0-9
-inline constexpr uint32_t m_foreground = 21; // 24-bit colour
-inline constexpr uint32_t m_background = 24; // 24-bit colour
-inline constexpr uint32_t m_icon = 36;       // ICON number 0-254
 
 inline constexpr uint16_t currency = 0x0001;
 inline constexpr uint16_t entry = 0x0002;
@@ -57,24 +66,10 @@ inline uint32_t named(const OpSpace& ops, std::string_view name) {
 
 // Mode list entry: the allowed modes of a section, and the modes named by a DO.
 namespace modelist {
-inline constexpr uint32_t size = 6;
-inline constexpr uint32_t ml_next = 0;  // 24-bit link
-inline constexpr uint32_t ml_mode = 3;  // 24-bit link: mode_entry
 }  // namespace modelist
 
 // confirm_block: the operand of a CONFIRM op.
 namespace confirm {
-inline constexpr uint32_t size = 30;
-inline constexpr uint32_t c_position = 0;  // row, column operand values (6 bytes)
-inline constexpr uint32_t c_flags = 6;     // 16-bit flags below
-inline constexpr uint32_t c_prompt = 8;    // 16-bit text item (kind 'D')
-inline constexpr uint32_t c_default = 10;  // 16-bit: 'Y' or 'N' in the low byte
-inline constexpr uint32_t c_when = 12;     // 24-bit condition op list
-inline constexpr uint32_t c_before = 15;   // 24-bit op lists of the parts
-inline constexpr uint32_t c_confirmed = 18;
-inline constexpr uint32_t c_not_confirmed = 21;
-inline constexpr uint32_t c_after = 24;
-inline constexpr uint32_t c_accepts = 27;  // 24-bit ACCEPT chain of the enclosing part
 
 inline constexpr uint16_t flag_auto = 0x8000;
 inline constexpr uint16_t flag_no_prompt = 0x4000;
@@ -84,18 +79,10 @@ inline constexpr uint16_t flag_window = 0x1000;
 
 // Version list entry (VERSION-NUMBER), appended at the end of the header's version list.
 namespace version {
-inline constexpr uint32_t size = 9;
-inline constexpr uint32_t v_next = 0;
-inline constexpr uint32_t v_text = 3;    // the token text
-inline constexpr uint32_t v_source = 6;  // the source text without surrounding quotes
 }  // namespace version
 
 // Library list entry (LINK), pushed at the front of the header's library list.
 namespace library {
-inline constexpr uint32_t size = 8;
-inline constexpr uint32_t l_next = 0;
-inline constexpr uint32_t l_index = 3;  // 16-bit: entries in the list before this one
-inline constexpr uint32_t l_name = 5;   // 24-bit link: library name
 }  // namespace library
 
 // Operands of the section-call ops: DO, and DO with PARAMETERS or RETURNING.
@@ -120,17 +107,10 @@ inline constexpr uint32_t kOperandList = 0x800000;
 
 // Entry of an expression list (DO and COMMAND PARAMETERS): one op list per argument.
 namespace exprlist {
-inline constexpr uint32_t size = 6;
-inline constexpr uint32_t el_next = 0;  // 24-bit link
-inline constexpr uint32_t el_list = 3;  // 24-bit op list
 }  // namespace exprlist
 
 // Entry of a RETURNING list (DO and CALL): the field that receives a result.
 namespace retlist {
-inline constexpr uint32_t size = 9;
-inline constexpr uint32_t rl_next = 0;     // 24-bit link
-inline constexpr uint32_t rl_field = 3;    // 24-bit field_sym
-inline constexpr uint32_t rl_address = 6;  // 24-bit: the field's storage address
 }  // namespace retlist
 
 // Op::exit, EXIT
@@ -148,31 +128,6 @@ inline constexpr uint8_t automatic = 2;
 
 // option_item: the operand of an OPTION op (Op::option; bytes 7-8 of the op hold the item's size).
 namespace option {
-inline constexpr uint32_t size = 67;
-inline constexpr uint32_t o_position = 0;         // row, column operand values (6 bytes)
-inline constexpr uint32_t o_title = 6;            // 24-bit title op list (literal: text item 'O')
-inline constexpr uint32_t o_help = 9;             // 24-bit HELP / TOOL-TIP op list
-inline constexpr uint32_t o_when = 12;            // 24-bit WHEN condition op list
-inline constexpr uint32_t o_security = 15;        // 16-bit SECURITY level
-inline constexpr uint32_t o_log = 17;             // 24-bit LOG text (or the literal title)
-inline constexpr uint32_t o_flags = 20;           // flags below
-inline constexpr uint32_t o_icon = 21;            // ICON operand value
-inline constexpr uint32_t o_bitmap = 24;          // BITMAP op list
-inline constexpr uint32_t o_colour_fg = 24;       //   or the foreground colour without BITMAP
-inline constexpr uint32_t o_bitmap_pushed = 27;   // BITMAP-PUSHED op list
-inline constexpr uint32_t o_colour_bg = 27;       //   or the background colour without BITMAP
-inline constexpr uint32_t o_bitmap_focus = 30;    // BITMAP-FOCUS op list
-inline constexpr uint32_t o_to_position = 33;     // TO @ row, column operand values (6 bytes)
-inline constexpr uint32_t o_scale_literal = 39;   // 16-bit SCALE given as a literal
-inline constexpr uint32_t o_default_button = 41;  // DEFAULT-BUTTON operand value
-inline constexpr uint32_t o_bitmap_grayed = 44;   // BITMAP-GRAYED op list
-inline constexpr uint32_t o_block = 47;           // 24-bit op list of a SCREEN option's block
-inline constexpr uint32_t o_text_position = 50;   // TEXT-POSITION operand value
-inline constexpr uint32_t o_bitmap_fg = 53;       // foreground colour with a BITMAP
-inline constexpr uint32_t o_scale = 56;           // SCALE operand value
-inline constexpr uint32_t o_attributes = 59;      // 16-bit attributes below
-inline constexpr uint32_t o_bitmap_hover = 61;    // BITMAP-HOVER op list
-inline constexpr uint32_t o_hot_key = 64;         // HOT-KEY operand value
 
 inline constexpr uint8_t flag_bitmap = 0x01;
 inline constexpr uint8_t flag_to = 0x02;
@@ -195,13 +150,6 @@ inline constexpr uint16_t attr_italic = 0x0080;
 
 // command_block: the operand of the COMMAND, CALL and QUERY ops.
 namespace cmdblock {
-inline constexpr uint32_t size = 17;
-inline constexpr uint32_t cb_flags = 0;       // 16-bit flags below
-inline constexpr uint32_t cb_command = 2;     // 24-bit command expression op list
-inline constexpr uint32_t cb_params = 5;      // 24-bit PARAMETERS list (exprlist entries)
-inline constexpr uint32_t cb_home = 8;        // 24-bit HOME op list
-inline constexpr uint32_t cb_returning = 11;  // 24-bit RETURNING list (retlist entries)
-inline constexpr uint32_t cb_maximum = 14;    // MAXIMUM-PARAMETERS operand value
 inline constexpr int32_t kMaximumParameters = 999;
 
 inline constexpr uint16_t background = 0x0001;  // also NO-WAIT
