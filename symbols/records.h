@@ -3,10 +3,9 @@
 // Every record lives in the op space and is written to the .op6 file unchanged, so the byte
 // positions (the rows of symbols/records.def) are part of the file format the interpreter reads.
 // Records are byte-packed and big-endian; each is allocated zero-filled with its exact size and
-// never freed, and is named by
-// its 24-bit offset from the op-space base (0 = none). A name member is a 24-bit link to a
-// NUL-terminated copy of the name made when the record was created; names are compared over
-// their first 30 characters.
+// never freed, and is named by its 24-bit offset from the op-space base (0 = none). A name member
+// is a 24-bit link to a NUL-terminated copy of the name made when the record was created; names
+// are compared over their first 30 characters.
 #pragma once
 
 #include <cstdint>
