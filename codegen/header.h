@@ -9,24 +9,9 @@
 
 namespace tav {
 
-#define TAV_RECORD TAV_RECORD_SIZE
-#define TAV_MEMBER TAV_MEMBER_OFFSET
-#include "codegen/header.def"
-
-inline constexpr RecordRow kHeaderRecords[] = {
-#define TAV_RECORD TAV_RECORD_ROW
-#define TAV_MEMBER TAV_NO_ROW
-#include "codegen/header.def"
-};
-
-inline constexpr MemberRow kHeaderMembers[] = {
-#define TAV_RECORD TAV_NO_ROW
-#define TAV_MEMBER TAV_MEMBER_ROW
-#include "codegen/header.def"
-};
-
-static_assert(layouts_sound(kHeaderRecords, kHeaderMembers),
-              "codegen/header.def: a member overlaps another or leaves the header");
+#define TAV_RECORDS_DEF "codegen/header.def"
+#define TAV_RECORDS_TABLES header_rows
+#include "codegen/record_tables.inc"
 
 namespace hdr {
 inline constexpr uint8_t kMagic[4] = {0x0D, 0x0A, 0xFF, 0x0A};

@@ -13,24 +13,9 @@
 
 namespace tav {
 
-#define TAV_RECORD TAV_RECORD_SIZE
-#define TAV_MEMBER TAV_MEMBER_OFFSET
-#include "statements/records.def"
-
-inline constexpr RecordRow kStatementRecords[] = {
-#define TAV_RECORD TAV_RECORD_ROW
-#define TAV_MEMBER TAV_NO_ROW
-#include "statements/records.def"
-};
-
-inline constexpr MemberRow kStatementMembers[] = {
-#define TAV_RECORD TAV_NO_ROW
-#define TAV_MEMBER TAV_MEMBER_ROW
-#include "statements/records.def"
-};
-
-static_assert(layouts_sound(kStatementRecords, kStatementMembers),
-              "statements/records.def: a member overlaps another or leaves its record");
+#define TAV_RECORDS_DEF "statements/records.def"
+#define TAV_RECORDS_TABLES statement_rows
+#include "codegen/record_tables.inc"
 
 // mode_entry: one per screen mode, chained from the header's mode list in definition order.
 namespace mode {

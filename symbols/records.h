@@ -15,24 +15,9 @@
 namespace tav {
 
 // The offsets of every member, fsym::f_next ..., and each record's size.
-#define TAV_RECORD TAV_RECORD_SIZE
-#define TAV_MEMBER TAV_MEMBER_OFFSET
-#include "symbols/records.def"
-
-inline constexpr RecordRow kSymbolRecords[] = {
-#define TAV_RECORD TAV_RECORD_ROW
-#define TAV_MEMBER TAV_NO_ROW
-#include "symbols/records.def"
-};
-
-inline constexpr MemberRow kSymbolMembers[] = {
-#define TAV_RECORD TAV_NO_ROW
-#define TAV_MEMBER TAV_MEMBER_ROW
-#include "symbols/records.def"
-};
-
-static_assert(layouts_sound(kSymbolRecords, kSymbolMembers),
-              "symbols/records.def: a member overlaps another or leaves its record");
+#define TAV_RECORDS_DEF "symbols/records.def"
+#define TAV_RECORDS_TABLES symbol_rows
+#include "codegen/record_tables.inc"
 
 // Significant length of every symbol name.
 inline constexpr uint32_t kSymbolNameLength = 30;

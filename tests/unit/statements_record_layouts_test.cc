@@ -32,9 +32,9 @@ std::vector<Layout> all_layouts() {
       out.push_back(l);
     }
   };
-  add(kHeaderRecords, kHeaderMembers);
-  add(kSymbolRecords, kSymbolMembers);
-  add(kStatementRecords, kStatementMembers);
+  add(header_rows::kRecords, header_rows::kMembers);
+  add(symbol_rows::kRecords, symbol_rows::kMembers);
+  add(statement_rows::kRecords, statement_rows::kMembers);
   return out;
 }
 
