@@ -9,24 +9,18 @@ namespace tav {
 
 namespace {
 
-// Offsets inside op records that this file fills in.
-namespace op {
-inline constexpr uint32_t link = 0;    // 24-bit offset of the next op of the list
-inline constexpr uint32_t opcode = 3;  // 8-bit
-}  // namespace op
-
-// The statement marker (op 81).
+// The statement marker (Op::statement_marker).
 namespace marker {
 inline constexpr uint32_t next = 4;   // 24-bit offset of the following marker
 inline constexpr uint32_t prev = 9;   // 24-bit offset of the preceding marker
 inline constexpr uint32_t verb = 12;  // 24-bit offset of the 4-byte verb code
 }  // namespace marker
 
-// An alpha literal (op 11) and the text item reference (op 87) it can be turned into.
+// An alpha literal (Op::literal) and the text item reference (Op::text_item) it can be turned into.
 namespace literal {
 inline constexpr uint32_t text = 4;    // 24-bit offset of the text
 inline constexpr uint32_t length = 7;  // 16-bit length of the text
-inline constexpr uint32_t item = 4;    // op 87: 16-bit text item number
+inline constexpr uint32_t item = 4;    // Op::text_item: 16-bit text item number
 }  // namespace literal
 
 // An entry of the text item table.
@@ -36,10 +30,6 @@ inline constexpr uint32_t length = 1;  // 8-bit length, 0 when above 255
 inline constexpr uint32_t text = 2;    // 24-bit offset of the text in the op space
 }  // namespace item
 
-constexpr uint8_t kOpPlaceholder = 19;
-constexpr uint8_t kOpFunctionCall = 13;
-constexpr uint8_t kOpStatementMarker = 81;
-constexpr uint8_t kOpTextItem = 87;
 constexpr uint32_t kDebugFunctionCallSize = 12;
 constexpr uint32_t kUnlistedOpSize = 12;  // every opcode past the last row of ops.def
 constexpr uint32_t kMaxTextLength = 255;  // longer texts are entered with length 0
@@ -50,7 +40,7 @@ struct OpRow {
 };
 
 constexpr OpRow kOpRows[] = {
-#define TAV_OP(code, name, size) {name, size},
+#define TAV_OP(id, code, name, size) {name, size},
 #include "codegen/ops.def"
 };
 constexpr size_t kOpRowCount = sizeof kOpRows / sizeof kOpRows[0];
@@ -58,7 +48,7 @@ constexpr size_t kOpRowCount = sizeof kOpRows / sizeof kOpRows[0];
 // ops.def must list the opcodes in order from 0 without gaps, as the rows are indexed by opcode.
 constexpr bool rows_in_order() {
   size_t expect = 0;
-#define TAV_OP(code, name, size) \
+#define TAV_OP(id, code, name, size) \
   if ((code) != expect++) return false;
 #include "codegen/ops.def"
   return expect == kOpRowCount;
@@ -104,15 +94,16 @@ void move_break_back(uint32_t& brk, uint32_t p, uint32_t size, Diagnostics& diag
 
 }  // namespace
 
-uint32_t op_size(uint8_t opcode, bool debug_ops) {
-  if (opcode == kOpFunctionCall && debug_ops) return kDebugFunctionCallSize;
-  if (opcode >= kOpRowCount) return kUnlistedOpSize;
-  return kOpRows[opcode].size;
+uint32_t op_size(Op op, bool debug_ops) {
+  if (op == Op::function_call && debug_ops) return kDebugFunctionCallSize;
+  if (op_byte(op) >= kOpRowCount) return kUnlistedOpSize;
+  return kOpRows[op_byte(op)].size;
 }
 
-const char* op_name(uint8_t opcode) {
-  if (opcode < kOpRowCount && kOpRows[opcode].name[0] != '\0') return kOpRows[opcode].name;
-  return kOpLabels[opcode].data();
+const char* op_name(Op op) {
+  const uint8_t n = op_byte(op);
+  if (n < kOpRowCount && kOpRows[n].name[0] != '\0') return kOpRows[n].name;
+  return kOpLabels[n].data();
 }
 
 // ---- op space ----
@@ -214,19 +205,19 @@ void OpBuilder::start_program() {
   last_marker_ = 0;
 }
 
-uint32_t OpBuilder::emit(uint8_t opcode) {
-  if (opcode < stats_.size()) ++stats_[opcode];
+uint32_t OpBuilder::emit(Op opcode) {
+  if (op_byte(opcode) < stats_.size()) ++stats_[op_byte(opcode)];
   // Outside every list (level -1) an op is made but linked to nothing; the caller places it.
   OpLevel* lv = level_ >= 0 ? &top() : nullptr;
   // The placeholder only stands in for an empty list; a list with ops keeps them as they are.
-  if (opcode == kOpPlaceholder && lv != nullptr && lv->head != 0) return 0;
+  if (opcode == Op::placeholder && lv != nullptr && lv->head != 0) return 0;
   const uint32_t off = ops_.alloc(op_size(opcode, debug_ops_));
-  *ops_.at(off + op::opcode) = opcode;
+  ops_.set_opcode(off, opcode);
   if (lv != nullptr) {
     if (lv->head == 0)
       lv->head = off;
     else
-      ops_.put24(lv->tail + op::link, off);
+      ops_.put24(lv->tail + kOpLink, off);
     lv->tail = off;
   }
   current_ = off;
@@ -247,7 +238,7 @@ void OpBuilder::close_level() {
 
 void OpBuilder::emit_statement_marker(uint32_t verb_code) {
   if (!debug_ops_) return;
-  const uint32_t m = emit(kOpStatementMarker);
+  const uint32_t m = emit(Op::statement_marker);
   const uint32_t verb = ops_.alloc(4);
   ops_.put32(verb, verb_code);
   ops_.put24(m + marker::verb, verb);
@@ -263,7 +254,7 @@ void OpBuilder::make_text_item_op(uint32_t op_off, char kind) {
   const auto length = static_cast<int>(ops_.get16(op_off + literal::length));
   const int n = texts_.add(text, kind, length);
   ops_.put16(op_off + literal::item, static_cast<uint32_t>(n));
-  *ops_.at(op_off + op::opcode) = kOpTextItem;
+  ops_.set_opcode(op_off, Op::text_item);
 }
 
 }  // namespace tav

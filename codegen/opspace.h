@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "codegen/bytes.h"
+#include "codegen/ops.h"
 
 namespace tav {
 
@@ -25,10 +26,6 @@ inline constexpr uint32_t kDataAreaSize = 262144;
 inline constexpr int kMaxTextItems = 65534;
 inline constexpr int kMaxLevels = 200;
 
-// Size of an op record of the given opcode (op 13 is longer in debug compiles).
-uint32_t op_size(uint8_t opcode, bool debug_ops);
-// Name of an opcode for listings ("comparison", "field-ref", ...); "op-<n>" when it has none.
-const char* op_name(uint8_t opcode);
 
 class OpSpace {
  public:
@@ -49,6 +46,8 @@ class OpSpace {
   void put16(uint32_t off, uint32_t v) { tav::put16(at(off), v); }
   void put24(uint32_t off, uint32_t v) { tav::put24(at(off), v); }
   void put32(uint32_t off, uint32_t v) { tav::put32(at(off), v); }
+  Op opcode(uint32_t op) const { return Op{*at(op + kOpcodeByte)}; }
+  void set_opcode(uint32_t op, Op code) { *at(op + kOpcodeByte) = op_byte(code); }
 
  private:
   Diagnostics& diag_;
@@ -116,7 +115,7 @@ class OpBuilder {
   // Per program: no level open, no statement marker yet.
   void start_program();
 
-  uint32_t emit(uint8_t opcode);  // appends to the current level's list; returns the new op
+  uint32_t emit(Op opcode);  // appends to the current level's list; returns the new op
   uint32_t current() const { return current_; }
   void set_current(uint32_t op) { current_ = op; }
 
@@ -135,7 +134,7 @@ class OpBuilder {
   void clear_marker_chain() { last_marker_ = 0; }
 
   // Turns an alpha literal op (text offset in bytes 4-6, length in 7-8) into a text item
-  // reference (item number in bytes 4-5, opcode 87).
+  // reference (item number in bytes 4-5, Op::text_item).
   void make_text_item_op(uint32_t op, char kind);
 
   // Depth of the expression compiler's operator stack; levels remember and restore it.

@@ -142,7 +142,7 @@ void Compiler::emit_operator(const Entry& e, const OperatorRow* incoming) {
   const OperatorRow& r = *e.row;
   switch (r.kind) {
     case OpKind::arithmetic:
-      p_.ob.emit(static_cast<uint8_t>(r.value));
+      p_.ob.emit(static_cast<Op>(r.value));
       break;
     case OpKind::relation:
     case OpKind::like:
@@ -157,11 +157,11 @@ void Compiler::emit_operator(const Entry& e, const OperatorRow* incoming) {
     }
     case OpKind::between_and:
       emit_comparison(r.value, e.variant);
-      emit_junction(opc::and_junction);
+      emit_junction(Op::and_);
       break;
     case OpKind::set_separator:
     case OpKind::junction:
-      emit_junction(static_cast<uint8_t>(r.value));
+      emit_junction(static_cast<Op>(r.value));
       break;
     case OpKind::negation:
       flags() ^= kFlagInvert;
@@ -176,13 +176,13 @@ void Compiler::emit_operator(const Entry& e, const OperatorRow* incoming) {
 void Compiler::emit_comparison(uint16_t code, uint16_t variant) {
   if (flags() & kFlagInvert) code = invert_comparison(code);
   code = static_cast<uint16_t>(code | variant | (ite_condition_ ? kCmpInIte : 0));
-  uint32_t op = p_.ob.emit(opc::comparison);
+  uint32_t op = p_.ob.emit(Op::comparison);
   p_.ops.put16(op + kCompareCode, code);
   link_comparison(op);
 }
 
-void Compiler::emit_junction(uint8_t opcode) {
-  if (flags() & kFlagInvert) opcode = opcode == opc::and_junction ? opc::or_junction : opc::and_junction;
+void Compiler::emit_junction(Op opcode) {
+  if (flags() & kFlagInvert) opcode = opcode == Op::and_ ? Op::or_ : Op::and_;
   uint32_t op = p_.ob.emit(opcode);
   link_junction(op);
 }
@@ -203,7 +203,7 @@ void Compiler::link_junction(uint32_t op) {
   for (int i = 0; i < 2 && e != 0; ++i) {
     rest = ops.get24(e + kParent);
     ops.put24(e + kParent, op);
-    if (op != 0 && *ops.at(op + kOpcode) == opc::or_junction) *ops.at(e + kOrChildByte) |= kCmpOrChild;
+    if (op != 0 && ops.opcode(op) == Op::or_) *ops.at(e + kOrChildByte) |= kCmpOrChild;
     e = rest;
   }
   ops.put24(op + kParent, rest);
@@ -484,7 +484,7 @@ bool Compiler::operand_word(uint32_t c) {
 void Compiler::numeric_literal(double value, uint16_t attribute) {
   OpSpace& ops = p_.ops;
   uint16_t format = conv::literal_format(attribute);
-  uint32_t op = p_.ob.emit(opc::literal);
+  uint32_t op = p_.ob.emit(Op::literal);
   uint32_t size = conv::format_size(format);
   uint32_t bytes = ops.alloc(size);
   conv::from_double(value, format, ops.at(bytes));
@@ -497,7 +497,7 @@ void Compiler::numeric_literal(double value, uint16_t attribute) {
 void Compiler::alpha_literal() {
   OpSpace& ops = p_.ops;
   std::string_view text = p_.text();
-  uint32_t op = p_.ob.emit(opc::literal);
+  uint32_t op = p_.ob.emit(Op::literal);
   ops.put24(op + kLitValue, ops.store_text(text));
   ops.put16(op + kLitFormat, static_cast<uint32_t>(text.size()));
   if (p_.tok.translated()) p_.ob.make_text_item_op(op, 'G');
@@ -509,7 +509,7 @@ void Compiler::date_literal(uint32_t cls) {
   OpSpace& ops = p_.ops;
   bool date = cls == kClassDate;
   uint16_t format = date ? conv::kFmtDate : conv::kFmtTime;
-  uint32_t op = p_.ob.emit(opc::date_literal);
+  uint32_t op = p_.ob.emit(Op::date_literal);
   uint32_t bytes = ops.alloc(conv::format_size(format));
   conv::from_double(p_.tok.value(), format, ops.at(bytes));
   ops.put24(op + kLitValue, bytes);
@@ -548,7 +548,7 @@ bool Compiler::brace_literal() {
     v.kind = 'T';
   }
   OpSpace& ops = p_.ops;
-  uint32_t op = p_.ob.emit(opc::date_literal);
+  uint32_t op = p_.ob.emit(Op::date_literal);
   uint32_t bytes = ops.alloc(conv::format_size(v.format));
   conv::from_double(static_cast<double>(v.value), v.format, ops.at(bytes));
   ops.put24(op + kLitValue, bytes);
@@ -561,7 +561,7 @@ bool Compiler::brace_literal() {
 
 void Compiler::mode_constant(uint32_t mode_entry, bool show) {
   OpSpace& ops = p_.ops;
-  uint32_t op = p_.ob.emit(opc::mode_constant);
+  uint32_t op = p_.ob.emit(Op::mode_constant);
   uint32_t value = ops.alloc(4);
   ops.put32(value, show ? 0xffffffffu : mode_entry);
   ops.put24(op + kNameRef, value);
@@ -574,7 +574,7 @@ bool Compiler::field_reference(std::string_view name) {
   uint32_t object = 0;
   std::string copy(name);
   uint32_t field = reference_field(p_, copy, &object);
-  uint32_t op = p_.ob.emit(opc::field_ref);
+  uint32_t op = p_.ob.emit(Op::field_ref);
   ops.put24(op + kRefObject, object);
   ops.put24(op + kRefField, field);
   if (field == 0) {
@@ -601,7 +601,7 @@ bool Compiler::if_then_else() {
   p_.max_opt_ver(4);
   if (p_.next() != kOpenParen) return abandon(msg::syntax_error);
   OpSpace& ops = p_.ops;
-  uint32_t op = p_.ob.emit(opc::if_then_else);
+  uint32_t op = p_.ob.emit(Op::if_then_else);
   ExprType first, second;
   bool failed = false;
   {
@@ -650,7 +650,7 @@ uint32_t compile_on_level(ParserCore& p, uint32_t allow, bool condition, bool ne
 
 bool single_literal(ParserCore& p, uint32_t head, double& value, uint16_t& format) {
   OpSpace& ops = p.ops;
-  if (head == 0 || ops.get24(head) != 0 || *ops.at(head + kOpcode) != opc::literal) return false;
+  if (head == 0 || ops.get24(head) != 0 || ops.opcode(head) != Op::literal) return false;
   format = static_cast<uint16_t>(ops.get16(head + kLitFormat));
   if (!conv::fmt_numeric(format)) return false;
   value = conv::to_double(ops.at(ops.get24(head + kLitValue)), format);

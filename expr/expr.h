@@ -34,7 +34,8 @@ enum ExprAllow : uint32_t {
 // Aggregate functions (MAX, MIN, AVERAGE, COUNT, SUM) are compiled by the SELECT compiler. A
 // caller that allows them passes a sink: the expression compiler reads the function word and
 // hands over with the token stream at the "(" (or after the word when none follows); the sink
-// reads the argument list through the closing ")" and returns the aggregate record for op 24.
+// reads the argument list through the closing ")" and returns the aggregate record for
+// Op::aggregate.
 class AggregateSink {
  public:
   virtual ~AggregateSink() = default;

@@ -1,8 +1,9 @@
 // Function calls: the function table, argument lists checked against the parameter kinds, and
 // the result types.
 //
-// Each argument is compiled on a level of its own and wrapped in an op 12 that holds its list;
-// the call itself (op 13) follows the arguments with the function number and the argument count.
+// Each argument is compiled on a level of its own and wrapped in an Op::function_arg that holds
+// its list; the call itself (Op::function_call) follows the arguments with the function number
+// and the argument count.
 
 #include <algorithm>
 #include <string>
@@ -142,7 +143,7 @@ bool Compiler::function_call(uint32_t code) {
         arg = sub.type();
         arg_datetime = sub.datetime();
       }
-      uint32_t wrap = p_.ob.emit(opc::function_arg);
+      uint32_t wrap = p_.ob.emit(Op::function_arg);
       ops.put24(wrap + kArgList, head);
       // Type rules of the kinds.
       bool numeric_kind = kind == kParamNumeric || kind == kParamNumericField;
@@ -163,7 +164,7 @@ bool Compiler::function_call(uint32_t code) {
   }
   if (!count_fits(*row, n)) p_.diag.error(msg::invalid_parameter_list_function);
 
-  uint32_t call = p_.ob.emit(opc::function_call);
+  uint32_t call = p_.ob.emit(Op::function_call);
   ops.put16(call + kCallNumber, row->number);
   *ops.at(call + kCallCount) = static_cast<uint8_t>(n);
   if (p_.ob.debug_ops()) {
@@ -210,12 +211,12 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
     uint32_t object = p_.syms.find_object(name);
     if (object == 0) p_.diag.error(msg::object_name_expected);
     ops.put32(value, object);
-    uint32_t op = p_.ob.emit(opc::object_name_arg);
+    uint32_t op = p_.ob.emit(Op::object_name_arg);
     ops.put24(op + kNameRef, value);
     *ops.at(op + kNameType) = kNameTypeWord;
   } else if (kind == kParamReport) {
     ops.put32(value, report_by_name(p_, name));
-    uint32_t op = p_.ob.emit(opc::literal);
+    uint32_t op = p_.ob.emit(Op::literal);
     ops.put24(op + kLitValue, value);
     ops.put16(op + kLitFormat, conv::kFmtTime);
   } else {
@@ -224,7 +225,7 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
     uint32_t object = 0;
     uint32_t field = reference_field(p_, std::string(field_name), &object);
     ops.put32(value, field);
-    uint32_t op = p_.ob.emit(opc::field_name_arg);
+    uint32_t op = p_.ob.emit(Op::field_name_arg);
     ops.put24(op + kNameRef, value);
     *ops.at(op + kNameType) = kNameTypeWord;
     if (field != 0) {
@@ -252,7 +253,7 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
   return true;
 }
 
-// MAX, MIN, AVERAGE, COUNT and SUM: compiled by the caller's aggregate sink into an op 24.
+// MAX, MIN, AVERAGE, COUNT and SUM: compiled by the caller's aggregate sink into an Op::aggregate.
 bool Compiler::aggregate_call(const FunctionRow& row) {
   if (in_aggregate_) p_.diag.error(msg::aggregate_functions_cannot_nested);
   if (!(allow_ & allow_aggregates) || sink_ == nullptr) {
@@ -279,7 +280,7 @@ bool Compiler::aggregate_call(const FunctionRow& row) {
   in_aggregate_ = true;
   uint32_t record = sink_->aggregate(p_, row.code, row.number, t);
   in_aggregate_ = false;
-  uint32_t op = p_.ob.emit(opc::aggregate);
+  uint32_t op = p_.ob.emit(Op::aggregate);
   p_.ops.put24(op + kAggregateRecord, record);
   if (row.code == kCount && !t.numeric() && !t.alphanumeric()) t.digits = 8;
   raise(t);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "codegen/ops.h"
 #include "expr/expr.h"
 #include "lexer/verbs.h"
 
@@ -17,57 +18,34 @@ namespace expr {
 
 // ---- Opcodes and operands ----------------------------------------------------------------------
 
-namespace opc {
-inline constexpr uint8_t comparison = 1;
-inline constexpr uint8_t and_junction = 2;
-inline constexpr uint8_t or_junction = 3;
-inline constexpr uint8_t field_ref = 10;
-inline constexpr uint8_t literal = 11;
-inline constexpr uint8_t function_arg = 12;
-inline constexpr uint8_t function_call = 13;
-inline constexpr uint8_t set = 14;
-inline constexpr uint8_t aggregate = 24;
-inline constexpr uint8_t date_literal = 65;
-inline constexpr uint8_t field_name_arg = 66;
-inline constexpr uint8_t mode_constant = 67;
-inline constexpr uint8_t object_name_arg = 68;
-inline constexpr uint8_t string_op = 69;
-inline constexpr uint8_t set_special = 74;
-inline constexpr uint8_t set_array = 78;
-inline constexpr uint8_t record_copy = 86;
-inline constexpr uint8_t text_item = 87;
-inline constexpr uint8_t if_then_else = 88;
-}  // namespace opc
-
-inline constexpr uint32_t kOpcode = 3;  // byte of every op
-
-// Op 1, 2, 3: the parent junction (and, until the parent is known, the next pending entry).
+// Op::comparison, and_, or_: the parent junction (and, until the parent is known, the next
+// pending entry).
 inline constexpr uint32_t kParent = 4;
-inline constexpr uint32_t kCompareCode = 7;  // op 1: 16-bit comparison code
+inline constexpr uint32_t kCompareCode = 7;  // Op::comparison: 16-bit comparison code
 inline constexpr uint32_t kOrChildByte = 8;  // bit 0x02: the parent is an OR junction
-// Op 10.
+// Op::field_ref.
 inline constexpr uint32_t kRefObject = 4;
 inline constexpr uint32_t kRefFormat = 7;
 inline constexpr uint32_t kRefField = 9;
 inline constexpr uint32_t kRefSubscript = 12;
-// Op 11 and op 65.
+// Op::literal and Op::date_literal.
 inline constexpr uint32_t kLitValue = 4;
 inline constexpr uint32_t kLitFormat = 7;
-inline constexpr uint32_t kLitKind = 9;  // op 65: 16-bit 'D' or 'T'
-// Op 12.
+inline constexpr uint32_t kLitKind = 9;  // Op::date_literal: 16-bit 'D' or 'T'
+// Op::function_arg.
 inline constexpr uint32_t kArgList = 4;
-// Op 13.
+// Op::function_call.
 inline constexpr uint32_t kCallNumber = 4;
 inline constexpr uint32_t kCallCount = 6;
 inline constexpr uint32_t kCallVerb = 9;  // debug compiles: offset of the 4-byte verb code
-// Ops 66, 67, 68: a 4-byte value and its type byte.
+// Op::field_name_arg, mode_constant, object_name_arg: a 4-byte value and its type byte.
 inline constexpr uint32_t kNameRef = 4;
 inline constexpr uint32_t kNameType = 7;
 inline constexpr uint8_t kNameTypeWord = 0x21;
 inline constexpr uint8_t kShowTypeWord = 0x25;
-// Op 24.
+// Op::aggregate.
 inline constexpr uint32_t kAggregateRecord = 4;
-// Op 88.
+// Op::if_then_else.
 inline constexpr uint32_t kIteCondition = 4;
 inline constexpr uint32_t kIteThen = 9;
 inline constexpr uint32_t kIteElse = 12;
@@ -118,6 +96,10 @@ enum class OpKind : uint8_t {
   close, end
 };
 
+// The value column of operators.def: an opcode or a comparison code.
+constexpr uint16_t operator_value(Op op) { return op_byte(op); }
+constexpr uint16_t operator_value(int code) { return static_cast<uint16_t>(code); }
+
 struct OperatorRow {
   uint32_t code;
   uint16_t precedence;
@@ -126,7 +108,7 @@ struct OperatorRow {
 };
 
 inline constexpr OperatorRow kOperators[] = {
-#define TAV_OPERATOR(code, precedence, kind, value) {code, precedence, OpKind::kind, value},
+#define TAV_OPERATOR(code, precedence, kind, value) {code, precedence, OpKind::kind, operator_value(value)},
 #include "expr/operators.def"
 };
 inline constexpr int kOperatorCount = static_cast<int>(std::size(kOperators));
@@ -226,7 +208,7 @@ class Compiler {
   bool push(const OperatorRow* row, uint16_t variant = 0, bool prefix = false);
   void emit_operator(const Entry& e, const OperatorRow* incoming);
   void emit_comparison(uint16_t code, uint16_t variant);
-  void emit_junction(uint8_t opcode);
+  void emit_junction(Op opcode);
   void link_comparison(uint32_t op);
   void link_junction(uint32_t op);
   bool finish(bool condition);

@@ -1,11 +1,11 @@
 // The SET and STRING statements.
 //
-// SET target [subscript] operator expression assigns a value: op 14 for a field (op 78 for a
-// whole array, op 74 for the report and font settings), with the value's op list in bytes 4-6. A
-// compound operator (+= and the like) compiles "target op (expression)". SET object.* = other.*
-// copies a record (op 86).
+// SET target [subscript] operator expression assigns a value: Op::set for a field
+// (Op::set_subscripted for a whole array, Op::set_variant for the report and font settings), with
+// the value's op list in bytes 4-6. A compound operator (+= and the like) compiles "target op
+// (expression)". SET object.* = other.* copies a record (Op::record_copy).
 //
-// STRING field action... edits an alphanumeric field in place: op 69 with a list of 14-byte
+// STRING field action... edits an alphanumeric field in place: Op::string with a list of 14-byte
 // action entries.
 
 #include <cmath>
@@ -23,19 +23,19 @@ namespace {
 
 using namespace expr;
 
-// Op 14 (assignment), 74 (special target), 78 (whole array), 86 (record copy).
+// Op::set (assignment), set_variant (special target), set_subscripted (whole array), record_copy.
 namespace setop {
 inline constexpr uint32_t value = 4;     // 24-bit op list of the value
-inline constexpr uint32_t special = 8;   // op 74: the target's code
-inline constexpr uint32_t report = 9;    // op 74: report record of ON name
-inline constexpr uint32_t field = 9;     // ops 14, 78: field_sym
-inline constexpr uint32_t subscript = 12;  // op 14: operand value
-inline constexpr uint32_t object = 15;   // ops 14, 78: qualifying object
-inline constexpr uint32_t copy_to = 4;   // op 86: target object
-inline constexpr uint32_t copy_from = 7; // op 86: source object (0 for "*")
+inline constexpr uint32_t special = 8;   // Op::set_variant: the target's code
+inline constexpr uint32_t report = 9;    // Op::set_variant: report record of ON name
+inline constexpr uint32_t field = 9;     // set, set_subscripted: field_sym
+inline constexpr uint32_t subscript = 12;  // Op::set: operand value
+inline constexpr uint32_t object = 15;   // set, set_subscripted: qualifying object
+inline constexpr uint32_t copy_to = 4;   // Op::record_copy: target object
+inline constexpr uint32_t copy_from = 7; // Op::record_copy: source object (0 for "*")
 }  // namespace setop
 
-// Op 69 and its action entries.
+// Op::string and its action entries.
 namespace stringop {
 inline constexpr uint32_t actions = 4;   // 24-bit first action entry
 inline constexpr uint32_t object = 7;    // 16-bit sequence number of the qualifying object
@@ -72,11 +72,12 @@ constexpr uint32_t kOn = verb("on");
 
 struct Assign {
   uint32_t code;
-  uint8_t opcode;  // 0: plain assignment; else the arithmetic op of the compound operator
+  Op opcode;  // none: plain assignment; else the arithmetic op of the compound operator
 };
 constexpr Assign kAssignOps[] = {
-    {verb("="), 0}, {verb("to"), 0}, {verb("*="), 4}, {verb("/="), 5},
-    {verb("%="), 8}, {verb("+="), 6}, {verb("-="), 7},
+    {verb("="), Op::none},           {verb("to"), Op::none},     {verb("*="), Op::multiply},
+    {verb("/="), Op::divide},        {verb("%="), Op::remainder}, {verb("+="), Op::add},
+    {verb("-="), Op::subtract},
 };
 
 const Assign* assign_op(uint32_t c) {
@@ -101,7 +102,7 @@ uint32_t record_copy(ParserCore& p, std::string_view target) {
   OpSpace& ops = p.ops;
   uint32_t to = p.syms.find_object(target.substr(0, target.size() - 2));
   const Assign* a = assign_op(p.next());
-  if (!a || a->opcode != 0) {
+  if (!a || a->opcode != Op::none) {
     p.fail(msg::syntax_error);
     return 0;
   }
@@ -126,7 +127,7 @@ uint32_t record_copy(ParserCore& p, std::string_view target) {
   for (uint32_t o : {to, from})
     if (o != 0 && !(ops.get16(o + osym::o_attr) & osym::attr_no_joins)) p.diag.error(msg::object_not_declared_as_no);
   p.ob.emit_statement_marker(kSet);
-  uint32_t op = p.ob.emit(opc::record_copy);
+  uint32_t op = p.ob.emit(Op::record_copy);
   ops.put24(op + setop::copy_to, to);
   ops.put24(op + setop::copy_from, from);
   return op;
@@ -135,7 +136,7 @@ uint32_t record_copy(ParserCore& p, std::string_view target) {
 // A single literal assigned to a field must fit it.
 void check_literal(ParserCore& p, uint32_t head, uint32_t field) {
   OpSpace& ops = p.ops;
-  if (head == 0 || ops.get24(head) != 0 || *ops.at(head + kOpcode) != opc::literal) return;
+  if (head == 0 || ops.get24(head) != 0 || ops.opcode(head) != Op::literal) return;
   uint16_t target = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
   uint16_t lit = static_cast<uint16_t>(ops.get16(head + kLitFormat));
   if (!conv::fmt_numeric(lit)) {
@@ -202,18 +203,18 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   if (!for_loop) p.ob.emit_statement_marker(kSet);
   uint32_t op = 0;
   if (special) {
-    op = p.ob.emit(opc::set_special);
+    op = p.ob.emit(Op::set_variant);
     *ops.at(op + setop::special) = static_cast<uint8_t>(special);
   } else if (whole) {
-    if (a->opcode != 0) {
+    if (a->opcode != Op::none) {
       p.fail(msg::invalid_operator);
       return 0;
     }
-    op = p.ob.emit(opc::set_array);
+    op = p.ob.emit(Op::set_subscripted);
     ops.put24(op + setop::field, field);
     ops.put24(op + setop::object, object);
   } else {
-    op = p.ob.emit(opc::set);
+    op = p.ob.emit(Op::set);
     ops.put24(op + setop::field, field);
     ops.put24(op + setop::subscript, sub);
     ops.put24(op + setop::object, object);
@@ -221,7 +222,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
 
   p.ob.open_level();
   ExprType t;
-  if (a->opcode == 0) {
+  if (a->opcode == Op::none) {
     t = compile_expression(p);
   } else if (!numeric_target) {
     p.ob.close_level();
@@ -230,7 +231,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   } else {
     // target op (expression)
     if (special == kPageNumber || special == kDrillDownLevel) {
-      uint32_t call = p.ob.emit(opc::function_call);
+      uint32_t call = p.ob.emit(Op::function_call);
       ops.put16(call + kCallNumber, special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
       if (p.ob.debug_ops()) {
         uint32_t copy = ops.alloc(4);
@@ -238,7 +239,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
         ops.put24(call + kCallVerb, copy);
       }
     } else if (special == 0) {
-      uint32_t ref = p.ob.emit(opc::field_ref);
+      uint32_t ref = p.ob.emit(Op::field_ref);
       ops.put24(ref + kRefObject, object);
       ops.put16(ref + kRefFormat, target_format);
       ops.put24(ref + kRefField, field);
@@ -255,7 +256,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   bool mixed = t.alphanumeric() && t.numeric();  // reported inside the expression already
   if (!mixed && ((numeric_target && t.alphanumeric()) || (!numeric_target && t.numeric())))
     p.diag.error(msg::mixed_numeric_alpha_operands_expression);
-  else if (field != 0 && a->opcode == 0)
+  else if (field != 0 && a->opcode == Op::none)
     check_literal(p, head, field);
 
   if (special == kPageNumber || special == kDrillDownLevel) {
@@ -303,7 +304,7 @@ void compile_string(ParserCore& p) {
   }
   uint32_t sub = compile_subscript(p, field);
   p.ob.emit_statement_marker(kString);
-  uint32_t op = p.ob.emit(opc::string_op);
+  uint32_t op = p.ob.emit(Op::string);
   ops.put16(op + stringop::object, object ? ops.get16(object + osym::o_seq) : 0);
   ops.put24(op + stringop::field, field);
   ops.put24(op + stringop::subscript, sub);

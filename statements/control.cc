@@ -3,7 +3,7 @@
 //
 // A jump never holds an address: it names the op after which execution carries on, so the
 // interpreter proceeds with that op's successor. IF and SWITCH lay their branches out in the
-// enclosing op list; while a construct is open, its jumps to the end (op 18) are chained through
+// enclosing op list; while a construct is open, its jumps to the end (Op::jump) are chained through
 // their own target bytes and patched when the closing verb is read. Loop bodies, conditions and
 // the FOR increment are op lists of their own, built on nesting levels.
 //
@@ -62,9 +62,9 @@ bool close_with(Parser& p, uint32_t found, uint32_t closing, txt::Text missing) 
   return false;
 }
 
-// Appends op 18 to the current list and pushes it on the chain of pending jumps.
+// Appends Op::jump to the current list and pushes it on the chain of pending jumps.
 uint32_t emit_jump(Parser& p, uint32_t& chain) {
-  uint32_t j = p.ob.emit(opc::jump);
+  uint32_t j = p.ob.emit(Op::jump);
   p.ops.put24(j + ctl::j_target, chain);
   chain = j;
   return j;
@@ -124,19 +124,19 @@ struct LoopField {
   uint16_t format = 0;
 };
 
-// Emits a field reference (op 10) to the loop variable.
+// Emits a field reference (Op::field_ref) to the loop variable.
 void emit_field_ref(Parser& p, const LoopField& f) {
-  uint32_t op = p.ob.emit(opc::field_ref);
+  uint32_t op = p.ob.emit(Op::field_ref);
   p.ops.put24(op + ctl::fr_object, f.object);
   p.ops.put16(op + ctl::fr_format, f.format);
   p.ops.put24(op + ctl::fr_field, f.field);
   p.ops.put24(op + ctl::fr_subscript, f.subscript);
 }
 
-// Emits an assignment (op 14) of the value list `value` to the loop variable.
+// Emits an assignment (Op::set) of the value list `value` to the loop variable.
 uint32_t emit_assignment(Parser& p, const LoopField& f, uint32_t value) {
   p.ob.emit_statement_marker(verb("set"));
-  uint32_t op = p.ob.emit(opc::assign);
+  uint32_t op = p.ob.emit(Op::set);
   p.ops.put24(op + ctl::as_value, value);
   p.ops.put16(op + ctl::as_format, f.format);
   p.ops.put24(op + ctl::as_field, f.field);
@@ -223,14 +223,14 @@ void compile_if(Parser& p) {
   ++p.cond_depth;
   AcceptScope accepts(p);
   uint32_t jumps = 0;   // pending jumps to the end
-  uint32_t branch = 0;  // the op 15 of the branch being compiled
+  uint32_t branch = 0;  // the Op::if_ of the branch being compiled
   uint32_t opening = verb("if");
   uint32_t stop = 0;
   for (;;) {
     accepts.restore();
     if (branch != 0) ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
     p.ob.emit_statement_marker(opening);
-    branch = p.ob.emit(opc::if_branch);
+    branch = p.ob.emit(Op::if_);
     compile_condition_list(p, branch + ctl::if_condition);
     p.take(verb("then"));
     stop = compile_branch(p, {kElseIf, kElse, kEnd, kEndIf});
@@ -263,7 +263,7 @@ void compile_while(Parser& p) {
   ++p.loop_depth;
   AcceptScope accepts(p);
   p.ob.emit_statement_marker(verb("while"));
-  uint32_t op = p.ob.emit(opc::while_loop);
+  uint32_t op = p.ob.emit(Op::while_);
   compile_condition_list(p, op + ctl::loop_condition);
   p.take(kDetail);
   uint32_t stop = 0;
@@ -283,7 +283,7 @@ void compile_repeat(Parser& p) {
   ++p.loop_depth;
   AcceptScope accepts(p);
   p.ob.emit_statement_marker(verb("repeat"));
-  uint32_t op = p.ob.emit(opc::repeat_loop);
+  uint32_t op = p.ob.emit(Op::repeat);
   uint32_t stop = 0;
   ops.put24(op + ctl::repeat_first, compile_loop_body(p, {kEnd, verb("end_repeat"), kUntil}, stop));
   if (stop == kUntil) {
@@ -323,11 +323,11 @@ void compile_for(Parser& p) {
   }
 
   p.ob.emit_statement_marker(verb("while"));
-  uint32_t op = p.ob.emit(opc::while_loop);
+  uint32_t op = p.ob.emit(Op::while_);
   p.ob.open_level();
   emit_field_ref(p, f);
   if (compile_expression(p).alphanumeric()) p.diag.error(msg::mixed_numeric_alpha_operands_expression);
-  uint32_t test = p.ob.emit(opc::comparison);
+  uint32_t test = p.ob.emit(Op::comparison);
   ops.put16(test + ctl::cmp_code, down ? ctl::cmp_ge : ctl::cmp_le);
   ops.put24(op + ctl::loop_condition, p.ob.top().head);
   p.ob.close_level();
@@ -339,11 +339,11 @@ void compile_for(Parser& p) {
   } else {
     p.push_back();
     static constexpr uint8_t kOne[2] = {0x00, 0x01};
-    uint32_t one = p.ob.emit(opc::literal);
+    uint32_t one = p.ob.emit(Op::literal);
     ops.put24(one + ctl::lit_value, ops.copy_in(kOne, sizeof kOne));
     ops.put16(one + ctl::lit_format, ctl::fmt_one_digit);
   }
-  p.ob.emit(down ? opc::subtract : opc::add);
+  p.ob.emit(down ? Op::subtract : Op::add);
   uint32_t increment = p.ob.top().head;
   p.ob.close_level();
 
@@ -380,7 +380,7 @@ void compile_switch(Parser& p) {
   else
     p.push_back();
   p.ob.emit_statement_marker(verb("switch"));
-  uint32_t op = p.ob.emit(opc::switch_op);
+  uint32_t op = p.ob.emit(Op::switch_);
   ops.put16(op + ctl::sw_variant, variant);
   ExprType type = compile_expression_list(p, op + ctl::sw_expression);
   bool numeric = !type.alphanumeric();
@@ -396,7 +396,7 @@ void compile_switch(Parser& p) {
     if (link != op + ctl::sw_first_case) emit_jump(p, jumps);
     p.take(verb("of"));
     p.ob.emit_statement_marker(kCase);
-    uint32_t case_op = p.ob.emit(opc::case_op);
+    uint32_t case_op = p.ob.emit(Op::case_);
     ops.put24(link, case_op);
     link = case_op + ctl::case_next;
     read_case_values(p, case_op, numeric);
@@ -422,7 +422,7 @@ void compile_switch(Parser& p) {
 namespace {
 
 // BREAK and CONTINUE leave or restart the innermost loop (the DETAIL of a SCREEN or MENU is one).
-void compile_loop_exit(Parser& p, uint32_t code, uint8_t opcode) {
+void compile_loop_exit(Parser& p, uint32_t code, Op opcode) {
   p.accept();
   if (p.loop_depth <= 0) p.diag.error(msg::not_looping_section_code);
   p.ob.emit_statement_marker(code);
@@ -433,7 +433,7 @@ void compile_loop_exit(Parser& p, uint32_t code, uint8_t opcode) {
 
 }  // namespace
 
-void compile_break(Parser& p) { compile_loop_exit(p, verb("break"), opc::break_op); }
-void compile_continue(Parser& p) { compile_loop_exit(p, verb("continue"), opc::continue_op); }
+void compile_break(Parser& p) { compile_loop_exit(p, verb("break"), Op::break_); }
+void compile_continue(Parser& p) { compile_loop_exit(p, verb("continue"), Op::continue_); }
 
 }  // namespace tav

@@ -80,7 +80,7 @@ bool small_number(Parser& p, int low, int high, int& value) {
 uint32_t text_item_list(Parser& p, std::string_view text, char kind) {
   OpSpace& ops = p.ops;
   p.ob.open_level();
-  uint32_t op = p.ob.emit(opc::literal);
+  uint32_t op = p.ob.emit(Op::literal);
   ops.put24(op + 4, ops.store_text(text));
   ops.put16(op + 7, static_cast<uint32_t>(text.size()));
   p.ob.make_text_item_op(op, kind);
@@ -197,7 +197,7 @@ void compile_mode_definition(Parser& p) {
       }
       // A literal text becomes a text item, so that it can be translated.
       uint32_t head = ops.get24(slot);
-      if (head != 0 && ops.get24(head) == 0 && ops.at(head)[3] == opc::literal)
+      if (head != 0 && ops.get24(head) == 0 && ops.opcode(head) == Op::literal)
         p.ob.make_text_item_op(head, prompt ? 'N' : 'H');
     } else if (c == verb("when")) {
       if (ops.get24(m + mode::m_when) != 0) p.diag.error(msg::duplicate_incompatible_clause);

@@ -1,5 +1,6 @@
 // Records built by the program-structure statements. Byte-packed, big-endian, in the op space and
-// written to the .op6 file unchanged: the positions are part of the file format.
+// written to the .op6 file unchanged: the positions, rows of statements/records.def, are part of the
+// file format.
 #pragma once
 
 #include <algorithm>
@@ -8,23 +9,16 @@
 
 #include "codegen/header.h"
 #include "codegen/opspace.h"
+#include "codegen/record_rows.h"
 
 namespace tav {
 
+#define TAV_RECORDS_DEF "statements/records.def"
+#define TAV_RECORDS_TABLES statement_rows
+#include "codegen/record_tables.inc"
+
 // mode_entry: one per screen mode, chained from the header's mode list in definition order.
 namespace mode {
-inline constexpr uint32_t size = 37;
-inline constexpr uint32_t m_next = 0;        // 24-bit link
-inline constexpr uint32_t m_name = 3;        // 24-bit link: name text
-inline constexpr uint32_t m_prompt = 6;      // 24-bit: prompt op list (text item kind 'N')
-inline constexpr uint32_t m_help = 9;        // 24-bit: help op list (text item kind 'H')
-inline constexpr uint32_t m_flags = 12;      // 16-bit flags below
-inline constexpr uint32_t m_perform = 14;    // 24-bit: screen_sym run for this mode
-inline constexpr uint32_t m_when = 17;       // 24-bit: WHEN condition op list
-inline constexpr uint32_t m_security = 20;   // SECURITY level 0-9
-inline constexpr uint32_t m_foreground = 21; // 24-bit colour
-inline constexpr uint32_t m_background = 24; // 24-bit colour
-inline constexpr uint32_t m_icon = 36;       // ICON number 0-254
 
 inline constexpr uint16_t currency = 0x0001;
 inline constexpr uint16_t entry = 0x0002;
@@ -57,24 +51,10 @@ inline uint32_t named(const OpSpace& ops, std::string_view name) {
 
 // Mode list entry: the allowed modes of a section, and the modes named by a DO.
 namespace modelist {
-inline constexpr uint32_t size = 6;
-inline constexpr uint32_t ml_next = 0;  // 24-bit link
-inline constexpr uint32_t ml_mode = 3;  // 24-bit link: mode_entry
 }  // namespace modelist
 
 // confirm_block: the operand of a CONFIRM op.
 namespace confirm {
-inline constexpr uint32_t size = 30;
-inline constexpr uint32_t c_position = 0;  // row, column operand values (6 bytes)
-inline constexpr uint32_t c_flags = 6;     // 16-bit flags below
-inline constexpr uint32_t c_prompt = 8;    // 16-bit text item (kind 'D')
-inline constexpr uint32_t c_default = 10;  // 16-bit: 'Y' or 'N' in the low byte
-inline constexpr uint32_t c_when = 12;     // 24-bit condition op list
-inline constexpr uint32_t c_before = 15;   // 24-bit op lists of the parts
-inline constexpr uint32_t c_confirmed = 18;
-inline constexpr uint32_t c_not_confirmed = 21;
-inline constexpr uint32_t c_after = 24;
-inline constexpr uint32_t c_accepts = 27;  // 24-bit ACCEPT chain of the enclosing part
 
 inline constexpr uint16_t flag_auto = 0x8000;
 inline constexpr uint16_t flag_no_prompt = 0x4000;
@@ -84,28 +64,20 @@ inline constexpr uint16_t flag_window = 0x1000;
 
 // Version list entry (VERSION-NUMBER), appended at the end of the header's version list.
 namespace version {
-inline constexpr uint32_t size = 9;
-inline constexpr uint32_t v_next = 0;
-inline constexpr uint32_t v_text = 3;    // the token text
-inline constexpr uint32_t v_source = 6;  // the source text without surrounding quotes
 }  // namespace version
 
 // Library list entry (LINK), pushed at the front of the header's library list.
 namespace library {
-inline constexpr uint32_t size = 8;
-inline constexpr uint32_t l_next = 0;
-inline constexpr uint32_t l_index = 3;  // 16-bit: entries in the list before this one
-inline constexpr uint32_t l_name = 5;   // 24-bit link: library name
 }  // namespace library
 
-// Operands of the section-call ops 57 (DO) and 58 (DO with PARAMETERS or RETURNING).
+// Operands of the section-call ops: DO, and DO with PARAMETERS or RETURNING.
 namespace doop {
 inline constexpr uint32_t section = 4;     // 24-bit screen_sym
 inline constexpr uint32_t flags = 7;       // 16-bit flags below
 inline constexpr uint32_t modes = 9;       // 24-bit mode list
 inline constexpr uint32_t initial = 12;    // 24-bit initial mode_entry
-inline constexpr uint32_t params = 15;     // op 58: PARAMETERS list {next, op list}
-inline constexpr uint32_t returning = 18;  // op 58: RETURNING list {next, field_sym, address}
+inline constexpr uint32_t params = 15;     // DO with lists: PARAMETERS {next, op list}
+inline constexpr uint32_t returning = 18;  // DO with lists: RETURNING {next, field_sym, address}
 
 inline constexpr uint16_t local = 0x0001;
 inline constexpr uint16_t next = 0x0002;  // a shared library routine
@@ -120,25 +92,18 @@ inline constexpr uint32_t kOperandList = 0x800000;
 
 // Entry of an expression list (DO and COMMAND PARAMETERS): one op list per argument.
 namespace exprlist {
-inline constexpr uint32_t size = 6;
-inline constexpr uint32_t el_next = 0;  // 24-bit link
-inline constexpr uint32_t el_list = 3;  // 24-bit op list
 }  // namespace exprlist
 
 // Entry of a RETURNING list (DO and CALL): the field that receives a result.
 namespace retlist {
-inline constexpr uint32_t size = 9;
-inline constexpr uint32_t rl_next = 0;     // 24-bit link
-inline constexpr uint32_t rl_field = 3;    // 24-bit field_sym
-inline constexpr uint32_t rl_address = 6;  // 24-bit: the field's storage address
 }  // namespace retlist
 
-// op 61, EXIT
+// Op::exit, EXIT
 namespace exitop {
 inline constexpr uint32_t value = 4;  // 24-bit operand value; 0 = no value
 }  // namespace exitop
 
-// op 59, RE-ENTER
+// Op::re_enter, RE-ENTER
 namespace reenter {
 inline constexpr uint32_t how = 8;      // 0, OPTIONAL or AUTO
 inline constexpr uint32_t target = 9;   // 24-bit: the op before the ACCEPT entered again
@@ -146,33 +111,8 @@ inline constexpr uint8_t optional = 1;
 inline constexpr uint8_t automatic = 2;
 }  // namespace reenter
 
-// option_item: the operand of an OPTION op (op 35; bytes 7-8 of the op hold the item's size).
+// option_item: the operand of an OPTION op (Op::option; bytes 7-8 of the op hold the item's size).
 namespace option {
-inline constexpr uint32_t size = 67;
-inline constexpr uint32_t o_position = 0;         // row, column operand values (6 bytes)
-inline constexpr uint32_t o_title = 6;            // 24-bit title op list (literal: text item 'O')
-inline constexpr uint32_t o_help = 9;             // 24-bit HELP / TOOL-TIP op list
-inline constexpr uint32_t o_when = 12;            // 24-bit WHEN condition op list
-inline constexpr uint32_t o_security = 15;        // 16-bit SECURITY level
-inline constexpr uint32_t o_log = 17;             // 24-bit LOG text (or the literal title)
-inline constexpr uint32_t o_flags = 20;           // flags below
-inline constexpr uint32_t o_icon = 21;            // ICON operand value
-inline constexpr uint32_t o_bitmap = 24;          // BITMAP op list
-inline constexpr uint32_t o_colour_fg = 24;       //   or the foreground colour without BITMAP
-inline constexpr uint32_t o_bitmap_pushed = 27;   // BITMAP-PUSHED op list
-inline constexpr uint32_t o_colour_bg = 27;       //   or the background colour without BITMAP
-inline constexpr uint32_t o_bitmap_focus = 30;    // BITMAP-FOCUS op list
-inline constexpr uint32_t o_to_position = 33;     // TO @ row, column operand values (6 bytes)
-inline constexpr uint32_t o_scale_literal = 39;   // 16-bit SCALE given as a literal
-inline constexpr uint32_t o_default_button = 41;  // DEFAULT-BUTTON operand value
-inline constexpr uint32_t o_bitmap_grayed = 44;   // BITMAP-GRAYED op list
-inline constexpr uint32_t o_block = 47;           // 24-bit op list of a SCREEN option's block
-inline constexpr uint32_t o_text_position = 50;   // TEXT-POSITION operand value
-inline constexpr uint32_t o_bitmap_fg = 53;       // foreground colour with a BITMAP
-inline constexpr uint32_t o_scale = 56;           // SCALE operand value
-inline constexpr uint32_t o_attributes = 59;      // 16-bit attributes below
-inline constexpr uint32_t o_bitmap_hover = 61;    // BITMAP-HOVER op list
-inline constexpr uint32_t o_hot_key = 64;         // HOT-KEY operand value
 
 inline constexpr uint8_t flag_bitmap = 0x01;
 inline constexpr uint8_t flag_to = 0x02;
@@ -195,13 +135,6 @@ inline constexpr uint16_t attr_italic = 0x0080;
 
 // command_block: the operand of the COMMAND, CALL and QUERY ops.
 namespace cmdblock {
-inline constexpr uint32_t size = 17;
-inline constexpr uint32_t cb_flags = 0;       // 16-bit flags below
-inline constexpr uint32_t cb_command = 2;     // 24-bit command expression op list
-inline constexpr uint32_t cb_params = 5;      // 24-bit PARAMETERS list (exprlist entries)
-inline constexpr uint32_t cb_home = 8;        // 24-bit HOME op list
-inline constexpr uint32_t cb_returning = 11;  // 24-bit RETURNING list (retlist entries)
-inline constexpr uint32_t cb_maximum = 14;    // MAXIMUM-PARAMETERS operand value
 inline constexpr int32_t kMaximumParameters = 999;
 
 inline constexpr uint16_t background = 0x0001;  // also NO-WAIT
@@ -219,27 +152,27 @@ inline constexpr uint16_t wait_mask = 0x0211;  // BACKGROUND, BATCH and WAIT exc
 
 // Operands of the structured statements and the ops they build.
 namespace ctl {
-// op 15, IF or ELSE-IF branch
+// Op::if_, IF or ELSE-IF branch
 inline constexpr uint32_t if_condition = 4;  // 24-bit condition op list
 inline constexpr uint32_t if_false = 9;      // 24-bit: the op after which a false test goes on
-// op 18, jump to the end of a construct
+// Op::jump, jump to the end of a construct
 inline constexpr uint32_t j_target = 4;      // 24-bit: pending chain while open, then the last op
-// op 16, WHILE (and FOR)
+// Op::while_, WHILE (and FOR)
 inline constexpr uint32_t loop_condition = 4;  // 24-bit condition op list
 inline constexpr uint32_t loop_body = 9;       // 24-bit body op list
 inline constexpr uint32_t loop_increment = 12; // 24-bit FOR increment op list
-// op 17, REPEAT
+// Op::repeat, REPEAT
 inline constexpr uint32_t repeat_until = 4;    // 24-bit UNTIL condition op list
 inline constexpr uint32_t repeat_first = 9;    // 24-bit op list before UNTIL
 inline constexpr uint32_t repeat_second = 12;  // 24-bit op list after UNTIL
-// op 22, SWITCH
+// Op::switch_, SWITCH
 inline constexpr uint32_t sw_expression = 4;  // 24-bit expression op list
 inline constexpr uint32_t sw_variant = 7;     // 16-bit comparison variant below
 inline constexpr uint32_t sw_first_case = 9;  // 24-bit first CASE op
 inline constexpr uint32_t sw_else = 12;       // 24-bit: the op after which ELSE (or the end) follows
 inline constexpr uint16_t sw_ascii = 0x0010;
 inline constexpr uint16_t sw_collate = 0x0008;
-// op 23, CASE
+// Op::case_, CASE
 inline constexpr uint32_t case_values = 4;  // 24-bit list of case values (last written first)
 inline constexpr uint32_t case_next = 9;    // 24-bit next CASE op
 // Case value entry.
@@ -249,57 +182,26 @@ inline constexpr uint32_t cv_value = 3;   // 24-bit offset of the stored value
 inline constexpr uint32_t cv_format = 6;  // 16-bit format word
 inline constexpr uint16_t cv_mode = 0x2100;  // a mode_entry offset (4 bytes)
 inline constexpr uint16_t cv_show = 0x2500;  // SHOW (-1 in 4 bytes)
-// op 14, assignment
+// Op::set, assignment
 inline constexpr uint32_t as_value = 4;       // 24-bit expression op list
 inline constexpr uint32_t as_format = 7;      // 16-bit format word of the target
 inline constexpr uint32_t as_field = 9;       // 24-bit target field_sym
 inline constexpr uint32_t as_subscript = 12;  // 24-bit subscript operand value
 inline constexpr uint32_t as_object = 15;     // 24-bit object qualifier
-// op 10, field reference
+// Op::field_ref, field reference
 inline constexpr uint32_t fr_object = 4;
 inline constexpr uint32_t fr_format = 7;
 inline constexpr uint32_t fr_field = 9;
 inline constexpr uint32_t fr_subscript = 12;
-// op 11, literal
+// Op::literal, literal
 inline constexpr uint32_t lit_value = 4;   // 24-bit offset of the value's bytes
 inline constexpr uint32_t lit_format = 7;  // 16-bit format word
 inline constexpr uint16_t fmt_one_digit = 0x2020;  // a numeric literal of one integer digit
-// op 1, comparison
+// Op::comparison, comparison
 inline constexpr uint32_t cmp_parent = 4;  // 24-bit parent junction
 inline constexpr uint32_t cmp_code = 7;    // 16-bit comparison code
 inline constexpr uint16_t cmp_le = 0x5000;
 inline constexpr uint16_t cmp_ge = 0x3000;
 }  // namespace ctl
-
-// Op numbers of the structural statements.
-namespace opc {
-inline constexpr uint8_t comparison = 1;
-inline constexpr uint8_t add = 6;
-inline constexpr uint8_t subtract = 7;
-inline constexpr uint8_t field_ref = 10;
-inline constexpr uint8_t literal = 11;
-inline constexpr uint8_t assign = 14;
-inline constexpr uint8_t if_branch = 15;
-inline constexpr uint8_t while_loop = 16;
-inline constexpr uint8_t repeat_loop = 17;
-inline constexpr uint8_t jump = 18;
-inline constexpr uint8_t break_op = 20;
-inline constexpr uint8_t continue_op = 21;
-inline constexpr uint8_t switch_op = 22;
-inline constexpr uint8_t case_op = 23;
-inline constexpr uint8_t option = 35;
-inline constexpr uint8_t do_call = 57;
-inline constexpr uint8_t do_call_params = 58;
-inline constexpr uint8_t re_enter = 59;
-inline constexpr uint8_t confirm = 60;
-inline constexpr uint8_t exit = 61;
-inline constexpr uint8_t command = 62;
-inline constexpr uint8_t call = 63;
-inline constexpr uint8_t query = 64;
-inline constexpr uint8_t back_to_detail = 71;
-inline constexpr uint8_t continue_entry = 72;
-inline constexpr uint8_t pause = 73;
-inline constexpr uint8_t text_item = 87;
-}  // namespace opc
 
 }  // namespace tav

@@ -24,7 +24,7 @@ namespace {
 uint16_t kind_of(Parser& p) { return static_cast<uint16_t>(p.ops.get16(p.section + ssym::s_kind) & 3); }
 
 // Emits the statement marker (debug compiles) and the statement's op.
-uint32_t emit_statement(Parser& p, uint32_t verb_code, uint8_t opcode) {
+uint32_t emit_statement(Parser& p, uint32_t verb_code, Op opcode) {
   p.ob.emit_statement_marker(verb_code);
   return p.ob.emit(opcode);
 }
@@ -75,7 +75,7 @@ void alpha_list(Parser& p, uint32_t dest, char kind) {
     return;
   }
   uint32_t head = p.ops.get24(dest);
-  if (kind != 0 && head != 0 && p.ops.get24(head) == 0 && p.ops.at(head)[3] == opc::literal)
+  if (kind != 0 && head != 0 && p.ops.get24(head) == 0 && p.ops.opcode(head) == Op::literal)
     p.ob.make_text_item_op(head, kind);
 }
 
@@ -125,7 +125,7 @@ uint32_t returning_entries(Parser& p, int* count = nullptr) {
 // The occurrence count of an argument: a whole array passed by name counts its occurrences.
 uint32_t argument_occurs(Parser& p, uint32_t list) {
   OpSpace& ops = p.ops;
-  if (list == 0 || ops.get24(list) != 0 || ops.at(list)[3] != opc::field_ref) return 1;
+  if (list == 0 || ops.get24(list) != 0 || ops.opcode(list) != Op::field_ref) return 1;
   if (ops.get24(list + ctl::fr_subscript) != 0) return 1;
   return ops.get16(ops.get24(list + ctl::fr_field) + fsym::f_occurs);
 }
@@ -134,7 +134,7 @@ uint32_t argument_occurs(Parser& p, uint32_t list) {
 bool contains_whole_array(Parser& p, uint32_t list) {
   OpSpace& ops = p.ops;
   for (uint32_t op = list; op != 0; op = ops.get24(op))
-    if (ops.at(op)[3] == opc::field_ref && ops.get24(op + ctl::fr_subscript) == 0 &&
+    if (ops.opcode(op) == Op::field_ref && ops.get24(op + ctl::fr_subscript) == 0 &&
         ops.get16(ops.get24(op + ctl::fr_field) + fsym::f_occurs) > 1)
       return true;
   return false;
@@ -269,7 +269,7 @@ void compile_do(Parser& p) {
     p.diag.warning_text(txt::modes_to_library_routine, Context::current_token());
 
   bool lists = params_given || results_given;
-  uint32_t op = emit_statement(p, verb("do"), lists ? opc::do_call_params : opc::do_call);
+  uint32_t op = emit_statement(p, verb("do"), lists ? Op::do_parameters : Op::do_);
   ops.put24(op + doop::section, section);
   ops.put16(op + doop::flags, flags);
   ops.put24(op + doop::modes, modes);
@@ -286,7 +286,7 @@ void compile_exit(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
   p.path_ended = true;
-  uint32_t op = emit_statement(p, verb("exit"), opc::exit);
+  uint32_t op = emit_statement(p, verb("exit"), Op::exit);
   p.next();
   p.push_back();
   if (!p.at_statement_start()) {
@@ -295,7 +295,7 @@ void compile_exit(Parser& p) {
     if (v.literal && v.value == 0 && ops.get24(op + exitop::value) == 0) {
       static constexpr uint8_t kZero[2] = {0, 0};
       p.ob.open_level();
-      uint32_t lit = p.ob.emit(opc::literal);
+      uint32_t lit = p.ob.emit(Op::literal);
       ops.put24(lit + ctl::lit_value, ops.copy_in(kZero, sizeof kZero));
       ops.put16(lit + ctl::lit_format, ctl::fmt_one_digit);
       ops.put24(op + exitop::value, p.ob.top().head | kOperandList);
@@ -310,7 +310,7 @@ void compile_confirm(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
   uint32_t block = ops.alloc(confirm::size);
-  uint32_t op = emit_statement(p, verb("confirm"), opc::confirm);
+  uint32_t op = emit_statement(p, verb("confirm"), Op::confirm);
   ops.put24(op + 4, block);
   if (p.cond_depth != 0) p.diag.error(msg::statement_not_conditional);
   if (ops.get24(p.section + ssym::s_confirm) != 0) p.diag.error(msg::multiple_confirm_statements_not_allowed);
@@ -437,7 +437,7 @@ void compile_option(Parser& p) {
   if (ops.get24(s + ssym::s_confirm) != 0) p.diag.error(msg::statement_used_after_confirm);
 
   uint32_t item = ops.alloc(option::size);
-  uint32_t op = emit_statement(p, verb("option"), opc::option);
+  uint32_t op = emit_statement(p, verb("option"), Op::option);
   ops.put24(op + 4, item);
   ops.put16(op + 7, option::size);
   alpha_list(p, item + option::o_title, 'O');
@@ -584,7 +584,7 @@ void compile_option(Parser& p) {
       ops.put24(item + option::o_colour_bg, bg);
     }
   }
-  if (!log && title != 0 && ops.at(title)[3] == opc::text_item)
+  if (!log && title != 0 && ops.opcode(title) == Op::text_item)
     ops.put24(item + option::o_log, p.texts.offset(static_cast<int>(ops.get16(title + 4))));
   if (attrs != 0) flags |= option::flag_extended;
   ops.at(item + option::o_flags)[0] = flags;
@@ -628,7 +628,7 @@ void compile_command(Parser& p) {
   uint32_t code = p.cls();
   p.accept();
   enum Which { command, call, query } which = code == verb("command") ? command : code == verb("call") ? call : query;
-  static constexpr uint8_t kOps[] = {opc::command, opc::call, opc::query};
+  static constexpr Op kOps[] = {Op::command, Op::call, Op::query};
   uint32_t block = ops.alloc(cmdblock::size);
   uint32_t op = emit_statement(p, code, kOps[which]);
   ops.put24(op + 4, block);
@@ -725,13 +725,13 @@ void compile_re_enter(Parser& p) {
     p.diag.error(msg::no_previous_accept_statement_screen);
     return;
   }
-  uint32_t op = emit_statement(p, verb("re_enter"), opc::re_enter);
+  uint32_t op = emit_statement(p, verb("re_enter"), Op::re_enter);
   p.ops.at(op + reenter::how)[0] = how;
 }
 
 void compile_pause(Parser& p) {
   p.accept();
-  emit_statement(p, verb("pause"), opc::pause);
+  emit_statement(p, verb("pause"), Op::pause);
 }
 
 void compile_back_to_detail(Parser& p) {
@@ -741,7 +741,7 @@ void compile_back_to_detail(Parser& p) {
     p.tok.skip_to_statement();
     return;
   }
-  emit_statement(p, verb("back_to_detail"), opc::back_to_detail);
+  emit_statement(p, verb("back_to_detail"), Op::back_to_detail);
   p.path_ended = true;
 }
 
@@ -755,7 +755,7 @@ void compile_continue_entry(Parser& p) {
     p.fail(msg::statement_valid_within_detail_screen);
     return;
   }
-  emit_statement(p, verb("continue_entry"), opc::continue_entry);
+  emit_statement(p, verb("continue_entry"), Op::continue_entry);
 }
 
 // LINK [TO] "library" ...: shared component libraries, kept most recent first.

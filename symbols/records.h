@@ -1,40 +1,29 @@
 // The symbol records: fields, objects, keys, record links, field lists and sections.
 //
 // Every record lives in the op space and is written to the .op6 file unchanged, so the byte
-// positions below are part of the file format the interpreter reads. Records are byte-packed and
-// big-endian; each is allocated zero-filled with its exact size and never freed, and is named by
-// its 24-bit offset from the op-space base (0 = none). A name member is a 24-bit link to a
-// NUL-terminated copy of the name made when the record was created; names are compared over
-// their first 30 characters.
+// positions (the rows of symbols/records.def) are part of the file format the interpreter reads.
+// Records are byte-packed and big-endian; each is allocated zero-filled with its exact size and
+// never freed, and is named by its 24-bit offset from the op-space base (0 = none). A name member
+// is a 24-bit link to a NUL-terminated copy of the name made when the record was created; names
+// are compared over their first 30 characters.
 #pragma once
 
 #include <cstdint>
 
+#include "codegen/record_rows.h"
+
 namespace tav {
+
+// The offsets of every member, fsym::f_next ..., and each record's size.
+#define TAV_RECORDS_DEF "symbols/records.def"
+#define TAV_RECORDS_TABLES symbol_rows
+#include "codegen/record_tables.inc"
 
 // Significant length of every symbol name.
 inline constexpr uint32_t kSymbolNameLength = 30;
 
 // field_sym: one per field, global (in the list headed by h_fields) or local to a section.
 namespace fsym {
-inline constexpr uint32_t size = 39;
-inline constexpr uint32_t f_next = 0;     // 24-bit link: next field of its list
-inline constexpr uint32_t f_name = 3;     // 24-bit link: name (at most 30 characters)
-inline constexpr uint32_t f_addr = 6;     // 24-bit: data-area offset, or offset in the section's
-                                          // local storage; 0 = no storage yet
-inline constexpr uint32_t f_occurs = 9;   // 16-bit occurrence count, 1 for a scalar
-inline constexpr uint32_t f_format = 11;  // 16-bit format word (symbols/types.h)
-inline constexpr uint32_t f_size = 13;    // 16-bit storage size of one occurrence
-inline constexpr uint32_t f_type = 15;    // type letter
-inline constexpr uint32_t f_join = 16;    // 24-bit link: first field_obj_link of the field
-inline constexpr uint32_t f_fldid = 19;   // 16-bit dictionary field id
-inline constexpr uint32_t f_flags = 21;   // 16-bit flags below
-inline constexpr uint32_t f_dbcol = 23;   // 24-bit link: database column name (may equal f_name)
-inline constexpr uint32_t f_seq = 26;     // 16-bit sequence number in the program
-inline constexpr uint32_t f_dictno = 28;  // 16-bit signed dictionary number (below)
-inline constexpr uint32_t f_ldictno = 30; // 16-bit signed dictionary of the LIKE field; -1 none
-inline constexpr uint32_t f_drill = 32;   // 24-bit link: DRILL-BACK program text
-// bytes 35-38 are never set by the compiler.
 
 inline constexpr uint16_t fldid_none = 0xFFFF;  // not a dictionary field
 inline constexpr int16_t dictno_program = -1;   // defined in the program (also: no LIKE)
@@ -49,25 +38,6 @@ inline constexpr uint16_t flag_dbname = 0x8000;  // name checked against databas
 
 // object_sym: one per object (file or table), in the list headed by h_objects in creation order.
 namespace osym {
-inline constexpr uint32_t size = 41;
-inline constexpr uint32_t o_next = 0;       // 24-bit link: next object
-inline constexpr uint32_t o_name = 3;       // 24-bit link: name
-inline constexpr uint32_t o_fldobj = 6;     // 24-bit link: first field_obj_link, record order
-inline constexpr uint32_t o_file = 9;       // 24-bit link: file name text; 0 = none
-// bytes 12-14 zero
-inline constexpr uint32_t o_record = 15;    // 24-bit data-area offset of the record buffer
-inline constexpr uint32_t o_keylist = 18;   // 24-bit link: first key record (types I and M only)
-inline constexpr uint32_t o_like = 21;      // 24-bit link: object named by LIKE
-inline constexpr uint32_t o_seq = 24;       // 16-bit sequence number, index of the run-time table
-inline constexpr uint32_t o_attr = 26;      // 16-bit attributes below
-inline constexpr uint32_t o_recsize = 28;   // 16-bit record size, 1 to 4096
-inline constexpr uint32_t o_objid = 30;     // 16-bit dictionary object id
-inline constexpr uint32_t o_dictno = 32;    // 16-bit signed dictionary; -1 defined in the program
-// bytes 34-36 zero
-inline constexpr uint32_t o_filtype = 37;   // file type letter
-inline constexpr uint32_t o_version = 38;   // version character
-inline constexpr uint32_t o_separator = 39; // field separator character
-inline constexpr uint32_t o_filler1 = 40;   // 1: type I with the dictionary's filler flag
 
 inline constexpr int16_t dictno_program = -1;
 inline constexpr uint32_t max_recsize = 4096;
@@ -101,12 +71,7 @@ inline constexpr char type_external = 'E';
 
 // Key record: one per index of an object, chained from o_keylist.
 namespace keyrec {
-inline constexpr uint32_t size = 10;
-inline constexpr uint32_t k_next = 0;    // 24-bit link: next key record
 // byte 3 zero
-inline constexpr uint32_t k_index = 4;   // index number, 1 for the first
-inline constexpr uint32_t k_flags = 5;   // 16-bit key flags below
-inline constexpr uint32_t k_parts = 7;   // 24-bit link: first key part
 
 inline constexpr uint16_t flag_unique = 0x0001;         // no duplicates
 inline constexpr uint16_t flag_db_index_only = 0x0002;  // index exists only in the database
@@ -115,36 +80,20 @@ inline constexpr uint16_t flag_compress = 0x0004;
 
 // Key part: one field of a key.
 namespace keypart {
-inline constexpr uint32_t size = 8;
-inline constexpr uint32_t kp_next = 0;   // 24-bit link: next key part
-inline constexpr uint32_t kp_field = 3;  // 24-bit link: the key field's field_sym
-inline constexpr uint32_t kp_desc = 6;   // 16-bit: 1 descending
 }  // namespace keypart
 
 // field_obj_link: one per (object, field) pair of a record. A field's links run from f_join
 // through fo_join (new links at the head); an object's from o_fldobj through fo_fldobj (appended,
 // record order).
 namespace folink {
-inline constexpr uint32_t size = 14;
-inline constexpr uint32_t fo_object = 0;  // 24-bit link: object_sym
-inline constexpr uint32_t fo_field = 3;   // 24-bit link: field_sym
-inline constexpr uint32_t fo_join = 6;    // 24-bit link: next link of the same field
-inline constexpr uint32_t fo_fldobj = 9;  // 24-bit link: next link of the same object
-inline constexpr uint32_t fo_offs = 12;   // 16-bit offset of the field in the record
 }  // namespace folink
 
 // field_list: node of a list of fields.
 namespace flist {
-inline constexpr uint32_t size = 6;
-inline constexpr uint32_t fl_next = 0;
-inline constexpr uint32_t fl_field = 3;
 }  // namespace flist
 
 // help_field_list: node of a list of help-screen fields.
 namespace hflist {
-inline constexpr uint32_t size = 6;
-inline constexpr uint32_t hfl_next = 0;
-inline constexpr uint32_t hfl_field = 3;
 }  // namespace hflist
 
 // screen_sym: one per SCREEN, MENU, PROCEDURE or API section, in the list headed by h_screens.
@@ -152,46 +101,6 @@ inline constexpr uint32_t hfl_field = 3;
 // Positions marked "chosen here" are this compiler's own choice within the bytes the interpreter
 // does not read; everything else is fixed by the interpreter.
 namespace ssym {
-inline constexpr uint32_t size = 121;
-// bytes 0-3 unused
-inline constexpr uint32_t s_prompt_pos = 4;      // PROMPT position: row, column operand values
-inline constexpr uint32_t s_window_top = 10;     // window top-left corner (row, column)
-inline constexpr uint32_t s_window_bottom = 16;  // window bottom-right corner (row, column)
-inline constexpr uint32_t s_window_rel = 22;     // RELATIVE TO position of the window
-inline constexpr uint32_t s_seq = 28;            // 16-bit sequence number
-inline constexpr uint32_t s_name = 30;           // 24-bit link: name
-inline constexpr uint32_t s_next = 33;           // 24-bit link: next section
-// bytes 36-38 unused
-inline constexpr uint32_t s_primary = 39;        // 24-bit link: PRIMARY object_sym
-inline constexpr uint32_t s_select = 42;         // 24-bit link: the screen's compiled SELECT
-inline constexpr uint32_t s_when = 45;           // 24-bit link: WHEN condition op list
-inline constexpr uint32_t s_before = 48;         // 24-bit link: BEFORE op list (chosen here)
-inline constexpr uint32_t s_detail = 51;         // 24-bit link: DETAIL op list (chosen here)
-inline constexpr uint32_t s_after = 54;          // 24-bit link: AFTER op list (chosen here)
-inline constexpr uint32_t s_confirm = 57;        // 24-bit link: the CONFIRM op (chosen here)
-inline constexpr uint32_t s_modes = 60;          // 24-bit link: allowed-mode list (chosen here)
-inline constexpr uint32_t s_library = 63;        // 24-bit link: library list record supplying it
-inline constexpr uint32_t s_kind = 66;           // 16-bit kind word below
-inline constexpr uint32_t s_flags = 68;          // 16-bit review word and the referenced flag
-inline constexpr uint32_t s_occurs = 70;         // 16-bit REVIEW OCCURS count
-inline constexpr uint32_t s_review_by = 72;      // 16-bit REVIEW rows per entry
-inline constexpr uint32_t s_base = 74;           // 16-bit first row of the review area
-inline constexpr uint32_t s_key_parts = 76;      // PRIMARY: leading key parts used (0 = all)
-inline constexpr uint32_t s_key_number = 77;     // PRIMARY: key number
-inline constexpr uint32_t s_marks = 78;          // 16-bit compile marks below (chosen here)
-inline constexpr uint32_t s_params = 80;         // 24-bit link: PARAMETERS list
-inline constexpr uint32_t s_returning = 83;      // 24-bit link: RETURNING list
-inline constexpr uint32_t s_locals = 86;         // 24-bit link: local field_syms through f_next
-// bytes 89-90 unused
-inline constexpr uint32_t s_local_size = 91;     // 16-bit local storage used (0: none yet)
-inline constexpr uint32_t s_button_size = 93;    // BUTTON-SIZE operand value (MENU)
-inline constexpr uint32_t s_colour = 96;         // COLOUR: foreground, background operand values
-inline constexpr uint32_t s_review_colour = 102; // REVIEW COLOUR: foreground, background
-inline constexpr uint32_t s_title = 108;         // 24-bit link: TITLE op list
-inline constexpr uint32_t s_form = 111;          // 16-bit form word below
-inline constexpr uint32_t s_routine = 113;       // 16-bit library routine / export number
-inline constexpr uint32_t s_window_pos = 115;    // WINDOW-POSITION operand value
-// bytes 118-120 unused
 
 // s_kind: the low two bits are the kind, the rest header flags.
 inline constexpr uint16_t kind_mask = 0x0003;

@@ -37,25 +37,25 @@ std::string messages(const std::string& statements, const std::string& kind = "p
   return tavtest::compile(dir, source).result.out;
 }
 
-using Codes = std::vector<uint32_t>;
+using Codes = std::vector<Op>;
 
 TEST(ControlFlow, IfChainsPatchTheirJumps) {
   Op6 t = body("if a = 1\n pause\nelse-if a = 2 then\n pause\nelse\n pause\nend-if\npause\n");
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
-  ASSERT_EQ(t.codes(t.detail()), (Codes{15, 73, 18, 15, 73, 18, 73, 73}));
+  ASSERT_EQ(t.codes(t.detail()), (Codes{Op::if_, Op::pause, Op::jump, Op::if_, Op::pause, Op::jump, Op::pause, Op::pause}));
   EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[2]) << "a false first test goes on after the first jump";
   EXPECT_EQ(t.u24(ops[3] + ctl::if_false), ops[5]) << "the second test skips to the ELSE part";
   EXPECT_EQ(t.u24(ops[2] + ctl::j_target), ops[6]) << "jumps name the last op of the construct";
   EXPECT_EQ(t.u24(ops[5] + ctl::j_target), ops[6]);
-  for (uint32_t i : {0u, 3u}) EXPECT_EQ(t.codes(t.u24(ops[i] + ctl::if_condition)).back(), 1u);
+  for (uint32_t i : {0u, 3u}) EXPECT_EQ(t.codes(t.u24(ops[i] + ctl::if_condition)).back(), Op::comparison);
 }
 
 TEST(ControlFlow, IfWithoutElseNamesTheEndOfItsBody) {
   Op6 t = body("if a = 1\n pause\n if a = 2\n  pause\n end-if\nend-if\npause\n");
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
-  ASSERT_EQ(t.codes(t.detail()), (Codes{15, 73, 15, 73, 73}));
+  ASSERT_EQ(t.codes(t.detail()), (Codes{Op::if_, Op::pause, Op::if_, Op::pause, Op::pause}));
   EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[3]) << "the outer body ends with the inner one";
   EXPECT_EQ(t.u24(ops[2] + ctl::if_false), ops[3]);
 }
@@ -63,55 +63,55 @@ TEST(ControlFlow, IfWithoutElseNamesTheEndOfItsBody) {
 TEST(ControlFlow, LoopsKeepTheirListsInTheirOwnOperands) {
   Op6 w = body("while a < 3 detail\n pause\n break\nend-while\npause\n");
   ASSERT_FALSE(w.empty());
-  ASSERT_EQ(w.codes(w.detail()), (Codes{16, 73}));
+  ASSERT_EQ(w.codes(w.detail()), (Codes{Op::while_, Op::pause}));
   uint32_t op = w.detail();
-  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_body)), (Codes{73, 20}));
-  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_condition)).back(), 1u);
+  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_body)), (Codes{Op::pause, Op::break_}));
+  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_condition)).back(), Op::comparison);
   EXPECT_EQ(w.u24(op + ctl::loop_increment), 0u);
 
   Op6 r = body("repeat\n pause\nuntil a = 1\n continue\nend-repeat\n");
   ASSERT_FALSE(r.empty());
-  ASSERT_EQ(r.codes(r.detail()), (Codes{17}));
+  ASSERT_EQ(r.codes(r.detail()), (Codes{Op::repeat}));
   op = r.detail();
-  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_first)), (Codes{73}));
-  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_second)), (Codes{21}));
-  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_until)).back(), 1u);
+  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_first)), (Codes{Op::pause}));
+  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_second)), (Codes{Op::continue_}));
+  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_until)).back(), Op::comparison);
 }
 
 TEST(ControlFlow, ForIsAnAssignmentAndAWhileWithIncrement) {
   struct Case {
     const char* header;
     uint16_t comparison;
-    uint32_t step_op;
+    Op step_op;
     uint32_t step;
   };
   const Case cases[] = {
-      {"for i = 1 to 10\n", ctl::cmp_le, 6, 1},
-      {"for i = 10 down to 1 step 2 detail\n", ctl::cmp_ge, 7, 2},
+      {"for i = 1 to 10\n", ctl::cmp_le, Op::add, 1},
+      {"for i = 10 down to 1 step 2 detail\n", ctl::cmp_ge, Op::subtract, 2},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.header);
     Op6 t = body(std::string(c.header) + " pause\nend-for\n");
     ASSERT_FALSE(t.empty());
     auto ops = t.list(t.detail());
-    ASSERT_EQ(t.codes(t.detail()), (Codes{14, 16}));
+    ASSERT_EQ(t.codes(t.detail()), (Codes{Op::set, Op::while_}));
     uint32_t field = t.u24(ops[0] + ctl::as_field);
     EXPECT_EQ(t.text(t.u24(field + fsym::f_name)), "i");
 
     uint32_t loop = ops[1];
     auto cond = t.list(t.u24(loop + ctl::loop_condition));
-    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_condition)), (Codes{10, 11, 1}));
+    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_condition)), (Codes{Op::field_ref, Op::literal, Op::comparison}));
     EXPECT_EQ(t.u24(cond[0] + ctl::fr_field), field);
     EXPECT_EQ(t.u16(cond[0] + ctl::fr_format), t.u16(field + fsym::f_format));
     EXPECT_EQ(t.u16(cond[2] + ctl::cmp_code), c.comparison);
 
-    EXPECT_EQ(t.codes(t.u24(loop + ctl::loop_body)), (Codes{73}));
+    EXPECT_EQ(t.codes(t.u24(loop + ctl::loop_body)), (Codes{Op::pause}));
     auto inc = t.list(t.u24(loop + ctl::loop_increment));
-    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_increment)), (Codes{14}));
+    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_increment)), (Codes{Op::set}));
     EXPECT_EQ(t.u24(inc[0] + ctl::as_field), field);
     EXPECT_EQ(t.u16(inc[0] + ctl::as_format), t.u16(field + fsym::f_format));
     auto value = t.list(t.u24(inc[0] + ctl::as_value));
-    ASSERT_EQ(t.codes(t.u24(inc[0] + ctl::as_value)), (Codes{10, 11, c.step_op}));
+    ASSERT_EQ(t.codes(t.u24(inc[0] + ctl::as_value)), (Codes{Op::field_ref, Op::literal, c.step_op}));
     uint32_t lit = value[1];
     EXPECT_EQ(t.u16(t.u24(lit + ctl::lit_value)), c.step);
   }
@@ -121,7 +121,7 @@ TEST(ControlFlow, SwitchLinksItsCasesAndPatchesItsJumps) {
   Op6 t = body("switch on a\ncase 1 2\n pause\ncase of 3\n pause\nelse\n pause\nend-switch\n");
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
-  ASSERT_EQ(t.codes(t.detail()), (Codes{22, 23, 73, 18, 23, 73, 18, 73}));
+  ASSERT_EQ(t.codes(t.detail()), (Codes{Op::switch_, Op::case_, Op::pause, Op::jump, Op::case_, Op::pause, Op::jump, Op::pause}));
   uint32_t sw = ops[0];
   EXPECT_EQ(t.u16(sw + ctl::sw_variant), 0u);
   EXPECT_EQ(t.u24(sw + ctl::sw_first_case), ops[1]);
@@ -144,7 +144,7 @@ TEST(ControlFlow, SwitchWithoutElseAndWithAlphaValues) {
   Op6 t = body("switch ascii t\ncase \"AB\"\n pause\nend-switch\npause\n");
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
-  ASSERT_EQ(t.codes(t.detail()), (Codes{22, 23, 73, 73}));
+  ASSERT_EQ(t.codes(t.detail()), (Codes{Op::switch_, Op::case_, Op::pause, Op::pause}));
   EXPECT_EQ(t.u16(ops[0] + ctl::sw_variant), ctl::sw_ascii);
   EXPECT_EQ(t.u24(ops[0] + ctl::sw_else), ops[2]) << "without ELSE: the last op of the construct";
   uint32_t e = t.u24(ops[1] + ctl::case_values);

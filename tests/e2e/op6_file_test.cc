@@ -87,11 +87,11 @@ TEST(Op6File, BuiltInModesAndTheirTextItems) {
     ASSERT_NE(m, 0u) << "mode " << i;
     EXPECT_EQ(t.text(t.u24(m + mode::m_name)), names[i]);
     EXPECT_EQ(t.u16(m + mode::m_flags), flags[i]) << names[i];
-    // Prompt and help: single op 87 lists naming items 2i+1 ('N') and 2i+2 ('H').
+    // Prompt and help: single Op::text_item lists naming items 2i+1 ('N') and 2i+2 ('H').
     for (uint32_t which : {mode::m_prompt, mode::m_help}) {
       uint32_t op = t.u24(m + which);
       EXPECT_EQ(t.u24(op), 0u) << "one-op list";
-      EXPECT_EQ(t.u8(op + 3), opc::text_item);
+      EXPECT_EQ(t.opcode(op), Op::text_item);
       uint32_t item = t.u16(op + 4);
       EXPECT_EQ(item, 2 * i + (which == mode::m_prompt ? 1 : 2));
       uint32_t entry = table + item * 5;
@@ -149,11 +149,11 @@ TEST(Op6File, PauseExitAndDoOps) {
   uint32_t main = t.section_named("main");
   std::vector<uint32_t> ops = t.list(t.u24(main + ssym::s_detail));
   ASSERT_EQ(ops.size(), 3u);
-  EXPECT_EQ(t.u8(ops[0] + 3), opc::pause);
-  EXPECT_EQ(t.u8(ops[1] + 3), opc::do_call);
+  EXPECT_EQ(t.opcode(ops[0]), Op::pause);
+  EXPECT_EQ(t.opcode(ops[1]), Op::do_);
   EXPECT_EQ(t.u24(ops[1] + doop::section), t.section_named("other"));
   EXPECT_EQ(t.u16(ops[1] + doop::flags), 0u);
-  EXPECT_EQ(t.u8(ops[2] + 3), opc::exit);
+  EXPECT_EQ(t.opcode(ops[2]), Op::exit);
   EXPECT_EQ(t.u24(ops[2] + 4), 0u) << "EXIT without a value";
   EXPECT_EQ(t.u24(t.section_named("other") + ssym::s_before), 0u);
 }
@@ -165,7 +165,7 @@ TEST(Op6File, DebugMarkersChainTheStatements) {
   // The DETAIL part's own marker, then a marker before each PAUSE.
   std::vector<uint32_t> markers;
   for (uint32_t op : ops)
-    if (t.u8(op + 3) == 81) markers.push_back(op);
+    if (t.opcode(op) == Op::statement_marker) markers.push_back(op);
   ASSERT_EQ(markers.size(), 4u);
   EXPECT_EQ(t.u32(t.u24(markers[0] + 12)), 0x30e00460u) << "DETAIL";
   std::vector<uint32_t> stmt(markers.begin() + 1, markers.end());

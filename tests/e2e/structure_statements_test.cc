@@ -48,7 +48,7 @@ TEST(StructureStatements, ExitValues) {
   ASSERT_TRUE(zero & kOperandList);
   uint32_t lit = zero & ~kOperandList;
   EXPECT_EQ(t.u24(lit), 0u);
-  EXPECT_EQ(t.u8(lit + 3), opc::literal);
+  EXPECT_EQ(t.opcode(lit), Op::literal);
   EXPECT_EQ(t.u16(lit + ctl::lit_format), ctl::fmt_one_digit);
   EXPECT_EQ(t.u16(t.u24(lit + ctl::lit_value)), 0u);
   EXPECT_EQ(t.u24(ops[1] + exitop::value), 5u);
@@ -64,8 +64,8 @@ TEST(StructureStatements, DoWithParametersAndReturning) {
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 2u);
-  EXPECT_EQ(t.u8(ops[0] + 3), opc::do_call);
-  ASSERT_EQ(t.u8(ops[1] + 3), opc::do_call_params);
+  EXPECT_EQ(t.opcode(ops[0]), Op::do_);
+  ASSERT_EQ(t.opcode(ops[1]), Op::do_parameters);
   uint32_t op = ops[1];
   EXPECT_EQ(t.text(t.u24(t.u24(op + doop::section) + ssym::s_name)), "sub");
 
@@ -73,9 +73,9 @@ TEST(StructureStatements, DoWithParametersAndReturning) {
   for (uint32_t e = t.u24(op + doop::params); e != 0 && args.size() < 10; e = t.u24(e + exprlist::el_next))
     args.push_back(t.u24(e + exprlist::el_list));
   ASSERT_EQ(args.size(), 2u);
-  EXPECT_EQ(t.u8(args[0] + 3), opc::field_ref);
+  EXPECT_EQ(t.opcode(args[0]), Op::field_ref);
   EXPECT_EQ(t.text(t.u24(t.u24(args[0] + ctl::fr_field) + fsym::f_name)), "a");
-  EXPECT_EQ(t.u8(args[1] + 3), opc::literal);
+  EXPECT_EQ(t.opcode(args[1]), Op::literal);
 
   uint32_t r = t.u24(op + doop::returning);
   ASSERT_NE(r, 0u);
@@ -110,14 +110,14 @@ TEST(StructureStatements, OptionItems) {
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 2u);
   for (uint32_t op : ops) {
-    EXPECT_EQ(t.u8(op + 3), opc::option);
+    EXPECT_EQ(t.opcode(op), Op::option);
     EXPECT_EQ(t.u16(op + 7), option::size);
   }
   uint32_t first = t.u24(ops[0] + 4);
   EXPECT_EQ(t.u24(first + option::o_position), 2u);
   EXPECT_EQ(t.u24(first + option::o_position + 3), 3u);
   uint32_t title = t.u24(first + option::o_title);
-  ASSERT_EQ(t.u8(title + 3), opc::text_item);
+  ASSERT_EQ(t.opcode(title), Op::text_item);
   EXPECT_EQ(text_kind(t, t.u16(title + 4)), 'O');
   EXPECT_NE(t.u24(first + option::o_help), 0u);
   EXPECT_NE(t.u24(first + option::o_when), 0u);
@@ -166,10 +166,10 @@ TEST(StructureStatements, CommandBlocks) {
       "end\n");
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
-  std::vector<uint32_t> codes;
-  for (uint32_t op : ops) codes.push_back(t.u8(op + 3));
+  std::vector<Op> codes;
+  for (uint32_t op : ops) codes.push_back(t.opcode(op));
   // PAUSE ends a QUERY (and becomes a statement) but is a clause of COMMAND.
-  ASSERT_EQ(codes, (std::vector<uint32_t>{62, 63, 64, 73, 62}));
+  ASSERT_EQ(codes, (std::vector<Op>{Op::command, Op::call, Op::query, Op::pause, Op::command}));
 
   uint32_t cmd = t.u24(ops[0] + 4);
   EXPECT_EQ(t.u16(cmd + cmdblock::cb_flags), cmdblock::background);
@@ -224,9 +224,9 @@ TEST(StructureStatements, ModePromptHelpAndWhen) {
     if (t.text(t.u24(e + mode::m_name)) == "archive") m = e;
   ASSERT_NE(m, 0u);
   uint32_t prompt = t.u24(m + mode::m_prompt);
-  ASSERT_EQ(t.u8(prompt + 3), opc::text_item);
+  ASSERT_EQ(t.opcode(prompt), Op::text_item);
   EXPECT_EQ(text_kind(t, t.u16(prompt + 4)), 'N');
-  EXPECT_EQ(t.u8(t.u24(m + mode::m_help) + 3), opc::field_ref) << "an expression stays an op list";
+  EXPECT_EQ(t.opcode(t.u24(m + mode::m_help)), Op::field_ref) << "an expression stays an op list";
   EXPECT_NE(t.u24(m + mode::m_when), 0u);
   EXPECT_NE(messages("mode m2 prompt 5\nprocedure main\nend\n").find("Alphanumeric expression required"),
             std::string::npos);

@@ -52,9 +52,9 @@ std::vector<uint32_t> Op6::list(uint32_t head) const {
   return out;
 }
 
-std::vector<uint32_t> Op6::codes(uint32_t head) const {
-  std::vector<uint32_t> out;
-  for (uint32_t op : list(head)) out.push_back(u8(op + 3));
+std::vector<tav::Op> Op6::codes(uint32_t head) const {
+  std::vector<tav::Op> out;
+  for (uint32_t op : list(head)) out.push_back(opcode(op));
   return out;
 }
 

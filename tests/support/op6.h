@@ -2,11 +2,18 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "codegen/ops.h"
 #include "tests/support/support.h"
+
+namespace tav {
+// Opcodes in failure messages.
+inline void PrintTo(Op op, std::ostream* os) { *os << "op " << static_cast<unsigned>(op_byte(op)); }
+}  // namespace tav
 
 namespace tavtest {
 
@@ -42,7 +49,8 @@ class Op6 {
 
   // The records of a list linked through their first 24-bit word, from `head` on.
   std::vector<uint32_t> list(uint32_t head) const;
-  std::vector<uint32_t> codes(uint32_t head) const;  // the opcodes of an op list
+  tav::Op opcode(uint32_t op) const { return tav::Op(u8(op + tav::kOpcodeByte)); }
+  std::vector<tav::Op> codes(uint32_t head) const;  // the opcodes of an op list
   std::vector<uint32_t> sections() const;            // in list order
   uint32_t section_named(const std::string& name) const;  // 0 when there is none
   uint32_t detail() const;                                // the DETAIL op list of the first section

@@ -91,10 +91,10 @@ class Bench {
 
   std::string render_op(uint32_t op) {
     static const char* const kRel[] = {"?", "=", ">", ">=", "<", "<=", "!=", "?"};
-    uint8_t code = *c_.ops.at(op + 3);
+    const tav::Op code = c_.ops.opcode(op);
     char buf[64];
     switch (code) {
-      case 1: {
+      case tav::Op::comparison: {
         uint32_t cmp = c_.ops.get16(op + 7);
         std::string s = kRel[(cmp >> 12) & 7];
         if (cmp & 0x0ffd) {  // the OR-child bit is left to the link tests
@@ -103,53 +103,53 @@ class Bench {
         }
         return s;
       }
-      case 2: return "AND";
-      case 3: return "OR";
-      case 4: return "*";
-      case 5: return "/";
-      case 6: return "+";
-      case 7: return "-";
-      case 8: return "%";
-      case 9: return "neg";
-      case 10: {
+      case tav::Op::and_: return "AND";
+      case tav::Op::or_: return "OR";
+      case tav::Op::multiply: return "*";
+      case tav::Op::divide: return "/";
+      case tav::Op::add: return "+";
+      case tav::Op::subtract: return "-";
+      case tav::Op::remainder: return "%";
+      case tav::Op::negate: return "neg";
+      case tav::Op::field_ref: {
         uint32_t f = c_.ops.get24(op + 9);
         std::string s(f ? c_.syms.text(c_.ops.get24(f + fsym::f_name)) : "?");
         if (uint32_t sub = c_.ops.get24(op + 12)) s += "[" + operand(sub) + "]";
         return s;
       }
-      case 11: {
+      case tav::Op::literal: {
         uint16_t fmt = static_cast<uint16_t>(c_.ops.get16(op + 7));
         uint32_t at = c_.ops.get24(op + 4);
         if (!conv::fmt_numeric(fmt)) return "'" + std::string(c_.ops.text_at(at), fmt) + "'";
         std::snprintf(buf, sizeof buf, "%.10g", conv::to_double(c_.ops.at(at), fmt));
         return buf;
       }
-      case 12: return "arg(" + render(c_.ops.get24(op + 4)) + ")";
-      case 13:
+      case tav::Op::function_arg: return "arg(" + render(c_.ops.get24(op + 4)) + ")";
+      case tav::Op::function_call:
         std::snprintf(buf, sizeof buf, "call%u/%u", c_.ops.get16(op + 4), *c_.ops.at(op + 6));
         return buf;
-      case 24: return "aggregate";
-      case 65:
+      case tav::Op::aggregate: return "aggregate";
+      case tav::Op::date_literal:
         std::snprintf(buf, sizeof buf, "%c:%g", static_cast<char>(c_.ops.get16(op + 9)),
                       conv::to_double(c_.ops.at(c_.ops.get24(op + 4)), static_cast<uint16_t>(c_.ops.get16(op + 7))));
         return buf;
-      case 66: {
+      case tav::Op::field_name_arg: {
         uint32_t f = c_.ops.get32(c_.ops.get24(op + 4));
         return "field:" + std::string(c_.syms.text(c_.ops.get24(f + fsym::f_name)));
       }
-      case 67: return "mode";
-      case 68: return "object";
-      case 87: return "text-item";
-      case 88:
+      case tav::Op::mode_constant: return "mode";
+      case tav::Op::object_name_arg: return "object";
+      case tav::Op::text_item: return "text-item";
+      case tav::Op::if_then_else:
         return "ite(" + render(c_.ops.get24(op + 4)) + "; " + render(c_.ops.get24(op + 9)) + "; " +
                render(c_.ops.get24(op + 12)) + ")";
-      case 14:
+      case tav::Op::set:
         return "set " + operand(c_.ops.get24(op + 12)) + " := " + render(c_.ops.get24(op + 4));
-      case 74:
+      case tav::Op::set_variant:
         std::snprintf(buf, sizeof buf, "set-special%u := ", *c_.ops.at(op + 8));
         return buf + render(c_.ops.get24(op + 4));
-      case 78: return "set-array := " + render(c_.ops.get24(op + 4));
-      case 69: {
+      case tav::Op::set_subscripted: return "set-array := " + render(c_.ops.get24(op + 4));
+      case tav::Op::string: {
         std::string s = "string";
         for (uint32_t a = c_.ops.get24(op + 4); a != 0; a = c_.ops.get24(a)) {
           std::snprintf(buf, sizeof buf, " {%u", c_.ops.get16(a + 3));
@@ -161,7 +161,7 @@ class Bench {
         return s;
       }
       default:
-        std::snprintf(buf, sizeof buf, "op%u", code);
+        std::snprintf(buf, sizeof buf, "op%u", tav::op_byte(code));
         return buf;
     }
   }

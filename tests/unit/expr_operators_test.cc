@@ -79,8 +79,10 @@ TEST_F(Operators, ConditionLinks) {
   b.expr("a = 1 and b = 2 or c = 3", true);
   tav::OpSpace& ops = b.ops();
   std::vector<uint32_t> list;
-  for (uint32_t op = b.ob().at_level(0).head; op != 0; op = ops.get24(op))
-    if (*ops.at(op + 3) <= 3) list.push_back(op);
+  for (uint32_t op = b.ob().at_level(0).head; op != 0; op = ops.get24(op)) {
+    const tav::Op code = ops.opcode(op);
+    if (code == tav::Op::comparison || code == tav::Op::and_ || code == tav::Op::or_) list.push_back(op);
+  }
   ASSERT_EQ(list.size(), 5u);  // =, =, AND, =, OR
   uint32_t c1 = list[0], c2 = list[1], and_op = list[2], c3 = list[3], or_op = list[4];
   EXPECT_EQ(ops.get24(c1 + 4), and_op);

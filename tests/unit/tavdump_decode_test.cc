@@ -46,7 +46,7 @@ struct Table {
     put24(at(mode + mode::m_name), text_at("go"));
     put16(at(mode + mode::m_flags), mode::entry | mode::process);
     prompt = alloc(9);
-    at(prompt)[3] = opc::text_item;
+    at(prompt)[kOpcodeByte] = op_byte(Op::text_item);
     put16(at(prompt + 4), 1);
     put16(at(prompt + 7), 2);
     put24(at(mode + mode::m_prompt), prompt);
@@ -56,9 +56,9 @@ struct Table {
     put24(at(section + ssym::s_name), text_at("main"));
     put16(at(section + ssym::s_kind), ssym::kind_procedure);
     pause = alloc(4);
-    at(pause)[3] = opc::pause;
+    at(pause)[kOpcodeByte] = op_byte(Op::pause);
     exit = alloc(7);
-    at(exit)[3] = opc::exit;
+    at(exit)[kOpcodeByte] = op_byte(Op::exit);
     put24(at(pause), exit);
     put24(at(section + ssym::s_detail), pause);
     uint32_t modes = alloc(modelist::size);
@@ -130,7 +130,7 @@ TEST(TavdumpDecode, OperandValueListsAndSharedListsAreShownOnce) {
   Table t;
   // EXIT with a one-op literal list as its value, the same list also as the mode's help.
   uint32_t lit = t.alloc(9);
-  t.at(lit)[3] = opc::literal;
+  t.at(lit)[kOpcodeByte] = op_byte(Op::literal);
   uint32_t value = t.alloc(2);
   put24(t.at(lit + 4), value);
   put16(t.at(lit + 7), 0x2020);
@@ -170,7 +170,7 @@ TEST(TavdumpDecode, DamageIsReportedNotFollowed) {
        [](Table& t, std::vector<uint8_t>& f) {
          // The EXIT op moved so that its 7 bytes would run past the operations image.
          put24(f.data() + t.pause, get32(f.data() + hdr::ops_size) - 4);
-         f[get32(f.data() + hdr::ops_size) - 1] = opc::exit;
+         f[get32(f.data() + hdr::ops_size) - 1] = op_byte(Op::exit);
        },
        "exit op"},
       {"unterminated name",

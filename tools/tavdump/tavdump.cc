@@ -23,11 +23,6 @@ namespace tav::dump {
 
 namespace {
 
-// Op records: the link and the opcode come first in every op.
-constexpr uint32_t kOpLink = 0;
-constexpr uint32_t kOpCode = 3;
-constexpr uint32_t kOpOperands = 4;
-
 // Operands of the ops the dump decodes beyond the structural ones of statements/records.h.
 namespace literal_op {
 constexpr uint32_t value = 4;   // 24-bit offset of the value bytes (or of the text)
@@ -42,9 +37,8 @@ constexpr uint32_t next = 4;    // 24-bit following marker
 constexpr uint32_t prev = 9;    // 24-bit preceding marker
 constexpr uint32_t verb = 12;   // 24-bit offset of the 4-byte verb code
 }  // namespace marker_op
-constexpr uint32_t kConfirmBlock = 4;  // op 60: 24-bit confirm_block
-constexpr uint32_t kExitValue = 4;     // op 61: 24-bit operand value
-constexpr uint8_t kOpStatementMarker = 81;
+constexpr uint32_t kConfirmBlock = 4;  // CONFIRM: 24-bit confirm_block
+constexpr uint32_t kExitValue = 4;     // EXIT: 24-bit operand value
 
 // Text item table entries.
 constexpr uint32_t kItemSize = 5;
@@ -460,13 +454,13 @@ class Printer {
 
   void one_op(int indent, uint32_t op) {
     img_.check_record(op, kOpOperands, "op");
-    uint8_t code = img_.u8(op + kOpCode);
+    const Op code{img_.u8(op + kOpcodeByte)};
     uint32_t size = op_size(code, img_.debug_ops());
     img_.check_record(op, size, std::string(op_name(code)) + " op");
     shown_ops_.insert(op);
-    std::string head = hex24(op) + " " + op_name(code) + "(" + number(code) + ")";
+    std::string head = hex24(op) + " " + op_name(code) + "(" + number(op_byte(code)) + ")";
     switch (code) {
-      case opc::literal: {
+      case Op::literal: {
         uint32_t value = img_.u24(op + literal_op::value);
         auto format = static_cast<uint16_t>(img_.u16(op + literal_op::format));
         if (!conv::fmt_numeric(format)) {
@@ -487,36 +481,36 @@ class Printer {
         }
         break;
       }
-      case opc::text_item:
+      case Op::text_item:
         line(indent, head + " item " + text_item(img_.u16(op + text_item_op::item)) + " length " +
                          number(img_.u16(op + text_item_op::length)));
         break;
-      case opc::do_call:
-      case opc::do_call_params: {
+      case Op::do_:
+      case Op::do_parameters: {
         line(indent, head + " section " + section_name(img_.u24(op + doop::section)) + " flags " +
                          flag_words(img_.u16(op + doop::flags), kDoFlags) + " modes " +
                          mode_list(img_.u24(op + doop::modes), "DO mode list") + " initial " +
                          mode_name(img_.u24(op + doop::initial)));
-        if (code == opc::do_call_params) {
+        if (code == Op::do_parameters) {
           do_parameters(indent + 1, img_.u24(op + doop::params));
           do_returning(indent + 1, img_.u24(op + doop::returning));
         }
         break;
       }
-      case opc::exit: {
+      case Op::exit: {
         uint32_t v = img_.u24(op + kExitValue);
         line(indent, head + " value " + (v == 0 ? std::string("none") : operand(v)));
         if (v & kOperandList) op_list(indent + 1, v & ~kOperandList);
         break;
       }
-      case opc::confirm:
+      case Op::confirm:
         line(indent, head + " block " + hex24(img_.u24(op + kConfirmBlock)));
         confirm_block(indent + 1, img_.u24(op + kConfirmBlock));
         break;
-      case opc::pause:
+      case Op::pause:
         line(indent, head);
         break;
-      case kOpStatementMarker: {
+      case Op::statement_marker: {
         uint32_t v = img_.u24(op + marker_op::verb);
         std::string verb = "none";
         if (v != 0) {
