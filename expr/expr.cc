@@ -18,7 +18,6 @@
 #include "codegen/convert.h"
 #include "expr/expr_internal.h"
 #include "codegen/header.h"
-#include "statements/records.h"
 #include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"

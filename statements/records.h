@@ -17,42 +17,6 @@ namespace tav {
 #define TAV_RECORDS_TABLES statement_rows
 #include "codegen/record_tables.inc"
 
-// mode_entry: one per screen mode, chained from the header's mode list in definition order.
-namespace mode {
-
-inline constexpr uint16_t currency = 0x0001;
-inline constexpr uint16_t entry = 0x0002;
-inline constexpr uint16_t correct = 0x0004;
-inline constexpr uint16_t remove = 0x0008;
-inline constexpr uint16_t find = 0x0010;
-inline constexpr uint16_t next_record = 0x0020;
-inline constexpr uint16_t prev_record = 0x0040;
-inline constexpr uint16_t next_scr = 0x0080;
-inline constexpr uint16_t prev_scr = 0x0100;
-inline constexpr uint16_t always_show = 0x0200;
-inline constexpr uint16_t lock = 0x0400;
-inline constexpr uint16_t show = 0x1000;
-inline constexpr uint16_t once = 0x2000;
-inline constexpr uint16_t process = 0x4000;
-inline constexpr uint16_t duplicate = 0x8000;
-
-inline constexpr uint32_t kNameLength = 30;  // mode names are compared on 30 characters
-
-// The mode_entry of a name in the header's mode list, or 0.
-inline uint32_t named(const OpSpace& ops, std::string_view name) {
-  std::string_view key = name.substr(0, std::min<size_t>(name.size(), kNameLength));
-  for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + m_next)) {
-    std::string_view stored = ops.text_at(ops.get24(m + m_name));
-    if (stored.substr(0, std::min<size_t>(stored.size(), kNameLength)) == key) return m;
-  }
-  return 0;
-}
-}  // namespace mode
-
-// Mode list entry: the allowed modes of a section, and the modes named by a DO.
-namespace modelist {
-}  // namespace modelist
-
 // confirm_block: the operand of a CONFIRM op.
 namespace confirm {
 

@@ -7,7 +7,6 @@
 #include "codegen/convert.h"
 #include "codegen/header.h"
 #include "symbols/parser_core.h"
-#include "statements/records.h"
 #include "symbols/picture.h"
 #include "symbols/records.h"
 #include "symbols/types.h"
