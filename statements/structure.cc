@@ -9,6 +9,7 @@
 #include "codegen/convert.h"
 #include "expr/expr.h"
 #include "codegen/header.h"
+#include "statements/block.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
@@ -391,21 +392,12 @@ void compile_confirm(Parser& p) {
       p.push_back();
     if (ops.get24(block + kSlots[which]) != 0) p.diag.error(msg::duplicate_incompatible_clause);
     any_part = true;
+    BlockScope part(p, BlockScope::reopens_path);
     p.ob.open_level();
     p.ob.emit_statement_marker(kParts[which]);
-    for (;;) {
-      uint32_t s = p.next();
-      bool stop = (s & kSectionStart) || s == verb("end") || s == verb("end_confirm");
-      for (uint32_t part : kParts) stop = stop || s == part;
-      if (stop) {
-        p.push_back();
-        break;
-      }
-      compile_statement(p);
-    }
+    compile_statements_until(p, {kParts[0], kParts[1], kParts[2], kParts[3], verb("end"), verb("end_confirm")});
     ops.put24(block + kSlots[which], p.ob.top().head);
     p.ob.close_level();
-    p.path_ended = false;
   }
   if (any_part)
     p.diag.error(msg::end_missing);
@@ -601,22 +593,18 @@ void compile_option(Parser& p) {
   if (!in_screen) return;
   // A SCREEN's option owns a block, run when the option is chosen.
   p.take(verb("detail"));
-  ++p.cond_depth;
-  p.ob.open_level();
   uint32_t stop = 0;
-  for (;;) {
-    stop = p.next();
-    if ((stop & kSectionStart) || stop == verb("end") || stop == verb("end_option")) break;
-    compile_statement(p);
+  {
+    BlockScope block(p, BlockScope::conditional | BlockScope::reopens_path);
+    p.ob.open_level();
+    stop = compile_statements_until(p, {verb("end"), verb("end_option")});
+    ops.put24(item + option::o_block, p.ob.top().head);
+    p.ob.close_level();
   }
-  ops.put24(item + option::o_block, p.ob.top().head);
-  p.ob.close_level();
-  --p.cond_depth;
-  p.path_ended = false;
   if (stop == verb("end") || stop == verb("end_option")) {
+    p.next();
     p.accept();
   } else {
-    p.push_back();
     p.diag.error_text("END-OPTION missing", Context::current_token());
   }
   p.ob.emit_statement_marker(verb("end_option"));
