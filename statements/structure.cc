@@ -10,6 +10,7 @@
 #include "expr/expr.h"
 #include "codegen/header.h"
 #include "statements/block.h"
+#include "symbols/clauses.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
@@ -306,69 +307,77 @@ void compile_exit(Parser& p) {
   p.locks.settle_path_end();
 }
 
-// CONFIRM clauses... [BEFORE ...] [CONFIRMED ...] [NOT-CONFIRMED ...] [AFTER ...] END-CONFIRM
-void compile_confirm(Parser& p) {
-  OpSpace& ops = p.ops;
-  p.accept();
-  uint32_t block = ops.alloc(confirm::size);
-  uint32_t op = emit_statement(p, verb("confirm"), opc::confirm);
-  ops.put24(op + 4, block);
-  if (p.cond_depth != 0) p.diag.error(msg::statement_not_conditional);
-  if (ops.get24(p.section + ssym::s_confirm) != 0) p.diag.error(msg::multiple_confirm_statements_not_allowed);
-  ops.put24(p.section + ssym::s_confirm, op);
-  ops.put24(block + confirm::c_accepts, p.accept_chain);
+namespace {
 
+// --- CONFIRM --------------------------------------------------------------------------------
+
+struct Confirm {
+  Parser& p;
+  uint32_t block;
   uint16_t flags = 0;
-  bool position = false, prompt = false, no_prompt = false, when = false;
-  for (;;) {
-    uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    if (c == verb("auto")) {
-      if (position || prompt || no_prompt) p.diag.error(msg::duplicate_incompatible_clause);
-      flags |= confirm::flag_auto;
-    } else if (c == verb("no_prompt")) {
-      if ((flags & confirm::flag_auto) || no_prompt || prompt) p.diag.error(msg::duplicate_incompatible_clause);
-      no_prompt = true;
-      flags |= confirm::flag_no_prompt;
-    } else if (c == verb("no_window")) {
-      flags |= confirm::flag_no_window;
-    } else if (c == verb("window")) {
-      flags |= confirm::flag_window;
-    } else if (c == verb("prompt")) {
-      if ((flags & confirm::flag_auto) || no_prompt || prompt) p.diag.error(msg::duplicate_incompatible_clause);
-      prompt = true;
-      p.take(verb("is"));
-      if (p.next() != kClassAlpha) {
-        p.fail(msg::alpha_literal_expected);
-        break;
-      }
-      int item = p.texts.add_string(p.text(), 'D');
-      ops.put16(block + confirm::c_prompt, static_cast<uint32_t>(item));
-    } else if (c == verb("default")) {
-      if (flags & confirm::flag_auto) p.diag.error(msg::duplicate_incompatible_clause);
-      p.take(verb("is"));
-      uint32_t answer = p.next();
-      if (answer == verb("yes"))
-        ops.put16(block + confirm::c_default, 'Y');
-      else if (answer == verb("no"))
-        ops.put16(block + confirm::c_default, 'N');
-      else
-        p.diag.error(msg::syntax_error);
-    } else if (c == verb("@")) {
-      if ((flags & confirm::flag_auto) || position) p.diag.error(msg::duplicate_incompatible_clause);
-      position = true;
-      read_position(p, block + confirm::c_position);
-    } else if (c == verb("when")) {
-      if (when) p.diag.error(msg::duplicate_incompatible_clause);
-      when = true;
-      compile_condition_list(p, block + confirm::c_when);
-    } else if (!skip_clause(p)) {
-      break;
-    }
-  }
-  ops.put16(block + confirm::c_flags, flags);
+};
 
-  // The parts, each at most once; any other statement opens the CONFIRMED part.
+ClauseStep confirm_flag(Confirm& c, uint16_t flag) {
+  c.flags |= flag;
+  return ClauseStep::next;
+}
+
+// PROMPT [IS] text.
+ClauseStep confirm_prompt(Confirm& c) {
+  c.p.take(verb("is"));
+  if (c.p.next() != kClassAlpha) {
+    c.p.fail(msg::alpha_literal_expected);
+    return ClauseStep::done;
+  }
+  int item = c.p.texts.add_string(c.p.text(), 'D');
+  c.p.ops.put16(c.block + confirm::c_prompt, static_cast<uint32_t>(item));
+  return ClauseStep::next;
+}
+
+// DEFAULT [IS] YES | NO.
+ClauseStep confirm_default(Confirm& c) {
+  c.p.take(verb("is"));
+  uint32_t answer = c.p.next();
+  if (answer == verb("yes"))
+    c.p.ops.put16(c.block + confirm::c_default, 'Y');
+  else if (answer == verb("no"))
+    c.p.ops.put16(c.block + confirm::c_default, 'N');
+  else
+    c.p.diag.error(msg::syntax_error);
+  return ClauseStep::next;
+}
+
+ClauseStep confirm_position(Confirm& c) {
+  read_position(c.p, c.block + confirm::c_position);
+  return ClauseStep::next;
+}
+
+ClauseStep confirm_when(Confirm& c) {
+  compile_condition_list(c.p, c.block + confirm::c_when);
+  return ClauseStep::next;
+}
+
+ClauseStep confirm_other(Confirm& c) { return skip_invalid_clause(c.p); }
+
+constexpr uint32_t kAuto = verb("auto");
+constexpr uint32_t kPrompt = verb("prompt");
+constexpr uint32_t kNoPrompt = verb("no_prompt");
+
+constexpr ClauseRow<Confirm> kConfirmClauses[] = {
+    {kAuto, Given::repeatable, {verb("@"), kPrompt, kNoPrompt}, [](Confirm& c) { return confirm_flag(c, confirm::flag_auto); }},
+    {kNoPrompt, Given::once, {kAuto, kPrompt}, [](Confirm& c) { return confirm_flag(c, confirm::flag_no_prompt); }},
+    {verb("no_window"), Given::repeatable, {}, [](Confirm& c) { return confirm_flag(c, confirm::flag_no_window); }},
+    {verb("window"), Given::repeatable, {}, [](Confirm& c) { return confirm_flag(c, confirm::flag_window); }},
+    {kPrompt, Given::once, {kAuto, kNoPrompt}, confirm_prompt},
+    {verb("default"), Given::repeatable, {kAuto}, confirm_default},
+    {verb("@"), Given::once, {kAuto}, confirm_position},
+    {verb("when"), Given::once, {}, confirm_when},
+};
+
+// The parts of a CONFIRM, each at most once; any other statement opens the CONFIRMED part.
+// Returns after END-CONFIRM, or reports it missing at a section start.
+void compile_confirm_parts(Parser& p, uint32_t block) {
+  OpSpace& ops = p.ops;
   constexpr uint32_t kParts[] = {verb("before"), verb("confirmed"), verb("not_confirmed"), verb("after")};
   constexpr uint32_t kSlots[] = {confirm::c_before, confirm::c_confirmed, confirm::c_not_confirmed, confirm::c_after};
   bool any_part = false;
@@ -403,6 +412,26 @@ void compile_confirm(Parser& p) {
     p.diag.error(msg::end_missing);
   else
     p.diag.warning_text("END-CONFIRM missing from CONFIRM", Context::current_token());
+}
+
+}  // namespace
+
+// CONFIRM clauses... [BEFORE ...] [CONFIRMED ...] [NOT-CONFIRMED ...] [AFTER ...] END-CONFIRM
+void compile_confirm(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  uint32_t block = ops.alloc(confirm::size);
+  uint32_t op = emit_statement(p, verb("confirm"), opc::confirm);
+  ops.put24(op + 4, block);
+  if (p.cond_depth != 0) p.diag.error(msg::statement_not_conditional);
+  if (ops.get24(p.section + ssym::s_confirm) != 0) p.diag.error(msg::multiple_confirm_statements_not_allowed);
+  ops.put24(p.section + ssym::s_confirm, op);
+  ops.put24(block + confirm::c_accepts, p.accept_chain);
+
+  Confirm c{p, block};
+  read_clauses(p, kConfirmClauses, c, confirm_other);
+  ops.put16(block + confirm::c_flags, c.flags);
+  compile_confirm_parts(p, block);
 }
 
 // OPTION title clauses... [block END-OPTION]: an item of a MENU, or a button of a FORM-ENTRY
