@@ -317,8 +317,9 @@ struct Confirm {
   uint16_t flags = 0;
 };
 
-ClauseStep confirm_flag(Confirm& c, uint16_t flag) {
-  c.flags |= flag;
+template <uint16_t Flag>
+ClauseStep confirm_flag(Confirm& c) {
+  c.flags |= Flag;
   return ClauseStep::next;
 }
 
@@ -364,10 +365,10 @@ constexpr uint32_t kPrompt = verb("prompt");
 constexpr uint32_t kNoPrompt = verb("no_prompt");
 
 constexpr ClauseRow<Confirm> kConfirmClauses[] = {
-    {kAuto, Given::repeatable, {verb("@"), kPrompt, kNoPrompt}, [](Confirm& c) { return confirm_flag(c, confirm::flag_auto); }},
-    {kNoPrompt, Given::once, {kAuto, kPrompt}, [](Confirm& c) { return confirm_flag(c, confirm::flag_no_prompt); }},
-    {verb("no_window"), Given::repeatable, {}, [](Confirm& c) { return confirm_flag(c, confirm::flag_no_window); }},
-    {verb("window"), Given::repeatable, {}, [](Confirm& c) { return confirm_flag(c, confirm::flag_window); }},
+    {kAuto, Given::repeatable, {verb("@"), kPrompt, kNoPrompt}, confirm_flag<confirm::flag_auto>},
+    {kNoPrompt, Given::once, {kAuto, kPrompt}, confirm_flag<confirm::flag_no_prompt>},
+    {verb("no_window"), Given::repeatable, {}, confirm_flag<confirm::flag_no_window>},
+    {verb("window"), Given::repeatable, {}, confirm_flag<confirm::flag_window>},
     {kPrompt, Given::once, {kAuto, kNoPrompt}, confirm_prompt},
     {verb("default"), Given::repeatable, {kAuto}, confirm_default},
     {verb("@"), Given::once, {kAuto}, confirm_position},
@@ -434,11 +435,174 @@ void compile_confirm(Parser& p) {
   compile_confirm_parts(p, block);
 }
 
-// OPTION title clauses... [block END-OPTION]: an item of a MENU, or a button of a FORM-ENTRY
-// SCREEN with a block of its own.
-void compile_option(Parser& p) {
+namespace {
+
+// --- OPTION ---------------------------------------------------------------------------------
+
+struct Option {
+  Parser& p;
+  uint32_t item;
+  uint8_t flags = 0;
+  uint16_t attrs = 0;
+  bool log = false;
+  bool bitmap = false;
+  bool colour = false;
+  uint32_t fg = 0, bg = 0;  // colours until it is known whether a BITMAP was given
+};
+
+template <uint16_t Bit>
+ClauseStep option_attribute(Option& o) {
+  o.attrs |= Bit;
+  return ClauseStep::next;
+}
+
+// BITMAP [IS] text and its variants. A graphical menu shows bitmaps.
+template <uint32_t Slot>
+ClauseStep option_bitmap(Option& o) {
+  Parser& p = o.p;
+  const uint32_t word = p.cls();
+  p.take(verb("is"));
+  alpha_list(p, o.item + Slot, 0);
+  if (word == verb("bitmap")) {
+    o.flags |= option::flag_bitmap;
+    o.bitmap = true;
+  }
+  if (word == verb("bitmap_hover")) o.attrs |= option::attr_bitmap_hover;
+  p.ops.put16(p.section + ssym::s_marks, p.ops.get16(p.section + ssym::s_marks) | ssym::mark_graphical_menu);
+  return ClauseStep::next;
+}
+
+ClauseStep option_position(Option& o) {
+  read_position(o.p, o.item + option::o_position);
+  return ClauseStep::next;
+}
+
+// TO @ row, column.
+ClauseStep option_to(Option& o) {
+  if (o.p.next() != verb("@")) {
+    o.p.fail(msg::syntax_error);
+    return ClauseStep::done;
+  }
+  o.flags |= option::flag_to;
+  read_position(o.p, o.item + option::o_to_position);
+  return ClauseStep::next;
+}
+
+ClauseStep option_help(Option& o) {
+  o.p.take(verb("is"));
+  alpha_list(o.p, o.item + option::o_help, 0);
+  return ClauseStep::next;
+}
+
+ClauseStep option_when(Option& o) {
+  compile_condition_list(o.p, o.item + option::o_when);
+  return ClauseStep::next;
+}
+
+// SECURITY [LEVEL] [IS] number.
+ClauseStep option_security(Option& o) {
+  Parser& p = o.p;
+  p.take(verb("level"));
+  p.take(verb("is"));
+  if (p.next() != kClassNumeric) {
+    p.diag.error(msg::numeric_literal_expected);
+    p.push_back();
+    return ClauseStep::next;
+  }
+  p.ops.put16(o.item + option::o_security, static_cast<uint32_t>(std::lround(std::fabs(p.tok.value()))) & 0xffff);
+  return ClauseStep::next;
+}
+
+// LOG [text]: without a text, a literal title is logged.
+ClauseStep option_log(Option& o) {
+  o.log = true;
+  if (o.p.next() == kClassAlpha)
+    o.p.ops.put24(o.item + option::o_log, o.p.ops.store_text(o.p.text()));
+  else
+    o.p.push_back();
+  return ClauseStep::next;
+}
+
+// ICON [IS] value and DEFAULT-BUTTON [IS] value.
+template <uint8_t Flag, uint32_t Slot>
+ClauseStep option_operand(Option& o) {
+  o.p.take(verb("is"));
+  o.flags |= Flag;
+  compile_operand(o.p, o.item + Slot, 0);
+  return ClauseStep::next;
+}
+
+ClauseStep option_colour(Option& o) {
+  OpSpace& ops = o.p.ops;
+  o.colour = true;
+  uint32_t pair = ops.alloc(6);
+  read_colour(o.p, pair, pair + 3);
+  o.fg = ops.get24(pair);
+  o.bg = ops.get24(pair + 3);
+  return ClauseStep::next;
+}
+
+// SCALE [IS] value: a literal scale is also kept as a number.
+ClauseStep option_scale(Option& o) {
+  o.p.take(verb("is"));
+  o.flags |= option::flag_scaled;
+  Operand v = compile_operand(o.p, o.item + option::o_scale, -2);
+  if (v.literal) {
+    o.flags |= option::flag_scale_literal;
+    o.p.ops.put16(o.item + option::o_scale_literal, static_cast<uint32_t>(std::lround(std::fabs(v.value))) & 0xffff);
+  }
+  return ClauseStep::next;
+}
+
+ClauseStep option_text_position(Option& o) {
+  if (!o.p.take(verb("at"))) o.p.take(verb("is"));
+  o.flags |= option::flag_scaled;
+  compile_operand(o.p, o.item + option::o_text_position, 0);
+  return ClauseStep::next;
+}
+
+ClauseStep option_hot_key(Option& o) {
+  o.p.take(verb("is"));
+  o.attrs |= option::attr_hot_key;
+  o.p.max_opt_ver(7);
+  Operand v = compile_operand(o.p, o.item + option::o_hot_key, -1);
+  if (v.literal && (v.value < 1 || v.value > 24))
+    o.p.diag.warning_text("Unsupported hot key value", Context::current_token());
+  return ClauseStep::next;
+}
+
+ClauseStep option_other(Option& o) { return skip_invalid_clause(o.p); }
+
+constexpr ClauseRow<Option> kOptionClauses[] = {
+    {verb("absolute_coordinates"), Given::once, {}, option_attribute<option::attr_absolute>},
+    {verb("hidden"), Given::once, {}, option_attribute<option::attr_hidden>},
+    {verb("no_aspect_ratio"), Given::once, {}, option_attribute<option::attr_no_aspect_ratio>},
+    {verb("bold"), Given::once, {}, option_attribute<option::attr_bold>},
+    {verb("underline"), Given::once, {}, option_attribute<option::attr_underline>},
+    {verb("italic"), Given::once, {}, option_attribute<option::attr_italic>},
+    {verb("bitmap"), Given::once, {}, option_bitmap<option::o_bitmap>},
+    {verb("bitmap_pushed"), Given::once, {}, option_bitmap<option::o_bitmap_pushed>},
+    {verb("bitmap_focus"), Given::once, {}, option_bitmap<option::o_bitmap_focus>},
+    {verb("bitmap_grayed"), Given::once, {}, option_bitmap<option::o_bitmap_grayed>},
+    {verb("bitmap_hover"), Given::once, {}, option_bitmap<option::o_bitmap_hover>},
+    {verb("@"), Given::once, {}, option_position},
+    {verb("to"), Given::once, {}, option_to},
+    {verb("help"), Given::once, {}, option_help},
+    {verb("when"), Given::once, {}, option_when},
+    {verb("security"), Given::once, {}, option_security},
+    {verb("log"), Given::once, {}, option_log},
+    {verb("icon"), Given::once, {}, option_operand<option::flag_icon, option::o_icon>},
+    {verb("default_button"), Given::once, {}, option_operand<option::flag_default_button, option::o_default_button>},
+    {verb("colour"), Given::once, {}, option_colour},
+    {verb("scale"), Given::once, {}, option_scale},
+    {verb("text_position"), Given::once, {}, option_text_position},
+    {verb("hot_key"), Given::once, {}, option_hot_key},
+};
+
+// Where an OPTION stands: in the DETAIL of a MENU, or of a FORM-ENTRY SCREEN (true: it then owns
+// a block).
+bool check_option_place(Parser& p) {
   OpSpace& ops = p.ops;
-  p.accept();
   uint32_t s = p.section;
   uint16_t kind = kind_of(p);
   bool in_screen = p.part == SectionPart::detail && kind == ssym::kind_screen;
@@ -456,178 +620,47 @@ void compile_option(Parser& p) {
     p.diag.error(msg::statement_valid_within_detail_menu);
   }
   if (ops.get24(s + ssym::s_confirm) != 0) p.diag.error(msg::statement_used_after_confirm);
+  return in_screen;
+}
 
-  uint32_t item = ops.alloc(option::size);
-  uint32_t op = emit_statement(p, verb("option"), opc::option);
-  ops.put24(op + 4, item);
-  ops.put16(op + 7, option::size);
-  alpha_list(p, item + option::o_title, 'O');
-  uint32_t title = ops.get24(item + option::o_title);
-
-  uint8_t flags = 0;
-  uint16_t attrs = 0;
-  bool log = false, bitmap = false, colour = false;
-  uint32_t fg = 0, bg = 0;  // colours until it is known whether a BITMAP was given
-  std::vector<uint32_t> seen;
-  auto once = [&](uint32_t code) {
-    for (uint32_t c : seen)
-      if (c == code) {
-        p.diag.error(msg::duplicate_incompatible_clause);
-        return;
-      }
-    seen.push_back(code);
-  };
-  struct Attribute {
-    uint32_t code;
-    uint16_t bit;
-  };
-  static constexpr Attribute kAttributes[] = {
-      {verb("absolute_coordinates"), option::attr_absolute}, {verb("hidden"), option::attr_hidden},
-      {verb("no_aspect_ratio"), option::attr_no_aspect_ratio}, {verb("bold"), option::attr_bold},
-      {verb("underline"), option::attr_underline},           {verb("italic"), option::attr_italic},
-  };
-  struct Bitmap {
-    uint32_t code;
-    uint32_t slot;
-  };
-  static constexpr Bitmap kBitmaps[] = {
-      {verb("bitmap"), option::o_bitmap},         {verb("bitmap_pushed"), option::o_bitmap_pushed},
-      {verb("bitmap_focus"), option::o_bitmap_focus}, {verb("bitmap_grayed"), option::o_bitmap_grayed},
-      {verb("bitmap_hover"), option::o_bitmap_hover},
-  };
-  for (;;) {
-    uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    const Attribute* attr = nullptr;
-    for (const Attribute& a : kAttributes)
-      if (a.code == c) attr = &a;
-    const Bitmap* bm = nullptr;
-    for (const Bitmap& b : kBitmaps)
-      if (b.code == c) bm = &b;
-    if (attr) {
-      once(c);
-      attrs |= attr->bit;
-    } else if (bm) {
-      once(c);
-      p.take(verb("is"));
-      alpha_list(p, item + bm->slot, 0);
-      if (bm->code == verb("bitmap")) {
-        flags |= option::flag_bitmap;
-        bitmap = true;
-      }
-      if (bm->code == verb("bitmap_hover")) attrs |= option::attr_bitmap_hover;
-      ops.put16(s + ssym::s_marks, ops.get16(s + ssym::s_marks) | ssym::mark_graphical_menu);
-    } else if (c == verb("@")) {
-      once(c);
-      read_position(p, item + option::o_position);
-    } else if (c == verb("to")) {
-      once(c);
-      if (p.next() != verb("@")) {
-        p.fail(msg::syntax_error);
-        break;
-      }
-      flags |= option::flag_to;
-      read_position(p, item + option::o_to_position);
-    } else if (c == verb("help")) {
-      once(c);
-      p.take(verb("is"));
-      alpha_list(p, item + option::o_help, 0);
-    } else if (c == verb("when")) {
-      once(c);
-      compile_condition_list(p, item + option::o_when);
-    } else if (c == verb("security")) {
-      once(c);
-      p.take(verb("level"));
-      p.take(verb("is"));
-      if (p.next() != kClassNumeric) {
-        p.diag.error(msg::numeric_literal_expected);
-        p.push_back();
-        continue;
-      }
-      ops.put16(item + option::o_security, static_cast<uint32_t>(std::lround(std::fabs(p.tok.value()))) & 0xffff);
-    } else if (c == verb("log")) {
-      once(c);
-      log = true;
-      if (p.next() == kClassAlpha)
-        ops.put24(item + option::o_log, ops.store_text(p.text()));
-      else
-        p.push_back();
-    } else if (c == verb("icon")) {
-      once(c);
-      p.take(verb("is"));
-      flags |= option::flag_icon;
-      compile_operand(p, item + option::o_icon, 0);
-    } else if (c == verb("default_button")) {
-      once(c);
-      p.take(verb("is"));
-      flags |= option::flag_default_button;
-      compile_operand(p, item + option::o_default_button, 0);
-    } else if (c == verb("colour")) {
-      once(c);
-      colour = true;
-      uint32_t pair = ops.alloc(6);
-      read_colour(p, pair, pair + 3);
-      fg = ops.get24(pair);
-      bg = ops.get24(pair + 3);
-    } else if (c == verb("scale")) {
-      once(c);
-      p.take(verb("is"));
-      flags |= option::flag_scaled;
-      Operand v = compile_operand(p, item + option::o_scale, -2);
-      if (v.literal) {
-        flags |= option::flag_scale_literal;
-        ops.put16(item + option::o_scale_literal, static_cast<uint32_t>(std::lround(std::fabs(v.value))) & 0xffff);
-      }
-    } else if (c == verb("text_position")) {
-      once(c);
-      if (!p.take(verb("at"))) p.take(verb("is"));
-      flags |= option::flag_scaled;
-      compile_operand(p, item + option::o_text_position, 0);
-    } else if (c == verb("hot_key")) {
-      once(c);
-      p.take(verb("is"));
-      attrs |= option::attr_hot_key;
-      p.max_opt_ver(7);
-      Operand v = compile_operand(p, item + option::o_hot_key, -1);
-      if (v.literal && (v.value < 1 || v.value > 24))
-        p.diag.warning_text("Unsupported hot key value", Context::current_token());
-    } else if (!skip_clause(p)) {
-      break;
-    }
-  }
-
-  if (colour) {
-    if (bitmap) {
-      ops.put24(item + option::o_bitmap_fg, fg);
+// After the clauses: the colours (a foreground only with a BITMAP), the logged title, the flags
+// and the position, which only a hidden option may leave out.
+void finish_option(Option& o, uint32_t title) {
+  OpSpace& ops = o.p.ops;
+  const uint32_t item = o.item;
+  if (o.colour) {
+    if (o.bitmap) {
+      ops.put24(item + option::o_bitmap_fg, o.fg);
     } else {
-      flags |= option::flag_colours;
-      ops.put24(item + option::o_colour_fg, fg);
-      ops.put24(item + option::o_colour_bg, bg);
+      o.flags |= option::flag_colours;
+      ops.put24(item + option::o_colour_fg, o.fg);
+      ops.put24(item + option::o_colour_bg, o.bg);
     }
   }
-  if (!log && title != 0 && ops.at(title)[3] == opc::text_item)
-    ops.put24(item + option::o_log, p.texts.offset(static_cast<int>(ops.get16(title + 4))));
-  if (attrs != 0) flags |= option::flag_extended;
-  ops.at(item + option::o_flags)[0] = flags;
-  ops.put16(item + option::o_attributes, attrs);
+  if (!o.log && title != 0 && ops.at(title)[3] == opc::text_item)
+    ops.put24(item + option::o_log, o.p.texts.offset(static_cast<int>(ops.get16(title + 4))));
+  if (o.attrs != 0) o.flags |= option::flag_extended;
+  ops.at(item + option::o_flags)[0] = o.flags;
+  ops.put16(item + option::o_attributes, o.attrs);
   if (ops.get24(item + option::o_position) == 0 && ops.get24(item + option::o_position + 3) == 0) {
-    if (attrs & option::attr_hidden) {
+    if (o.attrs & option::attr_hidden) {
       ops.put24(item + option::o_position, 1);
       ops.put24(item + option::o_position + 3, 1);
     } else {
-      p.diag.error(msg::row_column_coordinates_mandatory);
+      o.p.diag.error(msg::row_column_coordinates_mandatory);
     }
   }
+}
 
-  if (!in_screen) return;
-  // A SCREEN's option owns a block, run when the option is chosen.
+// A SCREEN's option owns a block, run when the option is chosen: [DETAIL] ... END-OPTION.
+void compile_option_block(Parser& p, uint32_t item) {
   p.take(verb("detail"));
   uint32_t stop = 0;
   {
     BlockScope block(p, BlockScope::conditional | BlockScope::reopens_path);
     p.ob.open_level();
     stop = compile_statements_until(p, {verb("end"), verb("end_option")});
-    ops.put24(item + option::o_block, p.ob.top().head);
+    p.ops.put24(item + option::o_block, p.ob.top().head);
     p.ob.close_level();
   }
   if (stop == verb("end") || stop == verb("end_option")) {
@@ -637,6 +670,27 @@ void compile_option(Parser& p) {
     p.diag.error_text("END-OPTION missing", Context::current_token());
   }
   p.ob.emit_statement_marker(verb("end_option"));
+}
+
+}  // namespace
+
+// OPTION title clauses... [block END-OPTION]: an item of a MENU, or a button of a FORM-ENTRY
+// SCREEN with a block of its own.
+void compile_option(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  bool in_screen = check_option_place(p);
+  uint32_t item = ops.alloc(option::size);
+  uint32_t op = emit_statement(p, verb("option"), opc::option);
+  ops.put24(op + 4, item);
+  ops.put16(op + 7, option::size);
+  alpha_list(p, item + option::o_title, 'O');
+  uint32_t title = ops.get24(item + option::o_title);
+
+  Option o{p, item};
+  read_clauses(p, kOptionClauses, o, option_other);
+  finish_option(o, title);
+  if (in_screen) compile_option_block(p, item);
 }
 
 // COMMAND, CALL and QUERY: run a program, another compiled program, or a query.
