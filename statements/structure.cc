@@ -179,11 +179,85 @@ uint32_t count_entries(Parser& p, uint32_t list) {
 
 }  // namespace
 
-// DO [NEXT | LOCAL] section [mode ...] [INITIAL-MODE mode] [SAME] [ONCE] [SUB-SCREEN]
-void compile_do(Parser& p) {
-  OpSpace& ops = p.ops;
-  p.accept();
+namespace {
+
+// --- DO -------------------------------------------------------------------------------------
+
+struct Do {
+  Parser& p;
   uint16_t flags = 0;
+  uint32_t modes = 0, initial = 0, params = 0, results = 0;
+  int mode_count = 0, result_count = 0;
+  std::vector<ExprType> param_types{};
+  bool initial_given = false, params_given = false, results_given = false;
+};
+
+// INITIAL-MODE [IS] mode.
+ClauseStep do_initial_mode(Do& d) {
+  d.initial_given = true;
+  d.p.take(verb("is"));
+  d.p.next();
+  d.initial = find_mode(d.p, d.p.text());
+  if (d.initial == 0) d.p.diag.error(msg::mode_not_defined_known);
+  return ClauseStep::next;
+}
+
+template <uint16_t Flag>
+ClauseStep do_flag(Do& d) {
+  d.flags |= Flag;
+  return ClauseStep::next;
+}
+
+ClauseStep do_parameters(Do& d) {
+  d.params_given = true;
+  d.p.take(verb("are"));
+  d.params = expression_entries(d.p, allow_whole_arrays, &d.param_types);
+  return ClauseStep::next;
+}
+
+ClauseStep do_returning(Do& d) {
+  d.results_given = true;
+  d.results = returning_entries(d.p, &d.result_count);
+  return ClauseStep::next;
+}
+
+// The modes passed to the section: mode names, SEARCH (the five search modes), PREV and SHOW,
+// before any INITIAL-MODE. Any other word is an invalid clause.
+ClauseStep do_mode(Do& d) {
+  Parser& p = d.p;
+  const uint32_t c = p.cls();
+  if (c != verb("search") && c != verb("prev") && c != verb("show") && c != kClassName && find_mode(p, p.text()) == 0)
+    return skip_invalid_clause(p);
+  if (d.initial_given) {
+    p.diag.error(msg::syntax_error);
+  } else if (c == verb("search")) {
+    for (const char* m : {"find", "next", "prev", "next-scr", "prev-scr"}) add_mode_to_list(p, d.modes, m);
+    d.mode_count += 5;
+  } else if (c == verb("show")) {
+    add_mode_to_list(p, d.modes, "~-show");
+    d.flags |= doop::show;
+    ++d.mode_count;
+  } else if (add_mode_to_list(p, d.modes, c == verb("prev") ? "prev" : p.text())) {
+    ++d.mode_count;
+  } else {
+    p.diag.error(msg::mode_not_defined_known);
+  }
+  return ClauseStep::next;
+}
+
+constexpr ClauseRow<Do> kDoClauses[] = {
+    {verb("initial_mode"), Given::once, {}, do_initial_mode},
+    {verb("same"), Given::repeatable, {}, do_flag<doop::same>},
+    {verb("once"), Given::repeatable, {}, do_flag<doop::once>},
+    {verb("sub_screen"), Given::repeatable, {}, do_flag<doop::sub_screen>},
+    {verb("parameters"), Given::once, {}, do_parameters},
+    {verb("returning"), Given::once, {}, do_returning},
+};
+
+// [NEXT | LOCAL] section: the section called, declared when not known yet. A section in a shared
+// library (NEXT) gets its routine number on first call. 0 after reporting.
+uint32_t do_section(Parser& p, uint16_t& flags) {
+  OpSpace& ops = p.ops;
   uint32_t c = p.next();
   if (c == verb("next")) {
     flags |= doop::next;
@@ -194,7 +268,7 @@ void compile_do(Parser& p) {
   }
   if (c != kClassName) {
     p.fail(msg::screen_name_expected);
-    return;
+    return 0;
   }
   uint32_t section = p.syms.find_or_declare_section(p.text(), false);
   if ((flags & doop::next) && ops.get16(section + ssym::s_routine) == 0) {
@@ -202,83 +276,51 @@ void compile_do(Parser& p) {
     ops.put16(hdr::library_count, number);
     ops.put16(section + ssym::s_routine, number);
   }
+  return section;
+}
 
-  uint32_t modes = 0, initial = 0, params = 0, results = 0;
-  int mode_count = 0, result_count = 0;
-  std::vector<ExprType> param_types;
-  bool initial_given = false, params_given = false, results_given = false;
-  for (;;) {
-    c = p.next();
-    if (p.at_statement_start()) break;
-    if (c == verb("initial_mode")) {
-      if (initial_given) p.diag.error(msg::duplicate_incompatible_clause);
-      initial_given = true;
-      p.take(verb("is"));
-      p.next();
-      initial = find_mode(p, p.text());
-      if (initial == 0) p.diag.error(msg::mode_not_defined_known);
-    } else if (c == verb("same")) {
-      flags |= doop::same;
-    } else if (c == verb("once")) {
-      flags |= doop::once;
-    } else if (c == verb("sub_screen")) {
-      flags |= doop::sub_screen;
-    } else if (c == verb("parameters")) {
-      if (params_given) p.diag.error(msg::duplicate_incompatible_clause);
-      params_given = true;
-      p.take(verb("are"));
-      params = expression_entries(p, allow_whole_arrays, &param_types);
-    } else if (c == verb("returning")) {
-      if (results_given) p.diag.error(msg::duplicate_incompatible_clause);
-      results_given = true;
-      results = returning_entries(p, &result_count);
-    } else if (c == verb("search") || c == verb("prev") || c == verb("show") || c == kClassName ||
-               find_mode(p, p.text()) != 0) {
-      if (initial_given) {
-        p.diag.error(msg::syntax_error);
-        continue;
-      }
-      if (c == verb("search")) {
-        for (const char* m : {"find", "next", "prev", "next-scr", "prev-scr"}) add_mode_to_list(p, modes, m);
-        mode_count += 5;
-      } else if (c == verb("show")) {
-        add_mode_to_list(p, modes, "~-show");
-        flags |= doop::show;
-        ++mode_count;
-      } else if (add_mode_to_list(p, modes, c == verb("prev") ? "prev" : p.text())) {
-        ++mode_count;
-      } else {
-        p.diag.error(msg::mode_not_defined_known);
-      }
-    } else if (!skip_clause(p)) {
-      break;
-    }
-  }
-
+// The argument lists against the section's own: checked when it is defined, recorded for its
+// definition to check when it is not.
+void check_do_lists(Do& d, uint32_t section) {
+  Parser& p = d.p;
+  OpSpace& ops = p.ops;
   bool defined = (ops.get16(section + ssym::s_kind) & ssym::kind_mask) != ssym::kind_undefined;
   uint32_t declared = ops.get24(section + ssym::s_params);
-  if (!params_given && declared != 0) {
+  if (!d.params_given && declared != 0) {
     p.diag.error(msg::parameter_list_mismatch);
-  } else if (params_given && defined && count_entries(p, declared) != param_types.size()) {
+  } else if (d.params_given && defined && count_entries(p, declared) != d.param_types.size()) {
     p.diag.error(msg::parameter_list_mismatch);
-  } else if (params_given && !defined && declared == 0) {
-    record_arguments(p, section, ssym::s_params, params, false, param_types);
+  } else if (d.params_given && !defined && declared == 0) {
+    record_arguments(p, section, ssym::s_params, d.params, false, d.param_types);
   }
-  if (results_given && !defined && ops.get24(section + ssym::s_returning) == 0)
-    record_arguments(p, section, ssym::s_returning, results, true);
-  if (mode_count > 1) flags &= static_cast<uint16_t>(~doop::show);
-  if (ops.get16(section + ssym::s_routine) != 0 && (modes != 0 || initial != 0) && !(flags & doop::local))
+  if (d.results_given && !defined && ops.get24(section + ssym::s_returning) == 0)
+    record_arguments(p, section, ssym::s_returning, d.results, true);
+}
+
+}  // namespace
+
+// DO [NEXT | LOCAL] section [mode ...] [INITIAL-MODE mode] [SAME] [ONCE] [SUB-SCREEN]
+void compile_do(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  Do d{p};
+  uint32_t section = do_section(p, d.flags);
+  if (section == 0) return;
+  read_clauses(p, kDoClauses, d, do_mode);
+  check_do_lists(d, section);
+  if (d.mode_count > 1) d.flags &= static_cast<uint16_t>(~doop::show);
+  if (ops.get16(section + ssym::s_routine) != 0 && (d.modes != 0 || d.initial != 0) && !(d.flags & doop::local))
     p.diag.warning_text("Cannot pass screen modes to shared library routines", Context::current_token());
 
-  bool lists = params_given || results_given;
+  bool lists = d.params_given || d.results_given;
   uint32_t op = emit_statement(p, verb("do"), lists ? opc::do_call_params : opc::do_call);
   ops.put24(op + doop::section, section);
-  ops.put16(op + doop::flags, flags);
-  ops.put24(op + doop::modes, modes);
-  ops.put24(op + doop::initial, initial);
+  ops.put16(op + doop::flags, d.flags);
+  ops.put24(op + doop::modes, d.modes);
+  ops.put24(op + doop::initial, d.initial);
   if (lists) {
-    ops.put24(op + doop::params, params);
-    ops.put24(op + doop::returning, results);
+    ops.put24(op + doop::params, d.params);
+    ops.put24(op + doop::returning, d.results);
   }
 }
 
