@@ -25,6 +25,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <type_traits>
 
 #include "symbols/parser_core.h"
 
@@ -96,7 +97,7 @@ const ClauseRow<State>* apply_clause(ParserCore& p, std::span<const ClauseRow<St
 // `other` takes a word no row opens. Returns what was seen, for checks after the last clause.
 template <class State>
 ClausesSeen read_clauses(ParserCore& p, std::span<const ClauseRow<State>> rows, State& state,
-                         ClauseStep (*other)(State&)) {
+                         std::type_identity_t<ClauseStep (*)(State&)> other) {
   ClausesSeen seen;
   for (;;) {
     p.next();
@@ -110,7 +111,7 @@ ClausesSeen read_clauses(ParserCore& p, std::span<const ClauseRow<State>> rows, 
 // The same, over a constexpr array of rows.
 template <class State, size_t N>
 ClausesSeen read_clauses(ParserCore& p, const ClauseRow<State> (&rows)[N], State& state,
-                         ClauseStep (*other)(State&)) {
+                         std::type_identity_t<ClauseStep (*)(State&)> other) {
   static_assert(N <= 64, "a clause table has at most 64 rows");
   return read_clauses(p, std::span<const ClauseRow<State>>(rows), state, other);
 }
