@@ -7,15 +7,15 @@
 // their own target bytes and patched when the closing verb is read. Loop bodies, conditions and
 // the FOR increment are op lists of their own, built on nesting levels.
 //
-// Every construct raises the depth counters for its whole extent and lowers them again also when
-// its closing verb is missing, so one missing END-IF does not disturb the rest of the file. The
-// ACCEPT chain of the part is put back at the start of every branch and at the end, so that no
-// branch sees the ACCEPTs of another.
+// Every construct holds a block scope (statements/block.h) for its whole extent: the depth
+// counters, and per branch of IF or SWITCH a lock-state frame and the ACCEPT chain of the part,
+// put back when the branch ends so that no branch sees the ACCEPTs of another.
 
 #include <initializer_list>
 
 #include "codegen/convert.h"
 #include "expr/expr.h"
+#include "statements/block.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
@@ -34,21 +34,6 @@ constexpr uint32_t kElseIf = verb("else_if");
 constexpr uint32_t kEndIf = verb("end_if");
 constexpr uint32_t kUntil = verb("until");
 constexpr uint32_t kDetail = verb("detail");
-
-// Compiles statements into the current op list until a section start or one of `stops`, which is
-// left to be read again; returns that token's class.
-uint32_t compile_body(Parser& p, std::initializer_list<uint32_t> stops) {
-  for (;;) {
-    uint32_t c = p.next();
-    bool stop = (c & kSectionStart) != 0;
-    for (uint32_t s : stops) stop = stop || c == s;
-    if (stop) {
-      p.push_back();
-      return c;
-    }
-    compile_statement(p);
-  }
-}
 
 // Reads the closing verb: true when it is one of the two given (and consumed); otherwise reports
 // "<name> missing" and leaves the token for the next statement or section.
@@ -80,37 +65,20 @@ void patch_jumps(Parser& p, uint32_t chain) {
   }
 }
 
-// Holds the ACCEPT chain of the part while a construct is open and puts it back.
-class AcceptScope {
- public:
-  explicit AcceptScope(Parser& p) : p_(p), saved_(p.accept_chain) {}
-  ~AcceptScope() { restore(); }
-  AcceptScope(const AcceptScope&) = delete;
-  AcceptScope& operator=(const AcceptScope&) = delete;
-  void restore() { p_.accept_chain = saved_; }
-
- private:
-  Parser& p_;
-  uint32_t saved_;
-};
-
-// A branch of IF or SWITCH: a lock-state frame around the statements, and the path open again
-// after them.
+// A branch of IF or SWITCH.
 uint32_t compile_branch(Parser& p, std::initializer_list<uint32_t> stops) {
-  p.locks.open();
-  uint32_t stop = compile_body(p, stops);
-  p.locks.close();
-  p.path_ended = false;
-  return stop;
+  BlockScope branch(p, BlockScope::branch);
+  return compile_statements_until(p, stops);
 }
 
 // A loop body on a level of its own; returns its op list and leaves the stop token in `stop`.
+// The path is open again after it: an EXIT inside ends only one pass.
 uint32_t compile_loop_body(Parser& p, std::initializer_list<uint32_t> stops, uint32_t& stop) {
+  BlockScope body(p, BlockScope::reopens_path);
   p.ob.open_level();
-  stop = compile_body(p, stops);
+  stop = compile_statements_until(p, stops);
   uint32_t head = p.ob.top().head;
   p.ob.close_level();
-  p.path_ended = false;
   return head;
 }
 
@@ -220,14 +188,12 @@ void read_case_values(Parser& p, uint32_t case_op, bool numeric) {
 void compile_if(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
-  ++p.cond_depth;
-  AcceptScope accepts(p);
+  BlockScope construct(p, BlockScope::conditional | BlockScope::accepts);
   uint32_t jumps = 0;   // pending jumps to the end
   uint32_t branch = 0;  // the Op::if_ of the branch being compiled
   uint32_t opening = verb("if");
   uint32_t stop = 0;
   for (;;) {
-    accepts.restore();
     if (branch != 0) ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
     p.ob.emit_statement_marker(opening);
     branch = p.ob.emit(Op::if_);
@@ -242,7 +208,6 @@ void compile_if(Parser& p) {
   if (stop == kElse) {
     p.next();
     p.accept();
-    accepts.restore();
     ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
     p.ob.emit_statement_marker(kElse);
     stop = compile_branch(p, {kEnd, kEndIf});
@@ -251,7 +216,6 @@ void compile_if(Parser& p) {
   }
   patch_jumps(p, jumps);
   if (close_with(p, stop, kEndIf, txt::end_if_missing)) p.ob.emit_statement_marker(kEndIf);
-  --p.cond_depth;
   p.locks.settle_branches();
 }
 
@@ -259,9 +223,7 @@ void compile_if(Parser& p) {
 void compile_while(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
-  ++p.cond_depth;
-  ++p.loop_depth;
-  AcceptScope accepts(p);
+  BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   p.ob.emit_statement_marker(verb("while"));
   uint32_t op = p.ob.emit(Op::while_);
   compile_condition_list(p, op + ctl::loop_condition);
@@ -270,8 +232,6 @@ void compile_while(Parser& p) {
   ops.put24(op + ctl::loop_body, compile_loop_body(p, {kEnd, verb("end_while")}, stop));
   close_with(p, stop, verb("end_while"), txt::end_while_missing);
   p.ob.emit_statement_marker(verb("end_while"));
-  --p.cond_depth;
-  --p.loop_depth;
 }
 
 // REPEAT ... UNTIL condition [DETAIL] ... END-REPEAT: the first list runs, the loop stops when
@@ -279,9 +239,7 @@ void compile_while(Parser& p) {
 void compile_repeat(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
-  ++p.cond_depth;
-  ++p.loop_depth;
-  AcceptScope accepts(p);
+  BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   p.ob.emit_statement_marker(verb("repeat"));
   uint32_t op = p.ob.emit(Op::repeat);
   uint32_t stop = 0;
@@ -298,8 +256,6 @@ void compile_repeat(Parser& p) {
   ops.put24(op + ctl::repeat_second, compile_loop_body(p, {kEnd, verb("end_repeat")}, stop));
   close_with(p, stop, verb("end_repeat"), txt::end_repeat_missing);
   p.ob.emit_statement_marker(verb("end_repeat"));
-  --p.cond_depth;
-  --p.loop_depth;
 }
 
 // FOR field = start [DOWN] TO limit [STEP step] [DETAIL] ... END-FOR: the assignment, then a
@@ -348,9 +304,7 @@ void compile_for(Parser& p) {
   p.ob.close_level();
 
   p.take(kDetail);
-  ++p.cond_depth;
-  ++p.loop_depth;
-  AcceptScope accepts(p);
+  BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   uint32_t stop = 0;
   ops.put24(op + ctl::loop_body, compile_loop_body(p, {kEnd, verb("end_for")}, stop));
   p.ob.open_level();
@@ -358,9 +312,6 @@ void compile_for(Parser& p) {
   ops.put24(op + ctl::loop_increment, p.ob.top().head);
   p.ob.close_level();
   close_with(p, stop, verb("end_for"), txt::end_for_missing);
-  --p.cond_depth;
-  --p.loop_depth;
-  p.path_ended = false;
   p.ob.emit_statement_marker(verb("end_for"));
 }
 
@@ -368,8 +319,7 @@ void compile_for(Parser& p) {
 void compile_switch(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
-  ++p.cond_depth;
-  AcceptScope accepts(p);
+  BlockScope construct(p, BlockScope::conditional | BlockScope::accepts);
   p.take(verb("on"));
   uint16_t variant = 0;
   uint32_t c = p.next();
@@ -392,7 +342,6 @@ void compile_switch(Parser& p) {
   while (stop == kCase) {
     p.next();
     p.accept();
-    accepts.restore();
     if (link != op + ctl::sw_first_case) emit_jump(p, jumps);
     p.take(verb("of"));
     p.ob.emit_statement_marker(kCase);
@@ -405,7 +354,6 @@ void compile_switch(Parser& p) {
   if (stop == kElse) {
     p.next();
     p.accept();
-    accepts.restore();
     ops.put24(op + ctl::sw_else, emit_jump(p, jumps));
     p.ob.emit_statement_marker(kElse);
     stop = compile_branch(p, {kEnd, verb("end_switch")});
@@ -415,7 +363,6 @@ void compile_switch(Parser& p) {
   patch_jumps(p, jumps);
   if (close_with(p, stop, verb("end_switch"), txt::end_switch_missing))
     p.ob.emit_statement_marker(verb("end_switch"));
-  --p.cond_depth;
   p.locks.settle_branches();
 }
 

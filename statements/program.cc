@@ -7,6 +7,7 @@
 #include <array>
 
 #include "codegen/header.h"
+#include "statements/block.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
@@ -190,15 +191,10 @@ uint32_t compile_part(Parser& p, uint32_t part_verb, uint32_t end_verb) {
   p.ob.set_level(0);
   p.ob.reset_level(0);
   p.ob.emit_statement_marker(part_verb);
-  for (;;) {
-    uint32_t c = p.next();
-    if ((c & kSectionStart) || c == kBefore || c == kAfter || c == kDetail || c == kEnd || c == end_verb) {
-      p.push_back();
-      break;
-    }
-    compile_statement(p);
+  {
+    BlockScope part(p, BlockScope::reopens_path);
+    compile_statements_until(p, {kBefore, kAfter, kDetail, kEnd, end_verb});
   }
-  p.path_ended = false;
   return p.ob.at_level(0).head;
 }
 
@@ -210,7 +206,6 @@ void compile_section(Parser& p) {
   if (p.in_section) end_section(p);
   p.ob.set_level(0);
   p.ob.reset_level(0);
-  p.cond_depth = p.loop_depth = p.extract_depth = 0;
   p.menu_options = 0;
   p.path_ended = false;
 
@@ -260,10 +255,12 @@ void compile_section(Parser& p) {
     if (ops.get24(s + ssym::s_detail) != 0) p.diag.error(msg::duplicate_incompatible_clause);
     p.part = SectionPart::detail;
     uint16_t k = kind_of(sk->kind);
-    if (k == ssym::kind_screen || k == ssym::kind_menu) p.loop_depth = 1;
-    ops.put24(s + ssym::s_detail, compile_part(p, kDetail, sk->end_verb));
+    {
+      // The DETAIL of a SCREEN or MENU runs once per record or choice: a loop.
+      BlockScope detail(p, k == ssym::kind_screen || k == ssym::kind_menu ? BlockScope::loop : 0u);
+      ops.put24(s + ssym::s_detail, compile_part(p, kDetail, sk->end_verb));
+    }
     p.part = SectionPart::before;
-    p.loop_depth = 0;
   }
   end_section(p);
 }

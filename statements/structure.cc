@@ -9,6 +9,8 @@
 #include "codegen/convert.h"
 #include "expr/expr.h"
 #include "codegen/header.h"
+#include "statements/block.h"
+#include "symbols/clauses.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
@@ -177,11 +179,85 @@ uint32_t count_entries(Parser& p, uint32_t list) {
 
 }  // namespace
 
-// DO [NEXT | LOCAL] section [mode ...] [INITIAL-MODE mode] [SAME] [ONCE] [SUB-SCREEN]
-void compile_do(Parser& p) {
-  OpSpace& ops = p.ops;
-  p.accept();
+namespace {
+
+// --- DO -------------------------------------------------------------------------------------
+
+struct Do {
+  Parser& p;
   uint16_t flags = 0;
+  uint32_t modes = 0, initial = 0, params = 0, results = 0;
+  int mode_count = 0, result_count = 0;
+  std::vector<ExprType> param_types{};
+  bool initial_given = false, params_given = false, results_given = false;
+};
+
+// INITIAL-MODE [IS] mode.
+ClauseStep do_initial_mode(Do& d) {
+  d.initial_given = true;
+  d.p.take(verb("is"));
+  d.p.next();
+  d.initial = find_mode(d.p, d.p.text());
+  if (d.initial == 0) d.p.diag.error(msg::mode_not_defined_known);
+  return ClauseStep::next;
+}
+
+template <uint16_t Flag>
+ClauseStep do_flag(Do& d) {
+  d.flags |= Flag;
+  return ClauseStep::next;
+}
+
+ClauseStep do_parameters(Do& d) {
+  d.params_given = true;
+  d.p.take(verb("are"));
+  d.params = expression_entries(d.p, allow_whole_arrays, &d.param_types);
+  return ClauseStep::next;
+}
+
+ClauseStep do_returning(Do& d) {
+  d.results_given = true;
+  d.results = returning_entries(d.p, &d.result_count);
+  return ClauseStep::next;
+}
+
+// The modes passed to the section: mode names, SEARCH (the five search modes), PREV and SHOW,
+// before any INITIAL-MODE. Any other word is an invalid clause.
+ClauseStep do_mode(Do& d) {
+  Parser& p = d.p;
+  const uint32_t c = p.cls();
+  if (c != verb("search") && c != verb("prev") && c != verb("show") && c != kClassName && find_mode(p, p.text()) == 0)
+    return skip_invalid_clause(p);
+  if (d.initial_given) {
+    p.diag.error(msg::syntax_error);
+  } else if (c == verb("search")) {
+    for (const char* m : {"find", "next", "prev", "next-scr", "prev-scr"}) add_mode_to_list(p, d.modes, m);
+    d.mode_count += 5;
+  } else if (c == verb("show")) {
+    add_mode_to_list(p, d.modes, "~-show");
+    d.flags |= doop::show;
+    ++d.mode_count;
+  } else if (add_mode_to_list(p, d.modes, c == verb("prev") ? "prev" : p.text())) {
+    ++d.mode_count;
+  } else {
+    p.diag.error(msg::mode_not_defined_known);
+  }
+  return ClauseStep::next;
+}
+
+constexpr ClauseRow<Do> kDoClauses[] = {
+    {verb("initial_mode"), Given::once, {}, do_initial_mode},
+    {verb("same"), Given::repeatable, {}, do_flag<doop::same>},
+    {verb("once"), Given::repeatable, {}, do_flag<doop::once>},
+    {verb("sub_screen"), Given::repeatable, {}, do_flag<doop::sub_screen>},
+    {verb("parameters"), Given::once, {}, do_parameters},
+    {verb("returning"), Given::once, {}, do_returning},
+};
+
+// [NEXT | LOCAL] section: the section called, declared when not known yet. A section in a shared
+// library (NEXT) gets its routine number on first call. 0 after reporting.
+uint32_t do_section(Parser& p, uint16_t& flags) {
+  OpSpace& ops = p.ops;
   uint32_t c = p.next();
   if (c == verb("next")) {
     flags |= doop::next;
@@ -192,7 +268,7 @@ void compile_do(Parser& p) {
   }
   if (c != kClassName) {
     p.fail(msg::screen_name_expected);
-    return;
+    return 0;
   }
   uint32_t section = p.syms.find_or_declare_section(p.text(), false);
   if ((flags & doop::next) && ops.get16(section + ssym::s_routine) == 0) {
@@ -200,83 +276,51 @@ void compile_do(Parser& p) {
     ops.put16(hdr::library_count, number);
     ops.put16(section + ssym::s_routine, number);
   }
+  return section;
+}
 
-  uint32_t modes = 0, initial = 0, params = 0, results = 0;
-  int mode_count = 0, result_count = 0;
-  std::vector<ExprType> param_types;
-  bool initial_given = false, params_given = false, results_given = false;
-  for (;;) {
-    c = p.next();
-    if (p.at_statement_start()) break;
-    if (c == verb("initial_mode")) {
-      if (initial_given) p.diag.error(msg::duplicate_incompatible_clause);
-      initial_given = true;
-      p.take(verb("is"));
-      p.next();
-      initial = find_mode(p, p.text());
-      if (initial == 0) p.diag.error(msg::mode_not_defined_known);
-    } else if (c == verb("same")) {
-      flags |= doop::same;
-    } else if (c == verb("once")) {
-      flags |= doop::once;
-    } else if (c == verb("sub_screen")) {
-      flags |= doop::sub_screen;
-    } else if (c == verb("parameters")) {
-      if (params_given) p.diag.error(msg::duplicate_incompatible_clause);
-      params_given = true;
-      p.take(verb("are"));
-      params = expression_entries(p, allow_whole_arrays, &param_types);
-    } else if (c == verb("returning")) {
-      if (results_given) p.diag.error(msg::duplicate_incompatible_clause);
-      results_given = true;
-      results = returning_entries(p, &result_count);
-    } else if (c == verb("search") || c == verb("prev") || c == verb("show") || c == kClassName ||
-               find_mode(p, p.text()) != 0) {
-      if (initial_given) {
-        p.diag.error(msg::syntax_error);
-        continue;
-      }
-      if (c == verb("search")) {
-        for (const char* m : {"find", "next", "prev", "next-scr", "prev-scr"}) add_mode_to_list(p, modes, m);
-        mode_count += 5;
-      } else if (c == verb("show")) {
-        add_mode_to_list(p, modes, "~-show");
-        flags |= doop::show;
-        ++mode_count;
-      } else if (add_mode_to_list(p, modes, c == verb("prev") ? "prev" : p.text())) {
-        ++mode_count;
-      } else {
-        p.diag.error(msg::mode_not_defined_known);
-      }
-    } else if (!skip_clause(p)) {
-      break;
-    }
-  }
-
+// The argument lists against the section's own: checked when it is defined, recorded for its
+// definition to check when it is not.
+void check_do_lists(Do& d, uint32_t section) {
+  Parser& p = d.p;
+  OpSpace& ops = p.ops;
   bool defined = (ops.get16(section + ssym::s_kind) & ssym::kind_mask) != ssym::kind_undefined;
   uint32_t declared = ops.get24(section + ssym::s_params);
-  if (!params_given && declared != 0) {
+  if (!d.params_given && declared != 0) {
     p.diag.error(msg::parameter_list_mismatch);
-  } else if (params_given && defined && count_entries(p, declared) != param_types.size()) {
+  } else if (d.params_given && defined && count_entries(p, declared) != d.param_types.size()) {
     p.diag.error(msg::parameter_list_mismatch);
-  } else if (params_given && !defined && declared == 0) {
-    record_arguments(p, section, ssym::s_params, params, false, param_types);
+  } else if (d.params_given && !defined && declared == 0) {
+    record_arguments(p, section, ssym::s_params, d.params, false, d.param_types);
   }
-  if (results_given && !defined && ops.get24(section + ssym::s_returning) == 0)
-    record_arguments(p, section, ssym::s_returning, results, true);
-  if (mode_count > 1) flags &= static_cast<uint16_t>(~doop::show);
-  if (ops.get16(section + ssym::s_routine) != 0 && (modes != 0 || initial != 0) && !(flags & doop::local))
+  if (d.results_given && !defined && ops.get24(section + ssym::s_returning) == 0)
+    record_arguments(p, section, ssym::s_returning, d.results, true);
+}
+
+}  // namespace
+
+// DO [NEXT | LOCAL] section [mode ...] [INITIAL-MODE mode] [SAME] [ONCE] [SUB-SCREEN]
+void compile_do(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  Do d{p};
+  uint32_t section = do_section(p, d.flags);
+  if (section == 0) return;
+  read_clauses(p, kDoClauses, d, do_mode);
+  check_do_lists(d, section);
+  if (d.mode_count > 1) d.flags &= static_cast<uint16_t>(~doop::show);
+  if (ops.get16(section + ssym::s_routine) != 0 && (d.modes != 0 || d.initial != 0) && !(d.flags & doop::local))
     p.diag.warning_text(txt::modes_to_library_routine, Context::current_token());
 
-  bool lists = params_given || results_given;
+  bool lists = d.params_given || d.results_given;
   uint32_t op = emit_statement(p, verb("do"), lists ? Op::do_parameters : Op::do_);
   ops.put24(op + doop::section, section);
-  ops.put16(op + doop::flags, flags);
-  ops.put24(op + doop::modes, modes);
-  ops.put24(op + doop::initial, initial);
+  ops.put16(op + doop::flags, d.flags);
+  ops.put24(op + doop::modes, d.modes);
+  ops.put24(op + doop::initial, d.initial);
   if (lists) {
-    ops.put24(op + doop::params, params);
-    ops.put24(op + doop::returning, results);
+    ops.put24(op + doop::params, d.params);
+    ops.put24(op + doop::returning, d.results);
   }
 }
 
@@ -305,69 +349,78 @@ void compile_exit(Parser& p) {
   p.locks.settle_path_end();
 }
 
-// CONFIRM clauses... [BEFORE ...] [CONFIRMED ...] [NOT-CONFIRMED ...] [AFTER ...] END-CONFIRM
-void compile_confirm(Parser& p) {
-  OpSpace& ops = p.ops;
-  p.accept();
-  uint32_t block = ops.alloc(confirm::size);
-  uint32_t op = emit_statement(p, verb("confirm"), Op::confirm);
-  ops.put24(op + 4, block);
-  if (p.cond_depth != 0) p.diag.error(msg::statement_not_conditional);
-  if (ops.get24(p.section + ssym::s_confirm) != 0) p.diag.error(msg::multiple_confirm_statements_not_allowed);
-  ops.put24(p.section + ssym::s_confirm, op);
-  ops.put24(block + confirm::c_accepts, p.accept_chain);
+namespace {
 
+// --- CONFIRM --------------------------------------------------------------------------------
+
+struct Confirm {
+  Parser& p;
+  uint32_t block;
   uint16_t flags = 0;
-  bool position = false, prompt = false, no_prompt = false, when = false;
-  for (;;) {
-    uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    if (c == verb("auto")) {
-      if (position || prompt || no_prompt) p.diag.error(msg::duplicate_incompatible_clause);
-      flags |= confirm::flag_auto;
-    } else if (c == verb("no_prompt")) {
-      if ((flags & confirm::flag_auto) || no_prompt || prompt) p.diag.error(msg::duplicate_incompatible_clause);
-      no_prompt = true;
-      flags |= confirm::flag_no_prompt;
-    } else if (c == verb("no_window")) {
-      flags |= confirm::flag_no_window;
-    } else if (c == verb("window")) {
-      flags |= confirm::flag_window;
-    } else if (c == verb("prompt")) {
-      if ((flags & confirm::flag_auto) || no_prompt || prompt) p.diag.error(msg::duplicate_incompatible_clause);
-      prompt = true;
-      p.take(verb("is"));
-      if (p.next() != kClassAlpha) {
-        p.fail(msg::alpha_literal_expected);
-        break;
-      }
-      int item = p.texts.add_string(p.text(), 'D');
-      ops.put16(block + confirm::c_prompt, static_cast<uint32_t>(item));
-    } else if (c == verb("default")) {
-      if (flags & confirm::flag_auto) p.diag.error(msg::duplicate_incompatible_clause);
-      p.take(verb("is"));
-      uint32_t answer = p.next();
-      if (answer == verb("yes"))
-        ops.put16(block + confirm::c_default, 'Y');
-      else if (answer == verb("no"))
-        ops.put16(block + confirm::c_default, 'N');
-      else
-        p.diag.error(msg::syntax_error);
-    } else if (c == verb("@")) {
-      if ((flags & confirm::flag_auto) || position) p.diag.error(msg::duplicate_incompatible_clause);
-      position = true;
-      read_position(p, block + confirm::c_position);
-    } else if (c == verb("when")) {
-      if (when) p.diag.error(msg::duplicate_incompatible_clause);
-      when = true;
-      compile_condition_list(p, block + confirm::c_when);
-    } else if (!skip_clause(p)) {
-      break;
-    }
-  }
-  ops.put16(block + confirm::c_flags, flags);
+};
 
-  // The parts, each at most once; any other statement opens the CONFIRMED part.
+template <uint16_t Flag>
+ClauseStep confirm_flag(Confirm& c) {
+  c.flags |= Flag;
+  return ClauseStep::next;
+}
+
+// PROMPT [IS] text.
+ClauseStep confirm_prompt(Confirm& c) {
+  c.p.take(verb("is"));
+  if (c.p.next() != kClassAlpha) {
+    c.p.fail(msg::alpha_literal_expected);
+    return ClauseStep::done;
+  }
+  int item = c.p.texts.add_string(c.p.text(), 'D');
+  c.p.ops.put16(c.block + confirm::c_prompt, static_cast<uint32_t>(item));
+  return ClauseStep::next;
+}
+
+// DEFAULT [IS] YES | NO.
+ClauseStep confirm_default(Confirm& c) {
+  c.p.take(verb("is"));
+  uint32_t answer = c.p.next();
+  if (answer == verb("yes"))
+    c.p.ops.put16(c.block + confirm::c_default, 'Y');
+  else if (answer == verb("no"))
+    c.p.ops.put16(c.block + confirm::c_default, 'N');
+  else
+    c.p.diag.error(msg::syntax_error);
+  return ClauseStep::next;
+}
+
+ClauseStep confirm_position(Confirm& c) {
+  read_position(c.p, c.block + confirm::c_position);
+  return ClauseStep::next;
+}
+
+ClauseStep confirm_when(Confirm& c) {
+  compile_condition_list(c.p, c.block + confirm::c_when);
+  return ClauseStep::next;
+}
+
+ClauseStep confirm_other(Confirm& c) { return skip_invalid_clause(c.p); }
+
+constexpr uint32_t kAuto = verb("auto");
+constexpr uint32_t kPrompt = verb("prompt");
+constexpr uint32_t kNoPrompt = verb("no_prompt");
+
+constexpr ClauseRow<Confirm> kConfirmClauses[] = {
+    {kAuto, Given::repeatable, {verb("@"), kPrompt, kNoPrompt}, confirm_flag<confirm::flag_auto>},
+    {kNoPrompt, Given::once, {kAuto, kPrompt}, confirm_flag<confirm::flag_no_prompt>},
+    {verb("no_window"), Given::repeatable, {}, confirm_flag<confirm::flag_no_window>},
+    {verb("window"), Given::repeatable, {}, confirm_flag<confirm::flag_window>},
+    {kPrompt, Given::once, {kAuto, kNoPrompt}, confirm_prompt},
+    {verb("default"), Given::repeatable, {kAuto}, confirm_default},
+    {verb("@"), Given::once, {kAuto}, confirm_position},
+    {verb("when"), Given::once, {}, confirm_when},
+};
+
+// The parts of a CONFIRM, each at most once; any other statement opens the CONFIRMED part.
+// Returns after END-CONFIRM, or reports it missing at a section start.
+void compile_confirm_parts(Parser& p, uint32_t block) {
+  OpSpace& ops = p.ops;
   constexpr uint32_t kParts[] = {verb("before"), verb("confirmed"), verb("not_confirmed"), verb("after")};
   constexpr uint32_t kSlots[] = {confirm::c_before, confirm::c_confirmed, confirm::c_not_confirmed, confirm::c_after};
   bool any_part = false;
@@ -391,21 +444,12 @@ void compile_confirm(Parser& p) {
       p.push_back();
     if (ops.get24(block + kSlots[which]) != 0) p.diag.error(msg::duplicate_incompatible_clause);
     any_part = true;
+    BlockScope part(p, BlockScope::reopens_path);
     p.ob.open_level();
     p.ob.emit_statement_marker(kParts[which]);
-    for (;;) {
-      uint32_t s = p.next();
-      bool stop = (s & kSectionStart) || s == verb("end") || s == verb("end_confirm");
-      for (uint32_t part : kParts) stop = stop || s == part;
-      if (stop) {
-        p.push_back();
-        break;
-      }
-      compile_statement(p);
-    }
+    compile_statements_until(p, {kParts[0], kParts[1], kParts[2], kParts[3], verb("end"), verb("end_confirm")});
     ops.put24(block + kSlots[which], p.ob.top().head);
     p.ob.close_level();
-    p.path_ended = false;
   }
   if (any_part)
     p.diag.error(msg::end_missing);
@@ -413,11 +457,194 @@ void compile_confirm(Parser& p) {
     p.diag.warning_text(txt::end_confirm_missing, Context::current_token());
 }
 
-// OPTION title clauses... [block END-OPTION]: an item of a MENU, or a button of a FORM-ENTRY
-// SCREEN with a block of its own.
-void compile_option(Parser& p) {
+}  // namespace
+
+// CONFIRM clauses... [BEFORE ...] [CONFIRMED ...] [NOT-CONFIRMED ...] [AFTER ...] END-CONFIRM
+void compile_confirm(Parser& p) {
   OpSpace& ops = p.ops;
   p.accept();
+  uint32_t block = ops.alloc(confirm::size);
+  uint32_t op = emit_statement(p, verb("confirm"), Op::confirm);
+  ops.put24(op + 4, block);
+  if (p.cond_depth != 0) p.diag.error(msg::statement_not_conditional);
+  if (ops.get24(p.section + ssym::s_confirm) != 0) p.diag.error(msg::multiple_confirm_statements_not_allowed);
+  ops.put24(p.section + ssym::s_confirm, op);
+  ops.put24(block + confirm::c_accepts, p.accept_chain);
+
+  Confirm c{p, block};
+  read_clauses(p, kConfirmClauses, c, confirm_other);
+  ops.put16(block + confirm::c_flags, c.flags);
+  compile_confirm_parts(p, block);
+}
+
+namespace {
+
+// --- OPTION ---------------------------------------------------------------------------------
+
+struct Option {
+  Parser& p;
+  uint32_t item;
+  uint8_t flags = 0;
+  uint16_t attrs = 0;
+  bool log = false;
+  bool bitmap = false;
+  bool colour = false;
+  uint32_t fg = 0, bg = 0;  // colours until it is known whether a BITMAP was given
+};
+
+template <uint16_t Bit>
+ClauseStep option_attribute(Option& o) {
+  o.attrs |= Bit;
+  return ClauseStep::next;
+}
+
+// BITMAP [IS] text and its variants. A graphical menu shows bitmaps.
+template <uint32_t Slot>
+ClauseStep option_bitmap(Option& o) {
+  Parser& p = o.p;
+  const uint32_t word = p.cls();
+  p.take(verb("is"));
+  alpha_list(p, o.item + Slot, 0);
+  if (word == verb("bitmap")) {
+    o.flags |= option::flag_bitmap;
+    o.bitmap = true;
+  }
+  if (word == verb("bitmap_hover")) o.attrs |= option::attr_bitmap_hover;
+  p.ops.put16(p.section + ssym::s_marks, p.ops.get16(p.section + ssym::s_marks) | ssym::mark_graphical_menu);
+  return ClauseStep::next;
+}
+
+ClauseStep option_position(Option& o) {
+  read_position(o.p, o.item + option::o_position);
+  return ClauseStep::next;
+}
+
+// TO @ row, column.
+ClauseStep option_to(Option& o) {
+  if (o.p.next() != verb("@")) {
+    o.p.fail(msg::syntax_error);
+    return ClauseStep::done;
+  }
+  o.flags |= option::flag_to;
+  read_position(o.p, o.item + option::o_to_position);
+  return ClauseStep::next;
+}
+
+ClauseStep option_help(Option& o) {
+  o.p.take(verb("is"));
+  alpha_list(o.p, o.item + option::o_help, 0);
+  return ClauseStep::next;
+}
+
+ClauseStep option_when(Option& o) {
+  compile_condition_list(o.p, o.item + option::o_when);
+  return ClauseStep::next;
+}
+
+// SECURITY [LEVEL] [IS] number.
+ClauseStep option_security(Option& o) {
+  Parser& p = o.p;
+  p.take(verb("level"));
+  p.take(verb("is"));
+  if (p.next() != kClassNumeric) {
+    p.diag.error(msg::numeric_literal_expected);
+    p.push_back();
+    return ClauseStep::next;
+  }
+  p.ops.put16(o.item + option::o_security, static_cast<uint32_t>(std::lround(std::fabs(p.tok.value()))) & 0xffff);
+  return ClauseStep::next;
+}
+
+// LOG [text]: without a text, a literal title is logged.
+ClauseStep option_log(Option& o) {
+  o.log = true;
+  if (o.p.next() == kClassAlpha)
+    o.p.ops.put24(o.item + option::o_log, o.p.ops.store_text(o.p.text()));
+  else
+    o.p.push_back();
+  return ClauseStep::next;
+}
+
+// ICON [IS] value and DEFAULT-BUTTON [IS] value.
+template <uint8_t Flag, uint32_t Slot>
+ClauseStep option_operand(Option& o) {
+  o.p.take(verb("is"));
+  o.flags |= Flag;
+  compile_operand(o.p, o.item + Slot, 0);
+  return ClauseStep::next;
+}
+
+ClauseStep option_colour(Option& o) {
+  OpSpace& ops = o.p.ops;
+  o.colour = true;
+  uint32_t pair = ops.alloc(6);
+  read_colour(o.p, pair, pair + 3);
+  o.fg = ops.get24(pair);
+  o.bg = ops.get24(pair + 3);
+  return ClauseStep::next;
+}
+
+// SCALE [IS] value: a literal scale is also kept as a number.
+ClauseStep option_scale(Option& o) {
+  o.p.take(verb("is"));
+  o.flags |= option::flag_scaled;
+  Operand v = compile_operand(o.p, o.item + option::o_scale, -2);
+  if (v.literal) {
+    o.flags |= option::flag_scale_literal;
+    o.p.ops.put16(o.item + option::o_scale_literal, static_cast<uint32_t>(std::lround(std::fabs(v.value))) & 0xffff);
+  }
+  return ClauseStep::next;
+}
+
+ClauseStep option_text_position(Option& o) {
+  if (!o.p.take(verb("at"))) o.p.take(verb("is"));
+  o.flags |= option::flag_scaled;
+  compile_operand(o.p, o.item + option::o_text_position, 0);
+  return ClauseStep::next;
+}
+
+ClauseStep option_hot_key(Option& o) {
+  o.p.take(verb("is"));
+  o.attrs |= option::attr_hot_key;
+  o.p.max_opt_ver(7);
+  Operand v = compile_operand(o.p, o.item + option::o_hot_key, -1);
+  if (v.literal && (v.value < 1 || v.value > 24))
+    o.p.diag.warning_text(txt::unsupported_hot_key_value, Context::current_token());
+  return ClauseStep::next;
+}
+
+ClauseStep option_other(Option& o) { return skip_invalid_clause(o.p); }
+
+constexpr ClauseRow<Option> kOptionClauses[] = {
+    {verb("absolute_coordinates"), Given::once, {}, option_attribute<option::attr_absolute>},
+    {verb("hidden"), Given::once, {}, option_attribute<option::attr_hidden>},
+    {verb("no_aspect_ratio"), Given::once, {}, option_attribute<option::attr_no_aspect_ratio>},
+    {verb("bold"), Given::once, {}, option_attribute<option::attr_bold>},
+    {verb("underline"), Given::once, {}, option_attribute<option::attr_underline>},
+    {verb("italic"), Given::once, {}, option_attribute<option::attr_italic>},
+    {verb("bitmap"), Given::once, {}, option_bitmap<option::o_bitmap>},
+    {verb("bitmap_pushed"), Given::once, {}, option_bitmap<option::o_bitmap_pushed>},
+    {verb("bitmap_focus"), Given::once, {}, option_bitmap<option::o_bitmap_focus>},
+    {verb("bitmap_grayed"), Given::once, {}, option_bitmap<option::o_bitmap_grayed>},
+    {verb("bitmap_hover"), Given::once, {}, option_bitmap<option::o_bitmap_hover>},
+    {verb("@"), Given::once, {}, option_position},
+    {verb("to"), Given::once, {}, option_to},
+    {verb("help"), Given::once, {}, option_help},
+    {verb("when"), Given::once, {}, option_when},
+    {verb("security"), Given::once, {}, option_security},
+    {verb("log"), Given::once, {}, option_log},
+    {verb("icon"), Given::once, {}, option_operand<option::flag_icon, option::o_icon>},
+    {verb("default_button"), Given::once, {}, option_operand<option::flag_default_button, option::o_default_button>},
+    {verb("colour"), Given::once, {}, option_colour},
+    {verb("scale"), Given::once, {}, option_scale},
+    {verb("text_position"), Given::once, {}, option_text_position},
+    {verb("hot_key"), Given::once, {}, option_hot_key},
+};
+
+// Where an OPTION stands: in the DETAIL of a MENU, or of a FORM-ENTRY SCREEN (true: it then owns
+// a block).
+bool check_option_place(Parser& p) {
+  OpSpace& ops = p.ops;
   uint32_t s = p.section;
   uint16_t kind = kind_of(p);
   bool in_screen = p.part == SectionPart::detail && kind == ssym::kind_screen;
@@ -435,7 +662,66 @@ void compile_option(Parser& p) {
     p.diag.error(msg::statement_valid_within_detail_menu);
   }
   if (ops.get24(s + ssym::s_confirm) != 0) p.diag.error(msg::statement_used_after_confirm);
+  return in_screen;
+}
 
+// After the clauses: the colours (a foreground only with a BITMAP), the logged title, the flags
+// and the position, which only a hidden option may leave out.
+void finish_option(Option& o, uint32_t title) {
+  OpSpace& ops = o.p.ops;
+  const uint32_t item = o.item;
+  if (o.colour) {
+    if (o.bitmap) {
+      ops.put24(item + option::o_bitmap_fg, o.fg);
+    } else {
+      o.flags |= option::flag_colours;
+      ops.put24(item + option::o_colour_fg, o.fg);
+      ops.put24(item + option::o_colour_bg, o.bg);
+    }
+  }
+  if (!o.log && title != 0 && ops.opcode(title) == Op::text_item)
+    ops.put24(item + option::o_log, o.p.texts.offset(static_cast<int>(ops.get16(title + 4))));
+  if (o.attrs != 0) o.flags |= option::flag_extended;
+  ops.at(item + option::o_flags)[0] = o.flags;
+  ops.put16(item + option::o_attributes, o.attrs);
+  if (ops.get24(item + option::o_position) == 0 && ops.get24(item + option::o_position + 3) == 0) {
+    if (o.attrs & option::attr_hidden) {
+      ops.put24(item + option::o_position, 1);
+      ops.put24(item + option::o_position + 3, 1);
+    } else {
+      o.p.diag.error(msg::row_column_coordinates_mandatory);
+    }
+  }
+}
+
+// A SCREEN's option owns a block, run when the option is chosen: [DETAIL] ... END-OPTION.
+void compile_option_block(Parser& p, uint32_t item) {
+  p.take(verb("detail"));
+  uint32_t stop = 0;
+  {
+    BlockScope block(p, BlockScope::conditional | BlockScope::reopens_path);
+    p.ob.open_level();
+    stop = compile_statements_until(p, {verb("end"), verb("end_option")});
+    p.ops.put24(item + option::o_block, p.ob.top().head);
+    p.ob.close_level();
+  }
+  if (stop == verb("end") || stop == verb("end_option")) {
+    p.next();
+    p.accept();
+  } else {
+    p.diag.error_text(txt::end_option_missing, Context::current_token());
+  }
+  p.ob.emit_statement_marker(verb("end_option"));
+}
+
+}  // namespace
+
+// OPTION title clauses... [block END-OPTION]: an item of a MENU, or a button of a FORM-ENTRY
+// SCREEN with a block of its own.
+void compile_option(Parser& p) {
+  OpSpace& ops = p.ops;
+  p.accept();
+  bool in_screen = check_option_place(p);
   uint32_t item = ops.alloc(option::size);
   uint32_t op = emit_statement(p, verb("option"), Op::option);
   ops.put24(op + 4, item);
@@ -443,183 +729,10 @@ void compile_option(Parser& p) {
   alpha_list(p, item + option::o_title, 'O');
   uint32_t title = ops.get24(item + option::o_title);
 
-  uint8_t flags = 0;
-  uint16_t attrs = 0;
-  bool log = false, bitmap = false, colour = false;
-  uint32_t fg = 0, bg = 0;  // colours until it is known whether a BITMAP was given
-  std::vector<uint32_t> seen;
-  auto once = [&](uint32_t code) {
-    for (uint32_t c : seen)
-      if (c == code) {
-        p.diag.error(msg::duplicate_incompatible_clause);
-        return;
-      }
-    seen.push_back(code);
-  };
-  struct Attribute {
-    uint32_t code;
-    uint16_t bit;
-  };
-  static constexpr Attribute kAttributes[] = {
-      {verb("absolute_coordinates"), option::attr_absolute}, {verb("hidden"), option::attr_hidden},
-      {verb("no_aspect_ratio"), option::attr_no_aspect_ratio}, {verb("bold"), option::attr_bold},
-      {verb("underline"), option::attr_underline},           {verb("italic"), option::attr_italic},
-  };
-  struct Bitmap {
-    uint32_t code;
-    uint32_t slot;
-  };
-  static constexpr Bitmap kBitmaps[] = {
-      {verb("bitmap"), option::o_bitmap},         {verb("bitmap_pushed"), option::o_bitmap_pushed},
-      {verb("bitmap_focus"), option::o_bitmap_focus}, {verb("bitmap_grayed"), option::o_bitmap_grayed},
-      {verb("bitmap_hover"), option::o_bitmap_hover},
-  };
-  for (;;) {
-    uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    const Attribute* attr = nullptr;
-    for (const Attribute& a : kAttributes)
-      if (a.code == c) attr = &a;
-    const Bitmap* bm = nullptr;
-    for (const Bitmap& b : kBitmaps)
-      if (b.code == c) bm = &b;
-    if (attr) {
-      once(c);
-      attrs |= attr->bit;
-    } else if (bm) {
-      once(c);
-      p.take(verb("is"));
-      alpha_list(p, item + bm->slot, 0);
-      if (bm->code == verb("bitmap")) {
-        flags |= option::flag_bitmap;
-        bitmap = true;
-      }
-      if (bm->code == verb("bitmap_hover")) attrs |= option::attr_bitmap_hover;
-      ops.put16(s + ssym::s_marks, ops.get16(s + ssym::s_marks) | ssym::mark_graphical_menu);
-    } else if (c == verb("@")) {
-      once(c);
-      read_position(p, item + option::o_position);
-    } else if (c == verb("to")) {
-      once(c);
-      if (p.next() != verb("@")) {
-        p.fail(msg::syntax_error);
-        break;
-      }
-      flags |= option::flag_to;
-      read_position(p, item + option::o_to_position);
-    } else if (c == verb("help")) {
-      once(c);
-      p.take(verb("is"));
-      alpha_list(p, item + option::o_help, 0);
-    } else if (c == verb("when")) {
-      once(c);
-      compile_condition_list(p, item + option::o_when);
-    } else if (c == verb("security")) {
-      once(c);
-      p.take(verb("level"));
-      p.take(verb("is"));
-      if (p.next() != kClassNumeric) {
-        p.diag.error(msg::numeric_literal_expected);
-        p.push_back();
-        continue;
-      }
-      ops.put16(item + option::o_security, static_cast<uint32_t>(std::lround(std::fabs(p.tok.value()))) & 0xffff);
-    } else if (c == verb("log")) {
-      once(c);
-      log = true;
-      if (p.next() == kClassAlpha)
-        ops.put24(item + option::o_log, ops.store_text(p.text()));
-      else
-        p.push_back();
-    } else if (c == verb("icon")) {
-      once(c);
-      p.take(verb("is"));
-      flags |= option::flag_icon;
-      compile_operand(p, item + option::o_icon, 0);
-    } else if (c == verb("default_button")) {
-      once(c);
-      p.take(verb("is"));
-      flags |= option::flag_default_button;
-      compile_operand(p, item + option::o_default_button, 0);
-    } else if (c == verb("colour")) {
-      once(c);
-      colour = true;
-      uint32_t pair = ops.alloc(6);
-      read_colour(p, pair, pair + 3);
-      fg = ops.get24(pair);
-      bg = ops.get24(pair + 3);
-    } else if (c == verb("scale")) {
-      once(c);
-      p.take(verb("is"));
-      flags |= option::flag_scaled;
-      Operand v = compile_operand(p, item + option::o_scale, -2);
-      if (v.literal) {
-        flags |= option::flag_scale_literal;
-        ops.put16(item + option::o_scale_literal, static_cast<uint32_t>(std::lround(std::fabs(v.value))) & 0xffff);
-      }
-    } else if (c == verb("text_position")) {
-      once(c);
-      if (!p.take(verb("at"))) p.take(verb("is"));
-      flags |= option::flag_scaled;
-      compile_operand(p, item + option::o_text_position, 0);
-    } else if (c == verb("hot_key")) {
-      once(c);
-      p.take(verb("is"));
-      attrs |= option::attr_hot_key;
-      p.max_opt_ver(7);
-      Operand v = compile_operand(p, item + option::o_hot_key, -1);
-      if (v.literal && (v.value < 1 || v.value > 24))
-        p.diag.warning_text(txt::unsupported_hot_key_value, Context::current_token());
-    } else if (!skip_clause(p)) {
-      break;
-    }
-  }
-
-  if (colour) {
-    if (bitmap) {
-      ops.put24(item + option::o_bitmap_fg, fg);
-    } else {
-      flags |= option::flag_colours;
-      ops.put24(item + option::o_colour_fg, fg);
-      ops.put24(item + option::o_colour_bg, bg);
-    }
-  }
-  if (!log && title != 0 && ops.opcode(title) == Op::text_item)
-    ops.put24(item + option::o_log, p.texts.offset(static_cast<int>(ops.get16(title + 4))));
-  if (attrs != 0) flags |= option::flag_extended;
-  ops.at(item + option::o_flags)[0] = flags;
-  ops.put16(item + option::o_attributes, attrs);
-  if (ops.get24(item + option::o_position) == 0 && ops.get24(item + option::o_position + 3) == 0) {
-    if (attrs & option::attr_hidden) {
-      ops.put24(item + option::o_position, 1);
-      ops.put24(item + option::o_position + 3, 1);
-    } else {
-      p.diag.error(msg::row_column_coordinates_mandatory);
-    }
-  }
-
-  if (!in_screen) return;
-  // A SCREEN's option owns a block, run when the option is chosen.
-  p.take(verb("detail"));
-  ++p.cond_depth;
-  p.ob.open_level();
-  uint32_t stop = 0;
-  for (;;) {
-    stop = p.next();
-    if ((stop & kSectionStart) || stop == verb("end") || stop == verb("end_option")) break;
-    compile_statement(p);
-  }
-  ops.put24(item + option::o_block, p.ob.top().head);
-  p.ob.close_level();
-  --p.cond_depth;
-  p.path_ended = false;
-  if (stop == verb("end") || stop == verb("end_option")) {
-    p.accept();
-  } else {
-    p.push_back();
-    p.diag.error_text(txt::end_option_missing, Context::current_token());
-  }
-  p.ob.emit_statement_marker(verb("end_option"));
+  Option o{p, item};
+  read_clauses(p, kOptionClauses, o, option_other);
+  finish_option(o, title);
+  if (in_screen) compile_option_block(p, item);
 }
 
 // COMMAND, CALL and QUERY: run a program, another compiled program, or a query.

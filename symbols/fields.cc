@@ -6,6 +6,7 @@
 
 #include "codegen/convert.h"
 #include "codegen/header.h"
+#include "symbols/clauses.h"
 #include "symbols/parser_core.h"
 #include "symbols/picture.h"
 #include "symbols/records.h"
@@ -69,6 +70,19 @@ class FieldDefinition {
   void read_clauses();
   void finish();
 
+  // The clauses, each entered with its word read; done when the definition ends.
+  ClauseStep picture() { return after(&FieldDefinition::picture_clause); }
+  ClauseStep type() { return after(&FieldDefinition::type_clause); }
+  ClauseStep occurs() { return after(&FieldDefinition::occurs_clause); }
+  ClauseStep like() { return after(&FieldDefinition::like_clause); }
+  ClauseStep upper_case() { return case_clause(fsym::flag_upper, fsym::flag_lower); }
+  ClauseStep lower_case() { return case_clause(fsym::flag_lower, fsym::flag_upper); }
+  ClauseStep justify();
+  ClauseStep db_column_name() { return text_clause(fsym::f_dbcol); }
+  ClauseStep use_name_in_db();
+  ClauseStep drill_back() { return text_clause(fsym::f_drill); }
+  ClauseStep other_word();
+
  private:
   uint16_t get16(uint32_t member) const { return static_cast<uint16_t>(ops_.get16(f_ + member)); }
   void put16(uint32_t member, uint32_t v) { ops_.put16(f_ + member, v); }
@@ -78,8 +92,12 @@ class FieldDefinition {
   void type_clause();
   void occurs_clause();
   void like_clause();
-  void case_clause(uint16_t flag, uint16_t other);
-  bool text_clause(uint32_t member);
+  ClauseStep case_clause(uint16_t flag, uint16_t other);
+  ClauseStep text_clause(uint32_t member);
+  ClauseStep after(void (FieldDefinition::*clause)()) {
+    (this->*clause)();
+    return ended_ ? ClauseStep::done : ClauseStep::next;
+  }
 
   ParserCore& p_;
   OpSpace& ops_;
@@ -89,47 +107,45 @@ class FieldDefinition {
   bool ended_ = false;  // the statement was skipped after an error
 };
 
+// PICTURE, TYPE and LIKE also refuse a value that clashes with what another clause has set; the
+// table only knows which clauses were given.
+constexpr ClauseRow<FieldDefinition> kFieldClauses[] = {
+    {kPicture, Given::repeatable, {}, [](FieldDefinition& d) { return d.picture(); }},
+    {kType, Given::repeatable, {}, [](FieldDefinition& d) { return d.type(); }},
+    {kOccurs, Given::repeatable, {}, [](FieldDefinition& d) { return d.occurs(); }},
+    {kLike, Given::repeatable, {}, [](FieldDefinition& d) { return d.like(); }},
+    {kUpperCase, Given::repeatable, {}, [](FieldDefinition& d) { return d.upper_case(); }},
+    {kLowerCase, Given::repeatable, {}, [](FieldDefinition& d) { return d.lower_case(); }},
+    {kJustify, Given::repeatable, {}, [](FieldDefinition& d) { return d.justify(); }},
+    {kDbColumnName, Given::once, {kUseNameInDb}, [](FieldDefinition& d) { return d.db_column_name(); }},
+    {kUseNameInDb, Given::once, {kDbColumnName}, [](FieldDefinition& d) { return d.use_name_in_db(); }},
+    {kDrillBack, Given::once, {}, [](FieldDefinition& d) { return d.drill_back(); }},
+};
+
 void FieldDefinition::read_clauses() {
-  for (;;) {
-    const uint32_t c = p_.next();
-    if (p_.at_statement_start()) return;  // held for the statement that follows
-    if (c == kPicture) {
-      picture_clause();
-    } else if (c == kType) {
-      type_clause();
-    } else if (c == kOccurs) {
-      occurs_clause();
-    } else if (c == kLike) {
-      like_clause();
-    } else if (c == kUpperCase) {
-      case_clause(fsym::flag_upper, fsym::flag_lower);
-    } else if (c == kLowerCase) {
-      case_clause(fsym::flag_lower, fsym::flag_upper);
-    } else if (c == kJustify) {
-      put16(fsym::f_flags, get16(fsym::f_flags) | fsym::flag_justify);
-    } else if (c == kDbColumnName) {
-      if (ops_.get24(f_ + fsym::f_dbcol) != 0) p_.diag.error(msg::duplicate_incompatible_clause);
-      if (!text_clause(fsym::f_dbcol)) return;
-    } else if (c == kUseNameInDb) {
-      if (ops_.get24(f_ + fsym::f_dbcol) != 0) p_.diag.error(msg::duplicate_incompatible_clause);
-      ops_.put24(f_ + fsym::f_dbcol, ops_.get24(f_ + fsym::f_name));
-    } else if (c == kDrillBack) {
-      if (ops_.get24(f_ + fsym::f_drill) != 0) p_.diag.error(msg::duplicate_incompatible_clause);
-      if (!text_clause(fsym::f_drill)) return;
-    } else if (c & kClauseWord) {
-      // A clause of something else. In a section header it belongs to the header.
-      if (local_) {
-        p_.push_back();
-        return;
-      }
-      p_.fail(msg::invalid_clause);
-      return;
-    } else {
-      p_.push_back();  // the next name of the list, or whatever ends the definition
-      return;
-    }
-    if (ended_) return;
+  tav::read_clauses(p_, kFieldClauses, *this, [](FieldDefinition& d) { return d.other_word(); });
+}
+
+// A clause of something else ends the definition: in a section header it belongs to the header,
+// anywhere else it is invalid. Any other word is the next name of the list, or whatever ends the
+// definition.
+ClauseStep FieldDefinition::other_word() {
+  if ((p_.cls() & kClauseWord) && !local_) {
+    p_.fail(msg::invalid_clause);
+    return ClauseStep::done;
   }
+  p_.push_back();
+  return ClauseStep::done;
+}
+
+ClauseStep FieldDefinition::justify() {
+  put16(fsym::f_flags, get16(fsym::f_flags) | fsym::flag_justify);
+  return ClauseStep::next;
+}
+
+ClauseStep FieldDefinition::use_name_in_db() {
+  ops_.put24(f_ + fsym::f_dbcol, ops_.get24(f_ + fsym::f_name));
+  return ClauseStep::next;
 }
 
 // PICTURE or PIC [IS] picture [ROUNDED]. The picture is read as one raw word so that its
@@ -270,27 +286,27 @@ void FieldDefinition::like_clause() {
 }
 
 // UPPER-CASE and LOWER-CASE exclude each other: the last one given wins.
-void FieldDefinition::case_clause(uint16_t flag, uint16_t other) {
+ClauseStep FieldDefinition::case_clause(uint16_t flag, uint16_t other) {
   uint16_t flags = get16(fsym::f_flags);
   if (flags & other) {
     p_.diag.warning(msg::both_upper_lower_case_specified);
     flags = static_cast<uint16_t>(flags & ~other);
   }
   put16(fsym::f_flags, flags | flag);
+  return ClauseStep::next;
 }
 
-// DB-COLUMN-NAME [IS] text and DRILL-BACK [IS] text: an alphanumeric literal. False when the
-// statement was skipped.
-bool FieldDefinition::text_clause(uint32_t member) {
+// DB-COLUMN-NAME [IS] text and DRILL-BACK [IS] text: an alphanumeric literal.
+ClauseStep FieldDefinition::text_clause(uint32_t member) {
   p_.take(verb("is"));
   p_.next();
   if (!p_.is_alpha()) {
     p_.fail(msg::syntax_error);
     ended_ = true;
-    return false;
+    return ClauseStep::done;
   }
   ops_.put24(f_ + member, ops_.store_text(p_.text()));
-  return true;
+  return ClauseStep::next;
 }
 
 void FieldDefinition::finish() {

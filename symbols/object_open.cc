@@ -1,6 +1,7 @@
 // The clauses of an OPEN statement that concern the object itself: how it is opened, and what
 // that tells the end-of-program passes about the object.
 
+#include "symbols/clauses.h"
 #include "symbols/parser_core.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
@@ -9,59 +10,65 @@ namespace tav {
 
 namespace {
 
-constexpr uint32_t kPermanent = verb("permanent");
-
-struct OpenWord {
-  uint32_t word;
-  uint16_t flags;
-  bool writes;  // marks the object as written (o_attr 0x0100)
-};
-constexpr OpenWord kOpenWords[] = {
-    {verb("lock"), open_flag::lock, false},
-    {verb("read_only"), open_flag::read_only, false},
-    {verb("local"), open_flag::local, true},
-    {verb("temporary"), open_flag::temporary | open_flag::truncate, true},  // also TEMP
-    {verb("create"), open_flag::create, true},
-    {verb("truncate"), open_flag::truncate, true},
-    {verb("append"), open_flag::append, true},
-    {verb("private"), open_flag::private_, false},
-    {verb("index_on_close"), open_flag::index_on_close, false},
-};
-
 char file_type(const OpSpace& ops, uint32_t object) {
   return static_cast<char>(ops.at(object + osym::o_filtype)[0]);
 }
 
+struct OpenWord {
+  ParserCore& p;
+  uint32_t object;
+  OpenClauses& clauses;
+};
+
+ClauseStep permanent(OpenWord& w) {
+  if (file_type(w.p.ops, w.object) == osym::type_memory)
+    w.p.diag.info_text(txt::permanent_ignored_memory, Context::current_token());
+  w.clauses.permanent = true;
+  return ClauseStep::next;
+}
+
+// A clause that sets open flags; `Writes` marks the object as written.
+template <uint16_t Flags, bool Writes>
+ClauseStep open_flags(OpenWord& w) {
+  OpSpace& ops = w.p.ops;
+  if (Writes) ops.put16(w.object + osym::o_attr, ops.get16(w.object + osym::o_attr) | osym::attr_open_write);
+  w.clauses.flags |= Flags;
+  return ClauseStep::next;
+}
+
+// LOCK: only indexed, memory and sequential files can be locked.
+ClauseStep lock(OpenWord& w) {
+  OpSpace& ops = w.p.ops;
+  ops.put16(w.object + osym::o_attr, ops.get16(w.object + osym::o_attr) | osym::attr_open_lock);
+  const char type = file_type(ops, w.object);
+  if (type != osym::type_indexed && type != osym::type_memory && type != osym::type_sequential)
+    w.p.diag.warning(msg::i_o_operation_invalid_object);
+  return open_flags<open_flag::lock, false>(w);
+}
+
+constexpr uint32_t kPermanent = verb("permanent");
+constexpr uint32_t kTemporary = verb("temporary");  // also TEMP
+
+constexpr ClauseRow<OpenWord> kOpenClauses[] = {
+    {kPermanent, Given::repeatable, {kTemporary}, permanent},
+    {verb("lock"), Given::repeatable, {}, lock},
+    {verb("read_only"), Given::repeatable, {}, open_flags<open_flag::read_only, false>},
+    {verb("local"), Given::repeatable, {}, open_flags<open_flag::local, true>},
+    {kTemporary, Given::repeatable, {kPermanent, verb("create"), verb("append"), verb("read_only")},
+     open_flags<open_flag::temporary | open_flag::truncate, true>},
+    {verb("create"), Given::repeatable, {}, open_flags<open_flag::create, true>},
+    {verb("truncate"), Given::repeatable, {}, open_flags<open_flag::truncate, true>},
+    {verb("append"), Given::repeatable, {}, open_flags<open_flag::append, true>},
+    {verb("private"), Given::repeatable, {}, open_flags<open_flag::private_, false>},
+    {verb("index_on_close"), Given::repeatable, {}, open_flags<open_flag::index_on_close, false>},
+};
+
 }  // namespace
 
 bool open_clause(ParserCore& p, uint32_t object, OpenClauses& clauses) {
-  OpSpace& ops = p.ops;
-  const uint32_t c = p.cls();
-  if (c == kPermanent) {
-    if (clauses.flags & open_flag::temporary) p.diag.error(msg::duplicate_incompatible_clause);
-    if (file_type(ops, object) == osym::type_memory)
-      p.diag.info_text(txt::permanent_ignored_memory, Context::current_token());
-    clauses.permanent = true;
-    return true;
-  }
-  const OpenWord* w = nullptr;
-  for (const OpenWord& row : kOpenWords)
-    if (row.word == c) w = &row;
-  if (w == nullptr) return false;
-
-  if (w->flags & open_flag::temporary) {
-    if (clauses.permanent || (clauses.flags & (open_flag::create | open_flag::append | open_flag::read_only)))
-      p.diag.error(msg::duplicate_incompatible_clause);
-  }
-  if (w->flags == open_flag::lock) {
-    ops.put16(object + osym::o_attr, ops.get16(object + osym::o_attr) | osym::attr_open_lock);
-    const char type = file_type(ops, object);
-    if (type != osym::type_indexed && type != osym::type_memory && type != osym::type_sequential)
-      p.diag.warning(msg::i_o_operation_invalid_object);
-  }
-  if (w->writes) ops.put16(object + osym::o_attr, ops.get16(object + osym::o_attr) | osym::attr_open_write);
-  clauses.flags |= w->flags;
-  return true;
+  OpenWord w{p, object, clauses};
+  ClauseStep step = ClauseStep::next;
+  return apply_clause(p, std::span<const ClauseRow<OpenWord>>(kOpenClauses), w, clauses.seen, step) != nullptr;
 }
 
 void finish_open_clauses(ParserCore& p, uint32_t object, OpenClauses& clauses) {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "symbols/clauses.h"
 #include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/object_keys.h"
@@ -117,17 +118,32 @@ class ObjectDefinition {
   bool read_clauses();
   void finish();
 
+  // The clauses, each entered with its word read; done when the statement was skipped.
+  ClauseStep type_clause();
+  ClauseStep file_clause();
+  ClauseStep record_clause();
+  ClauseStep key_clause() { return step(compile_key_clause(p_, o_, keys_given_)); }
+  ClauseStep like_clause();
+  template <uint32_t Member>
+  ClauseStep character_clause();
+  ClauseStep no_joins() { return set(no_joins_); }
+  ClauseStep field_joins() { return set(field_joins_); }
+  ClauseStep no_rowid() { return set(no_rowid_); }
+  ClauseStep other_word();
+
  private:
   uint16_t attr() const { return static_cast<uint16_t>(ops_.get16(o_ + osym::o_attr)); }
   void set_attr(uint16_t bits) { ops_.put16(o_ + osym::o_attr, attr() | bits); }
   char file_type() const { return static_cast<char>(ops_.at(o_ + osym::o_filtype)[0]); }
+  ClauseStep step(bool go_on) {
+    skipped_ = !go_on;
+    return go_on ? ClauseStep::next : ClauseStep::done;
+  }
+  static ClauseStep set(bool& given) {
+    given = true;
+    return ClauseStep::next;
+  }
 
-  void type_clause();
-  void file_clause();
-  bool record_clause();
-  bool key_clause() { return compile_key_clause(p_, o_, keys_given_); }
-  bool like_clause();
-  void character_clause(uint32_t member);
   void empty_record();
   void add_record_field(uint32_t field, uint32_t& offset, uint32_t& tail);
 
@@ -139,87 +155,81 @@ class ObjectDefinition {
   bool no_joins_ = false;
   bool field_joins_ = false;
   bool no_rowid_ = false;
+  bool skipped_ = false;   // a clause skipped the statement after an error
+};
+
+constexpr ClauseRow<ObjectDefinition> kObjectClauses[] = {
+    {kType, Given::repeatable, {}, [](ObjectDefinition& d) { return d.type_clause(); }},
+    {kFile, Given::repeatable, {}, [](ObjectDefinition& d) { return d.file_clause(); }},
+    {kRecord, Given::repeatable, {}, [](ObjectDefinition& d) { return d.record_clause(); }},
+    {kKey, Given::repeatable, {}, [](ObjectDefinition& d) { return d.key_clause(); }},
+    {kLike, Given::repeatable, {}, [](ObjectDefinition& d) { return d.like_clause(); }},
+    {kVersion, Given::repeatable, {}, [](ObjectDefinition& d) { return d.character_clause<osym::o_version>(); }},
+    {kSeparator, Given::repeatable, {}, [](ObjectDefinition& d) { return d.character_clause<osym::o_separator>(); }},
+    {kNoJoins, Given::once, {kFieldJoins}, [](ObjectDefinition& d) { return d.no_joins(); }},
+    {kFieldJoins, Given::once, {kNoJoins}, [](ObjectDefinition& d) { return d.field_joins(); }},
+    {kNoRowid, Given::once, {}, [](ObjectDefinition& d) { return d.no_rowid(); }},
 };
 
 bool ObjectDefinition::read_clauses() {
-  for (;;) {
-    const uint32_t c = p_.next();
-    if (!(c & kClauseWord) || p_.at_statement_start()) {
-      p_.push_back();
-      return true;
-    }
-    p_.accept();
-    if (c == kType) {
-      type_clause();
-    } else if (c == kFile) {
-      file_clause();
-    } else if (c == kRecord) {
-      if (!record_clause()) return false;
-    } else if (c == kKey) {
-      if (!key_clause()) return false;
-    } else if (c == kLike) {
-      if (!like_clause()) return false;
-    } else if (c == kVersion) {
-      character_clause(osym::o_version);
-    } else if (c == kSeparator) {
-      character_clause(osym::o_separator);
-    } else if (c == kNoJoins) {
-      if (no_joins_ || field_joins_) p_.diag.error(msg::duplicate_incompatible_clause);
-      no_joins_ = true;
-    } else if (c == kFieldJoins) {
-      if (no_joins_ || field_joins_) p_.diag.error(msg::duplicate_incompatible_clause);
-      field_joins_ = true;
-    } else if (c == kNoRowid) {
-      if (no_rowid_) p_.diag.error(msg::duplicate_incompatible_clause);
-      no_rowid_ = true;
-    } else {
-      p_.diag.error(msg::invalid_clause);
-      p_.tok.skip_to_clause();
-    }
+  tav::read_clauses(p_, kObjectClauses, *this, [](ObjectDefinition& d) { return d.other_word(); });
+  return !skipped_;
+}
+
+// A word that is no clause ends the statement; an unknown clause is reported and passed over.
+ClauseStep ObjectDefinition::other_word() {
+  if (!(p_.cls() & kClauseWord)) {
+    p_.push_back();
+    return ClauseStep::done;
   }
+  return resume_at_next_clause(p_);
 }
 
 // TYPE [IS] word. Only indexed and memory files keep key records.
-void ObjectDefinition::type_clause() {
+ClauseStep ObjectDefinition::type_clause() {
   p_.take(kIs);
   const FileTypeRow* row = find_file_type(p_.next());
   if (row == nullptr) {
     p_.diag.error(msg::invalid_type);
     if (p_.at_statement_start() || (p_.cls() & kClauseWord))
       p_.push_back();
-    return;
+    return ClauseStep::next;
   }
   if (p_.tok.held()) p_.accept();
   ops_.at(o_ + osym::o_filtype)[0] = static_cast<uint8_t>(row->letter);
   if (!file_type_has_keys(row->letter)) ops_.put24(o_ + osym::o_keylist, 0);
+  return ClauseStep::next;
 }
 
 // FILE [IS] text.
-void ObjectDefinition::file_clause() {
+ClauseStep ObjectDefinition::file_clause() {
   p_.take(kIs);
   p_.next();
   if (!p_.is_alpha()) {
     p_.diag.error(msg::alpha_literal_expected);
     if (p_.at_statement_start() || (p_.cls() & kClauseWord)) p_.push_back();
-    return;
+    return ClauseStep::next;
   }
   ops_.put24(o_ + osym::o_file, ops_.store_text(p_.text()));
+  return ClauseStep::next;
 }
 
 // VERSION [IS] text and SEPARATOR [IS] text: a literal of exactly one character.
-void ObjectDefinition::character_clause(uint32_t member) {
+template <uint32_t Member>
+ClauseStep ObjectDefinition::character_clause() {
   p_.take(kIs);
   p_.next();
   if (!p_.is_alpha() && !p_.is_numeric()) {
     p_.diag.error(msg::alpha_literal_expected);
     if (p_.at_statement_start() || (p_.cls() & kClauseWord)) p_.push_back();
-    return;
+    return ClauseStep::next;
   }
   if (p_.text().size() != 1) {
     p_.diag.error(msg::invalid_alpha_literal_string);
-    return;
+    return ClauseStep::next;
   }
-  ops_.at(o_ + member)[0] = static_cast<uint8_t>(p_.text()[0]);
+  ops_.at(o_ + Member)[0] = static_cast<uint8_t>(p_.text()[0]);
+  return ClauseStep::next;
 }
 
 // Takes the object's links out of its record and out of the chains of their fields.
@@ -265,7 +275,7 @@ void ObjectDefinition::add_record_field(uint32_t field, uint32_t& offset, uint32
 
 // RECORD [IS] field ... END-RECORD. A name followed by a definition clause is defined in place;
 // any other name is a field of the program or of a dictionary.
-bool ObjectDefinition::record_clause() {
+ClauseStep ObjectDefinition::record_clause() {
   set_attr(osym::attr_complete);
   if (ops_.get24(o_ + osym::o_record) != 0) {
     p_.diag.error(msg::duplicate_incompatible_clause);
@@ -303,39 +313,39 @@ bool ObjectDefinition::record_clause() {
 
   if (offset < 1 || offset > osym::max_recsize) {
     p_.diag.error(msg::record_size_object_invalid);
-    return true;
+    return ClauseStep::next;
   }
   ops_.put24(o_ + osym::o_record, p_.data.alloc((offset + 1) & ~1u));
   ops_.put16(o_ + osym::o_recsize, offset);
   ops_.put16(o_ + osym::o_dictno, static_cast<uint16_t>(osym::dictno_program));
-  return true;
+  return ClauseStep::next;
 }
 
 // LIKE object: the description and record layout of another object.
-bool ObjectDefinition::like_clause() {
+ClauseStep ObjectDefinition::like_clause() {
   if (ops_.get24(o_ + osym::o_record) != 0) {
     p_.diag.error(msg::duplicate_incompatible_clause);
     empty_record();
   }
   if (p_.next() != kClassName) {
     p_.fail(msg::object_name_expected);
-    return false;
+    return step(false);
   }
   const std::string name(p_.text());
   const uint32_t other = p_.syms.find_object(name);
   if (other == o_) {
     p_.diag.error_text(txt::object_defined_as_itself, name);
-    return true;
+    return ClauseStep::next;
   }
   if (other == 0) {
     const std::optional<DictObject> row = lookup_dictionary_object(p_, name);
     if (!row) {
       p_.diag.set_name(name);
       p_.fail(msg::object_not_defined_dictionary);
-      return false;
+      return step(false);
     }
     apply_dictionary_row(p_, o_, *row);
-    return true;
+    return ClauseStep::next;
   }
   for (uint32_t m : {osym::o_file, osym::o_like})
     ops_.put24(o_ + m, m == osym::o_like ? other : ops_.get24(other + m));
@@ -351,7 +361,7 @@ bool ObjectDefinition::like_clause() {
   for (uint32_t l = ops_.get24(other + osym::o_fldobj); l != 0; l = ops_.get24(l + folink::fo_fldobj))
     tail = link_record_field(ops_, o_, ops_.get24(l + folink::fo_field), ops_.get16(l + folink::fo_offs), tail);
   liked_ = other;
-  return true;
+  return ClauseStep::next;
 }
 
 void ObjectDefinition::finish() {

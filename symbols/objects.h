@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "symbols/clauses.h"
+
 namespace tav {
 
 class OpSpace;
@@ -118,6 +120,7 @@ struct OpenClauses {
   uint16_t flags = 0;
   bool permanent = false;
   bool file = false;  // FILE [IS] expression: compiled by the OPEN statement, which sets this
+  ClausesSeen seen;   // for the given-twice and exclusion checks of the clause table
 };
 
 // Applies the OPEN clause word just read (the current token) to `object`. Returns false, leaving
