@@ -27,19 +27,6 @@ namespace expr {
 
 namespace {
 
-constexpr uint32_t kOpenParen = verb("(");
-constexpr uint32_t kCloseParen = verb(")");
-constexpr uint32_t kOpenBrace = verb("{");
-constexpr uint32_t kCloseBrace = verb("}");
-constexpr uint32_t kMinus = verb("-");
-constexpr uint32_t kNot = verb("not");
-constexpr uint32_t kAnd = verb("and");
-constexpr uint32_t kCollate = verb("collate");
-constexpr uint32_t kAscii = verb("ascii");
-constexpr uint32_t kIfThenElse = verb("if_then_else");
-constexpr uint32_t kChar = verb("char");
-constexpr uint32_t kShow = verb("show");
-constexpr uint32_t kSelect = verb("select");
 
 const OperatorRow* row_of(uint32_t code) {
   for (const OperatorRow& r : kOperators)
@@ -224,7 +211,7 @@ bool Compiler::finish(bool condition) {
     flags() &= ~kFlagBetween;
   }
   if (set_mark_ >= 0) {
-    p_.diag.error_text(set_close_ == kCloseBrace ? txt::close_brace_missing : txt::close_paren_missing,
+    p_.diag.error_text(set_close_ == verb("}") ? txt::close_brace_missing : txt::close_paren_missing,
                        Context::current_token());
     set_mark_ = -1;
   }
@@ -244,11 +231,11 @@ Compiler::Next Compiler::binary(uint32_t c) {
   bool set_open = set_mark_ >= 0;
   if (set_open && !open_paren_above(set_mark_)) {
     if (c == set_close_) return close_set() ? Next::op : Next::abandon;
-    if (c == kCloseBrace || c == kCloseParen || p_.at_statement_start()) {
-      p_.diag.error_text(set_close_ == kCloseBrace ? txt::close_brace_missing : txt::close_paren_missing,
+    if (c == verb("}") || c == verb(")") || p_.at_statement_start()) {
+      p_.diag.error_text(set_close_ == verb("}") ? txt::close_brace_missing : txt::close_paren_missing,
                        Context::current_token());
       set_mark_ = -1;
-      if (c == kCloseBrace) return Next::op;
+      if (c == verb("}")) return Next::op;
       p_.push_back();
       return Next::end;
     }
@@ -315,7 +302,7 @@ Compiler::Next Compiler::binary(uint32_t c) {
 
     case OpKind::junction:
       if (was_not || set_open) return stop(msg::invalid_operator);
-      if (c == kAnd && (flags() & kFlagBetween)) {
+      if (c == verb("and") && (flags() & kFlagBetween)) {
         // The AND of BETWEEN: the upper bound follows.
         flags() &= ~kFlagBetween;
         return push(row_of(kBetweenAnd)) ? Next::operand : Next::abandon;
@@ -338,14 +325,14 @@ Compiler::Next Compiler::binary(uint32_t c) {
 // ---- Sets ----------------------------------------------------------------------------------------
 
 bool Compiler::open_set(uint32_t c) {
-  if (c != kOpenBrace && c != kOpenParen) {
+  if (c != verb("{") && c != verb("(")) {
     p_.push_back();
     p_.diag.error_text(txt::set_not_enclosed, Context::current_token());
     p_.tok.skip_to_statement();
     type_.failed = true;
     return false;
   }
-  set_close_ = c == kOpenBrace ? kCloseBrace : kCloseParen;
+  set_close_ = c == verb("{") ? verb("}") : verb(")");
   uint32_t first = p_.next();
   if (first == set_close_) {
     p_.diag.error_text(txt::invalid_set_of_values, Context::current_token());
@@ -396,11 +383,11 @@ bool Compiler::operand() {
       if (!open_set(c)) return false;
       continue;
     }
-    if (c == kOpenParen) {
-      if (!push(row_of(kOpenParen), 0, true)) return false;
+    if (c == verb("(")) {
+      if (!push(row_of(verb("(")), 0, true)) return false;
       continue;
     }
-    if (c == kMinus) {
+    if (c == verb("-")) {
       if (p_.next() == kClassNumeric) {
         numeric_literal(-p_.tok.value(), static_cast<uint16_t>(p_.tok.attribute() ^ conv::kFmtSigned));
         break;
@@ -409,16 +396,16 @@ bool Compiler::operand() {
       if (!push(row_of(kUnaryMinus), 0, true)) return false;
       continue;
     }
-    if (c == kNot) {
-      if (!push(row_of(kNot), 0, true)) return false;
+    if (c == verb("not")) {
+      if (!push(row_of(verb("not")), 0, true)) return false;
       continue;
     }
-    if (c == kCollate) {
+    if (c == verb("collate")) {
       flags() |= kFlagCollate;
       continue;
     }
-    if (c == kAscii) {
-      bool call = p_.next() == kOpenParen;
+    if (c == verb("ascii")) {
+      bool call = p_.next() == verb("(");
       p_.push_back();
       if (!call) {
         flags() |= kFlagAscii;
@@ -447,16 +434,16 @@ bool Compiler::operand_word(uint32_t c) {
     default:
       break;
   }
-  if (c == kOpenBrace) return brace_literal();
-  if (c == kIfThenElse) return if_then_else();
-  if (c == kSelect) {
+  if (c == verb("{")) return brace_literal();
+  if (c == verb("if_then_else")) return if_then_else();
+  if (c == verb("select")) {
     // SELECT inside an expression belongs to the SELECT compiler, which no caller offers yet.
     p_.diag.error_text(txt::select_not_allowed, Context::current_token());
     p_.tok.skip_to_statement();
     type_.failed = true;
     return false;
   }
-  if (c == kShow) {
+  if (c == verb("show")) {
     mode_constant(0, true);
     return true;
   }
@@ -466,7 +453,7 @@ bool Compiler::operand_word(uint32_t c) {
       numeric_literal(digits, k->attribute);
       return true;
     }
-    if (c == kChar) p_.diag.warning_text(txt::char_replaced_by_str, Context::current_token());
+    if (c == verb("char")) p_.diag.warning_text(txt::char_replaced_by_str, Context::current_token());
     return function_call(c);
   }
   if (p_.at_statement_start()) return abandon(msg::field_name_expected);
@@ -521,10 +508,10 @@ void Compiler::date_literal(uint32_t cls) {
 bool Compiler::brace_literal() {
   uint32_t kw = p_.next();
   std::string keyword(p_.text());
-  if (kw == kCloseBrace || p_.at_statement_start()) return abandon(msg::syntax_error);
+  if (kw == verb("}") || p_.at_statement_start()) return abandon(msg::syntax_error);
   if (p_.next() != kClassAlpha) return abandon(msg::syntax_error);
   std::string text(p_.text());
-  if (p_.next() != kCloseBrace) return abandon(msg::syntax_error);
+  if (p_.next() != verb("}")) return abandon(msg::syntax_error);
   conv::BraceValue v = conv::brace_value(keyword, text, type_.kind, conv::LocalTime().offset());
   switch (v.status) {
     case conv::BraceStatus::ok:
@@ -598,7 +585,7 @@ bool Compiler::field_reference(std::string_view name) {
 
 bool Compiler::if_then_else() {
   p_.max_opt_ver(4);
-  if (p_.next() != kOpenParen) return abandon(msg::syntax_error);
+  if (p_.next() != verb("(")) return abandon(msg::syntax_error);
   OpSpace& ops = p_.ops;
   uint32_t op = p_.ob.emit(Op::if_then_else);
   ExprType first, second;
@@ -619,7 +606,7 @@ bool Compiler::if_then_else() {
   uint32_t h2 = compile_on_level(p_, allow_, false, true, &second, &failed, this);
   ops.put24(op + kIteElse, h2);
   if (failed) return type_.failed = true, false;
-  if (p_.next() != kCloseParen) return abandon(msg::syntax_error);
+  if (p_.next() != verb(")")) return abandon(msg::syntax_error);
   if ((first.alphanumeric() && second.numeric()) || (first.numeric() && second.alphanumeric())) {
     p_.diag.error(msg::mixed_numeric_alpha_operands_expression);
     mixed_reported_ = true;

@@ -20,9 +20,6 @@ namespace expr {
 
 namespace {
 
-constexpr uint32_t kOpenParen = verb("(");
-constexpr uint32_t kCloseParen = verb(")");
-constexpr uint32_t kCount = verb("count");
 
 constexpr uint32_t kAggregates[] = {verb("max"), verb("min"), verb("average"), verb("count"), verb("sum")};
 
@@ -108,14 +105,14 @@ bool Compiler::function_call(uint32_t code) {
   ExprType decided;          // type of the first argument of kinds 3 to 5
   bool have_decided = false;
   bool decided_datetime = false;
-  if (p_.next() != kOpenParen) {
+  if (p_.next() != verb("(")) {
     p_.push_back();
     int first = row->params[0];
     if (first != 0 && first != kParamReport) return abandon(msg::function_requires_parameter_list);
   } else {
     for (;;) {
       uint32_t c = p_.next();
-      if (c == kCloseParen) break;
+      if (c == verb(")")) break;
       if (p_.at_statement_start()) {
         p_.diag.error(msg::invalid_parameter_list_function);
         type_.failed = true;
@@ -259,7 +256,7 @@ bool Compiler::aggregate_call(const FunctionRow& row) {
   if (!(allow_ & allow_aggregates) || sink_ == nullptr) {
     p_.diag.error(msg::aggregate_functions_invalid_here);
     // Pass over the argument list so that the rest of the statement is still read.
-    if (p_.next() == kOpenParen) {
+    if (p_.next() == verb("(")) {
       int depth = 1;
       while (depth > 0) {
         uint32_t c = p_.next();
@@ -267,8 +264,8 @@ bool Compiler::aggregate_call(const FunctionRow& row) {
           type_.failed = true;
           return false;
         }
-        if (c == kOpenParen) ++depth;
-        if (c == kCloseParen) --depth;
+        if (c == verb("(")) ++depth;
+        if (c == verb(")")) --depth;
       }
     } else {
       p_.push_back();
@@ -282,7 +279,7 @@ bool Compiler::aggregate_call(const FunctionRow& row) {
   in_aggregate_ = false;
   uint32_t op = p_.ob.emit(Op::aggregate);
   p_.ops.put24(op + kAggregateRecord, record);
-  if (row.code == kCount && !t.numeric() && !t.alphanumeric()) t.digits = 8;
+  if (row.code == verb("count") && !t.numeric() && !t.alphanumeric()) t.digits = 8;
   raise(t);
   return true;
 }

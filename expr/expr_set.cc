@@ -64,11 +64,6 @@ inline constexpr uint8_t kDrillDownLevel = 5;
 inline constexpr uint16_t kPageNoFunction = 63;
 inline constexpr uint16_t kDrillDownFunction = 160;
 
-constexpr uint32_t kSet = verb("set");
-constexpr uint32_t kString = verb("string");
-constexpr uint32_t kTo = verb("to");
-constexpr uint32_t kAt = verb("at");
-constexpr uint32_t kOn = verb("on");
 
 struct Assign {
   uint32_t code;
@@ -126,7 +121,7 @@ uint32_t record_copy(ParserCore& p, std::string_view target) {
   }
   for (uint32_t o : {to, from})
     if (o != 0 && !(ops.get16(o + osym::o_attr) & osym::attr_no_joins)) p.diag.error(msg::object_not_declared_as_no);
-  p.ob.emit_statement_marker(kSet);
+  p.ob.emit_statement_marker(verb("set"));
   uint32_t op = p.ob.emit(Op::record_copy);
   ops.put24(op + setop::copy_to, to);
   ops.put24(op + setop::copy_from, from);
@@ -200,7 +195,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   uint16_t target_format = special ? conv::kFmtTime : static_cast<uint16_t>(ops.get16(field + fsym::f_format));
   bool numeric_target = conv::fmt_numeric(target_format);
 
-  if (!for_loop) p.ob.emit_statement_marker(kSet);
+  if (!for_loop) p.ob.emit_statement_marker(verb("set"));
   uint32_t op = 0;
   if (special) {
     op = p.ob.emit(Op::set_variant);
@@ -260,7 +255,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
     check_literal(p, head, field);
 
   if (special == kPageNumber || special == kDrillDownLevel) {
-    if (p.next() == kOn) {
+    if (p.next() == verb("on")) {
       uint32_t r = p.next();
       if (!is_word(p, r)) {
         p.fail(msg::report_name_not_defined);
@@ -303,7 +298,7 @@ void compile_string(ParserCore& p) {
     return;
   }
   uint32_t sub = compile_subscript(p, field);
-  p.ob.emit_statement_marker(kString);
+  p.ob.emit_statement_marker(verb("string"));
   uint32_t op = p.ob.emit(Op::string);
   ops.put16(op + stringop::object, object ? ops.get16(object + osym::o_seq) : 0);
   ops.put24(op + stringop::field, field);
@@ -330,7 +325,7 @@ void compile_string(ParserCore& p) {
       if (t.failed) return;
       if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
     }
-    bool at = p.next() == kAt;
+    bool at = p.next() == verb("at");
     if (kind == action::appending) {
       if (at) {
         p.fail(msg::syntax_error);
@@ -347,7 +342,7 @@ void compile_string(ParserCore& p) {
     ExprType pos = compile_expression_list(p, entry + action::at);
     if (pos.failed) return;
     if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
-    bool to = p.next() == kTo;
+    bool to = p.next() == verb("to");
     if (to && kind != action::deleting) {
       p.fail(msg::syntax_error);
       return;

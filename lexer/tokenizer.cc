@@ -51,7 +51,6 @@ constexpr std::array<uint8_t, 256> kCharClass = make_char_classes();
 inline uint8_t char_class(char c) { return kCharClass[static_cast<unsigned char>(c)]; }
 inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-constexpr uint32_t kTranslateVerb = verb("translate");
 constexpr std::string_view kEofText = "[EOF]";
 constexpr unsigned kRepeatMax = 511;  // a repeated-character literal must fit a token
 constexpr unsigned kDigitsMax = 31;   // the attribute's digit fields are 5 bits wide
@@ -168,7 +167,7 @@ uint32_t Tokenizer::get_token() {
       deliver(kClassAlpha);
     } else {
       deliver(classify_word(raw));
-      if (class_ == kTranslateVerb && !translating) {
+      if (class_ == verb("translate") && !translating) {
         // TRANSLATE marks the literal after it for the language files; it is not delivered.
         translating = true;
         continue;

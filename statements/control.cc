@@ -27,18 +27,11 @@ namespace tav {
 
 namespace {
 
-constexpr uint32_t kEnd = verb("end");
-constexpr uint32_t kCase = verb("case");
-constexpr uint32_t kElse = verb("else");
-constexpr uint32_t kElseIf = verb("else_if");
-constexpr uint32_t kEndIf = verb("end_if");
-constexpr uint32_t kUntil = verb("until");
-constexpr uint32_t kDetail = verb("detail");
 
 // Reads the closing verb: true when it is one of the two given (and consumed); otherwise reports
 // "<name> missing" and leaves the token for the next statement or section.
 bool close_with(Parser& p, uint32_t found, uint32_t closing, txt::Text missing) {
-  if (found == kEnd || found == closing) {
+  if (found == verb("end") || found == closing) {
     p.next();
     p.accept();
     return true;
@@ -199,23 +192,23 @@ void compile_if(Parser& p) {
     branch = p.ob.emit(Op::if_);
     compile_condition_list(p, branch + ctl::if_condition);
     p.take(verb("then"));
-    stop = compile_branch(p, {kElseIf, kElse, kEnd, kEndIf});
-    if (stop != kElseIf) break;
+    stop = compile_branch(p, {verb("else_if"), verb("else"), verb("end"), verb("end_if")});
+    if (stop != verb("else_if")) break;
     p.next();
     p.accept();
-    opening = kElseIf;
+    opening = verb("else_if");
   }
-  if (stop == kElse) {
+  if (stop == verb("else")) {
     p.next();
     p.accept();
     ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
-    p.ob.emit_statement_marker(kElse);
-    stop = compile_branch(p, {kEnd, kEndIf});
+    p.ob.emit_statement_marker(verb("else"));
+    stop = compile_branch(p, {verb("end"), verb("end_if")});
   } else {
     ops.put24(branch + ctl::if_false, p.ob.top().tail);
   }
   patch_jumps(p, jumps);
-  if (close_with(p, stop, kEndIf, txt::end_if_missing)) p.ob.emit_statement_marker(kEndIf);
+  if (close_with(p, stop, verb("end_if"), txt::end_if_missing)) p.ob.emit_statement_marker(verb("end_if"));
   p.locks.settle_branches();
 }
 
@@ -227,9 +220,9 @@ void compile_while(Parser& p) {
   p.ob.emit_statement_marker(verb("while"));
   uint32_t op = p.ob.emit(Op::while_);
   compile_condition_list(p, op + ctl::loop_condition);
-  p.take(kDetail);
+  p.take(verb("detail"));
   uint32_t stop = 0;
-  ops.put24(op + ctl::loop_body, compile_loop_body(p, {kEnd, verb("end_while")}, stop));
+  ops.put24(op + ctl::loop_body, compile_loop_body(p, {verb("end"), verb("end_while")}, stop));
   close_with(p, stop, verb("end_while"), txt::end_while_missing);
   p.ob.emit_statement_marker(verb("end_while"));
 }
@@ -243,17 +236,17 @@ void compile_repeat(Parser& p) {
   p.ob.emit_statement_marker(verb("repeat"));
   uint32_t op = p.ob.emit(Op::repeat);
   uint32_t stop = 0;
-  ops.put24(op + ctl::repeat_first, compile_loop_body(p, {kEnd, verb("end_repeat"), kUntil}, stop));
-  if (stop == kUntil) {
+  ops.put24(op + ctl::repeat_first, compile_loop_body(p, {verb("end"), verb("end_repeat"), verb("until")}, stop));
+  if (stop == verb("until")) {
     p.next();
     p.accept();
-    p.ob.emit_statement_marker(kUntil);
+    p.ob.emit_statement_marker(verb("until"));
     compile_condition_list(p, op + ctl::repeat_until);
-    p.take(kDetail);
+    p.take(verb("detail"));
   } else {
     p.diag.error_text(txt::until_missing, Context::current_token());
   }
-  ops.put24(op + ctl::repeat_second, compile_loop_body(p, {kEnd, verb("end_repeat")}, stop));
+  ops.put24(op + ctl::repeat_second, compile_loop_body(p, {verb("end"), verb("end_repeat")}, stop));
   close_with(p, stop, verb("end_repeat"), txt::end_repeat_missing);
   p.ob.emit_statement_marker(verb("end_repeat"));
 }
@@ -303,10 +296,10 @@ void compile_for(Parser& p) {
   uint32_t increment = p.ob.top().head;
   p.ob.close_level();
 
-  p.take(kDetail);
+  p.take(verb("detail"));
   BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   uint32_t stop = 0;
-  ops.put24(op + ctl::loop_body, compile_loop_body(p, {kEnd, verb("end_for")}, stop));
+  ops.put24(op + ctl::loop_body, compile_loop_body(p, {verb("end"), verb("end_for")}, stop));
   p.ob.open_level();
   emit_assignment(p, f, increment);
   ops.put24(op + ctl::loop_increment, p.ob.top().head);
@@ -339,24 +332,24 @@ void compile_switch(Parser& p) {
   uint32_t link = op + ctl::sw_first_case;  // where the next CASE op is linked from
   uint32_t stop = p.next();
   p.push_back();
-  while (stop == kCase) {
+  while (stop == verb("case")) {
     p.next();
     p.accept();
     if (link != op + ctl::sw_first_case) emit_jump(p, jumps);
     p.take(verb("of"));
-    p.ob.emit_statement_marker(kCase);
+    p.ob.emit_statement_marker(verb("case"));
     uint32_t case_op = p.ob.emit(Op::case_);
     ops.put24(link, case_op);
     link = case_op + ctl::case_next;
     read_case_values(p, case_op, numeric);
-    stop = compile_branch(p, {kCase, kElse, kEnd, verb("end_switch")});
+    stop = compile_branch(p, {verb("case"), verb("else"), verb("end"), verb("end_switch")});
   }
-  if (stop == kElse) {
+  if (stop == verb("else")) {
     p.next();
     p.accept();
     ops.put24(op + ctl::sw_else, emit_jump(p, jumps));
-    p.ob.emit_statement_marker(kElse);
-    stop = compile_branch(p, {kEnd, verb("end_switch")});
+    p.ob.emit_statement_marker(verb("else"));
+    stop = compile_branch(p, {verb("end"), verb("end_switch")});
   } else {
     ops.put24(op + ctl::sw_else, p.ob.top().tail);
   }

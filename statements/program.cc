@@ -44,10 +44,6 @@ const StatementRow* find_statement(uint32_t code) {
   return it != kStatements.end() && it->code == code ? &*it : nullptr;
 }
 
-constexpr uint32_t kBefore = verb("before");
-constexpr uint32_t kAfter = verb("after");
-constexpr uint32_t kDetail = verb("detail");
-constexpr uint32_t kEnd = verb("end");
 
 struct SectionKind {
   uint32_t verb;
@@ -193,7 +189,7 @@ uint32_t compile_part(Parser& p, uint32_t part_verb, uint32_t end_verb) {
   p.ob.emit_statement_marker(part_verb);
   {
     BlockScope part(p, BlockScope::reopens_path);
-    compile_statements_until(p, {kBefore, kAfter, kDetail, kEnd, end_verb});
+    compile_statements_until(p, {verb("before"), verb("after"), verb("detail"), verb("end"), end_verb});
   }
   return p.ob.at_level(0).head;
 }
@@ -234,21 +230,21 @@ void compile_section(Parser& p) {
   for (;;) {
     p.ob.set_level(0);
     uint32_t c = p.next();
-    if (c == kEnd || c == sk->end_verb) {
+    if (c == verb("end") || c == sk->end_verb) {
       p.accept();
       break;
     }
     if (c & kSectionStart) break;
-    if (c == kBefore || c == kAfter) {
+    if (c == verb("before") || c == verb("after")) {
       p.accept();
-      uint32_t slot = c == kBefore ? ssym::s_before : ssym::s_after;
+      uint32_t slot = c == verb("before") ? ssym::s_before : ssym::s_after;
       if (ops.get24(s + slot) != 0 || kind_of(sk->kind) == ssym::kind_procedure)
         p.diag.error(msg::duplicate_incompatible_clause);
-      p.part = c == kBefore ? SectionPart::before : SectionPart::after;
+      p.part = c == verb("before") ? SectionPart::before : SectionPart::after;
       ops.put24(s + slot, compile_part(p, c, sk->end_verb));
       continue;
     }
-    if (c == kDetail)
+    if (c == verb("detail"))
       p.accept();
     else
       p.push_back();
@@ -258,7 +254,7 @@ void compile_section(Parser& p) {
     {
       // The DETAIL of a SCREEN or MENU runs once per record or choice: a loop.
       BlockScope detail(p, k == ssym::kind_screen || k == ssym::kind_menu ? BlockScope::loop : 0u);
-      ops.put24(s + ssym::s_detail, compile_part(p, kDetail, sk->end_verb));
+      ops.put24(s + ssym::s_detail, compile_part(p, verb("detail"), sk->end_verb));
     }
     p.part = SectionPart::before;
   }

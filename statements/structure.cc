@@ -402,18 +402,15 @@ ClauseStep confirm_when(Confirm& c) {
 
 ClauseStep confirm_other(Confirm& c) { return skip_invalid_clause(c.p); }
 
-constexpr uint32_t kAuto = verb("auto");
-constexpr uint32_t kPrompt = verb("prompt");
-constexpr uint32_t kNoPrompt = verb("no_prompt");
 
 constexpr ClauseRow<Confirm> kConfirmClauses[] = {
-    {kAuto, Given::repeatable, {verb("@"), kPrompt, kNoPrompt}, confirm_flag<confirm::flag_auto>},
-    {kNoPrompt, Given::once, {kAuto, kPrompt}, confirm_flag<confirm::flag_no_prompt>},
+    {verb("auto"), Given::repeatable, {verb("@"), verb("prompt"), verb("no_prompt")}, confirm_flag<confirm::flag_auto>},
+    {verb("no_prompt"), Given::once, {verb("auto"), verb("prompt")}, confirm_flag<confirm::flag_no_prompt>},
     {verb("no_window"), Given::repeatable, {}, confirm_flag<confirm::flag_no_window>},
     {verb("window"), Given::repeatable, {}, confirm_flag<confirm::flag_window>},
-    {kPrompt, Given::once, {kAuto, kNoPrompt}, confirm_prompt},
-    {verb("default"), Given::repeatable, {kAuto}, confirm_default},
-    {verb("@"), Given::once, {kAuto}, confirm_position},
+    {verb("prompt"), Given::once, {verb("auto"), verb("no_prompt")}, confirm_prompt},
+    {verb("default"), Given::repeatable, {verb("auto")}, confirm_default},
+    {verb("@"), Given::once, {verb("auto")}, confirm_position},
     {verb("when"), Given::once, {}, confirm_when},
 };
 

@@ -16,16 +16,6 @@ namespace tav {
 
 namespace {
 
-constexpr uint32_t kPicture = verb("picture");
-constexpr uint32_t kType = verb("type");
-constexpr uint32_t kOccurs = verb("occurs");
-constexpr uint32_t kLike = verb("like");
-constexpr uint32_t kUpperCase = verb("upper_case");
-constexpr uint32_t kLowerCase = verb("lower_case");
-constexpr uint32_t kJustify = verb("justify");
-constexpr uint32_t kDbColumnName = verb("db_column_name");
-constexpr uint32_t kUseNameInDb = verb("use_name_in_db");
-constexpr uint32_t kDrillBack = verb("drill_back");
 
 constexpr uint16_t kCaseFlags = fsym::flag_upper | fsym::flag_lower | fsym::flag_justify;
 
@@ -110,16 +100,16 @@ class FieldDefinition {
 // PICTURE, TYPE and LIKE also refuse a value that clashes with what another clause has set; the
 // table only knows which clauses were given.
 constexpr ClauseRow<FieldDefinition> kFieldClauses[] = {
-    {kPicture, Given::repeatable, {}, [](FieldDefinition& d) { return d.picture(); }},
-    {kType, Given::repeatable, {}, [](FieldDefinition& d) { return d.type(); }},
-    {kOccurs, Given::repeatable, {}, [](FieldDefinition& d) { return d.occurs(); }},
-    {kLike, Given::repeatable, {}, [](FieldDefinition& d) { return d.like(); }},
-    {kUpperCase, Given::repeatable, {}, [](FieldDefinition& d) { return d.upper_case(); }},
-    {kLowerCase, Given::repeatable, {}, [](FieldDefinition& d) { return d.lower_case(); }},
-    {kJustify, Given::repeatable, {}, [](FieldDefinition& d) { return d.justify(); }},
-    {kDbColumnName, Given::once, {kUseNameInDb}, [](FieldDefinition& d) { return d.db_column_name(); }},
-    {kUseNameInDb, Given::once, {kDbColumnName}, [](FieldDefinition& d) { return d.use_name_in_db(); }},
-    {kDrillBack, Given::once, {}, [](FieldDefinition& d) { return d.drill_back(); }},
+    {verb("picture"), Given::repeatable, {}, [](FieldDefinition& d) { return d.picture(); }},
+    {verb("type"), Given::repeatable, {}, [](FieldDefinition& d) { return d.type(); }},
+    {verb("occurs"), Given::repeatable, {}, [](FieldDefinition& d) { return d.occurs(); }},
+    {verb("like"), Given::repeatable, {}, [](FieldDefinition& d) { return d.like(); }},
+    {verb("upper_case"), Given::repeatable, {}, [](FieldDefinition& d) { return d.upper_case(); }},
+    {verb("lower_case"), Given::repeatable, {}, [](FieldDefinition& d) { return d.lower_case(); }},
+    {verb("justify"), Given::repeatable, {}, [](FieldDefinition& d) { return d.justify(); }},
+    {verb("db_column_name"), Given::once, {verb("use_name_in_db")}, [](FieldDefinition& d) { return d.db_column_name(); }},
+    {verb("use_name_in_db"), Given::once, {verb("db_column_name")}, [](FieldDefinition& d) { return d.use_name_in_db(); }},
+    {verb("drill_back"), Given::once, {}, [](FieldDefinition& d) { return d.drill_back(); }},
 };
 
 void FieldDefinition::read_clauses() {

@@ -14,7 +14,6 @@ namespace tav {
 
 namespace {
 
-constexpr uint32_t kIs = verb("is");
 constexpr uint32_t kDesc = verb("desc");  // also DESCENDING
 
 struct KeyOption {
@@ -49,7 +48,7 @@ void append_key(OpSpace& ops, uint32_t object, uint32_t key) {
 bool compile_key_clause(ParserCore& p, uint32_t object, int& keys_given) {
   OpSpace& ops = p.ops;
   ++keys_given;
-  p.take(kIs);
+  p.take(verb("is"));
   int count = 0;
   last_key(ops, object, count);
   const uint32_t key = ops.alloc(keyrec::size);
@@ -107,11 +106,11 @@ void copy_keys(OpSpace& ops, uint32_t object, uint32_t from) {
 
 int key_by_field_names(ParserCore& p, uint32_t object, uint32_t access_block) {
   OpSpace& ops = p.ops;
-  struct Given {
+  struct NamedPart {
     uint32_t field;
     bool desc;
   };
-  std::vector<Given> given;
+  std::vector<NamedPart> given;
   while (p.next() == kClassName) {
     if (given.size() == static_cast<size_t>(kMaxKeyFields)) return p.fail(msg::no_such_index_object);
     const std::string name(p.text());

@@ -46,15 +46,14 @@ ClauseStep lock(OpenWord& w) {
   return open_flags<open_flag::lock, false>(w);
 }
 
-constexpr uint32_t kPermanent = verb("permanent");
 constexpr uint32_t kTemporary = verb("temporary");  // also TEMP
 
 constexpr ClauseRow<OpenWord> kOpenClauses[] = {
-    {kPermanent, Given::repeatable, {kTemporary}, permanent},
+    {verb("permanent"), Given::repeatable, {kTemporary}, permanent},
     {verb("lock"), Given::repeatable, {}, lock},
     {verb("read_only"), Given::repeatable, {}, open_flags<open_flag::read_only, false>},
     {verb("local"), Given::repeatable, {}, open_flags<open_flag::local, true>},
-    {kTemporary, Given::repeatable, {kPermanent, verb("create"), verb("append"), verb("read_only")},
+    {kTemporary, Given::repeatable, {verb("permanent"), verb("create"), verb("append"), verb("read_only")},
      open_flags<open_flag::temporary | open_flag::truncate, true>},
     {verb("create"), Given::repeatable, {}, open_flags<open_flag::create, true>},
     {verb("truncate"), Given::repeatable, {}, open_flags<open_flag::truncate, true>},

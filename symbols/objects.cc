@@ -16,19 +16,7 @@ namespace tav {
 
 namespace {
 
-constexpr uint32_t kIs = verb("is");
-constexpr uint32_t kEnd = verb("end");
-constexpr uint32_t kEndRecord = verb("end_record");
-constexpr uint32_t kType = verb("type");
-constexpr uint32_t kFile = verb("file");
-constexpr uint32_t kRecord = verb("record");
-constexpr uint32_t kKey = verb("key");
-constexpr uint32_t kLike = verb("like");
-constexpr uint32_t kVersion = verb("version");
-constexpr uint32_t kSeparator = verb("separator");
 constexpr uint32_t kNoJoins = verb("no_joins");  // also NO-FIELD-JOINS and NO-JOIN
-constexpr uint32_t kFieldJoins = verb("field_joins");
-constexpr uint32_t kNoRowid = verb("no_rowid");
 
 constexpr FileTypeRow kFileTypes[] = {
     {verb("indexed"), osym::type_indexed},           {verb("isam"), osym::type_indexed},
@@ -95,14 +83,14 @@ void skip_definition_clauses(ParserCore& p) {
     p.accept();
     if (c->value == ClauseValue::raw) {
       p.tok.request_raw();
-      if (p.next() == kIs) {
+      if (p.next() == verb("is")) {
         p.tok.request_raw();
         p.next();
       }
       if (p.at_statement_start()) return;
       p.accept();
     } else {
-      if (c->is) p.take(kIs);
+      if (c->is) p.take(verb("is"));
       if (c->value == ClauseValue::word) take_value(p);
     }
     if (c->trailing) p.take(c->trailing);
@@ -159,16 +147,16 @@ class ObjectDefinition {
 };
 
 constexpr ClauseRow<ObjectDefinition> kObjectClauses[] = {
-    {kType, Given::repeatable, {}, [](ObjectDefinition& d) { return d.type_clause(); }},
-    {kFile, Given::repeatable, {}, [](ObjectDefinition& d) { return d.file_clause(); }},
-    {kRecord, Given::repeatable, {}, [](ObjectDefinition& d) { return d.record_clause(); }},
-    {kKey, Given::repeatable, {}, [](ObjectDefinition& d) { return d.key_clause(); }},
-    {kLike, Given::repeatable, {}, [](ObjectDefinition& d) { return d.like_clause(); }},
-    {kVersion, Given::repeatable, {}, [](ObjectDefinition& d) { return d.character_clause<osym::o_version>(); }},
-    {kSeparator, Given::repeatable, {}, [](ObjectDefinition& d) { return d.character_clause<osym::o_separator>(); }},
-    {kNoJoins, Given::once, {kFieldJoins}, [](ObjectDefinition& d) { return d.no_joins(); }},
-    {kFieldJoins, Given::once, {kNoJoins}, [](ObjectDefinition& d) { return d.field_joins(); }},
-    {kNoRowid, Given::once, {}, [](ObjectDefinition& d) { return d.no_rowid(); }},
+    {verb("type"), Given::repeatable, {}, [](ObjectDefinition& d) { return d.type_clause(); }},
+    {verb("file"), Given::repeatable, {}, [](ObjectDefinition& d) { return d.file_clause(); }},
+    {verb("record"), Given::repeatable, {}, [](ObjectDefinition& d) { return d.record_clause(); }},
+    {verb("key"), Given::repeatable, {}, [](ObjectDefinition& d) { return d.key_clause(); }},
+    {verb("like"), Given::repeatable, {}, [](ObjectDefinition& d) { return d.like_clause(); }},
+    {verb("version"), Given::repeatable, {}, [](ObjectDefinition& d) { return d.character_clause<osym::o_version>(); }},
+    {verb("separator"), Given::repeatable, {}, [](ObjectDefinition& d) { return d.character_clause<osym::o_separator>(); }},
+    {kNoJoins, Given::once, {verb("field_joins")}, [](ObjectDefinition& d) { return d.no_joins(); }},
+    {verb("field_joins"), Given::once, {kNoJoins}, [](ObjectDefinition& d) { return d.field_joins(); }},
+    {verb("no_rowid"), Given::once, {}, [](ObjectDefinition& d) { return d.no_rowid(); }},
 };
 
 bool ObjectDefinition::read_clauses() {
@@ -187,7 +175,7 @@ ClauseStep ObjectDefinition::other_word() {
 
 // TYPE [IS] word. Only indexed and memory files keep key records.
 ClauseStep ObjectDefinition::type_clause() {
-  p_.take(kIs);
+  p_.take(verb("is"));
   const FileTypeRow* row = find_file_type(p_.next());
   if (row == nullptr) {
     p_.diag.error(msg::invalid_type);
@@ -203,7 +191,7 @@ ClauseStep ObjectDefinition::type_clause() {
 
 // FILE [IS] text.
 ClauseStep ObjectDefinition::file_clause() {
-  p_.take(kIs);
+  p_.take(verb("is"));
   p_.next();
   if (!p_.is_alpha()) {
     p_.diag.error(msg::alpha_literal_expected);
@@ -217,7 +205,7 @@ ClauseStep ObjectDefinition::file_clause() {
 // VERSION [IS] text and SEPARATOR [IS] text: a literal of exactly one character.
 template <uint32_t Member>
 ClauseStep ObjectDefinition::character_clause() {
-  p_.take(kIs);
+  p_.take(verb("is"));
   p_.next();
   if (!p_.is_alpha() && !p_.is_numeric()) {
     p_.diag.error(msg::alpha_literal_expected);
@@ -281,7 +269,7 @@ ClauseStep ObjectDefinition::record_clause() {
     p_.diag.error(msg::duplicate_incompatible_clause);
     empty_record();
   }
-  p_.take(kIs);
+  p_.take(verb("is"));
   uint32_t offset = 0;
   uint32_t tail = 0;
   for (;;) {
@@ -305,7 +293,7 @@ ClauseStep ObjectDefinition::record_clause() {
     }
     add_record_field(field, offset, tail);
   }
-  if (p_.cls() == kEnd || p_.cls() == kEndRecord) {
+  if (p_.cls() == verb("end") || p_.cls() == verb("end_record")) {
     p_.accept();
   } else {
     p_.diag.error_text(txt::end_record_missing, std::string(p_.text()));
