@@ -1,0 +1,126 @@
+// The data-file layer: indexed files, text files and the file search.
+//
+// An indexed file named F is the single SQLite database F.idx holding one table, so that any
+// SQLite tool can open it. The table has one SQL column per described column, in order and under
+// the same name; a column of n > 1 occurrences is the n columns <name>_1 ... <name>_n. Numbers
+// (binary decimal, dates, times) are INTEGER, texts are TEXT without their trailing blanks (a row
+// buffer pads them back; NULL reads as blanks or 0), other stored forms are BLOBs of their bytes.
+// Index k of the description is the SQL index <table>_<k>, UNIQUE unless duplicates are allowed,
+// DESC on descending key columns. A database made by another SQLite client with the same table
+// and column names works the same, with or without the indexes.
+//
+// A row buffer holds the columns one after the other from offset 0, each in its stored form,
+// numbers most significant byte first (as in the operations table).
+//
+// There are no file servers: a server-qualified name ("host:path") is refused with
+// kNetworkNotAllowed, and a name starting with ":" names a local file (the ":" is dropped).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tav::datafile {
+
+// Mode bits of the operations.
+inline constexpr uint32_t kCreate = 0x0001;    // open: create the file when it does not exist
+inline constexpr uint32_t kReadOnly = 0x0004;  // open: for reading only
+inline constexpr uint32_t kLocal = 0x0008;     // open: a local file, whatever the name looks like
+inline constexpr uint32_t kNextRow = 0x0010;   // read: the next row in index order
+inline constexpr uint32_t kFirstRow = 0x0080;  // start: the first row of the index
+inline constexpr uint32_t kServerBits = 0xF0000000;  // a file server's number + 1; 0 = local
+
+// Error numbers of the operations (0 is success).
+inline constexpr int kNoSuchFile = 2;
+inline constexpr int kDuplicate = 100;
+inline constexpr int kNotOpen = 101;
+inline constexpr int kBadArgument = 102;
+inline constexpr int kBadFile = 105;  // not an indexed file of this description
+inline constexpr int kLocked = 107;
+inline constexpr int kEndOfFile = 110;
+inline constexpr int kNoRecord = 111;
+inline constexpr int kNoCurrent = 112;
+inline constexpr int kNetworkNotAllowed = 10010;
+
+struct Column {
+  std::string name;
+  uint16_t format = 0;  // the format word: class bits, digits, sign; a length for texts
+  char type = 'A';      // the type letter
+  uint16_t occurs = 1;
+  uint32_t size = 0;    // bytes of one occurrence
+};
+
+struct KeyPart {
+  std::string column;
+  bool descending = false;
+};
+
+struct Index {
+  std::vector<KeyPart> parts;  // up to 8
+  bool duplicates = false;
+  bool db_only = false;
+  bool compressed = false;
+};
+
+struct TableDesc {
+  std::string table;
+  std::vector<Column> columns;
+  std::vector<Index> indexes;  // index k is indexes[k - 1]
+
+  // Bytes of a row: the column sizes times their occurrences.
+  uint32_t row_size() const;
+  // Whether the description is usable: names, sizes, at most 8 key parts naming columns.
+  bool valid() const;
+};
+
+class IndexedFile {
+ public:
+  // Opens the indexed file `name` (the path without ".idx"). With kCreate a missing file is
+  // created with its table and indexes. Nothing is returned on failure, with `error` set.
+  static std::unique_ptr<IndexedFile> open(const std::string& name, const TableDesc& desc, uint32_t mode,
+                                           int& error);
+  ~IndexedFile();
+  IndexedFile(const IndexedFile&) = delete;
+  IndexedFile& operator=(const IndexedFile&) = delete;
+
+  const TableDesc& desc() const { return desc_; }
+
+  // Positions on `index`: at its first row (kFirstRow), or before the first row whose key is at
+  // least the key in `row`. The next read with kNextRow returns that row.
+  int start(int index, const uint8_t* row, uint32_t mode);
+  // Mode 0: reads the row whose key on `index` equals the key in `row`; kNextRow: the next row
+  // in the order of the index last started or read (`index` is then ignored). The row read
+  // becomes the current one.
+  int read(int index, uint8_t* row, uint32_t mode);
+  int write(const uint8_t* row);
+  // Rewrites or deletes the row with the key of `row` on index 1 (the current row when index 1
+  // allows duplicates).
+  int rewrite(const uint8_t* row);
+  int remove(const uint8_t* row);
+
+  struct Impl;  // the open database and its prepared statements (datafile.cc)
+
+ private:
+  explicit IndexedFile(std::unique_ptr<Impl> impl, TableDesc desc);
+  std::unique_ptr<Impl> impl_;
+  TableDesc desc_;
+};
+
+// A server-qualified file name: a host part before a ":" that is not the first character (and
+// no "/" before it). There are no servers, so such a name cannot be opened.
+bool names_server(std::string_view name);
+
+// The name with a leading ":" (local file) removed.
+std::string_view local_name(std::string_view name);
+
+// Searches the directories of `search_path` (separated by ":"; the current directory when empty)
+// for a relative `name`; an absolute name is checked as it is. Returns the path found.
+std::optional<std::string> find_file(std::string_view name, std::string_view search_path);
+
+// Reads up to `count` bytes from the start of a text file; nothing when it cannot be read.
+std::optional<std::string> read_text_file(const std::string& path, size_t count);
+
+}  // namespace tav::datafile
