@@ -13,6 +13,7 @@
 
 #include "codegen/convert.h"
 #include "expr/expr_internal.h"
+#include "symbols/clauses.h"
 #include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
@@ -327,24 +328,26 @@ void compile_set(ParserCore& p) {
   expect_end(p);
 }
 
-void compile_string(ParserCore& p) {
+namespace {
+
+// STRING field [subscript]: the field edited, and its op. 0 after reporting.
+uint32_t emit_string(ParserCore& p) {
   OpSpace& ops = p.ops;
-  p.accept();
   uint32_t c = p.next();
   if (!is_word(p, c)) {
     p.fail(msg::field_name_expected);
-    return;
+    return 0;
   }
   uint32_t object = 0;
   uint32_t field = reference_field(p, std::string(p.text()), &object);
   if (field == 0) {
     p.tok.skip_to_statement();
-    return;
+    return 0;
   }
   if (conv::fmt_numeric(static_cast<uint16_t>(ops.get16(field + fsym::f_format)))) {
     p.diag.error_text(txt::field_must_be_alphanumeric, Context::current_token());
     p.tok.skip_to_statement();
-    return;
+    return 0;
   }
   uint32_t sub = compile_subscript(p, field);
   p.ob.emit_statement_marker(verb("string"));
@@ -352,58 +355,89 @@ void compile_string(ParserCore& p) {
   ops.put16(op + stringop::object, object ? ops.get16(object + osym::o_seq) : 0);
   ops.put24(op + stringop::field, field);
   ops.put24(op + stringop::subscript, sub);
+  return op;
+}
 
-  uint32_t link = op + stringop::actions;
-  for (;;) {
-    c = p.next();
-    if (p.at_statement_start()) return;
-    uint16_t kind = c == verb("inserting") ? action::inserting
-                    : c == verb("replacing") ? action::replacing
-                    : c == verb("deleting") ? action::deleting
-                    : (c == verb("append") || c == verb("appending")) ? action::appending : 0;
-    if (kind == 0) {
-      p.fail(msg::syntax_error);
-      return;
-    }
-    uint32_t entry = ops.alloc(action::size);
-    ops.put24(link, entry);
-    link = entry + action::next;
-    ops.put16(entry + action::kind, kind);
-    if (kind != action::deleting) {
-      ExprType t = compile_expression_list(p, entry + action::text);
-      if (t.failed) return;
-      if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
-    }
-    bool at = p.next() == verb("at");
-    if (kind == action::appending) {
-      if (at) {
-        p.fail(msg::syntax_error);
-        return;
-      }
-      p.push_back();
-      continue;
-    }
-    if (!at) {
-      p.diag.error_text(txt::at_required, Context::current_token());
-      if (!p.at_statement_start()) p.tok.skip_to_statement();
-      return;
-    }
-    ExprType pos = compile_expression_list(p, entry + action::at);
-    if (pos.failed) return;
-    if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
-    bool to = p.next() == verb("to");
-    if (to && kind != action::deleting) {
-      p.fail(msg::syntax_error);
-      return;
-    }
-    if (!to) {
-      p.push_back();
-      continue;
-    }
-    ExprType end = compile_expression_list(p, entry + action::to);
-    if (end.failed) return;
-    if (!end.numeric() || end.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+// The actions read so far: where the next entry is linked.
+struct StringEdit {
+  ParserCore& p;
+  uint32_t link;
+};
+
+// AT position [TO end] of an action; only DELETING takes TO.
+ClauseStep string_position(ParserCore& p, uint32_t entry, uint16_t kind) {
+  ExprType pos = compile_expression_list(p, entry + action::at);
+  if (pos.failed) return ClauseStep::done;
+  if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+  bool to = p.next() == verb("to");
+  if (to && kind != action::deleting) {
+    p.fail(msg::syntax_error);
+    return ClauseStep::done;
   }
+  if (!to) {
+    p.push_back();
+    return ClauseStep::next;
+  }
+  ExprType end = compile_expression_list(p, entry + action::to);
+  if (end.failed) return ClauseStep::done;
+  if (!end.numeric() || end.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+  return ClauseStep::next;
+}
+
+// INSERTING text AT position, REPLACING text AT position, DELETING AT position [TO end],
+// APPENDING text: an action entry linked after the last.
+template <uint16_t Kind>
+ClauseStep string_action(StringEdit& e) {
+  ParserCore& p = e.p;
+  OpSpace& ops = p.ops;
+  const uint16_t kind = Kind;
+  uint32_t entry = ops.alloc(action::size);
+  ops.put24(e.link, entry);
+  e.link = entry + action::next;
+  ops.put16(entry + action::kind, kind);
+  if (kind != action::deleting) {
+    ExprType t = compile_expression_list(p, entry + action::text);
+    if (t.failed) return ClauseStep::done;
+    if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
+  }
+  bool at = p.next() == verb("at");
+  if (kind == action::appending) {
+    if (at) {
+      p.fail(msg::syntax_error);
+      return ClauseStep::done;
+    }
+    p.push_back();
+    return ClauseStep::next;
+  }
+  if (!at) {
+    p.diag.error_text(txt::at_required, Context::current_token());
+    if (!p.at_statement_start()) p.tok.skip_to_statement();
+    return ClauseStep::done;
+  }
+  return string_position(p, entry, kind);
+}
+
+ClauseStep string_other(StringEdit& e) {
+  e.p.fail(msg::syntax_error);
+  return ClauseStep::done;
+}
+
+constexpr ClauseRow<StringEdit> kStringActions[] = {
+    {verb("inserting"), Given::repeatable, {}, string_action<action::inserting>},
+    {verb("replacing"), Given::repeatable, {}, string_action<action::replacing>},
+    {verb("deleting"), Given::repeatable, {}, string_action<action::deleting>},
+    {verb("append"), Given::repeatable, {}, string_action<action::appending>},
+    {verb("appending"), Given::repeatable, {}, string_action<action::appending>},
+};
+
+}  // namespace
+
+void compile_string(ParserCore& p) {
+  p.accept();
+  uint32_t op = emit_string(p);
+  if (op == 0) return;
+  StringEdit e{p, op + stringop::actions};
+  read_clauses(p, kStringActions, e, string_other);
 }
 
 }  // namespace tav
