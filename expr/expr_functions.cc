@@ -95,98 +95,122 @@ uint32_t report_by_name(ParserCore& p, std::string_view name) {
   return r;
 }
 
+namespace {
+
+// The call after its arguments: the function number and the argument count (and, in debug
+// compiles, the function's word).
+void emit_call(ParserCore& p, const FunctionRow& row, int n) {
+  OpSpace& ops = p.ops;
+  uint32_t call = p.ob.emit(Op::function_call);
+  ops.put16(call + kCallNumber, row.number);
+  *ops.at(call + kCallCount) = static_cast<uint8_t>(n);
+  if (p.ob.debug_ops()) {
+    uint32_t copy = ops.alloc(4);
+    ops.put32(copy, row.code);
+    ops.put24(call + kCallVerb, copy);
+  }
+}
+
+}  // namespace
+
 bool Compiler::function_call(uint32_t code) {
   const FunctionRow* row = find_function(code);
   if (!row) p_.diag.fatal_text(txt::function_not_implemented, Context::current_token());
   if (is_aggregate(code)) return aggregate_call(*row);
 
-  OpSpace& ops = p_.ops;
   int n = 0;
-  ExprType decided;          // type of the first argument of kinds 3 to 5
-  bool have_decided = false;
-  bool decided_datetime = false;
+  Decided decided;
   if (p_.next() != verb("(")) {
     p_.push_back();
     int first = row->params[0];
     if (first != 0 && first != kParamReport) return abandon(msg::function_requires_parameter_list);
-  } else {
-    for (;;) {
-      uint32_t c = p_.next();
-      if (c == verb(")")) break;
-      if (p_.at_statement_start()) {
-        p_.diag.error(msg::invalid_parameter_list_function);
-        type_.failed = true;
-        return false;
-      }
-      p_.push_back();
-      int kind = kind_of_arg(*row, n);
-      ExprType arg;
-      bool arg_datetime = false;
-      uint32_t head = 0;
-      if (kind >= kParamField) {
-        p_.ob.open_level();
-        bool ok = name_argument(kind, arg, arg_datetime);
-        head = p_.ob.top().head;
-        p_.ob.close_level();
-        if (!ok) return false;
-      } else {
-        p_.ob.open_level();
-        Compiler sub(p_, allow_nothing, this);
-        sub.set_nested(true);
-        bool ok = sub.run(false);
-        head = p_.ob.top().head;
-        p_.ob.close_level();
-        if (!ok) return type_.failed = true, false;
-        arg = sub.type();
-        arg_datetime = sub.datetime();
-      }
-      uint32_t wrap = p_.ob.emit(Op::function_arg);
-      ops.put24(wrap + kArgList, head);
-      // Type rules of the kinds.
-      bool numeric_kind = kind == kParamNumeric || kind == kParamNumericField;
-      bool alpha_kind = kind == kParamAlpha || kind == kParamAlphaField;
-      if ((numeric_kind && arg.alphanumeric()) || (alpha_kind && arg.numeric() && !arg.alphanumeric()))
-        p_.diag.error(msg::parameters_not_correct_type);
-      if (decides_result(kind)) {
-        if (!have_decided) {
-          decided = arg;
-          decided_datetime = arg_datetime;
-          have_decided = true;
-        } else if (decided.alphanumeric() != arg.alphanumeric()) {
-          p_.diag.error(msg::parameters_not_correct_type);
-        }
-      }
-      ++n;
-    }
+  } else if (!function_arguments(*row, n, decided)) {
+    return false;
   }
   if (!count_fits(*row, n)) p_.diag.error(msg::invalid_parameter_list_function);
+  emit_call(p_, *row, n);
+  function_result(*row, decided);
+  return true;
+}
 
-  uint32_t call = p_.ob.emit(Op::function_call);
-  ops.put16(call + kCallNumber, row->number);
-  *ops.at(call + kCallCount) = static_cast<uint8_t>(n);
-  if (p_.ob.debug_ops()) {
-    uint32_t copy = ops.alloc(4);
-    ops.put32(copy, row->code);
-    ops.put24(call + kCallVerb, copy);
+// The arguments up to ")". False when the expression was abandoned.
+bool Compiler::function_arguments(const FunctionRow& row, int& n, Decided& decided) {
+  for (;;) {
+    uint32_t c = p_.next();
+    if (c == verb(")")) return true;
+    if (p_.at_statement_start()) {
+      p_.diag.error(msg::invalid_parameter_list_function);
+      type_.failed = true;
+      return false;
+    }
+    p_.push_back();
+    if (!function_argument(row, n, decided)) return false;
+    ++n;
   }
+}
 
-  // The result raises the type of the enclosing expression.
-  if (row->kind == 0) {
-    if (decided.alphanumeric()) {
-      type_.alpha_length = std::max(type_.alpha_length, decided.alpha_length);
+// The n-th argument on a level of its own, wrapped, and checked against its kind; the first of
+// the kinds that decide the result's type decides it. False when the expression was abandoned.
+bool Compiler::function_argument(const FunctionRow& row, int n, Decided& decided) {
+  OpSpace& ops = p_.ops;
+  int kind = kind_of_arg(row, n);
+  ExprType arg;
+  bool arg_datetime = false;
+  uint32_t head = 0;
+  if (kind >= kParamField) {
+    p_.ob.open_level();
+    bool ok = name_argument(kind, arg, arg_datetime);
+    head = p_.ob.top().head;
+    p_.ob.close_level();
+    if (!ok) return false;
+  } else {
+    p_.ob.open_level();
+    Compiler sub(p_, allow_nothing, this);
+    sub.set_nested(true);
+    bool ok = sub.run(false);
+    head = p_.ob.top().head;
+    p_.ob.close_level();
+    if (!ok) return type_.failed = true, false;
+    arg = sub.type();
+    arg_datetime = sub.datetime();
+  }
+  uint32_t wrap = p_.ob.emit(Op::function_arg);
+  ops.put24(wrap + kArgList, head);
+  // Type rules of the kinds.
+  bool numeric_kind = kind == kParamNumeric || kind == kParamNumericField;
+  bool alpha_kind = kind == kParamAlpha || kind == kParamAlphaField;
+  if ((numeric_kind && arg.alphanumeric()) || (alpha_kind && arg.numeric() && !arg.alphanumeric()))
+    p_.diag.error(msg::parameters_not_correct_type);
+  if (decides_result(kind)) {
+    if (!decided.given) {
+      decided.type = arg;
+      decided.datetime = arg_datetime;
+      decided.given = true;
+    } else if (decided.type.alphanumeric() != arg.alphanumeric()) {
+      p_.diag.error(msg::parameters_not_correct_type);
+    }
+  }
+  return true;
+}
+
+// The result raises the type of the enclosing expression: the function's own, or that of the
+// argument that decided it.
+void Compiler::function_result(const FunctionRow& row, const Decided& decided) {
+  if (row.kind == 0) {
+    if (decided.type.alphanumeric()) {
+      type_.alpha_length = std::max(type_.alpha_length, decided.type.alpha_length);
     } else {
-      int digits = decided.digits, decimals = decided.decimals;
+      int digits = decided.type.digits, decimals = decided.type.decimals;
       if (digits + decimals > 18) digits = std::max(0, 18 - decimals);
       ExprType t;
       t.digits = static_cast<uint16_t>(digits);
       t.decimals = static_cast<uint16_t>(decimals);
       raise(t);
-      if (decided_datetime) datetime_ = true;
+      if (decided.datetime) datetime_ = true;
     }
   } else {
-    note_type(row->result, row->kind == 'D');
+    note_type(row.result, row.kind == 'D');
   }
-  return true;
 }
 
 // Field, object and report names as arguments. The name's reference is stored as a 4-byte value

@@ -223,7 +223,16 @@ class Compiler {
   bool field_reference(std::string_view name);
   void mode_constant(uint32_t mode_entry, bool show);
   bool if_then_else();
+  // The argument of a function call that decides the type of its result.
+  struct Decided {
+    ExprType type;
+    bool datetime = false;
+    bool given = false;
+  };
   bool function_call(uint32_t code);
+  bool function_arguments(const FunctionRow& row, int& n, Decided& decided);
+  bool function_argument(const FunctionRow& row, int n, Decided& decided);
+  void function_result(const FunctionRow& row, const Decided& decided);
   bool aggregate_call(const FunctionRow& row);
   bool name_argument(int kind, ExprType& arg, bool& arg_datetime);
   bool open_set(uint32_t c);

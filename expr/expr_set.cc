@@ -13,6 +13,7 @@
 
 #include "codegen/convert.h"
 #include "expr/expr_internal.h"
+#include "symbols/clauses.h"
 #include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
@@ -146,6 +147,140 @@ void check_literal(ParserCore& p, uint32_t head, uint32_t field) {
     p.diag.warning(msg::literal_value_not_compatible_field);
 }
 
+// An assignment as it is read: the target, the operator and the op emitted.
+struct Assignment {
+  int special = 0;  // the special setting's code, 0 for a field
+  uint32_t field = 0, object = 0, sub = 0;
+  bool whole = false;  // a whole array
+  uint16_t format = 0;
+  const Assign* a = nullptr;
+  uint32_t op = 0, head = 0;  // the op, and its value list
+};
+
+// PAGE-NO, DRILL-DOWN-LEVEL or DEFAULT FONT | PITCH | POINT: the setting's code, 0 for any other
+// word, -1 after reporting.
+int special_target(ParserCore& p, uint32_t c) {
+  if (c == verb("page_no")) return kPageNumber;
+  if (c == verb("drill_down_level")) {
+    p.diag.warning_text(txt::obsolete_function, Context::current_token());
+    return kDrillDownLevel;
+  }
+  if (c != verb("default")) return 0;
+  uint32_t what = p.next();
+  int special = what == verb("font") ? kDefaultFont : what == verb("pitch") ? kDefaultPitch
+                : what == verb("point") ? kDefaultPoint : 0;
+  if (special == 0) {
+    p.fail(msg::syntax_error);
+    return -1;
+  }
+  return special;
+}
+
+// The field assigned and its subscript. False after reporting.
+bool field_target(ParserCore& p, const std::string& target, bool for_loop, Assignment& s) {
+  s.field = reference_field(p, target, &s.object);
+  if (s.field == 0) {
+    p.tok.skip_to_statement();
+    return false;
+  }
+  s.sub = compile_subscript(p, s.field, for_loop ? allow_nothing : allow_whole_arrays, &s.whole);
+  return true;
+}
+
+// The op for the target. 0 after reporting a compound operator on a whole array.
+uint32_t emit_set(ParserCore& p, const Assignment& s) {
+  OpSpace& ops = p.ops;
+  uint32_t op = 0;
+  if (s.special) {
+    op = p.ob.emit(Op::set_variant);
+    *ops.at(op + setop::special) = static_cast<uint8_t>(s.special);
+  } else if (s.whole) {
+    if (s.a->opcode != Op::none) {
+      p.fail(msg::invalid_operator);
+      return 0;
+    }
+    op = p.ob.emit(Op::set_subscripted);
+    ops.put24(op + setop::field, s.field);
+    ops.put24(op + setop::object, s.object);
+  } else {
+    op = p.ob.emit(Op::set);
+    ops.put24(op + setop::field, s.field);
+    ops.put24(op + setop::subscript, s.sub);
+    ops.put24(op + setop::object, s.object);
+  }
+  return op;
+}
+
+// The target's own value, the left operand of a compound operator.
+void emit_target_value(ParserCore& p, const Assignment& s) {
+  OpSpace& ops = p.ops;
+  if (s.special == kPageNumber || s.special == kDrillDownLevel) {
+    uint32_t call = p.ob.emit(Op::function_call);
+    ops.put16(call + kCallNumber, s.special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
+    if (p.ob.debug_ops()) {
+      uint32_t copy = ops.alloc(4);
+      ops.put32(copy, s.special == kPageNumber ? verb("page_no") : verb("drill_down_level"));
+      ops.put24(call + kCallVerb, copy);
+    }
+  } else if (s.special == 0) {
+    uint32_t ref = p.ob.emit(Op::field_ref);
+    ops.put24(ref + kRefObject, s.object);
+    ops.put16(ref + kRefFormat, s.format);
+    ops.put24(ref + kRefField, s.field);
+    ops.put24(ref + kRefSubscript, s.sub);
+  }
+}
+
+// The value's op list, into the op: the expression, or "target op (expression)" for a compound
+// operator. False after reporting a compound operator on an alphanumeric target.
+bool compile_value(ParserCore& p, Assignment& s, ExprType& t) {
+  OpSpace& ops = p.ops;
+  uint32_t op = s.op;
+  p.ob.open_level();
+  if (s.a->opcode == Op::none) {
+    t = compile_expression(p);
+  } else if (!conv::fmt_numeric(s.format)) {
+    p.ob.close_level();
+    p.fail(msg::invalid_operator);
+    return false;
+  } else {
+    emit_target_value(p, s);
+    t = compile_expression(p);
+    p.ob.emit(s.a->opcode);
+  }
+  uint32_t head = p.ob.top().head;
+  p.ob.close_level();
+  ops.put24(op + setop::value, head);
+  s.head = head;
+  return true;
+}
+
+// The value's type against the target's; a literal must fit the field.
+void check_value(ParserCore& p, const Assignment& s, ExprType t) {
+  bool numeric_target = conv::fmt_numeric(s.format);
+  bool mixed = t.alphanumeric() && t.numeric();  // reported inside the expression already
+  if (!mixed && ((numeric_target && t.alphanumeric()) || (!numeric_target && t.numeric())))
+    p.diag.error(msg::mixed_numeric_alpha_operands_expression);
+  else if (s.field != 0 && s.a->opcode == Op::none)
+    check_literal(p, s.head, s.field);
+}
+
+// [ON report] after PAGE-NO and DRILL-DOWN-LEVEL. False after reporting.
+bool read_report(ParserCore& p, uint32_t op) {
+  OpSpace& ops = p.ops;
+  if (p.next() == verb("on")) {
+    uint32_t r = p.next();
+    if (!is_word(p, r)) {
+      p.fail(msg::report_name_not_defined);
+      return false;
+    }
+    ops.put24(op + setop::report, report_by_name(p, p.text()));
+  } else {
+    p.push_back();
+  }
+  return true;
+}
+
 }  // namespace
 
 uint32_t compile_assignment(ParserCore& p, bool for_loop) {
@@ -154,119 +289,34 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   std::string target(p.text());
 
   // The target: a special setting, a record, or a field.
-  int special = 0;
+  Assignment s;
   if (!for_loop) {
-    if (c == verb("page_no")) {
-      special = kPageNumber;
-    } else if (c == verb("drill_down_level")) {
-      special = kDrillDownLevel;
-      p.diag.warning_text(txt::obsolete_function, Context::current_token());
-    } else if (c == verb("default")) {
-      uint32_t what = p.next();
-      special = what == verb("font") ? kDefaultFont : what == verb("pitch") ? kDefaultPitch
-                : what == verb("point") ? kDefaultPoint : 0;
-      if (special == 0) {
-        p.fail(msg::syntax_error);
-        return 0;
-      }
-    }
+    s.special = special_target(p, c);
+    if (s.special < 0) return 0;
   }
-  uint32_t field = 0, object = 0, sub = 0;
-  bool whole = false;
-  if (special == 0) {
+  if (s.special == 0) {
     if (!is_word(p, c)) {
       p.fail(msg::field_name_expected);
       return 0;
     }
     if (!for_loop && target.size() > 2 && target.ends_with(".*")) return record_copy(p, target);
-    field = reference_field(p, target, &object);
-    if (field == 0) {
-      p.tok.skip_to_statement();
-      return 0;
-    }
-    sub = compile_subscript(p, field, for_loop ? allow_nothing : allow_whole_arrays, &whole);
+    if (!field_target(p, target, for_loop, s)) return 0;
   }
 
-  const Assign* a = assign_op(p.next());
-  if (!a) {
+  s.a = assign_op(p.next());
+  if (!s.a) {
     p.fail(msg::syntax_error);
     return 0;
   }
-  uint16_t target_format = special ? conv::kFmtTime : static_cast<uint16_t>(ops.get16(field + fsym::f_format));
-  bool numeric_target = conv::fmt_numeric(target_format);
+  s.format = s.special ? conv::kFmtTime : static_cast<uint16_t>(ops.get16(s.field + fsym::f_format));
 
   if (!for_loop) p.ob.emit_statement_marker(verb("set"));
-  uint32_t op = 0;
-  if (special) {
-    op = p.ob.emit(Op::set_variant);
-    *ops.at(op + setop::special) = static_cast<uint8_t>(special);
-  } else if (whole) {
-    if (a->opcode != Op::none) {
-      p.fail(msg::invalid_operator);
-      return 0;
-    }
-    op = p.ob.emit(Op::set_subscripted);
-    ops.put24(op + setop::field, field);
-    ops.put24(op + setop::object, object);
-  } else {
-    op = p.ob.emit(Op::set);
-    ops.put24(op + setop::field, field);
-    ops.put24(op + setop::subscript, sub);
-    ops.put24(op + setop::object, object);
-  }
-
-  p.ob.open_level();
+  s.op = emit_set(p, s);
   ExprType t;
-  if (a->opcode == Op::none) {
-    t = compile_expression(p);
-  } else if (!numeric_target) {
-    p.ob.close_level();
-    p.fail(msg::invalid_operator);
-    return 0;
-  } else {
-    // target op (expression)
-    if (special == kPageNumber || special == kDrillDownLevel) {
-      uint32_t call = p.ob.emit(Op::function_call);
-      ops.put16(call + kCallNumber, special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
-      if (p.ob.debug_ops()) {
-        uint32_t copy = ops.alloc(4);
-        ops.put32(copy, special == kPageNumber ? verb("page_no") : verb("drill_down_level"));
-        ops.put24(call + kCallVerb, copy);
-      }
-    } else if (special == 0) {
-      uint32_t ref = p.ob.emit(Op::field_ref);
-      ops.put24(ref + kRefObject, object);
-      ops.put16(ref + kRefFormat, target_format);
-      ops.put24(ref + kRefField, field);
-      ops.put24(ref + kRefSubscript, sub);
-    }
-    t = compile_expression(p);
-    p.ob.emit(a->opcode);
-  }
-  uint32_t head = p.ob.top().head;
-  p.ob.close_level();
-  ops.put24(op + setop::value, head);
-  if (t.failed) return 0;
-
-  bool mixed = t.alphanumeric() && t.numeric();  // reported inside the expression already
-  if (!mixed && ((numeric_target && t.alphanumeric()) || (!numeric_target && t.numeric())))
-    p.diag.error(msg::mixed_numeric_alpha_operands_expression);
-  else if (field != 0 && a->opcode == Op::none)
-    check_literal(p, head, field);
-
-  if (special == kPageNumber || special == kDrillDownLevel) {
-    if (p.next() == verb("on")) {
-      uint32_t r = p.next();
-      if (!is_word(p, r)) {
-        p.fail(msg::report_name_not_defined);
-        return 0;
-      }
-      ops.put24(op + setop::report, report_by_name(p, p.text()));
-    } else {
-      p.push_back();
-    }
-  }
-  return op;
+  if (s.op == 0 || !compile_value(p, s, t) || t.failed) return 0;
+  check_value(p, s, t);
+  if ((s.special == kPageNumber || s.special == kDrillDownLevel) && !read_report(p, s.op)) return 0;
+  return s.op;
 }
 
 void compile_set(ParserCore& p) {
@@ -278,24 +328,26 @@ void compile_set(ParserCore& p) {
   expect_end(p);
 }
 
-void compile_string(ParserCore& p) {
+namespace {
+
+// STRING field [subscript]: the field edited, and its op. 0 after reporting.
+uint32_t emit_string(ParserCore& p) {
   OpSpace& ops = p.ops;
-  p.accept();
   uint32_t c = p.next();
   if (!is_word(p, c)) {
     p.fail(msg::field_name_expected);
-    return;
+    return 0;
   }
   uint32_t object = 0;
   uint32_t field = reference_field(p, std::string(p.text()), &object);
   if (field == 0) {
     p.tok.skip_to_statement();
-    return;
+    return 0;
   }
   if (conv::fmt_numeric(static_cast<uint16_t>(ops.get16(field + fsym::f_format)))) {
     p.diag.error_text(txt::field_must_be_alphanumeric, Context::current_token());
     p.tok.skip_to_statement();
-    return;
+    return 0;
   }
   uint32_t sub = compile_subscript(p, field);
   p.ob.emit_statement_marker(verb("string"));
@@ -303,58 +355,89 @@ void compile_string(ParserCore& p) {
   ops.put16(op + stringop::object, object ? ops.get16(object + osym::o_seq) : 0);
   ops.put24(op + stringop::field, field);
   ops.put24(op + stringop::subscript, sub);
+  return op;
+}
 
-  uint32_t link = op + stringop::actions;
-  for (;;) {
-    c = p.next();
-    if (p.at_statement_start()) return;
-    uint16_t kind = c == verb("inserting") ? action::inserting
-                    : c == verb("replacing") ? action::replacing
-                    : c == verb("deleting") ? action::deleting
-                    : (c == verb("append") || c == verb("appending")) ? action::appending : 0;
-    if (kind == 0) {
-      p.fail(msg::syntax_error);
-      return;
-    }
-    uint32_t entry = ops.alloc(action::size);
-    ops.put24(link, entry);
-    link = entry + action::next;
-    ops.put16(entry + action::kind, kind);
-    if (kind != action::deleting) {
-      ExprType t = compile_expression_list(p, entry + action::text);
-      if (t.failed) return;
-      if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
-    }
-    bool at = p.next() == verb("at");
-    if (kind == action::appending) {
-      if (at) {
-        p.fail(msg::syntax_error);
-        return;
-      }
-      p.push_back();
-      continue;
-    }
-    if (!at) {
-      p.diag.error_text(txt::at_required, Context::current_token());
-      if (!p.at_statement_start()) p.tok.skip_to_statement();
-      return;
-    }
-    ExprType pos = compile_expression_list(p, entry + action::at);
-    if (pos.failed) return;
-    if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
-    bool to = p.next() == verb("to");
-    if (to && kind != action::deleting) {
-      p.fail(msg::syntax_error);
-      return;
-    }
-    if (!to) {
-      p.push_back();
-      continue;
-    }
-    ExprType end = compile_expression_list(p, entry + action::to);
-    if (end.failed) return;
-    if (!end.numeric() || end.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+// The actions read so far: where the next entry is linked.
+struct StringEdit {
+  ParserCore& p;
+  uint32_t link;
+};
+
+// AT position [TO end] of an action; only DELETING takes TO.
+ClauseStep string_position(ParserCore& p, uint32_t entry, uint16_t kind) {
+  ExprType pos = compile_expression_list(p, entry + action::at);
+  if (pos.failed) return ClauseStep::done;
+  if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+  bool to = p.next() == verb("to");
+  if (to && kind != action::deleting) {
+    p.fail(msg::syntax_error);
+    return ClauseStep::done;
   }
+  if (!to) {
+    p.push_back();
+    return ClauseStep::next;
+  }
+  ExprType end = compile_expression_list(p, entry + action::to);
+  if (end.failed) return ClauseStep::done;
+  if (!end.numeric() || end.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
+  return ClauseStep::next;
+}
+
+// INSERTING text AT position, REPLACING text AT position, DELETING AT position [TO end],
+// APPENDING text: an action entry linked after the last.
+template <uint16_t Kind>
+ClauseStep string_action(StringEdit& e) {
+  ParserCore& p = e.p;
+  OpSpace& ops = p.ops;
+  const uint16_t kind = Kind;
+  uint32_t entry = ops.alloc(action::size);
+  ops.put24(e.link, entry);
+  e.link = entry + action::next;
+  ops.put16(entry + action::kind, kind);
+  if (kind != action::deleting) {
+    ExprType t = compile_expression_list(p, entry + action::text);
+    if (t.failed) return ClauseStep::done;
+    if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
+  }
+  bool at = p.next() == verb("at");
+  if (kind == action::appending) {
+    if (at) {
+      p.fail(msg::syntax_error);
+      return ClauseStep::done;
+    }
+    p.push_back();
+    return ClauseStep::next;
+  }
+  if (!at) {
+    p.diag.error_text(txt::at_required, Context::current_token());
+    if (!p.at_statement_start()) p.tok.skip_to_statement();
+    return ClauseStep::done;
+  }
+  return string_position(p, entry, kind);
+}
+
+ClauseStep string_other(StringEdit& e) {
+  e.p.fail(msg::syntax_error);
+  return ClauseStep::done;
+}
+
+constexpr ClauseRow<StringEdit> kStringActions[] = {
+    {verb("inserting"), Given::repeatable, {}, string_action<action::inserting>},
+    {verb("replacing"), Given::repeatable, {}, string_action<action::replacing>},
+    {verb("deleting"), Given::repeatable, {}, string_action<action::deleting>},
+    {verb("append"), Given::repeatable, {}, string_action<action::appending>},
+    {verb("appending"), Given::repeatable, {}, string_action<action::appending>},
+};
+
+}  // namespace
+
+void compile_string(ParserCore& p) {
+  p.accept();
+  uint32_t op = emit_string(p);
+  if (op == 0) return;
+  StringEdit e{p, op + stringop::actions};
+  read_clauses(p, kStringActions, e, string_other);
 }
 
 }  // namespace tav

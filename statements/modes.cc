@@ -6,6 +6,7 @@
 #include "statements/handlers.h"
 #include "statements/parser.h"
 #include "statements/records.h"
+#include "symbols/clauses.h"
 #include "symbols/records.h"
 
 namespace tav {
@@ -161,6 +162,101 @@ void assign_default_modes(Parser& p) {
   }
 }
 
+namespace {
+
+// --- MODE definition ------------------------------------------------------------------------
+
+struct ModeDefinition {
+  Parser& p;
+  uint32_t m;  // the mode's entry
+  uint16_t flags = 0;
+};
+
+// PROMPT or HELP [IS] text. A literal text becomes a text item, so that it can be translated.
+template <bool Prompt>
+ClauseStep mode_text(ModeDefinition& d) {
+  Parser& p = d.p;
+  OpSpace& ops = p.ops;
+  p.take(verb("is"));
+  bool prompt = Prompt;
+  uint32_t slot = d.m + (prompt ? mode::m_prompt : mode::m_help);
+  if (!compile_expression_list(p, slot).alphanumeric()) {
+    p.diag.error(msg::alphanumeric_expression_required);
+    return ClauseStep::next;
+  }
+  uint32_t head = ops.get24(slot);
+  if (head != 0 && ops.get24(head) == 0 && ops.opcode(head) == Op::literal)
+    p.ob.make_text_item_op(head, prompt ? 'N' : 'H');
+  return ClauseStep::next;
+}
+
+// WHEN condition: a second one is reported when the first left a condition.
+ClauseStep mode_when(ModeDefinition& d) {
+  OpSpace& ops = d.p.ops;
+  const uint32_t m = d.m;
+  if (ops.get24(m + mode::m_when) != 0) d.p.diag.error(msg::duplicate_incompatible_clause);
+  compile_condition_list(d.p, m + mode::m_when);
+  return ClauseStep::next;
+}
+
+// COLOUR [IS] foreground [ON background].
+ClauseStep mode_colour(ModeDefinition& d) {
+  Parser& p = d.p;
+  const uint32_t m = d.m;
+  p.take(verb("is"));
+  compile_operand(p, m + mode::m_foreground, 0);
+  if (p.take(verb("on"))) compile_operand(p, m + mode::m_background, 0);
+  return ClauseStep::next;
+}
+
+// PERFORM section.
+ClauseStep mode_perform(ModeDefinition& d) {
+  Parser& p = d.p;
+  OpSpace& ops = p.ops;
+  const uint32_t m = d.m;
+  if (p.next() != kClassName) {
+    p.diag.error(msg::screen_name_expected);
+    p.push_back();
+    return ClauseStep::next;
+  }
+  ops.put24(m + mode::m_perform, p.syms.find_or_declare_section(p.text(), false));
+  return ClauseStep::next;
+}
+
+// SECURITY [IS] 0 to 9 and ICON [IS] 0 to 254: a byte of the mode entry.
+template <uint32_t Slot, int High>
+ClauseStep mode_byte(ModeDefinition& d) {
+  Parser& p = d.p;
+  OpSpace& ops = p.ops;
+  p.take(verb("is"));
+  if (int v; small_number(p, 0, High, v)) ops.at(d.m + Slot)[0] = static_cast<uint8_t>(v);
+  return ClauseStep::next;
+}
+
+// The flag clauses, whose conflicts depend on the flags already set; any other word is invalid.
+ClauseStep mode_flag(ModeDefinition& d) {
+  const uint32_t c = d.p.cls();
+  for (const ModeFlagClause& fc : kModeFlagClauses) {
+    if (fc.code != c) continue;
+    if (d.flags & fc.excludes) d.p.diag.error(msg::duplicate_incompatible_clause);
+    d.flags |= fc.flags;
+    return ClauseStep::next;
+  }
+  return skip_invalid_clause(d.p);
+}
+
+constexpr ClauseRow<ModeDefinition> kModeClauses[] = {
+    {verb("prompt"), Given::repeatable, {}, mode_text<true>},
+    {verb("help"), Given::repeatable, {}, mode_text<false>},
+    {verb("when"), Given::repeatable, {}, mode_when},
+    {verb("colour"), Given::repeatable, {}, mode_colour},
+    {verb("perform"), Given::repeatable, {}, mode_perform},
+    {verb("security"), Given::repeatable, {}, mode_byte<mode::m_security, 9>},
+    {verb("icon"), Given::repeatable, {}, mode_byte<mode::m_icon, 254>},
+};
+
+}  // namespace
+
 // MODE name clauses...: defines a user mode.
 void compile_mode_definition(Parser& p) {
   OpSpace& ops = p.ops;
@@ -173,60 +269,10 @@ void compile_mode_definition(Parser& p) {
   std::string name(p.text());
   if (p.syms.find_field(name) != 0)
     p.diag.warning_text(txt::field_mode_conflict, Context::current_token());
-  uint32_t m = new_mode(p, name, 0);
-  uint16_t flags = 0;
-
-  for (;;) {
-    uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    const ModeFlagClause* fc = nullptr;
-    for (const ModeFlagClause& f : kModeFlagClauses)
-      if (f.code == c) fc = &f;
-    if (fc) {
-      if (flags & fc->excludes) p.diag.error(msg::duplicate_incompatible_clause);
-      flags |= fc->flags;
-      continue;
-    }
-    if (c == verb("prompt") || c == verb("help")) {
-      p.take(verb("is"));
-      bool prompt = c == verb("prompt");
-      uint32_t slot = m + (prompt ? mode::m_prompt : mode::m_help);
-      if (!compile_expression_list(p, slot).alphanumeric()) {
-        p.diag.error(msg::alphanumeric_expression_required);
-        continue;
-      }
-      // A literal text becomes a text item, so that it can be translated.
-      uint32_t head = ops.get24(slot);
-      if (head != 0 && ops.get24(head) == 0 && ops.opcode(head) == Op::literal)
-        p.ob.make_text_item_op(head, prompt ? 'N' : 'H');
-    } else if (c == verb("when")) {
-      if (ops.get24(m + mode::m_when) != 0) p.diag.error(msg::duplicate_incompatible_clause);
-      compile_condition_list(p, m + mode::m_when);
-    } else if (c == verb("colour")) {
-      p.take(verb("is"));
-      compile_operand(p, m + mode::m_foreground, 0);
-      if (p.take(verb("on"))) compile_operand(p, m + mode::m_background, 0);
-    } else if (c == verb("perform")) {
-      if (p.next() != kClassName) {
-        p.diag.error(msg::screen_name_expected);
-        p.push_back();
-        continue;
-      }
-      ops.put24(m + mode::m_perform, p.syms.find_or_declare_section(p.text(), false));
-    } else if (c == verb("security")) {
-      p.take(verb("is"));
-      if (int v; small_number(p, 0, 9, v)) ops.at(m + mode::m_security)[0] = static_cast<uint8_t>(v);
-    } else if (c == verb("icon")) {
-      p.take(verb("is"));
-      if (int v; small_number(p, 0, 254, v)) ops.at(m + mode::m_icon)[0] = static_cast<uint8_t>(v);
-    } else {
-      p.diag.error(msg::invalid_clause);
-      p.tok.skip_to_clause();
-      if (p.at_statement_start()) break;
-      p.accept();
-    }
-  }
-  ops.put16(m + mode::m_flags, flags);
+  ModeDefinition d{p, new_mode(p, name, 0)};
+  const uint32_t m = d.m;
+  read_clauses(p, kModeClauses, d, mode_flag);
+  ops.put16(m + mode::m_flags, d.flags);
   if (ops.get24(m + mode::m_prompt) == 0) ops.put24(m + mode::m_prompt, text_item_list(p, name, 'N'));
 }
 

@@ -194,6 +194,59 @@ uint32_t compile_part(Parser& p, uint32_t part_verb, uint32_t end_verb) {
   return p.ob.at_level(0).head;
 }
 
+namespace {
+
+// The section's name, declared (or its earlier declaration taken) as the current section of the
+// kind. 0 after reporting.
+uint32_t declare_section(Parser& p, const SectionKind& sk) {
+  if (p.next() != kClassName || !valid_section_name(p.text())) {
+    p.diag.error(msg::invalid_screen_name);
+    p.ob.set_level(-1);
+    p.tok.skip_to_statement();
+    return 0;
+  }
+  OpSpace& ops = p.ops;
+  uint32_t s = p.syms.find_or_declare_section(p.text(), true);
+  if (kind_of(static_cast<uint16_t>(ops.get16(s + ssym::s_kind))) != ssym::kind_undefined)
+    p.diag.error(msg::name_already_defined);
+  if (ops.get24(hdr::entry_section) == 0 || p.text() == "main") ops.put24(hdr::entry_section, s);
+
+  ops.put16(s + ssym::s_kind, sk.kind);
+  ops.put16(s + ssym::s_flags, ops.get16(s + ssym::s_flags) & ssym::flag_referenced);
+  p.section = s;
+  p.section_kind = sk.kind;
+  p.syms.set_current_section(s);
+  p.any_section = true;
+  p.in_section = true;
+  return s;
+}
+
+// BEFORE or AFTER (not in a procedure), the word just read and taken.
+void compile_before_after(Parser& p, uint32_t s, const SectionKind& sk, uint32_t c) {
+  OpSpace& ops = p.ops;
+  uint32_t slot = c == verb("before") ? ssym::s_before : ssym::s_after;
+  if (ops.get24(s + slot) != 0 || kind_of(sk.kind) == ssym::kind_procedure)
+    p.diag.error(msg::duplicate_incompatible_clause);
+  p.part = c == verb("before") ? SectionPart::before : SectionPart::after;
+  ops.put24(s + slot, compile_part(p, c, sk.end_verb));
+}
+
+// The DETAIL part, named or begun by its first statement (left held).
+void compile_detail(Parser& p, uint32_t s, const SectionKind& sk) {
+  OpSpace& ops = p.ops;
+  if (ops.get24(s + ssym::s_detail) != 0) p.diag.error(msg::duplicate_incompatible_clause);
+  p.part = SectionPart::detail;
+  uint16_t k = kind_of(sk.kind);
+  {
+    // The DETAIL of a SCREEN or MENU runs once per record or choice: a loop.
+    BlockScope detail(p, k == ssym::kind_screen || k == ssym::kind_menu ? BlockScope::loop : 0u);
+    ops.put24(s + ssym::s_detail, compile_part(p, verb("detail"), sk.end_verb));
+  }
+  p.part = SectionPart::before;
+}
+
+}  // namespace
+
 void compile_section(Parser& p) {
   const SectionKind* sk = nullptr;
   for (const SectionKind& k : kSectionKinds)
@@ -204,29 +257,10 @@ void compile_section(Parser& p) {
   p.ob.reset_level(0);
   p.menu_options = 0;
   p.path_ended = false;
-
-  if (p.next() != kClassName || !valid_section_name(p.text())) {
-    p.diag.error(msg::invalid_screen_name);
-    p.ob.set_level(-1);
-    p.tok.skip_to_statement();
-    return;
-  }
-  OpSpace& ops = p.ops;
-  uint32_t s = p.syms.find_or_declare_section(p.text(), true);
-  if (kind_of(static_cast<uint16_t>(ops.get16(s + ssym::s_kind))) != ssym::kind_undefined)
-    p.diag.error(msg::name_already_defined);
-  if (ops.get24(hdr::entry_section) == 0 || p.text() == "main") ops.put24(hdr::entry_section, s);
-
-  ops.put16(s + ssym::s_kind, sk->kind);
-  ops.put16(s + ssym::s_flags, ops.get16(s + ssym::s_flags) & ssym::flag_referenced);
-  p.section = s;
-  p.section_kind = sk->kind;
-  p.syms.set_current_section(s);
-  p.any_section = true;
-  p.in_section = true;
+  uint32_t s = declare_section(p, *sk);
+  if (s == 0) return;
 
   compile_section_header(p);
-
   for (;;) {
     p.ob.set_level(0);
     uint32_t c = p.next();
@@ -237,26 +271,14 @@ void compile_section(Parser& p) {
     if (c & kSectionStart) break;
     if (c == verb("before") || c == verb("after")) {
       p.accept();
-      uint32_t slot = c == verb("before") ? ssym::s_before : ssym::s_after;
-      if (ops.get24(s + slot) != 0 || kind_of(sk->kind) == ssym::kind_procedure)
-        p.diag.error(msg::duplicate_incompatible_clause);
-      p.part = c == verb("before") ? SectionPart::before : SectionPart::after;
-      ops.put24(s + slot, compile_part(p, c, sk->end_verb));
+      compile_before_after(p, s, *sk, c);
       continue;
     }
     if (c == verb("detail"))
       p.accept();
     else
       p.push_back();
-    if (ops.get24(s + ssym::s_detail) != 0) p.diag.error(msg::duplicate_incompatible_clause);
-    p.part = SectionPart::detail;
-    uint16_t k = kind_of(sk->kind);
-    {
-      // The DETAIL of a SCREEN or MENU runs once per record or choice: a loop.
-      BlockScope detail(p, k == ssym::kind_screen || k == ssym::kind_menu ? BlockScope::loop : 0u);
-      ops.put24(s + ssym::s_detail, compile_part(p, verb("detail"), sk->end_verb));
-    }
-    p.part = SectionPart::before;
+    compile_detail(p, s, *sk);
   }
   end_section(p);
 }

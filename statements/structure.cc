@@ -732,86 +732,118 @@ void compile_option(Parser& p) {
   if (in_screen) compile_option_block(p, item);
 }
 
+namespace {
+
+// --- COMMAND / CALL / QUERY -----------------------------------------------------------------
+
+struct Command {
+  Parser& p;
+  enum Which { command, call, query } which;
+  uint32_t block;
+  uint16_t flags = 0;
+  bool results = false;  // RETURNING given
+};
+
+// The statements a clause belongs to, a bit per Which.
+constexpr unsigned kCommand = 1u << Command::command, kCall = 1u << Command::call, kQuery = 1u << Command::query;
+
+template <unsigned Where>
+bool only_in(const Command& c) {
+  return (Where >> c.which) & 1u;
+}
+
+template <uint16_t Flag>
+ClauseStep command_flag(Command& c) {
+  c.flags |= Flag;
+  return ClauseStep::next;
+}
+
+// BACKGROUND (NO-WAIT) and BATCH leave nothing to return: after RETURNING they are reported, apart
+// from what the table reports.
+template <uint16_t Flag>
+ClauseStep command_detached(Command& c) {
+  if (c.results) c.p.diag.error(msg::duplicate_incompatible_clause);
+  return command_flag<Flag>(c);
+}
+
+// PARAMETERS [ARE] values: no argument may be a whole array.
+ClauseStep command_parameters(Command& c) {
+  Parser& p = c.p;
+  OpSpace& ops = p.ops;
+  p.take(verb("are"));
+  uint32_t list = expression_entries(p, allow_whole_arrays);
+  ops.put24(c.block + cmdblock::cb_params, list);
+  for (uint32_t e = list; e != 0; e = ops.get24(e + exprlist::el_next)) {
+    uint32_t arg = ops.get24(e + exprlist::el_list);
+    if (ops.get24(arg) != 0 && contains_whole_array(p, arg)) p.diag.error(msg::invalid_array_parameter);
+  }
+  return ClauseStep::next;
+}
+
+// RETURNING fields: CALL only, and not with BACKGROUND or BATCH. Reported apart from a second
+// RETURNING, which the table reports.
+ClauseStep command_returning(Command& c) {
+  c.results = true;
+  if (c.which != Command::call || (c.flags & (cmdblock::background | cmdblock::batch)))
+    c.p.diag.error(msg::duplicate_incompatible_clause);
+  c.p.ops.put24(c.block + cmdblock::cb_returning, returning_entries(c.p));
+  return ClauseStep::next;
+}
+
+ClauseStep command_home(Command& c) {
+  compile_expression_list(c.p, c.block + cmdblock::cb_home);
+  return ClauseStep::next;
+}
+
+// MAXIMUM-PARAMETERS [IS] count.
+ClauseStep command_maximum(Command& c) {
+  c.p.take(verb("is"));
+  compile_operand(c.p, c.block + cmdblock::cb_maximum, cmdblock::kMaximumParameters);
+  return ClauseStep::next;
+}
+
+ClauseStep command_other(Command& c) { return skip_invalid_clause(c.p); }
+
+constexpr uint32_t kNoWait = verb("no_wait");  // the same flag as BACKGROUND
+
+// PAUSE is a clause of COMMAND only; after CALL or QUERY it is the next statement.
+constexpr ClauseRow<Command> kCommandClauses[] = {
+    {verb("pause"), Given::once, {verb("no_refresh"), verb("no_xterm")}, command_flag<cmdblock::pause>,
+     only_in<kCommand>},
+    {verb("parameters"), Given::once, {}, command_parameters},
+    {verb("returning"), Given::once, {}, command_returning},
+    {verb("home"), Given::once, {}, command_home},
+    {verb("maximum_parameters"), Given::once, {}, command_maximum},
+    {verb("background"), Given::once, {kNoWait, verb("wait"), verb("batch")}, command_detached<cmdblock::background>},
+    {kNoWait, Given::once, {verb("background"), verb("wait"), verb("batch")}, command_detached<cmdblock::background>},
+    {verb("wait"), Given::once, {verb("background"), kNoWait, verb("batch")}, command_flag<cmdblock::wait>},
+    {verb("batch"), Given::once, {verb("background"), kNoWait, verb("wait")}, command_detached<cmdblock::batch>},
+    {verb("external"), Given::once, {}, command_flag<cmdblock::external>, only_in<kCommand | kCall>},
+    {verb("spool"), Given::once, {}, command_flag<cmdblock::spool>, only_in<kQuery>},
+    {verb("no_pause"), Given::once, {}, command_flag<cmdblock::no_pause>, only_in<kQuery>},
+    {verb("no_refresh"), Given::once, {verb("pause")}, command_flag<cmdblock::no_refresh>, only_in<kCommand>},
+    {verb("no_xterm"), Given::once, {verb("pause")}, command_flag<cmdblock::no_xterm>, only_in<kCommand>},
+    {verb("leave_files_open"), Given::once, {}, command_flag<cmdblock::leave_files_open>, only_in<kCall>},
+};
+
+}  // namespace
+
 // COMMAND, CALL and QUERY: run a program, another compiled program, or a query.
 void compile_command(Parser& p) {
   OpSpace& ops = p.ops;
   uint32_t code = p.cls();
   p.accept();
-  enum Which { command, call, query } which = code == verb("command") ? command : code == verb("call") ? call : query;
+  Command c{p, code == verb("command") ? Command::command : code == verb("call") ? Command::call : Command::query, 0};
   static constexpr Op kOps[] = {Op::command, Op::call, Op::query};
-  uint32_t block = ops.alloc(cmdblock::size);
-  uint32_t op = emit_statement(p, code, kOps[which]);
-  ops.put24(op + 4, block);
-  alpha_list(p, block + cmdblock::cb_command, 0);
+  c.block = ops.alloc(cmdblock::size);
+  uint32_t op = emit_statement(p, code, kOps[c.which]);
+  ops.put24(op + 4, c.block);
+  alpha_list(p, c.block + cmdblock::cb_command, 0);
 
-  uint16_t flags = 0;
-  bool params = false, results = false, home = false, maximum = false;
-  auto repeat = [&](bool& given) {
-    if (given) p.diag.error(msg::duplicate_incompatible_clause);
-    given = true;
-  };
-  // A flag clause: valid in the statements of `where` (bit per Which), not with `excludes`.
-  auto flag_clause = [&](unsigned where, uint16_t bit, uint16_t excludes) {
-    if (!(where & (1u << which)) || (flags & (bit | excludes))) p.diag.error(msg::duplicate_incompatible_clause);
-    flags |= bit;
-  };
-  constexpr unsigned kCommand = 1u << command, kCall = 1u << call, kQuery = 1u << query;
-  for (;;) {
-    uint32_t c = p.next();
-    if (c == verb("pause") && which == command) {
-      p.accept();
-      flag_clause(kCommand, cmdblock::pause, cmdblock::no_refresh | cmdblock::no_xterm);
-      continue;
-    }
-    if (p.at_statement_start()) break;
-    if (c == verb("parameters")) {
-      repeat(params);
-      p.take(verb("are"));
-      uint32_t list = expression_entries(p, allow_whole_arrays);
-      ops.put24(block + cmdblock::cb_params, list);
-      for (uint32_t e = list; e != 0; e = ops.get24(e + exprlist::el_next)) {
-        uint32_t arg = ops.get24(e + exprlist::el_list);
-        if (ops.get24(arg) != 0 && contains_whole_array(p, arg)) p.diag.error(msg::invalid_array_parameter);
-      }
-    } else if (c == verb("returning")) {
-      repeat(results);
-      if (which != call || (flags & (cmdblock::background | cmdblock::batch)))
-        p.diag.error(msg::duplicate_incompatible_clause);
-      ops.put24(block + cmdblock::cb_returning, returning_entries(p));
-    } else if (c == verb("home")) {
-      repeat(home);
-      compile_expression_list(p, block + cmdblock::cb_home);
-    } else if (c == verb("maximum_parameters")) {
-      repeat(maximum);
-      p.take(verb("is"));
-      compile_operand(p, block + cmdblock::cb_maximum, cmdblock::kMaximumParameters);
-    } else if (c == verb("background") || c == verb("no_wait")) {
-      if (results) p.diag.error(msg::duplicate_incompatible_clause);
-      flag_clause(kCommand | kCall | kQuery, cmdblock::background, cmdblock::wait_mask);
-    } else if (c == verb("wait")) {
-      flag_clause(kCommand | kCall | kQuery, cmdblock::wait, cmdblock::wait_mask);
-    } else if (c == verb("batch")) {
-      if (results) p.diag.error(msg::duplicate_incompatible_clause);
-      flag_clause(kCommand | kCall | kQuery, cmdblock::batch, cmdblock::wait_mask);
-    } else if (c == verb("external")) {
-      flag_clause(kCommand | kCall, cmdblock::external, 0);
-    } else if (c == verb("spool")) {
-      flag_clause(kQuery, cmdblock::spool, 0);
-    } else if (c == verb("no_pause")) {
-      flag_clause(kQuery, cmdblock::no_pause, 0);
-    } else if (c == verb("no_refresh")) {
-      flag_clause(kCommand, cmdblock::no_refresh, cmdblock::pause);
-    } else if (c == verb("no_xterm")) {
-      flag_clause(kCommand, cmdblock::no_xterm, cmdblock::pause);
-    } else if (c == verb("leave_files_open")) {
-      flag_clause(kCall, cmdblock::leave_files_open, 0);
-    } else if (!skip_clause(p)) {
-      break;
-    }
-  }
-  if (flags & cmdblock::leave_files_open) flags &= static_cast<uint16_t>(~cmdblock::external);
-  ops.put16(block + cmdblock::cb_flags, flags);
-  if (which == call && !(flags & cmdblock::leave_files_open)) p.locks.reset_all();
+  read_clauses(p, kCommandClauses, c, command_other);
+  if (c.flags & cmdblock::leave_files_open) c.flags &= static_cast<uint16_t>(~cmdblock::external);
+  ops.put16(c.block + cmdblock::cb_flags, c.flags);
+  if (c.which == Command::call && !(c.flags & cmdblock::leave_files_open)) p.locks.reset_all();
 }
 
 // RE-ENTER [field] [OPTIONAL | AUTO]: back to an ACCEPT of the same part.

@@ -11,7 +11,13 @@
 // Exclusion is one-way: a row's excludes are the clauses that may not come before it. Two
 // clauses that exclude each other name each other. A conflict that depends on a clause's value
 // rather than on its presence (a TYPE whose format clashes with a PICTURE) stays with the
-// handler that reads the value.
+// handler that reads the value, and so does a second report of its own.
+//
+// A table shared by several statements (COMMAND, CALL and QUERY) marks the clauses that belong to
+// only some of them with a validity test on the state: elsewhere the clause is reported like one
+// given twice, in the same single message, and still read. A clause word that also starts a
+// statement (PAUSE) is taken as the clause only where its row is valid; elsewhere it ends the
+// clauses and stays held for its own statement.
 //
 //   struct Confirm { Parser& p; uint32_t block; uint16_t flags = 0; };
 //   constexpr ClauseRow<Confirm> kConfirmClauses[] = {
@@ -45,6 +51,7 @@ struct ClauseRow {
   Given given;
   std::array<uint32_t, kMaxExcludes> excludes;     // clause words that may not come before it
   ClauseStep (*read)(State&);                      // entered with the clause word current
+  bool (*valid)(const State&) = nullptr;           // the statements it belongs to; null: all
 };
 
 // The clauses read so far, by row.
@@ -67,7 +74,14 @@ const ClauseRow<State>* find(std::span<const ClauseRow<State>> rows, uint32_t wo
 }
 
 template <class State>
-bool conflicts(std::span<const ClauseRow<State>> rows, const ClauseRow<State>& row, const ClausesSeen& seen) {
+bool valid(const ClauseRow<State>& row, const State& state) {
+  return row.valid == nullptr || row.valid(state);
+}
+
+template <class State>
+bool conflicts(std::span<const ClauseRow<State>> rows, const ClauseRow<State>& row, const State& state,
+               const ClausesSeen& seen) {
+  if (!valid(row, state)) return true;
   if (row.given == Given::once && seen.has(static_cast<size_t>(&row - rows.data()))) return true;
   for (uint32_t word : row.excludes) {
     if (word == 0) break;
@@ -87,7 +101,7 @@ const ClauseRow<State>* apply_clause(ParserCore& p, std::span<const ClauseRow<St
                                      ClausesSeen& seen, ClauseStep& step) {
   const ClauseRow<State>* row = clause_detail::find(rows, p.cls());
   if (row == nullptr) return nullptr;
-  if (clause_detail::conflicts(rows, *row, seen)) p.diag.error(msg::duplicate_incompatible_clause);
+  if (clause_detail::conflicts(rows, *row, state, seen)) p.diag.error(msg::duplicate_incompatible_clause);
   seen.add(static_cast<size_t>(row - rows.data()));
   step = row->read(state);
   return row;
@@ -101,7 +115,11 @@ ClausesSeen read_clauses(ParserCore& p, std::span<const ClauseRow<State>> rows, 
   ClausesSeen seen;
   for (;;) {
     p.next();
-    if (p.at_statement_start()) return seen;
+    if (p.at_statement_start()) {
+      const ClauseRow<State>* row = clause_detail::find(rows, p.cls());
+      if (row == nullptr || !clause_detail::valid(*row, state)) return seen;
+      p.accept();  // a statement word read as this statement's clause
+    }
     ClauseStep step = ClauseStep::next;
     if (apply_clause(p, rows, state, seen, step) == nullptr) step = other(state);
     if (step == ClauseStep::done) return seen;

@@ -27,6 +27,86 @@ bool redefinition_follows(ParserCore& p) {
   return c == verb("picture") || c == verb("type") || c == verb("like");
 }
 
+// A PARAMETERS or RETURNING list as it is read.
+struct FieldList {
+  ParserCore& p;
+  FieldListKind kind;
+  uint32_t slot;          // the section's list
+  bool building;          // the list is recorded (a definition, not a declaration)
+  bool matching;          // a list already there was left by a call made before this definition
+  uint32_t pending;       // next call argument to match
+  uint32_t tail = 0;      // last entry of the list
+  bool too_many = false;
+  std::vector<uint32_t> named{};  // the fields of this list so far
+};
+
+// A LOCAL field; a name already there is reported, its clauses read and the field dropped.
+void local_field(ParserCore& p, uint32_t s, const std::string& name, uint32_t f) {
+  if (f != 0) {
+    p.diag.error_with(msg::field_name_already_exists_defined, name);
+    define_field(p, name, true);  // read its clauses; the field itself is dropped
+  } else {
+    p.syms.link_local_field(s, define_field(p, name, true));
+  }
+}
+
+// A name of a PARAMETERS or RETURNING list: an existing field (not to be defined again), or a new
+// one. False when it is named twice in the list.
+bool list_field(FieldList& l, uint32_t s, const std::string& name, uint32_t& f) {
+  ParserCore& p = l.p;
+  if (f != 0) {
+    if (std::find(l.named.begin(), l.named.end(), f) != l.named.end()) {
+      p.diag.error_text(txt::field_duplicated_in_list, name);
+      if (redefinition_follows(p)) define_field(p, name, true);
+      return false;
+    }
+    if (redefinition_follows(p)) {
+      p.diag.error_with(msg::field_name_already_exists_defined, name);
+      define_field(p, name, true);
+    }
+  } else {
+    f = define_field(p, name, true);
+    p.syms.link_local_field(s, f);
+  }
+  l.named.push_back(f);
+  return true;
+}
+
+// The field takes the place of the next argument of the earlier call, which must agree with it.
+void match_argument(FieldList& l, uint32_t f) {
+  ParserCore& p = l.p;
+  OpSpace& ops = p.ops;
+  uint32_t& pending = l.pending;
+  const bool numeric_argument = ops.get24(pending + param_entry::pe_field) != 0;
+  if (numeric_argument != conv::fmt_numeric(static_cast<uint16_t>(ops.get16(f + fsym::f_format)))) {
+    p.diag.error(msg::parameters_not_correct_type);
+  } else if (ops.get24(pending + param_entry::pe_occurs) != ops.get16(f + fsym::f_occurs)) {
+    p.diag.error(msg::parameter_different_field_occurrence_factor);
+  }
+  ops.put24(pending + param_entry::pe_field, f);
+  ops.put24(pending + param_entry::pe_occurs, 0);
+  l.tail = pending;
+  pending = ops.get24(pending + param_entry::pe_next);
+}
+
+// The field into the section's list: matched against an earlier call's, or appended.
+void add_to_list(FieldList& l, uint32_t f) {
+  OpSpace& ops = l.p.ops;
+  if (l.matching && l.pending != 0) {
+    match_argument(l, f);
+    return;
+  }
+  if (l.matching && l.kind == FieldListKind::parameters) {
+    if (!l.too_many) l.p.diag.error(msg::parameter_list_mismatch);
+    l.too_many = true;
+    return;
+  }
+  const uint32_t e = ops.alloc(param_entry::size);
+  ops.put24(e + param_entry::pe_field, f);
+  ops.put24(l.tail != 0 ? l.tail + param_entry::pe_next : l.slot, e);
+  l.tail = e;
+}
+
 }  // namespace
 
 void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind kind, bool record) {
@@ -37,12 +117,8 @@ void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind k
 
   const uint32_t slot = s + (kind == FieldListKind::parameters ? ssym::s_params : ssym::s_returning);
   const bool building = record && kind != FieldListKind::local;
-  // A list already there was left by a call made before this definition.
   const bool matching = building && ops.get24(slot) != 0;
-  uint32_t pending = matching ? ops.get24(slot) : 0;  // next call argument to match
-  uint32_t tail = 0;                                   // last entry of the list
-  bool too_many = false;
-  std::vector<uint32_t> named;                         // the fields of this list so far
+  FieldList l{p, kind, slot, building, matching, matching ? ops.get24(slot) : 0};
 
   for (;;) {
     const uint32_t c = p.next();
@@ -52,58 +128,12 @@ void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind k
     }
     const std::string name(p.text());
     uint32_t f = p.syms.find_local_field(s, name);
-
-    if (kind == FieldListKind::local) {
-      if (f != 0) {
-        p.diag.error_with(msg::field_name_already_exists_defined, name);
-        define_field(p, name, true);  // read its clauses; the field itself is dropped
-      } else {
-        p.syms.link_local_field(s, define_field(p, name, true));
-      }
-      continue;
-    }
-
-    if (f != 0) {
-      if (std::find(named.begin(), named.end(), f) != named.end()) {
-        p.diag.error_text(txt::field_duplicated_in_list, name);
-        if (redefinition_follows(p)) define_field(p, name, true);
-        continue;
-      }
-      if (redefinition_follows(p)) {
-        p.diag.error_with(msg::field_name_already_exists_defined, name);
-        define_field(p, name, true);
-      }
-    } else {
-      f = define_field(p, name, true);
-      p.syms.link_local_field(s, f);
-    }
-    named.push_back(f);
-    if (!building) continue;
-
-    if (matching && pending != 0) {
-      const bool numeric_argument = ops.get24(pending + param_entry::pe_field) != 0;
-      if (numeric_argument != conv::fmt_numeric(static_cast<uint16_t>(ops.get16(f + fsym::f_format)))) {
-        p.diag.error(msg::parameters_not_correct_type);
-      } else if (ops.get24(pending + param_entry::pe_occurs) != ops.get16(f + fsym::f_occurs)) {
-        p.diag.error(msg::parameter_different_field_occurrence_factor);
-      }
-      ops.put24(pending + param_entry::pe_field, f);
-      ops.put24(pending + param_entry::pe_occurs, 0);
-      tail = pending;
-      pending = ops.get24(pending + param_entry::pe_next);
-      continue;
-    }
-    if (matching && kind == FieldListKind::parameters) {
-      if (!too_many) p.diag.error(msg::parameter_list_mismatch);
-      too_many = true;
-      continue;
-    }
-    const uint32_t e = ops.alloc(param_entry::size);
-    ops.put24(e + param_entry::pe_field, f);
-    ops.put24(tail != 0 ? tail + param_entry::pe_next : slot, e);
-    tail = e;
+    if (kind == FieldListKind::local)
+      local_field(p, s, name, f);
+    else if (list_field(l, s, name, f) && building)
+      add_to_list(l, f);
   }
-  if (matching && pending != 0) p.diag.error(msg::parameter_list_mismatch);
+  if (matching && l.pending != 0) p.diag.error(msg::parameter_list_mismatch);
 }
 
 void report_unreferenced_locals(ParserCore& p, uint32_t section) {

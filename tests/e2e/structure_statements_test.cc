@@ -198,6 +198,24 @@ TEST(StructureStatements, CommandClauseErrors) {
     std::string out = messages(std::string("procedure main\n ") + c + "end\n");
     EXPECT_NE(out.find("Duplicate or incompatible clause"), std::string::npos) << c << out;
   }
+  // A clause both repeated and out of place is reported twice; a clause of another statement once
+  // however many others it clashes with; PAUSE after CALL is the next statement.
+  struct Counted {
+    const char* source;
+    int reports;
+  };
+  const Counted counted[] = {
+      {"command \"x\" returning b returning b\n", 3},  {"call \"x\" returning b background background\n", 3},
+      {"call \"x\" batch returning b returning b\n", 3}, {"query \"x\" no-pause no-pause spool spool\n", 2},
+      {"command \"x\" no-xterm pause no-refresh\n", 2},  {"call \"x\" leave-files-open no-refresh pause\n", 1},
+  };
+  for (const Counted& c : counted) {
+    std::string out = messages(std::string("procedure main\n ") + c.source + "end\n");
+    int reports = 0;
+    for (size_t at = out.find("Duplicate or incompatible"); at != std::string::npos; at = out.find("Duplicate or incompatible", at + 1))
+      ++reports;
+    EXPECT_EQ(reports, c.reports) << c.source << out;
+  }
   EXPECT_NE(messages("procedure main\n command 5\nend\n").find("Alphanumeric expression required"), std::string::npos);
   EXPECT_NE(messages("procedure main\n command \"x\" maximum-parameters 1000\nend\n")
                 .find("Numeric value invalid or out of range"),
