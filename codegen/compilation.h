@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "codegen/convert.h"
 #include "codegen/opspace.h"
@@ -19,6 +21,9 @@ struct CompileSettings {
   bool dict_check = true;        // -c clears: go on after record-layout inconsistencies
   std::string system_name;       // -p
   conv::DateSettings dates;      // how date literals are read
+  // The path and version text of each open dictionary, in the order they were opened; every
+  // table's header names them.
+  std::vector<std::pair<std::string, std::string>> dictionaries;
 };
 
 // One source file's names and results.

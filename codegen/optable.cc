@@ -66,7 +66,13 @@ void OptableWriter::fill_header() {
   uint16_t flags = hdr::kFlagsAlways;
   if (settings_.debug_ops) flags |= hdr::kFlagDebug;
   ops.put16(hdr::flags, flags);
-  // Dictionary path and version texts are stored here once dictionaries are opened.
+  constexpr uint32_t kDictionaryTexts[][2] = {
+      {hdr::dict0, hdr::dict0_version}, {hdr::dict1, hdr::dict1_version}, {hdr::dict2, hdr::dict2_version}};
+  for (size_t d = 0; d < settings_.dictionaries.size() && d < std::size(kDictionaryTexts); ++d) {
+    const auto& [path, version] = settings_.dictionaries[d];
+    ops.put24(kDictionaryTexts[d][0], ops.store_text(path));
+    if (!version.empty()) ops.put24(kDictionaryTexts[d][1], ops.store_text(version));
+  }
   for (int i = 0; i < 4; ++i) ops.at(hdr::magic)[i] = hdr::kMagic[i];
   ops.put16(hdr::version, static_cast<uint32_t>(file_.opt_version));
 

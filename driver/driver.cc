@@ -32,6 +32,7 @@
 #include "runtime/process.h"
 #include "statements/program.h"
 #include "symbols/compiler_stores.h"
+#include "symbols/dictionary_files.h"
 #include "symbols/programs.h"
 #include "symbols/records.h"
 #include "symbols/symtab.h"
@@ -123,6 +124,7 @@ class Driver {
   void write_statistics();
   void run_nls(const FileContext& file);
   void show_stop(const std::string& message);
+  void open_dictionaries();
   void say(txt::Text message);
   [[noreturn]] void cleanup_exit(int status);
 
@@ -131,7 +133,8 @@ class Driver {
   RunContext run_;
   Display display_;
   Diagnostics diag_;
-  std::unique_ptr<CompilerStores> compiler_;  // made once the options are known
+  std::unique_ptr<DictionaryFiles> dictionaries_;  // open from start-up to exit; none with -n
+  std::unique_ptr<CompilerStores> compiler_;       // made once the options are known
   std::string temp_name_;
   bool had_errors_ = false;
   time_t summary_start_ = 0;
@@ -173,14 +176,6 @@ void Driver::start_up() {
   if (o.screen && display_.open_screen(product_version() + " Compiler")) {
     // progress window open; messages start at row 4
   }
-  CompileSettings settings;
-  settings.debug_ops = o.debug_ops;
-  settings.debug_level = o.debug_level;
-  settings.dict_check = o.dict_check;
-  settings.system_name = o.system_name;
-  settings.dates = conv::DateSettings::from_env();
-  compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));
-
   if (std::string_view bad = check_verb_table(); !bad.empty()) {
     display_.show(format_text(txt::verb_table_out_of_order, {bad}));
     display_.wait_ack();
@@ -191,7 +186,37 @@ void Driver::start_up() {
     display_.wait_ack();
     cleanup_exit(255);
   }
-  // The data dictionaries and language-text processing are opened here once they exist.
+  if (o.dictionaries) open_dictionaries();
+  // Language-text processing is set up here once it exists.
+
+  CompileSettings settings;
+  settings.debug_ops = o.debug_ops;
+  settings.debug_level = o.debug_level;
+  settings.dict_check = o.dict_check;
+  settings.system_name = o.system_name;
+  settings.dates = conv::DateSettings::from_env();
+  for (int d = 0; dictionaries_ && d < dictionaries_->open_count(); ++d)
+    settings.dictionaries.emplace_back(dictionaries_->path(d), dictionaries_->version(d));
+  compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));
+  compiler_->dictionaries = dictionaries_.get();
+}
+
+// The user dictionary, then the global one; the dictionaries of the environment when neither
+// is given. A dictionary that cannot be used ends the run.
+void Driver::open_dictionaries() {
+  constexpr uint16_t kAlwaysOpen = 0x001F;  // object, field, record, key, documentation
+  constexpr uint16_t kVersionFile = 0x0400;
+  const Options& o = run_.options;
+  dictionaries_ = std::make_unique<DictionaryFiles>(kAlwaysOpen | o.dict_open_mask | kVersionFile);
+  std::vector<std::string> names;
+  if (o.have_user_dict) names.push_back(o.user_dict);
+  if (o.have_global_dict) names.push_back(o.global_dict);
+  try {
+    dictionaries_->open_all(names, true);
+  } catch (const RunStop& stop) {
+    show_stop(stop.message);
+    cleanup_exit(255);
+  }
 }
 
 void Driver::compile_file(const std::string& argument) {
@@ -325,7 +350,13 @@ void Driver::compile_and_write(FileContext& file) {
   c.tok.close_source();
   try {
     if (diag_.first_error() == 0 && !run_.options.test_only) {
-      write_po_entries(c.stores.ops);
+      const ProgramEntriesFailure failure =
+          write_po_entries(c.stores.ops, dictionaries_.get(), run_.options.system_name, file.source_name);
+      if (failure.wait_for_ack) {
+        show_stop(failure.message);
+      } else if (!failure.message.empty()) {
+        display_.show(failure.message);
+      }
       OptableWriter writer(c.stores, c.settings, file, run_.program_name,
                            [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
       writer.write();
@@ -447,6 +478,7 @@ void Driver::write_statistics() {
 
 void Driver::cleanup_exit(int status) {
   if (!temp_name_.empty()) unlink(temp_name_.c_str());
+  dictionaries_.reset();
   diag_.close_listing();
   if (!display_.screen()) {
     std::fputs("\n", stdout);

@@ -537,6 +537,10 @@ int IndexedFile::remove(const uint8_t* row) {
   return step_change(f.db, s);
 }
 
+int IndexedFile::begin() { return error_of(run(impl_->db, "BEGIN IMMEDIATE")); }
+int IndexedFile::commit() { return error_of(run(impl_->db, "COMMIT")); }
+void IndexedFile::rollback() { run(impl_->db, "ROLLBACK"); }
+
 bool names_server(std::string_view name) {
   const size_t colon = name.find(':');
   if (colon == std::string_view::npos || colon == 0) return false;

@@ -101,6 +101,12 @@ class IndexedFile {
   int rewrite(const uint8_t* row);
   int remove(const uint8_t* row);
 
+  // A transaction: the writes between begin and commit happen together or not at all, and no
+  // other writer comes between them (begin waits for one that is writing).
+  int begin();
+  int commit();
+  void rollback();
+
   struct Impl;  // the open database and its prepared statements (datafile.cc)
 
  private:

@@ -38,16 +38,6 @@ constexpr bool file_type_has_keys(char letter) { return letter == 'I' || letter 
 // ---- Objects ---------------------------------------------------------------------------------
 
 // A dict_object row as the object layer needs it.
-struct DictObject {
-  int16_t dictno = -1;     // the dictionary that holds it
-  uint16_t id = 0;         // obj_id
-  uint16_t recsize = 0;    // obj_recsize
-  std::string file;        // obj_file (trailing blanks removed)
-  char type = 0;           // obj_type
-  char version = 0;        // obj_version
-  char separator = 0;      // obj_sep
-  char filler1 = 0;        // obj_filler1
-};
 
 // The OBJECT statement after its word: name clauses...; makes the program's object of that name.
 void define_object(ParserCore& p);

@@ -12,14 +12,13 @@ namespace tav {
 namespace {
 
 // A dictionary holding one field, "dfield".
-class OneFieldDictionary : public Dictionaries {
+class OneFieldDictionary : public NoDictionaries {
  public:
-  DictField row{1, 77, 0x2080, 'N', 1, 0x0001, "dfield          "};
+  DictField row{1, "dfield", 77, 2, 0x2080, 'N', 1, 0x0001, "dfield          "};
   int open_count() const override { return 1; }
   std::optional<DictField> find_field(std::string_view name) override {
     return name == "dfield" ? std::optional(row) : std::nullopt;
   }
-  bool record_holds(int, uint16_t, std::string_view) override { return false; }
 };
 
 class FieldsTest : public ::testing::Test, public tavtest::CompilerFixture {

@@ -1,0 +1,447 @@
+#include "symbols/dictionary_files.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "diag/diag.h"
+
+namespace tav {
+
+namespace {
+
+using datafile::IndexedFile;
+
+struct TableRow {
+  std::string_view letters;
+  uint16_t mask;
+  uint32_t size;
+};
+
+constexpr TableRow kTables[] = {
+#define TAV_DICT_TABLE(id, table, letters, mask, size) {letters, mask, size},
+#define TAV_DICT_COLUMN(table, column, format, type, occurs, offset, size)
+#define TAV_DICT_INDEX(table, number, duplicates, parts)
+#include "symbols/dict_tables.def"
+};
+static_assert(std::size(kTables) == kDictTableCount);
+
+struct ColumnRow {
+  DictTable table;
+  std::string_view name;
+  uint16_t format;
+  char type;
+  uint16_t occurs;
+  uint32_t offset;
+  uint32_t size;
+};
+
+constexpr ColumnRow kColumns[] = {
+#define TAV_DICT_TABLE(id, table, letters, mask, size)
+#define TAV_DICT_COLUMN(table, column, format, type, occurs, offset, size) \
+  {table::which, #column, format, type, occurs, offset, size},
+#define TAV_DICT_INDEX(table, number, duplicates, parts)
+#include "symbols/dict_tables.def"
+};
+
+struct IndexRow {
+  DictTable table;
+  int number;
+  bool duplicates;
+  std::string_view parts;
+};
+
+constexpr IndexRow kIndexes[] = {
+#define TAV_DICT_TABLE(id, table, letters, mask, size)
+#define TAV_DICT_COLUMN(table, column, format, type, occurs, offset, size)
+#define TAV_DICT_INDEX(table, number, duplicates, parts) {table::which, number, duplicates, parts},
+#include "symbols/dict_tables.def"
+};
+
+// Every table's columns follow each other from offset 0 and fill its row; its indexes are
+// numbered 1, 2, ... in order.
+constexpr bool layouts_sound() {
+  for (int t = 0; t < kDictTableCount; ++t) {
+    uint32_t at = 0;
+    for (const ColumnRow& c : kColumns) {
+      if (static_cast<int>(c.table) != t) continue;
+      if (c.offset != at) return false;
+      at += c.size * c.occurs;
+    }
+    if (at != kTables[t].size) return false;
+    int number = 0;
+    for (const IndexRow& i : kIndexes)
+      if (static_cast<int>(i.table) == t && i.number != ++number) return false;
+  }
+  return true;
+}
+static_assert(layouts_sound(), "dict_tables.def: columns or indexes out of place");
+
+constexpr std::string_view kTableNames[] = {
+#define TAV_DICT_TABLE(id, table, letters, mask, size) #table,
+#define TAV_DICT_COLUMN(table, column, format, type, occurs, offset, size)
+#define TAV_DICT_INDEX(table, number, duplicates, parts)
+#include "symbols/dict_tables.def"
+};
+
+datafile::Index parse_index(const IndexRow& row) {
+  datafile::Index index;
+  index.duplicates = row.duplicates;
+  std::string_view rest = row.parts;
+  while (!rest.empty()) {
+    size_t comma = rest.find(", ");
+    std::string_view part = rest.substr(0, comma);
+    rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 2);
+    datafile::KeyPart k;
+    k.descending = part.ends_with(" DESC");
+    k.column = std::string(k.descending ? part.substr(0, part.size() - 5) : part);
+    index.parts.push_back(std::move(k));
+  }
+  return index;
+}
+
+datafile::TableDesc make_desc(DictTable t) {
+  datafile::TableDesc d;
+  d.table = std::string(kTableNames[static_cast<int>(t)]);
+  for (const ColumnRow& c : kColumns)
+    if (c.table == t) d.columns.push_back({std::string(c.name), c.format, c.type, c.occurs, c.size});
+  for (const IndexRow& i : kIndexes)
+    if (i.table == t) d.indexes.push_back(parse_index(i));
+  return d;
+}
+
+// The status of a read that found nothing.
+bool not_found(int status) { return status == datafile::kNoRecord || status == datafile::kEndOfFile; }
+
+// Table letters in the order they are opened; the documentation table comes last.
+constexpr DictTable kOpenOrder[] = {DictTable::object,  DictTable::field,    DictTable::record,  DictTable::key,
+                                    DictTable::obj_rel, DictTable::prog_rel, DictTable::prog_obj};
+constexpr uint16_t kVersionMask = 0x0400;
+constexpr size_t kVersionLength = 19;
+constexpr uint32_t kLocalMode = 8;
+constexpr uint32_t kServerStep = 0x10000000;
+
+}  // namespace
+
+uint16_t dict_table_mask(DictTable t) { return kTables[static_cast<int>(t)].mask; }
+std::string_view dict_table_letters(DictTable t) { return kTables[static_cast<int>(t)].letters; }
+
+const datafile::TableDesc& dict_table_desc(DictTable t) {
+  static const std::array<datafile::TableDesc, kDictTableCount> descs = [] {
+    std::array<datafile::TableDesc, kDictTableCount> a;
+    for (int i = 0; i < kDictTableCount; ++i) a[static_cast<size_t>(i)] = make_desc(static_cast<DictTable>(i));
+    return a;
+  }();
+  return descs[static_cast<size_t>(t)];
+}
+
+// ---- Row buffers -------------------------------------------------------------------------------
+
+DictRow::DictRow(DictTable t) : table_(t), bytes_(kTables[static_cast<int>(t)].size) { clear(); }
+
+void DictRow::clear() {
+  std::fill(bytes_.begin(), bytes_.end(), uint8_t{' '});
+  for (const ColumnRow& c : kColumns)
+    if (c.table == table_ && (c.format & 0x7800) != 0)
+      std::fill_n(bytes_.begin() + c.offset, c.size * c.occurs, uint8_t{0});
+}
+
+int64_t DictRow::number(const DictColumn& c, uint16_t occurrence) const {
+  const uint8_t* p = bytes_.data() + c.offset + c.size * occurrence;
+  uint64_t v = 0;
+  for (uint32_t i = 0; i < c.size; ++i) v = v << 8 | p[i];
+  return static_cast<int64_t>(v);  // every dictionary number is unsigned
+}
+
+std::string DictRow::text(const DictColumn& c, uint16_t occurrence) const {
+  const auto* p = reinterpret_cast<const char*>(bytes_.data() + c.offset + c.size * occurrence);
+  std::string s(p, c.size);
+  s.erase(s.find_last_not_of(std::string_view(" \0", 2)) + 1);
+  return s;
+}
+
+void DictRow::set(const DictColumn& c, int64_t value, uint16_t occurrence) {
+  uint8_t* p = bytes_.data() + c.offset + c.size * occurrence;
+  auto v = static_cast<uint64_t>(value);
+  for (uint32_t i = c.size; i-- > 0;) {
+    p[i] = static_cast<uint8_t>(v);
+    v >>= 8;
+  }
+}
+
+void DictRow::set(const DictColumn& c, std::string_view value, uint16_t occurrence) {
+  uint8_t* p = bytes_.data() + c.offset + c.size * occurrence;
+  for (uint32_t i = 0; i < c.size; ++i) p[i] = i < value.size() ? static_cast<uint8_t>(value[i]) : ' ';
+}
+
+// ---- Opening -----------------------------------------------------------------------------------
+
+DictionaryFiles::DictionaryFiles(uint16_t open_mask, Getenv getenv_fn)
+    : open_mask_(open_mask), getenv_(std::move(getenv_fn)) {}
+
+DictionaryFiles::~DictionaryFiles() = default;
+
+const char* DictionaryFiles::env(const char* name) const { return getenv_ ? getenv_(name) : std::getenv(name); }
+
+void DictionaryFiles::open_all(const std::vector<std::string>& names, bool read_only) {
+  if (!names.empty()) {
+    for (const std::string& name : names) open(name, read_only);
+    return;
+  }
+  bool any_set = false;
+  for (const char* var : {"TAVUSRDICT", "TAVDISTDICT", "TAVDICT"}) {
+    const char* value = env(var);
+    if (!value) continue;
+    any_set = true;
+    if (*value && open(value, read_only) != 0) break;
+  }
+  if (!any_set) throw RunStop{std::string(text_of(txt::dict_env_not_set))};
+}
+
+std::string DictionaryFiles::dictionary_path(std::string_view name, uint32_t& mode) const {
+  mode = 0;
+  if (name.starts_with(':')) {
+    mode = kLocalMode;
+    return std::string(name.substr(1));
+  }
+  if (datafile::names_server(name)) {
+    mode = kServerStep;  // server 0: refused by the data-file layer when a table is opened
+    return std::string(name);
+  }
+  std::string first = std::string(name) + std::string(dict_table_letters(DictTable::object)) + "4.idx";
+  if (first.starts_with('/') || first.starts_with('\\')) return std::string(name);
+  const char* search = env("TAVPATH");
+  std::optional<std::string> found = datafile::find_file(first, search ? search : "");
+  if (!found) throw RunStop{format_text(txt::dict_not_found, {name})};
+  return found->substr(0, found->size() - 6);
+}
+
+int DictionaryFiles::open(std::string_view name, bool read_only) {
+  if (dicts_.size() == kMaxDictionaries) throw RunStop{std::string(text_of(txt::too_many_dictionaries))};
+  auto d = std::make_unique<Dictionary>();
+  d->path = dictionary_path(name, d->mode);
+  for (const auto& open : dicts_)
+    if (open->path == d->path) return 0;
+  const uint32_t read_mode = d->mode | (read_only ? datafile::kReadOnly : 0);
+  for (DictTable t : kOpenOrder) {
+    if (!(open_mask_ & dict_table_mask(t))) continue;
+    const bool program_table = t == DictTable::obj_rel || t == DictTable::prog_rel || t == DictTable::prog_obj;
+    open_table(*d, t, program_table ? d->mode : read_mode);
+  }
+  if (open_mask_ & kVersionMask) {
+    std::string text = datafile::read_text_file(d->path + "-dict.ver", kVersionLength).value_or("");
+    text = text.substr(0, text.find('\n'));
+    if (text.size() == kVersionLength && text.back() == ' ') text.erase(text.find_last_not_of(' ') + 1);
+    d->version = text;
+  }
+  int error = 0;
+  const DictTable doc = DictTable::documentation;
+  d->files[static_cast<size_t>(doc)] = IndexedFile::open(d->path + "D4", dict_table_desc(doc), read_mode, error);
+  if (!d->files[static_cast<size_t>(doc)]) {
+    uncounted_.push_back(std::move(d));
+    return -1;
+  }
+  dicts_.push_back(std::move(d));
+  return 0;
+}
+
+void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {
+  const datafile::TableDesc& desc = dict_table_desc(t);
+  const std::string name = d.path + std::string(dict_table_letters(t)) + "4";
+  if (!desc.valid()) throw RunStop{format_text(txt::dict_define_failed, {name})};
+  int error = 0;
+  auto& slot = d.files[static_cast<size_t>(t)];
+  slot = IndexedFile::open(name, desc, mode, error);
+  if (slot) return;
+  switch (t) {
+    case DictTable::object:
+      throw RunStop{format_text(txt::dict_open_failed, {d.path, std::to_string(error)})};
+    case DictTable::field:
+    case DictTable::record:
+    case DictTable::key:
+      throw RunStop{format_text(txt::dict_file_open_failed, {name})};
+    default:
+      if (error == datafile::kNoSuchFile) slot = IndexedFile::open(name, desc, mode | datafile::kCreate, error);
+  }
+}
+
+void DictionaryFiles::close_all() {
+  dicts_.clear();
+  uncounted_.clear();
+}
+
+// ---- Rows --------------------------------------------------------------------------------------
+
+IndexedFile* DictionaryFiles::file(DictTable t, int dictno) {
+  if (dictno < 0 || dictno >= open_count()) return nullptr;
+  return dicts_[static_cast<size_t>(dictno)]->files[static_cast<size_t>(t)].get();
+}
+
+void DictionaryFiles::read_failed(DictTable t, int dictno, int status) {
+  const std::string name = path(dictno) + std::string(dict_table_letters(t)) + "4";
+  throw RunStop{format_text(txt::dict_read_failed, {name, Diagnostics::io_error_text(status)})};
+}
+
+int DictionaryFiles::read(DictRow& row, int dictno, int index) {
+  const int first = dictno < 0 ? 0 : dictno;
+  const int last = dictno < 0 ? open_count() - 1 : dictno;
+  const std::vector<uint8_t> key(row.data(), row.data() + kTables[static_cast<int>(row.table())].size);
+  for (int d = first; d <= last; ++d) {
+    IndexedFile* f = file(row.table(), d);
+    if (!f) continue;
+    std::copy(key.begin(), key.end(), row.data());
+    const int status = f->read(index, row.data(), 0);
+    if (status == 0) return d;
+    if (!not_found(status)) read_failed(row.table(), d, status);
+  }
+  std::copy(key.begin(), key.end(), row.data());
+  return -1;
+}
+
+int DictionaryFiles::start(DictRow& row, int dictno, int index, uint32_t mode) {
+  IndexedFile* f = file(row.table(), dictno);
+  return f ? f->start(index, row.data(), mode) : datafile::kNotOpen;
+}
+
+int DictionaryFiles::next(DictRow& row, int dictno) {
+  IndexedFile* f = file(row.table(), dictno);
+  if (!f) return datafile::kNotOpen;
+  const int status = f->read(0, row.data(), datafile::kNextRow);
+  if (status != 0 && !not_found(status)) read_failed(row.table(), dictno, status);
+  return status;
+}
+
+int DictionaryFiles::write(const DictRow& row, int dictno) {
+  IndexedFile* f = file(row.table(), dictno);
+  return f ? f->write(row.data()) : datafile::kNotOpen;
+}
+
+int DictionaryFiles::rewrite(const DictRow& row, int dictno) {
+  IndexedFile* f = file(row.table(), dictno);
+  return f ? f->rewrite(row.data()) : datafile::kNotOpen;
+}
+
+int DictionaryFiles::remove(const DictRow& row, int dictno) {
+  IndexedFile* f = file(row.table(), dictno);
+  return f ? f->remove(row.data()) : datafile::kNotOpen;
+}
+
+int DictionaryFiles::in_transaction(DictTable t, int dictno, const std::function<int()>& work) {
+  IndexedFile* f = file(t, dictno);
+  if (!f) return datafile::kNotOpen;
+  if (int status = f->begin(); status != 0) return status;
+  const int result = work();
+  if (result != 0) {
+    f->rollback();
+    return result;
+  }
+  return f->commit();
+}
+
+// ---- What the symbol layer asks ----------------------------------------------------------------
+
+namespace {
+
+DictField field_of(const DictRow& r, int dictno) {
+  DictField f;
+  f.dictno = static_cast<int16_t>(dictno);
+  f.name = r.text(dict_field::fld_name);
+  f.id = static_cast<uint16_t>(r.number(dict_field::fld_id));
+  f.size = static_cast<uint16_t>(r.number(dict_field::fld_size));
+  f.desc = static_cast<uint16_t>(r.number(dict_field::fld_desc));
+  const std::string type = r.text(dict_field::fld_type);
+  f.type = type.empty() ? ' ' : type[0];
+  f.occurs = static_cast<uint16_t>(r.number(dict_field::fld_occurs));
+  f.flags = static_cast<uint16_t>(r.number(dict_field::fld_flags));
+  f.col_name = r.text(dict_field::fld_col_name);
+  return f;
+}
+
+char first_char(const std::string& s) { return s.empty() ? ' ' : s[0]; }
+
+}  // namespace
+
+std::optional<DictField> DictionaryFiles::find_field(std::string_view name) { return find_field_in(-1, name); }
+
+std::optional<DictField> DictionaryFiles::find_field_in(int dictno, std::string_view name) {
+  DictRow r(DictTable::field);
+  r.set(dict_field::fld_name, name.substr(0, dict_field::fld_name.size));
+  const int d = read(r, dictno, 1);
+  if (d < 0) return std::nullopt;
+  return field_of(r, d);
+}
+
+std::optional<DictField> DictionaryFiles::field_by_id(int dictno, uint16_t id) {
+  DictRow r(DictTable::field);
+  r.set(dict_field::fld_id, id);
+  const int d = read(r, dictno, 2);
+  if (d < 0) return std::nullopt;
+  return field_of(r, d);
+}
+
+std::optional<DictObject> DictionaryFiles::find_object(std::string_view name) {
+  DictRow r(DictTable::object);
+  r.set(dict_object::obj_name, name.substr(0, dict_object::obj_name.size));
+  const int d = read(r, -1, 1);
+  if (d < 0) return std::nullopt;
+  DictObject o;
+  o.dictno = static_cast<int16_t>(d);
+  o.id = static_cast<uint16_t>(r.number(dict_object::obj_id));
+  o.recsize = static_cast<uint16_t>(r.number(dict_object::obj_recsize));
+  o.file = r.text(dict_object::obj_file);
+  o.type = first_char(r.text(dict_object::obj_type));
+  o.version = first_char(r.text(dict_object::obj_version));
+  o.separator = first_char(r.text(dict_object::obj_sep));
+  o.filler1 = first_char(r.text(dict_object::obj_filler1));
+  return o;
+}
+
+std::optional<DictKey> DictionaryFiles::key(int dictno, uint16_t obj_id, uint16_t index_no) {
+  DictRow r(DictTable::key);
+  r.set(dict_key::obj_id, obj_id);
+  r.set(dict_key::index_no, index_no);
+  if (read(r, dictno, 1) < 0) return std::nullopt;
+  DictKey k;
+  k.index_no = index_no;
+  k.flags = static_cast<uint16_t>(r.number(dict_key::key_flags));
+  k.num_fields = static_cast<uint16_t>(r.number(dict_key::num_fields));
+  for (uint16_t i = 0; i < dict_key::k_fld_id.occurs; ++i) {
+    k.field_ids[i] = static_cast<uint16_t>(r.number(dict_key::k_fld_id, i));
+    k.descending[i] = r.text(dict_key::k_desc_flag, i) == "Y";
+  }
+  return k;
+}
+
+std::vector<DictRecordEntry> DictionaryFiles::record(int dictno, uint16_t obj_id) {
+  std::vector<DictRecordEntry> out;
+  DictRow r(DictTable::record);
+  r.set(dict_record::obj_id, obj_id);
+  r.set(dict_record::rec_offset, 0);
+  if (start(r, dictno, 1) != 0) return out;
+  while (next(r, dictno) == 0 && r.number(dict_record::obj_id) == obj_id)
+    out.push_back({static_cast<uint16_t>(r.number(dict_record::fld_id)),
+                   static_cast<uint16_t>(r.number(dict_record::rec_offset))});
+  return out;
+}
+
+bool DictionaryFiles::record_has(int dictno, uint16_t obj_id, uint16_t field_id) {
+  DictRow r(DictTable::record);
+  r.set(dict_record::fld_id, field_id);
+  r.set(dict_record::obj_id, obj_id);
+  return read(r, dictno, 2) >= 0;
+}
+
+bool DictionaryFiles::record_holds(int dictno, uint16_t obj_id, std::string_view field_name) {
+  const std::optional<DictField> f = find_field_in(dictno, field_name);
+  return f && record_has(dictno, obj_id, f->id);
+}
+
+std::string DictionaryFiles::documentation(int dictno, int type, uint16_t id, uint16_t line_no) {
+  DictRow r(DictTable::documentation);
+  r.set(dict_documentation::doc_type, type);
+  r.set(dict_documentation::doc_id, id);
+  r.set(dict_documentation::doc_line_no, line_no);
+  if (read(r, dictno, 1) < 0) return {};
+  return r.text(dict_documentation::doc_line);
+}
+
+}  // namespace tav

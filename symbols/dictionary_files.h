@@ -1,0 +1,145 @@
+// The data dictionaries on their indexed files.
+//
+// A dictionary is a path prefix: each of its tables is the indexed file <prefix><letters>4 (the
+// rows of symbols/dict_tables.def), and its version text is the first line of <prefix>-dict.ver.
+// Up to three dictionaries are open at once, numbered in the order they were opened; a lookup
+// that names no dictionary searches them in that order. A dictionary the compiler cannot work
+// with stops the run (RunStop) with its message.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runtime/datafile.h"
+#include "symbols/dictionary.h"
+
+namespace tav {
+
+// The tables of a dictionary, in the order of dict_tables.def.
+enum class DictTable : int {
+#define TAV_DICT_TABLE(id, table, letters, mask, size) id,
+#define TAV_DICT_COLUMN(table, column, format, type, occurs, offset, size)
+#define TAV_DICT_INDEX(table, number, duplicates, parts)
+#include "symbols/dict_tables.def"
+};
+inline constexpr int kDictTableCount = static_cast<int>(DictTable::prog_obj) + 1;
+
+// Where a column lies in a row buffer.
+struct DictColumn {
+  uint32_t offset;
+  uint32_t size;     // of one occurrence
+  uint16_t occurs;
+  bool numeric;
+};
+
+// The row layouts: dict_object::obj_name, dict_object::row_size and so on.
+#define TAV_DICT_TABLE(id, table, letters, mask, size) \
+  namespace table {                                     \
+  inline constexpr uint32_t row_size = size;            \
+  inline constexpr DictTable which = DictTable::id;     \
+  }
+#define TAV_DICT_COLUMN(table, column, format, type, occurs, offset, size) \
+  namespace table {                                                         \
+  inline constexpr DictColumn column{offset, size, occurs, ((format) & 0x7800) != 0}; \
+  }
+#define TAV_DICT_INDEX(table, number, duplicates, parts)
+#include "symbols/dict_tables.def"
+
+// The open-mask bit and the file letters of a table.
+uint16_t dict_table_mask(DictTable t);
+std::string_view dict_table_letters(DictTable t);
+// The description of a table for the data-file layer.
+const datafile::TableDesc& dict_table_desc(DictTable t);
+
+// A row buffer of a table: numbers most significant byte first, texts blank padded.
+class DictRow {
+ public:
+  explicit DictRow(DictTable t);
+  DictTable table() const { return table_; }
+  uint8_t* data() { return bytes_.data(); }
+  const uint8_t* data() const { return bytes_.data(); }
+
+  int64_t number(const DictColumn& c, uint16_t occurrence = 0) const;
+  std::string text(const DictColumn& c, uint16_t occurrence = 0) const;  // trailing blanks removed
+  void set(const DictColumn& c, int64_t value, uint16_t occurrence = 0);
+  void set(const DictColumn& c, std::string_view value, uint16_t occurrence = 0);
+  void clear();
+
+ private:
+  DictTable table_;
+  std::vector<uint8_t> bytes_;
+};
+
+class DictionaryFiles final : public Dictionaries {
+ public:
+  static constexpr int kMaxDictionaries = 3;
+  using Getenv = std::function<const char*(const char*)>;
+
+  // `open_mask` selects the tables opened (dict_table_mask bits; 0x0400 the version file).
+  explicit DictionaryFiles(uint16_t open_mask, Getenv getenv_fn = nullptr);
+  ~DictionaryFiles() override;
+
+  // Opens the dictionaries named (the user dictionary, then the global one), or, when none is
+  // named, those of TAVUSRDICT, TAVDISTDICT and TAVDICT in that order, stopping at the first
+  // that cannot be opened. Stops the run when none of the three variables is set.
+  void open_all(const std::vector<std::string>& names, bool read_only);
+  // Opens one dictionary: 0 (opened, or open already) or -1 (its documentation table could not
+  // be opened). Stops the run on the other failures.
+  int open(std::string_view name, bool read_only);
+  void close_all();
+
+  const std::string& path(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->path; }
+  const std::string& version(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->version; }
+
+  // Row access. read: the row with the key in `row` on `index`, from dictionary `dictno`, or from
+  // the first that has it when `dictno` is -1; the dictionary's number, or -1 when none has it.
+  int read(DictRow& row, int dictno, int index);
+  // start: positions before the first row whose key on `index` is at least the key in `row`
+  // (with datafile::kFirstRow, before the first row); 0, or an I/O status.
+  int start(DictRow& row, int dictno, int index, uint32_t mode = 0);
+  int next(DictRow& row, int dictno);              // 0, or an I/O status (end of file)
+  int write(const DictRow& row, int dictno);
+  int rewrite(const DictRow& row, int dictno);
+  int remove(const DictRow& row, int dictno);
+  // Runs `work` as one transaction on a table of a dictionary; its result is returned, and a
+  // non-zero one undoes what it wrote.
+  int in_transaction(DictTable t, int dictno, const std::function<int()>& work);
+
+  // Dictionaries
+  int open_count() const override { return static_cast<int>(dicts_.size()); }
+  std::optional<DictField> find_field(std::string_view name) override;
+  std::optional<DictField> find_field_in(int dictno, std::string_view name) override;
+  std::optional<DictField> field_by_id(int dictno, uint16_t id) override;
+  std::optional<DictObject> find_object(std::string_view name) override;
+  std::optional<DictKey> key(int dictno, uint16_t obj_id, uint16_t index_no) override;
+  std::vector<DictRecordEntry> record(int dictno, uint16_t obj_id) override;
+  bool record_has(int dictno, uint16_t obj_id, uint16_t field_id) override;
+  bool record_holds(int dictno, uint16_t obj_id, std::string_view field_name) override;
+  std::string documentation(int dictno, int type, uint16_t id, uint16_t line_no) override;
+
+ private:
+  struct Dictionary {
+    std::string path;
+    uint32_t mode = 0;
+    std::array<std::unique_ptr<datafile::IndexedFile>, kDictTableCount> files;
+    std::string version;
+  };
+
+  std::string dictionary_path(std::string_view name, uint32_t& mode) const;
+  void open_table(Dictionary& d, DictTable t, uint32_t mode);
+  datafile::IndexedFile* file(DictTable t, int dictno);
+  [[noreturn]] void read_failed(DictTable t, int dictno, int status);
+  const char* env(const char* name) const;
+
+  uint16_t open_mask_;
+  Getenv getenv_;
+  std::vector<std::unique_ptr<Dictionary>> dicts_;
+  std::vector<std::unique_ptr<Dictionary>> uncounted_;  // opened, but without a documentation table
+};
+
+}  // namespace tav
