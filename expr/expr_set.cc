@@ -23,38 +23,6 @@ namespace {
 
 using namespace expr;
 
-// Op::set (assignment), set_variant (special target), set_subscripted (whole array), record_copy.
-namespace setop {
-inline constexpr uint32_t value = 4;     // 24-bit op list of the value
-inline constexpr uint32_t special = 8;   // Op::set_variant: the target's code
-inline constexpr uint32_t report = 9;    // Op::set_variant: report record of ON name
-inline constexpr uint32_t field = 9;     // set, set_subscripted: field_sym
-inline constexpr uint32_t subscript = 12;  // Op::set: operand value
-inline constexpr uint32_t object = 15;   // set, set_subscripted: qualifying object
-inline constexpr uint32_t copy_to = 4;   // Op::record_copy: target object
-inline constexpr uint32_t copy_from = 7; // Op::record_copy: source object (0 for "*")
-}  // namespace setop
-
-// Op::string and its action entries.
-namespace stringop {
-inline constexpr uint32_t actions = 4;   // 24-bit first action entry
-inline constexpr uint32_t object = 7;    // 16-bit sequence number of the qualifying object
-inline constexpr uint32_t field = 9;
-inline constexpr uint32_t subscript = 12;
-}  // namespace stringop
-namespace action {
-inline constexpr uint32_t size = 14;
-inline constexpr uint32_t next = 0;
-inline constexpr uint32_t kind = 3;      // 16-bit action code below
-inline constexpr uint32_t text = 5;      // 24-bit op list
-inline constexpr uint32_t at = 8;        // 24-bit op list
-inline constexpr uint32_t to = 11;       // 24-bit op list
-inline constexpr uint16_t inserting = 1;
-inline constexpr uint16_t replacing = 2;
-inline constexpr uint16_t deleting = 3;
-inline constexpr uint16_t appending = 4;
-}  // namespace action
-
 // The special targets of SET and their codes.
 inline constexpr uint8_t kDefaultFont = 1;
 inline constexpr uint8_t kDefaultPitch = 2;
@@ -123,8 +91,8 @@ uint32_t record_copy(ParserCore& p, std::string_view target) {
     if (o != 0 && !(ops.get16(o + osym::o_attr) & osym::attr_no_joins)) p.diag.error(msg::object_not_declared_as_no);
   p.ob.emit_statement_marker(verb("set"));
   uint32_t op = p.ob.emit(Op::record_copy);
-  ops.put24(op + setop::copy_to, to);
-  ops.put24(op + setop::copy_from, from);
+  ops.put24(op + reccopy::rc_to, to);
+  ops.put24(op + reccopy::rc_from, from);
   return op;
 }
 
@@ -133,13 +101,13 @@ void check_literal(ParserCore& p, uint32_t head, uint32_t field) {
   OpSpace& ops = p.ops;
   if (head == 0 || ops.get24(head) != 0 || ops.opcode(head) != Op::literal) return;
   uint16_t target = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
-  uint16_t lit = static_cast<uint16_t>(ops.get16(head + kLitFormat));
+  uint16_t lit = static_cast<uint16_t>(ops.get16(head + literal::lit_format));
   if (!conv::fmt_numeric(lit)) {
     if (!conv::fmt_numeric(target) && lit > target) p.diag.warning(msg::literal_value_larger_than_field);
     return;
   }
   if (!conv::fmt_numeric(target)) return;
-  double value = conv::to_double(ops.at(ops.get24(head + kLitValue)), lit);
+  double value = conv::to_double(ops.at(ops.get24(head + literal::lit_value)), lit);
   if (conv::fmt_digits(lit) > conv::fmt_digits(target) || conv::fmt_decimals(lit) > conv::fmt_decimals(target))
     p.diag.warning(msg::literal_value_larger_than_field);
   else if (value < 0 && !conv::fmt_signed(target))
@@ -199,20 +167,20 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   uint32_t op = 0;
   if (special) {
     op = p.ob.emit(Op::set_variant);
-    *ops.at(op + setop::special) = static_cast<uint8_t>(special);
+    *ops.at(op + setvar::sv_special) = static_cast<uint8_t>(special);
   } else if (whole) {
     if (a->opcode != Op::none) {
       p.fail(msg::invalid_operator);
       return 0;
     }
     op = p.ob.emit(Op::set_subscripted);
-    ops.put24(op + setop::field, field);
-    ops.put24(op + setop::object, object);
+    ops.put24(op + setop::st_field, field);
+    ops.put24(op + setop::st_object, object);
   } else {
     op = p.ob.emit(Op::set);
-    ops.put24(op + setop::field, field);
-    ops.put24(op + setop::subscript, sub);
-    ops.put24(op + setop::object, object);
+    ops.put24(op + setop::st_field, field);
+    ops.put24(op + setop::st_subscript, sub);
+    ops.put24(op + setop::st_object, object);
   }
 
   p.ob.open_level();
@@ -227,25 +195,25 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
     // target op (expression)
     if (special == kPageNumber || special == kDrillDownLevel) {
       uint32_t call = p.ob.emit(Op::function_call);
-      ops.put16(call + kCallNumber, special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
+      ops.put16(call + funcall::fc_number, special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
       if (p.ob.debug_ops()) {
         uint32_t copy = ops.alloc(4);
         ops.put32(copy, special == kPageNumber ? verb("page_no") : verb("drill_down_level"));
-        ops.put24(call + kCallVerb, copy);
+        ops.put24(call + funcall::fc_verb, copy);
       }
     } else if (special == 0) {
       uint32_t ref = p.ob.emit(Op::field_ref);
-      ops.put24(ref + kRefObject, object);
-      ops.put16(ref + kRefFormat, target_format);
-      ops.put24(ref + kRefField, field);
-      ops.put24(ref + kRefSubscript, sub);
+      ops.put24(ref + fieldref::fr_object, object);
+      ops.put16(ref + fieldref::fr_format, target_format);
+      ops.put24(ref + fieldref::fr_field, field);
+      ops.put24(ref + fieldref::fr_subscript, sub);
     }
     t = compile_expression(p);
     p.ob.emit(a->opcode);
   }
   uint32_t head = p.ob.top().head;
   p.ob.close_level();
-  ops.put24(op + setop::value, head);
+  ops.put24(op + setop::st_value, head);
   if (t.failed) return 0;
 
   bool mixed = t.alphanumeric() && t.numeric();  // reported inside the expression already
@@ -261,7 +229,7 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
         p.fail(msg::report_name_not_defined);
         return 0;
       }
-      ops.put24(op + setop::report, report_by_name(p, p.text()));
+      ops.put24(op + setvar::sv_report, report_by_name(p, p.text()));
     } else {
       p.push_back();
     }
@@ -300,11 +268,11 @@ void compile_string(ParserCore& p) {
   uint32_t sub = compile_subscript(p, field);
   p.ob.emit_statement_marker(verb("string"));
   uint32_t op = p.ob.emit(Op::string);
-  ops.put16(op + stringop::object, object ? ops.get16(object + osym::o_seq) : 0);
-  ops.put24(op + stringop::field, field);
-  ops.put24(op + stringop::subscript, sub);
+  ops.put16(op + stringop::sg_object, object ? ops.get16(object + osym::o_seq) : 0);
+  ops.put24(op + stringop::sg_field, field);
+  ops.put24(op + stringop::sg_subscript, sub);
 
-  uint32_t link = op + stringop::actions;
+  uint32_t link = op + stringop::sg_actions;
   for (;;) {
     c = p.next();
     if (p.at_statement_start()) return;
@@ -318,10 +286,10 @@ void compile_string(ParserCore& p) {
     }
     uint32_t entry = ops.alloc(action::size);
     ops.put24(link, entry);
-    link = entry + action::next;
-    ops.put16(entry + action::kind, kind);
+    link = entry + action::ac_next;
+    ops.put16(entry + action::ac_kind, kind);
     if (kind != action::deleting) {
-      ExprType t = compile_expression_list(p, entry + action::text);
+      ExprType t = compile_expression_list(p, entry + action::ac_text);
       if (t.failed) return;
       if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
     }
@@ -339,7 +307,7 @@ void compile_string(ParserCore& p) {
       if (!p.at_statement_start()) p.tok.skip_to_statement();
       return;
     }
-    ExprType pos = compile_expression_list(p, entry + action::at);
+    ExprType pos = compile_expression_list(p, entry + action::ac_at);
     if (pos.failed) return;
     if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
     bool to = p.next() == verb("to");
@@ -351,7 +319,7 @@ void compile_string(ParserCore& p) {
       p.push_back();
       continue;
     }
-    ExprType end = compile_expression_list(p, entry + action::to);
+    ExprType end = compile_expression_list(p, entry + action::ac_to);
     if (end.failed) return;
     if (!end.numeric() || end.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
   }

@@ -92,13 +92,13 @@ TEST(Op6File, BuiltInModesAndTheirTextItems) {
       uint32_t op = t.u24(m + which);
       EXPECT_EQ(t.u24(op), 0u) << "one-op list";
       EXPECT_EQ(t.opcode(op), Op::text_item);
-      uint32_t item = t.u16(op + 4);
+      uint32_t item = t.u16(op + textitem::ti_item);
       EXPECT_EQ(item, 2 * i + (which == mode::m_prompt ? 1 : 2));
-      uint32_t entry = table + item * 5;
-      EXPECT_EQ(static_cast<char>(t.u8(entry)), which == mode::m_prompt ? 'N' : 'H');
-      std::string text = t.text(t.u24(entry + 2));
-      EXPECT_EQ(t.u8(entry + 1), text.size());
-      EXPECT_EQ(t.u16(op + 7), text.size());
+      uint32_t entry = table + item * textent::size;
+      EXPECT_EQ(static_cast<char>(t.u8(entry + textent::te_kind)), which == mode::m_prompt ? 'N' : 'H');
+      std::string text = t.text(t.u24(entry + textent::te_text));
+      EXPECT_EQ(t.u8(entry + textent::te_length), text.size());
+      EXPECT_EQ(t.u16(op + textitem::ti_length), text.size());
       if (which == mode::m_prompt) {
         EXPECT_EQ(text, prompts[i]);
       }
@@ -151,8 +151,8 @@ TEST(Op6File, PauseExitAndDoOps) {
   ASSERT_EQ(ops.size(), 3u);
   EXPECT_EQ(t.opcode(ops[0]), Op::pause);
   EXPECT_EQ(t.opcode(ops[1]), Op::do_);
-  EXPECT_EQ(t.u24(ops[1] + doop::section), t.section_named("other"));
-  EXPECT_EQ(t.u16(ops[1] + doop::flags), 0u);
+  EXPECT_EQ(t.u24(ops[1] + doop::do_section), t.section_named("other"));
+  EXPECT_EQ(t.u16(ops[1] + doop::do_flags), 0u);
   EXPECT_EQ(t.opcode(ops[2]), Op::exit);
   EXPECT_EQ(t.u24(ops[2] + 4), 0u) << "EXIT without a value";
   EXPECT_EQ(t.u24(t.section_named("other") + ssym::s_before), 0u);
@@ -167,14 +167,13 @@ TEST(Op6File, DebugMarkersChainTheStatements) {
   for (uint32_t op : ops)
     if (t.opcode(op) == Op::statement_marker) markers.push_back(op);
   ASSERT_EQ(markers.size(), 4u);
-  EXPECT_EQ(t.u32(t.u24(markers[0] + 12)), 0x30e00460u) << "DETAIL";
+  EXPECT_EQ(t.u32(t.u24(markers[0] + marker::mk_verb)), 0x30e00460u) << "DETAIL";
   std::vector<uint32_t> stmt(markers.begin() + 1, markers.end());
-  for (uint32_t m : stmt) EXPECT_EQ(t.u32(t.u24(m + 12)), 0x30000c9eu) << "PAUSE verb code";
-  EXPECT_EQ(t.u24(stmt[1] + 9), stmt[0]) << "middle marker points back";
-  EXPECT_EQ(t.u24(stmt[1] + 4), stmt[2]) << "and forward";
-  EXPECT_EQ(t.u24(stmt[0] + 4), stmt[1]);
-  EXPECT_EQ(t.u24(stmt[2] + 4), 0u);
-  EXPECT_EQ(t.u16(stmt[1] + 7), 0u);
+  for (uint32_t m : stmt) EXPECT_EQ(t.u32(t.u24(m + marker::mk_verb)), 0x30000c9eu) << "PAUSE verb code";
+  EXPECT_EQ(t.u24(stmt[1] + marker::mk_prev), stmt[0]) << "middle marker points back";
+  EXPECT_EQ(t.u24(stmt[1] + marker::mk_next), stmt[2]) << "and forward";
+  EXPECT_EQ(t.u24(stmt[0] + marker::mk_next), stmt[1]);
+  EXPECT_EQ(t.u24(stmt[2] + marker::mk_next), 0u);
 }
 
 TEST(Op6File, NoSectionMeansNoTable) {

@@ -45,10 +45,10 @@ struct Table {
     mode = alloc(mode::size);
     put24(at(mode + mode::m_name), text_at("go"));
     put16(at(mode + mode::m_flags), mode::entry | mode::process);
-    prompt = alloc(9);
+    prompt = alloc(textitem::size);
     at(prompt)[kOpcodeByte] = op_byte(Op::text_item);
-    put16(at(prompt + 4), 1);
-    put16(at(prompt + 7), 2);
+    put16(at(prompt + textitem::ti_item), 1);
+    put16(at(prompt + textitem::ti_length), 2);
     put24(at(mode + mode::m_prompt), prompt);
     put24(at(hdr::mode_list), mode);
 
@@ -57,7 +57,7 @@ struct Table {
     put16(at(section + ssym::s_kind), ssym::kind_procedure);
     pause = alloc(4);
     at(pause)[kOpcodeByte] = op_byte(Op::pause);
-    exit = alloc(7);
+    exit = alloc(exitop::size);
     at(exit)[kOpcodeByte] = op_byte(Op::exit);
     put24(at(pause), exit);
     put24(at(section + ssym::s_detail), pause);
@@ -71,10 +71,10 @@ struct Table {
     put24(at(library + library::l_name), text_at("lib"));
     put24(at(hdr::library_list), library);
 
-    uint32_t items = alloc(10);  // entry 0 and entry 1
-    at(items + 5)[0] = 'N';
-    at(items + 5)[1] = 2;
-    put24(at(items + 7), text);
+    uint32_t items = alloc(2 * textent::size);  // entry 0 and entry 1
+    at(items + textent::size + textent::te_kind)[0] = 'N';
+    at(items + textent::size + textent::te_length)[0] = 2;
+    put24(at(items + textent::size + textent::te_text), text);
     put24(at(hdr::h_text), items);
     put16(at(hdr::text_count), 2);
   }
@@ -129,12 +129,12 @@ TEST(TavdumpDecode, HeaderOnlyAndRawOptions) {
 TEST(TavdumpDecode, OperandValueListsAndSharedListsAreShownOnce) {
   Table t;
   // EXIT with a one-op literal list as its value, the same list also as the mode's help.
-  uint32_t lit = t.alloc(9);
+  uint32_t lit = t.alloc(literal::size);
   t.at(lit)[kOpcodeByte] = op_byte(Op::literal);
   uint32_t value = t.alloc(2);
-  put24(t.at(lit + 4), value);
-  put16(t.at(lit + 7), 0x2020);
-  put24(t.at(t.exit + 4), 0x800000 | lit);
+  put24(t.at(lit + literal::lit_value), value);
+  put16(t.at(lit + literal::lit_format), literal::format_one_digit);
+  put24(t.at(t.exit + exitop::ex_value), kOperandList | lit);
   put24(t.at(t.mode + mode::m_help), lit);
   dump::DumpResult r = decode(t.image());
   ASSERT_TRUE(r.ok) << r.damage;
@@ -183,7 +183,7 @@ TEST(TavdumpDecode, DamageIsReportedNotFollowed) {
       {"text table past the image", [](Table&, std::vector<uint8_t>& f) { put16(f.data() + hdr::text_count, 60000); },
        "text item table"},
       {"exit value list deep in itself",
-       [](Table& t, std::vector<uint8_t>& f) { put24(f.data() + t.exit + 4, 0x800000 | t.exit); },
+       [](Table& t, std::vector<uint8_t>& f) { put24(f.data() + t.exit + exitop::ex_value, kOperandList | t.exit); },
        "shown above"},  // not damage: a list met again is referred to, so this case must decode
   };
   for (const DamageCase& c : cases) {

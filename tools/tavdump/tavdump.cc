@@ -23,32 +23,6 @@ namespace tav::dump {
 
 namespace {
 
-// Operands of the ops the dump decodes beyond the structural ones of statements/records.h.
-namespace literal_op {
-constexpr uint32_t value = 4;   // 24-bit offset of the value bytes (or of the text)
-constexpr uint32_t format = 7;  // 16-bit format word; without class bits: the text length
-}  // namespace literal_op
-namespace text_item_op {
-constexpr uint32_t item = 4;    // 16-bit text item number
-constexpr uint32_t length = 7;  // 16-bit length
-}  // namespace text_item_op
-namespace marker_op {
-constexpr uint32_t next = 4;    // 24-bit following marker
-constexpr uint32_t prev = 9;    // 24-bit preceding marker
-constexpr uint32_t verb = 12;   // 24-bit offset of the 4-byte verb code
-}  // namespace marker_op
-constexpr uint32_t kConfirmBlock = 4;  // CONFIRM: 24-bit confirm_block
-constexpr uint32_t kExitValue = 4;     // EXIT: 24-bit operand value
-
-// Text item table entries.
-constexpr uint32_t kItemSize = 5;
-constexpr uint32_t kItemKind = 0;
-constexpr uint32_t kItemLength = 1;
-constexpr uint32_t kItemText = 2;
-
-// An operand value with its top bit set is the offset of an op list.
-constexpr uint32_t kOperandList = 0x800000;
-
 // Op lists nest no deeper than the compiler's levels allow, with room for CONFIRM parts.
 constexpr int kMaxDepth = 256;
 constexpr int kRawWidth = 16;
@@ -183,7 +157,7 @@ class Printer {
     if (opt_.header_only) return;
     text_count_ = img_.h16(hdr::text_count);
     h_text_ = img_.h24(hdr::h_text);
-    if (text_count_ != 0) img_.check_record(h_text_, text_count_ * kItemSize, "text item table");
+    if (text_count_ != 0) img_.check_record(h_text_, text_count_ * textent::size, "text item table");
     text_items();
     modes();
     sections();
@@ -277,8 +251,8 @@ class Printer {
   std::string text_item(uint32_t item) {
     if (item == 0) return "none";
     if (item >= text_count_) return number(item) + " (not in the text item table)";
-    uint32_t e = h_text_ + item * kItemSize;
-    return number(item) + " " + quoted(img_.text(img_.u24(e + kItemText), "text item " + number(item)));
+    uint32_t e = h_text_ + item * textent::size;
+    return number(item) + " " + quoted(img_.text(img_.u24(e + textent::te_text), "text item " + number(item)));
   }
 
   // --- header ------------------------------------------------------------------------------
@@ -340,10 +314,10 @@ class Printer {
   void text_items() {
     line(0, "text items (" + number(text_count_) + " entries)");
     for (uint32_t n = 1; n < text_count_; ++n) {
-      uint32_t e = h_text_ + n * kItemSize;
-      uint8_t kind = img_.u8(e + kItemKind);
-      std::string text = img_.text(img_.u24(e + kItemText), "text item " + number(n));
-      line(1, number(n) + " " + printable_char(kind) + " length " + number(img_.u8(e + kItemLength)) + " " +
+      uint32_t e = h_text_ + n * textent::size;
+      uint8_t kind = img_.u8(e + textent::te_kind);
+      std::string text = img_.text(img_.u24(e + textent::te_text), "text item " + number(n));
+      line(1, number(n) + " " + printable_char(kind) + " length " + number(img_.u8(e + textent::te_length)) + " " +
                   quoted(text));
     }
   }
@@ -461,8 +435,8 @@ class Printer {
     std::string head = hex24(op) + " " + op_name(code) + "(" + number(op_byte(code)) + ")";
     switch (code) {
       case Op::literal: {
-        uint32_t value = img_.u24(op + literal_op::value);
-        auto format = static_cast<uint16_t>(img_.u16(op + literal_op::format));
+        uint32_t value = img_.u24(op + literal::lit_value);
+        auto format = static_cast<uint16_t>(img_.u16(op + literal::lit_format));
         if (!conv::fmt_numeric(format)) {
           if (value == 0) {
             line(indent, head + " text none length " + number(format));
@@ -482,36 +456,36 @@ class Printer {
         break;
       }
       case Op::text_item:
-        line(indent, head + " item " + text_item(img_.u16(op + text_item_op::item)) + " length " +
-                         number(img_.u16(op + text_item_op::length)));
+        line(indent, head + " item " + text_item(img_.u16(op + textitem::ti_item)) + " length " +
+                         number(img_.u16(op + textitem::ti_length)));
         break;
       case Op::do_:
       case Op::do_parameters: {
-        line(indent, head + " section " + section_name(img_.u24(op + doop::section)) + " flags " +
-                         flag_words(img_.u16(op + doop::flags), kDoFlags) + " modes " +
-                         mode_list(img_.u24(op + doop::modes), "DO mode list") + " initial " +
-                         mode_name(img_.u24(op + doop::initial)));
+        line(indent, head + " section " + section_name(img_.u24(op + doop::do_section)) + " flags " +
+                         flag_words(img_.u16(op + doop::do_flags), kDoFlags) + " modes " +
+                         mode_list(img_.u24(op + doop::do_modes), "DO mode list") + " initial " +
+                         mode_name(img_.u24(op + doop::do_initial)));
         if (code == Op::do_parameters) {
-          do_parameters(indent + 1, img_.u24(op + doop::params));
-          do_returning(indent + 1, img_.u24(op + doop::returning));
+          do_parameters(indent + 1, img_.u24(op + doop::do_params));
+          do_returning(indent + 1, img_.u24(op + doop::do_returning));
         }
         break;
       }
       case Op::exit: {
-        uint32_t v = img_.u24(op + kExitValue);
+        uint32_t v = img_.u24(op + exitop::ex_value);
         line(indent, head + " value " + (v == 0 ? std::string("none") : operand(v)));
         if (v & kOperandList) op_list(indent + 1, v & ~kOperandList);
         break;
       }
       case Op::confirm:
-        line(indent, head + " block " + hex24(img_.u24(op + kConfirmBlock)));
-        confirm_block(indent + 1, img_.u24(op + kConfirmBlock));
+        line(indent, head + " block " + hex24(img_.u24(op + confirmop::co_block)));
+        confirm_block(indent + 1, img_.u24(op + confirmop::co_block));
         break;
       case Op::pause:
         line(indent, head);
         break;
       case Op::statement_marker: {
-        uint32_t v = img_.u24(op + marker_op::verb);
+        uint32_t v = img_.u24(op + marker::mk_verb);
         std::string verb = "none";
         if (v != 0) {
           img_.check_record(v, 4, "verb code");
@@ -519,8 +493,8 @@ class Printer {
           std::snprintf(buf, sizeof buf, "0x%08x", img_.u32(v));
           verb = std::string(buf) + " " + verb_name(img_.u32(v));
         }
-        line(indent, head + " verb " + verb + " prev " + hex24(img_.u24(op + marker_op::prev)) + " next " +
-                         hex24(img_.u24(op + marker_op::next)));
+        line(indent, head + " verb " + verb + " prev " + hex24(img_.u24(op + marker::mk_prev)) + " next " +
+                         hex24(img_.u24(op + marker::mk_next)));
         break;
       }
       default:
@@ -532,19 +506,19 @@ class Printer {
   void do_parameters(int indent, uint32_t head) {
     Walk walk("DO parameter list");
     int n = 0;
-    for (uint32_t e = head; e != 0; e = img_.u24(e)) {
+    for (uint32_t e = head; e != 0; e = img_.u24(e + exprlist::el_next)) {
       walk.visit(e);
-      img_.check_record(e, 6, "DO parameter");
-      op_list_member(indent, "parameter " + number(++n), img_.u24(e + 3));
+      img_.check_record(e, exprlist::size, "DO parameter");
+      op_list_member(indent, "parameter " + number(++n), img_.u24(e + exprlist::el_list));
     }
   }
 
   void do_returning(int indent, uint32_t head) {
     Walk walk("DO returning list");
-    for (uint32_t e = head; e != 0; e = img_.u24(e)) {
+    for (uint32_t e = head; e != 0; e = img_.u24(e + retlist::rl_next)) {
       walk.visit(e);
-      img_.check_record(e, 9, "DO returning entry");
-      line(indent, "returning " + field_name(img_.u24(e + 3)) + " address " + hex24(img_.u24(e + 6)));
+      img_.check_record(e, retlist::size, "DO returning entry");
+      line(indent, "returning " + field_name(img_.u24(e + retlist::rl_field)) + " address " + hex24(img_.u24(e + retlist::rl_address)));
     }
   }
 
