@@ -1,6 +1,5 @@
 #include "symbols/dump.h"
 
-#include <cctype>
 #include <cstdarg>
 #include <cstring>
 #include <string>
@@ -35,37 +34,6 @@ void SymbolDump::line(const char* fmt, ...) {
   std::fputs("\n\r", out_);
 }
 
-namespace {
-
-// How a member is shown, from its row: a link to a name or text as the text, any other link as
-// "0x<hex> (<decimal>)", a signed word as signed, a letter or character as the character and
-// its code, flags and 24-bit values in hexadecimal, other values in decimal.
-enum class Style { text, link, signed_word, character, hex, decimal };
-
-// `word` stands alone in `d`: not part of a longer word ("named"), nor followed by `but` ("text
-// item").
-bool has_word(std::string_view d, std::string_view word, std::string_view but = {}) {
-  auto letter = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
-  for (size_t at = d.find(word); at != d.npos; at = d.find(word, at + 1)) {
-    const size_t end = at + word.size();
-    if ((at > 0 && letter(d[at - 1])) || (end < d.size() && letter(d[end]))) continue;
-    if (but.empty() || d.substr(end).find(but) != 0) return true;
-  }
-  return false;
-}
-
-Style style_of(const MemberRow& m) {
-  const std::string_view d = m.description;
-  if (d.starts_with("link:"))
-    return has_word(d, "name") || has_word(d, "text", " item") ? Style::text : Style::link;
-  if (d.starts_with("signed")) return Style::signed_word;
-  if (m.width == 1 && (d.find("letter") != d.npos || d.find("character") != d.npos)) return Style::character;
-  if (m.width == 3 || d.find("flags") != d.npos) return Style::hex;
-  return Style::decimal;
-}
-
-}  // namespace
-
 uint32_t SymbolDump::value(uint32_t off, uint32_t width) const {
   uint32_t v = 0;
   for (uint32_t i = 0; i < width && i < 4; ++i) v = v << 8 | *ops_.at(off + i);
@@ -79,13 +47,13 @@ void SymbolDump::member(const MemberRow& m, uint32_t rec) {
     return;
   }
   const uint32_t v = value(rec + m.offset, m.width);
-  switch (style_of(m)) {
-    case Style::text: line("%s = '%s'", name.c_str(), text(v)); break;
-    case Style::link: line("%s = 0x%x (%u)", name.c_str(), v, v); break;
-    case Style::signed_word: line("%s = %d", name.c_str(), static_cast<int>(static_cast<int16_t>(v))); break;
-    case Style::character: line("%s = '%c' (0x%x)", name.c_str(), static_cast<int>(v), v); break;
-    case Style::hex: line("%s = 0x%x", name.c_str(), v); break;
-    case Style::decimal: line("%s = %u", name.c_str(), v); break;
+  switch (member_kind(m)) {
+    case MemberKind::text: line("%s = '%s'", name.c_str(), text(v)); break;
+    case MemberKind::link: line("%s = 0x%x (%u)", name.c_str(), v, v); break;
+    case MemberKind::signed_word: line("%s = %d", name.c_str(), static_cast<int>(static_cast<int16_t>(v))); break;
+    case MemberKind::character: line("%s = '%c' (0x%x)", name.c_str(), static_cast<int>(v), v); break;
+    case MemberKind::hex: line("%s = 0x%x", name.c_str(), v); break;
+    case MemberKind::decimal: line("%s = %u", name.c_str(), v); break;
   }
 }
 

@@ -102,13 +102,13 @@ TEST(TavdumpDecode, PrintsTheRecordsOfAValidTable) {
            "table version     6.3",
            "flags             0x4006\n",
            "  1 'N' length 2 \"Go\"\n",
-           "\"go\" flags 0x4002 (entry process)",
+           "m_flags 0x4002 (entry process)",
            "text-item(87) item 1 \"Go\" length 2",
-           "\"main\" #0 procedure",
-           "modes [\"go\"]",
+           "\"main\" procedure\n",
+           "s_modes [\"go\"]",
            "pause(73)\n",
            "exit(61) value none",
-           "index 0 \"lib\"",
+           "l_index 0\n    l_name \"lib\"",
            "data image: 8 bytes",
        })
     EXPECT_NE(r.text.find(expected), std::string::npos) << expected << "\n" << r.text;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <functional>
+#include <span>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
@@ -110,8 +111,25 @@ constexpr FlagName kKeyFlags[] = {
     {keyrec::flag_compress, "compress"},
 };
 
-template <size_t N>
-std::string flag_words(uint32_t value, const FlagName (&names)[N]) {
+// The flag names of the members that hold flags.
+struct MemberFlags {
+  std::string_view member;
+  std::span<const FlagName> names;
+};
+
+constexpr MemberFlags kMemberFlags[] = {
+    {"m_flags", kModeFlags},   {"s_kind", kKindFlags},   {"s_flags", kSectionFlags},
+    {"s_marks", kMarks},       {"c_flags", kConfirmFlags}, {"f_flags", kFieldFlags},
+    {"o_attr", kObjectAttrs},  {"k_flags", kKeyFlags},
+};
+
+std::span<const FlagName> flags_of(std::string_view member) {
+  for (const MemberFlags& f : kMemberFlags)
+    if (f.member == member) return f.names;
+  return {};
+}
+
+std::string flag_words(uint32_t value, std::span<const FlagName> names) {
   std::string out = hex16(value);
   std::string words;
   uint32_t rest = value;
@@ -255,6 +273,58 @@ class Printer {
     return number(item) + " " + quoted(img_.text(img_.u24(e + textent::te_text), "text item " + number(item)));
   }
 
+  // --- records, member by member -------------------------------------------------------------
+
+  // Every member of the record at `rec` in row order, one line each: "<member> <value>", the
+  // value shown by what the row says the member holds. The record is checked first, so every
+  // read lies inside the image.
+  template <size_t R, size_t M>
+  void members(int indent, const RecordRow (&records)[R], const MemberRow (&rows)[M],
+               std::string_view record, uint32_t rec) {
+    for (const RecordRow& r : records)
+      if (r.record == record) img_.check_record(rec, r.size, std::string(r.title));
+    for_each_member(rows, record, [&](const MemberRow& m) { member(indent, m, rec + m.offset); });
+  }
+
+  void member(int indent, const MemberRow& m, uint32_t at) {
+    const std::string name(m.name);
+    const std::string_view d = m.description;
+    if (m.width == 6) {  // a position or colour pair: two operand values
+      line(indent, name + " " + operand(img_.u24(at)) + ", " + operand(img_.u24(at + 3)));
+      return;
+    }
+    const uint32_t v = m.width == 1 ? img_.u8(at) : m.width == 2 ? img_.u16(at) : m.width == 3 ? img_.u24(at) : img_.u32(at);
+    if (m.width == 3 && has_word(d, "op list")) return op_list_member(indent, name, v);
+    if (m.width == 2 && has_word(d, "text item")) return line(indent, name + " " + text_item(v));
+    if (std::span<const FlagName> names = flags_of(m.name); !names.empty())
+      return line(indent, name + " " + flag_words(v, names));
+    line(indent, name + " " + member_value(m, v));
+  }
+
+  std::string member_value(const MemberRow& m, uint32_t v) {
+    const std::string_view d = m.description;
+    switch (member_kind(m)) {
+      case MemberKind::text: return v == 0 ? "none" : quoted(img_.text(v, std::string(m.name)));
+      case MemberKind::link: return linked(d, v);
+      case MemberKind::signed_word: return number(static_cast<int16_t>(v));
+      case MemberKind::character: return printable_char(static_cast<uint8_t>(v));
+      case MemberKind::hex: return m.width == 2 ? hex16(v) : hex24(v);
+      case MemberKind::decimal: return has_word(d, "operand value") ? operand(v) : number(v);
+    }
+    return number(v);
+  }
+
+  // A link, with the name of the record it points to when the row says what that is.
+  std::string linked(std::string_view d, uint32_t v) {
+    if (v == 0) return "none";
+    if (has_word(d, "screen_sym")) return section_name(v);
+    if (has_word(d, "object_sym") || has_word(d, "object")) return hex24(v) + " " + object_name(v);
+    if (has_word(d, "field_sym")) return hex24(v) + " " + field_name(v);
+    if (has_word(d, "mode_entry")) return hex24(v) + " " + mode_name(v);
+    if (has_word(d, "allowed-mode list")) return mode_list(v, "allowed-mode list");
+    return hex24(v);
+  }
+
   // --- header ------------------------------------------------------------------------------
 
   void header() {
@@ -329,20 +399,9 @@ class Printer {
     Walk walk("mode list");
     for (uint32_t m = img_.h24(hdr::mode_list); m != 0; m = img_.u24(m + mode::m_next)) {
       walk.visit(m);
-      img_.check_record(m, mode::size, "mode");
-      line(1, "mode " + hex24(m) + " " + mode_name(m) + " flags " +
-                  flag_words(img_.u16(m + mode::m_flags), kModeFlags));
+      line(1, "mode " + hex24(m) + " " + mode_name(m));
       raw(2, m, mode::size);
-      op_list_member(2, "prompt", img_.u24(m + mode::m_prompt));
-      op_list_member(2, "help", img_.u24(m + mode::m_help));
-      if (uint32_t s = img_.u24(m + mode::m_perform)) line(2, "perform " + section_name(s));
-      if (uint32_t w = img_.u24(m + mode::m_when)) op_list_member(2, "when", w);
-      std::string extra;
-      if (uint8_t v = img_.u8(m + mode::m_security)) extra += " security " + number(v);
-      if (uint8_t v = img_.u8(m + mode::m_icon)) extra += " icon " + number(v);
-      if (uint32_t v = img_.u24(m + mode::m_foreground)) extra += " foreground " + operand(v);
-      if (uint32_t v = img_.u24(m + mode::m_background)) extra += " background " + operand(v);
-      if (!extra.empty()) line(2, extra.substr(1));
+      members(2, symbol_rows::kRecords, symbol_rows::kMembers, "mode", m);
     }
   }
 
@@ -355,26 +414,10 @@ class Printer {
     for (uint32_t s = img_.h24(hdr::h_screens); s != 0; s = img_.u24(s + ssym::s_next)) {
       walk.visit(s);
       img_.check_record(s, ssym::size, "section");
-      uint32_t kind = img_.u16(s + ssym::s_kind);
-      line(1, "section " + section_name(s) + " #" + number(img_.u16(s + ssym::s_seq)) + " " +
-                  kKinds[kind & ssym::kind_mask] + " kind " + flag_words(kind & ~ssym::kind_mask, kKindFlags));
+      line(1, "section " + section_name(s) + " " + kKinds[img_.u16(s + ssym::s_kind) & ssym::kind_mask]);
       raw(2, s, ssym::size);
-      line(2, "flags " + flag_words(img_.u16(s + ssym::s_flags), kSectionFlags) + " marks " +
-                  flag_words(img_.u16(s + ssym::s_marks), kMarks));
-      line(2, "modes " + mode_list(img_.u24(s + ssym::s_modes), "allowed-mode list"));
-      if (uint32_t o = img_.u24(s + ssym::s_primary)) line(2, "primary " + hex24(o) + " " + object_name(o));
-      if (uint32_t v = img_.u24(s + ssym::s_select)) line(2, "select " + hex24(v));
-      if (uint32_t v = img_.u16(s + ssym::s_routine)) line(2, "routine " + number(v));
-      if (uint32_t v = img_.u24(s + ssym::s_library)) line(2, "library " + hex24(v));
-      if (uint32_t v = img_.u16(s + ssym::s_local_size)) line(2, "local size " + number(v));
+      members(2, symbol_rows::kRecords, symbol_rows::kMembers, "ssym", s);
       if (uint32_t l = img_.u24(s + ssym::s_locals)) field_chain(2, "locals", l);
-      if (uint32_t v = img_.u24(s + ssym::s_params)) line(2, "parameters " + hex24(v));
-      if (uint32_t v = img_.u24(s + ssym::s_returning)) line(2, "returning " + hex24(v));
-      if (uint32_t w = img_.u24(s + ssym::s_when)) op_list_member(2, "when", w);
-      op_list_member(2, "before", img_.u24(s + ssym::s_before));
-      op_list_member(2, "detail", img_.u24(s + ssym::s_detail));
-      op_list_member(2, "after", img_.u24(s + ssym::s_after));
-      if (uint32_t c = img_.u24(s + ssym::s_confirm)) line(2, "confirm op " + hex24(c));
     }
   }
 
@@ -523,20 +566,8 @@ class Printer {
   }
 
   void confirm_block(int indent, uint32_t b) {
-    img_.check_record(b, confirm::size, "confirm block");
-    uint32_t def = img_.u16(b + confirm::c_default) & 0xff;
-    line(indent, "position " + operand(img_.u24(b + confirm::c_position)) + ", " +
-                     operand(img_.u24(b + confirm::c_position + 3)) + " flags " +
-                     flag_words(img_.u16(b + confirm::c_flags), kConfirmFlags) + " prompt " +
-                     text_item(img_.u16(b + confirm::c_prompt)) + " default " +
-                     printable_char(static_cast<uint8_t>(def)) + " accepts " +
-                     hex24(img_.u24(b + confirm::c_accepts)));
+    members(indent, statement_rows::kRecords, statement_rows::kMembers, "confirm", b);
     raw(indent, b, confirm::size);
-    if (uint32_t w = img_.u24(b + confirm::c_when)) op_list_member(indent, "when", w);
-    op_list_member(indent, "before", img_.u24(b + confirm::c_before));
-    op_list_member(indent, "confirmed", img_.u24(b + confirm::c_confirmed));
-    op_list_member(indent, "not-confirmed", img_.u24(b + confirm::c_not_confirmed));
-    op_list_member(indent, "after", img_.u24(b + confirm::c_after));
   }
 
   // --- fields and objects --------------------------------------------------------------------
@@ -551,20 +582,9 @@ class Printer {
   }
 
   void field(int indent, uint32_t f) {
-    img_.check_record(f, fsym::size, "field");
-    line(indent, "field " + hex24(f) + " " + field_name(f) + " #" + number(img_.u16(f + fsym::f_seq)) + " type " +
-                     printable_char(img_.u8(f + fsym::f_type)) + " format " + hex16(img_.u16(f + fsym::f_format)) +
-                     " size " + number(img_.u16(f + fsym::f_size)) + " occurs " +
-                     number(img_.u16(f + fsym::f_occurs)) + " addr " + hex24(img_.u24(f + fsym::f_addr)));
+    line(indent, "field " + hex24(f) + " " + field_name(f));
     raw(indent + 1, f, fsym::size);
-    uint32_t fldid = img_.u16(f + fsym::f_fldid);
-    line(indent + 1, "dict " + number(img_.s16(f + fsym::f_dictno)) + " like-dict " +
-                         number(img_.s16(f + fsym::f_ldictno)) + " fldid " +
-                         (fldid == fsym::fldid_none ? std::string("none") : number(fldid)) + " flags " +
-                         flag_words(img_.u16(f + fsym::f_flags), kFieldFlags));
-    uint32_t dbcol = img_.u24(f + fsym::f_dbcol);
-    if (dbcol != 0) line(indent + 1, "column " + quoted(img_.text(dbcol, "column name")));
-    if (uint32_t d = img_.u24(f + fsym::f_drill)) line(indent + 1, "drill-back " + quoted(img_.text(d, "drill-back")));
+    members(indent + 1, symbol_rows::kRecords, symbol_rows::kMembers, "fsym", f);
     std::string joins;
     Walk walk("object links of a field");
     for (uint32_t l = img_.u24(f + fsym::f_join); l != 0; l = img_.u24(l + folink::fo_join)) {
@@ -585,18 +605,9 @@ class Printer {
   }
 
   void object(int indent, uint32_t o) {
-    img_.check_record(o, osym::size, "object");
-    line(indent, "object " + hex24(o) + " " + object_name(o) + " #" + number(img_.u16(o + osym::o_seq)) + " type " +
-                     printable_char(img_.u8(o + osym::o_filtype)) + " record " + hex24(img_.u24(o + osym::o_record)) +
-                     " size " + number(img_.u16(o + osym::o_recsize)) + " attr " +
-                     flag_words(img_.u16(o + osym::o_attr), kObjectAttrs));
+    line(indent, "object " + hex24(o) + " " + object_name(o));
     raw(indent + 1, o, osym::size);
-    line(indent + 1, "file " + quoted(img_.text(img_.u24(o + osym::o_file), "file name")) + " dict " +
-                         number(img_.s16(o + osym::o_dictno)) + " objid " + number(img_.u16(o + osym::o_objid)) +
-                         " version " + printable_char(img_.u8(o + osym::o_version)) + " separator " +
-                         printable_char(img_.u8(o + osym::o_separator)) + " filler1 " +
-                         number(img_.u8(o + osym::o_filler1)));
-    if (uint32_t like = img_.u24(o + osym::o_like)) line(indent + 1, "like " + object_name(like));
+    members(indent + 1, symbol_rows::kRecords, symbol_rows::kMembers, "osym", o);
     Walk walk("record fields of an object");
     for (uint32_t l = img_.u24(o + osym::o_fldobj); l != 0; l = img_.u24(l + folink::fo_fldobj)) {
       walk.visit(l);
@@ -617,9 +628,9 @@ class Printer {
         parts += " " + field_name(img_.u24(p + keypart::kp_field));
         if (img_.u16(p + keypart::kp_desc) == 1) parts += " desc";
       }
-      line(indent + 1, "key " + number(img_.u8(k + keyrec::k_index)) + " flags " +
-                           flag_words(img_.u16(k + keyrec::k_flags), kKeyFlags) + ":" + parts);
+      line(indent + 1, "key " + number(img_.u8(k + keyrec::k_index)) + ":" + parts);
       raw(indent + 2, k, keyrec::size);
+      members(indent + 2, symbol_rows::kRecords, symbol_rows::kMembers, "keyrec", k);
     }
   }
 
@@ -630,9 +641,8 @@ class Printer {
     Walk walk("version list");
     for (uint32_t v = img_.h24(hdr::version_list); v != 0; v = img_.u24(v + version::v_next)) {
       walk.visit(v);
-      img_.check_record(v, version::size, "version entry");
-      line(1, hex24(v) + " " + quoted(img_.text(img_.u24(v + version::v_text), "version")) + " source " +
-                  quoted(img_.text(img_.u24(v + version::v_source), "version source")));
+      line(1, "version " + hex24(v));
+      members(2, statement_rows::kRecords, statement_rows::kMembers, "version", v);
       raw(2, v, version::size);
     }
   }
@@ -642,9 +652,8 @@ class Printer {
     Walk walk("library list");
     for (uint32_t l = img_.h24(hdr::library_list); l != 0; l = img_.u24(l + library::l_next)) {
       walk.visit(l);
-      img_.check_record(l, library::size, "library entry");
-      line(1, hex24(l) + " index " + number(img_.u16(l + library::l_index)) + " " +
-                  quoted(img_.text(img_.u24(l + library::l_name), "library")));
+      line(1, "library " + hex24(l));
+      members(2, statement_rows::kRecords, statement_rows::kMembers, "library", l);
       raw(2, l, library::size);
     }
   }
