@@ -79,19 +79,19 @@ bool is_aggregate(uint32_t code) {
 
 uint32_t report_by_name(ParserCore& p, std::string_view name) {
   OpSpace& ops = p.ops;
-  for (uint32_t r = ops.get24(hdr::report_list); r != 0; r = ops.get24(r + report::r_next)) {
+  for (uint32_t r = ops.get24(hdr::h_report_list); r != 0; r = ops.get24(r + report::r_next)) {
     uint32_t n = ops.get24(r + report::r_name);
     if (n != 0 && SymbolTable::compare_names(ops.text_at(n), name) == 0) return r;
   }
-  uint32_t count = ops.get16(hdr::report_count);
-  ops.put16(hdr::report_count, count + 1);
+  uint32_t count = ops.get16(hdr::h_report_count);
+  ops.put16(hdr::h_report_count, count + 1);
   uint32_t text = ops.store_text(name);
   uint32_t r = ops.alloc(report::size);
   ops.put16(r + report::r_number, count);
   ops.put24(r + report::r_name, text);
-  ops.put24(r + report::r_next, ops.get24(hdr::report_list));
+  ops.put24(r + report::r_next, ops.get24(hdr::h_report_list));
   ops.put16(r + report::r_flags, report::flag_referenced);
-  ops.put24(hdr::report_list, r);
+  ops.put24(hdr::h_report_list, r);
   return r;
 }
 

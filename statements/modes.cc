@@ -33,7 +33,7 @@ uint32_t new_mode(Parser& p, std::string_view name, uint16_t flags) {
   if (p.mode_tail)
     ops.put24(p.mode_tail + mode::m_next, m);
   else
-    ops.put24(hdr::mode_list, m);
+    ops.put24(hdr::h_mode_list, m);
   p.mode_tail = m;
   return m;
 }

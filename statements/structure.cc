@@ -272,8 +272,8 @@ uint32_t do_section(Parser& p, uint16_t& flags) {
   }
   uint32_t section = p.syms.find_or_declare_section(p.text(), false);
   if ((flags & doop::next) && ops.get16(section + ssym::s_routine) == 0) {
-    uint32_t number = ops.get16(hdr::library_count) + 1;
-    ops.put16(hdr::library_count, number);
+    uint32_t number = ops.get16(hdr::h_library_count) + 1;
+    ops.put16(hdr::h_library_count, number);
     ops.put16(section + ssym::s_routine, number);
   }
   return section;
@@ -883,16 +883,16 @@ void compile_link(Parser& p) {
     std::string name(p.text());
     uint32_t count = 0;
     bool known = false;
-    for (uint32_t e = ops.get24(hdr::library_list); e != 0; e = ops.get24(e + library::l_next)) {
+    for (uint32_t e = ops.get24(hdr::h_library_list); e != 0; e = ops.get24(e + library::l_next)) {
       if (std::strcmp(ops.text_at(ops.get24(e + library::l_name)), name.c_str()) == 0) known = true;
       ++count;
     }
     if (!known) {
       uint32_t e = ops.alloc(library::size);
-      ops.put24(e + library::l_next, ops.get24(hdr::library_list));
+      ops.put24(e + library::l_next, ops.get24(hdr::h_library_list));
       ops.put16(e + library::l_index, count);
       ops.put24(e + library::l_name, ops.store_text(name));
-      ops.put24(hdr::library_list, e);
+      ops.put24(hdr::h_library_list, e);
     }
     p.max_opt_ver(6);
   }
@@ -927,7 +927,7 @@ void compile_version_number(Parser& p) {
   if (p.version_tail)
     ops.put24(p.version_tail + version::v_next, e);
   else
-    ops.put24(hdr::version_list, e);
+    ops.put24(hdr::h_version_list, e);
   p.version_tail = e;
 }
 

@@ -54,18 +54,18 @@ TEST(Op6File, HeaderSizesMagicFlagsAndVersion) {
   for (const Case& c : cases) {
     TempDir dir;
     Op6 t = compiled(dir, c.source, c.options);
-    uint32_t s = t.u32(hdr::ops_size), d = t.u32(hdr::data_size);
+    uint32_t s = t.u32(hdr::h_ops_size), d = t.u32(hdr::h_data_size);
     EXPECT_EQ(s % 8, 0u);
     EXPECT_GE(s, 96u);
     EXPECT_EQ(d, 8u) << "the 2-byte data base, padded";
     EXPECT_EQ(t.size(), s + d);
-    EXPECT_EQ(t.bytes().substr(hdr::magic, 4), "\r\n\xff\n");
-    EXPECT_EQ(t.u16(hdr::flags), c.flags);
-    EXPECT_EQ(t.u16(hdr::version), c.version);
-    EXPECT_EQ(t.text(t.u24(hdr::compile_text)).rfind("@(#) prog.spl compiled on ", 0), 0u);
+    EXPECT_EQ(t.bytes().substr(hdr::h_magic, 4), "\r\n\xff\n");
+    EXPECT_EQ(t.u16(hdr::h_flags), c.flags);
+    EXPECT_EQ(t.u16(hdr::h_version), c.version);
+    EXPECT_EQ(t.text(t.u24(hdr::h_compile_text)).rfind("@(#) prog.spl compiled on ", 0), 0u);
     EXPECT_NE(t.bytes().find("@(#) Operations table version " + std::to_string(c.version)), std::string::npos);
-    EXPECT_NE(t.u24(hdr::system_name), 0u) << "stored even when empty";
-    EXPECT_EQ(t.text(t.u24(hdr::system_name)), "");
+    EXPECT_NE(t.u24(hdr::h_system_name), 0u) << "stored even when empty";
+    EXPECT_EQ(t.text(t.u24(hdr::h_system_name)), "");
   }
 }
 
@@ -78,11 +78,11 @@ TEST(Op6File, BuiltInModesAndTheirTextItems) {
                            "Remove",   "Entry",    "Entry", "Duplicate", "Show", "Select", "Custom"};
   const uint16_t flags[] = {0x4080, 0x4100, 0x4010, 0x4020, 0x4040, 0x4002, 0x4005,
                             0x4009, 0x6002, 0x6002, 0xc005, 0x1000, 0x0001, 0x0000};
-  ASSERT_EQ(t.u16(hdr::text_count), 29u) << "28 items and entry 0";
+  ASSERT_EQ(t.u16(hdr::h_text_count), 29u) << "28 items and entry 0";
   uint32_t table = t.u24(hdr::h_text);
   EXPECT_EQ(t.bytes().substr(table, 5), std::string(5, '\0'));
 
-  uint32_t m = t.u24(hdr::mode_list);
+  uint32_t m = t.u24(hdr::h_mode_list);
   for (size_t i = 0; i < 14; ++i) {
     ASSERT_NE(m, 0u) << "mode " << i;
     EXPECT_EQ(t.text(t.u24(m + mode::m_name)), names[i]);
@@ -118,8 +118,8 @@ TEST(Op6File, SectionOrderKindsEntryAndDefaultModes) {
   std::vector<std::string> names;
   for (uint32_t s : t.sections()) names.push_back(t.text(t.u24(s + ssym::s_name)));
   EXPECT_EQ(names, (std::vector<std::string>{"first_scr", "pick", "main", "later"}));
-  EXPECT_EQ(t.u24(hdr::entry_section), t.section_named("main")) << "a section named main is the entry";
-  EXPECT_EQ(t.u16(hdr::screen_count), 4u);
+  EXPECT_EQ(t.u24(hdr::h_entry_section), t.section_named("main")) << "a section named main is the entry";
+  EXPECT_EQ(t.u16(hdr::h_screen_count), 4u);
 
   struct Expect {
     const char* name;

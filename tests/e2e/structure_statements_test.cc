@@ -220,7 +220,7 @@ TEST(StructureStatements, ModePromptHelpAndWhen) {
   Op6 t = compiled("mode archive process prompt \"Arch\" help b when a = 1\nprocedure main\nend\n");
   ASSERT_FALSE(t.empty());
   uint32_t m = 0;
-  for (uint32_t e = t.u24(hdr::mode_list); e != 0; e = t.u24(e + mode::m_next))
+  for (uint32_t e = t.u24(hdr::h_mode_list); e != 0; e = t.u24(e + mode::m_next))
     if (t.text(t.u24(e + mode::m_name)) == "archive") m = e;
   ASSERT_NE(m, 0u);
   uint32_t prompt = t.u24(m + mode::m_prompt);
@@ -241,7 +241,7 @@ TEST(StructureStatements, VersionNumbers) {
   Op6 t = compiled("version-number is 1.2.3\nversion-number \"7.0 beta\"\nversion-number 12\n"
                    "procedure main\n  pause\nend\n");
   std::vector<std::string> texts;
-  for (uint32_t e = t.u24(hdr::version_list); e != 0 && texts.size() < 10; e = t.u24(e + version::v_next))
+  for (uint32_t e = t.u24(hdr::h_version_list); e != 0 && texts.size() < 10; e = t.u24(e + version::v_next))
     texts.push_back(t.text(t.u24(e + version::v_text)) + "|" + t.text(t.u24(e + version::v_source)));
   EXPECT_EQ(texts, (std::vector<std::string>{"1.2.3|1.2.3", "7.0 beta|7.0 beta", "12|12"}));
 

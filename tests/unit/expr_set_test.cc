@@ -61,7 +61,7 @@ TEST_F(Statements, SetForms) {
   uint32_t report = b.ops().get24(op + tav::setvar::sv_report);
   ASSERT_NE(report, 0u);
   EXPECT_STREQ(b.ops().text_at(b.ops().get24(report + 2)), "summary");
-  EXPECT_EQ(b.ops().get24(tav::hdr::report_list), report);
+  EXPECT_EQ(b.ops().get24(tav::hdr::h_report_list), report);
 
   b.statement("set drill-down-level += 1");
   EXPECT_EQ(b.render(b.ob().at_level(0).head), "set-special5 := call160/0 1 +");

@@ -176,7 +176,7 @@ TEST_F(SymtabTest, SequenceNumbersAndInitialValues) {
   EXPECT_EQ(ops.get16(def + ssym::s_seq), 1u);
   EXPECT_EQ(ops.get16(ref + ssym::s_flags), ssym::flag_referenced);
   EXPECT_EQ(ops.get16(def + ssym::s_flags), ssym::flag_referenced);
-  EXPECT_EQ(ops.get16(hdr::screen_count), 2u);
+  EXPECT_EQ(ops.get16(hdr::h_screen_count), 2u);
 
   // Every field_sym takes a number, linked or not.
   const uint32_t a = syms.add_global_field("a");
@@ -185,7 +185,7 @@ TEST_F(SymtabTest, SequenceNumbersAndInitialValues) {
   EXPECT_EQ(ops.get16(a + fsym::f_seq), 0u);
   EXPECT_EQ(ops.get16(loose + fsym::f_seq), 1u);
   EXPECT_EQ(ops.get16(c + fsym::f_seq), 2u);
-  EXPECT_EQ(ops.get16(hdr::field_count), 3u);
+  EXPECT_EQ(ops.get16(hdr::h_field_count), 3u);
   EXPECT_EQ(ops.get16(a + fsym::f_fldid), fsym::fldid_none);
   EXPECT_EQ(s16(a + fsym::f_dictno), -1);
   EXPECT_EQ(s16(a + fsym::f_ldictno), -1);

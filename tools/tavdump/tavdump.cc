@@ -173,7 +173,7 @@ class Printer {
   void all() {
     header();
     if (opt_.header_only) return;
-    text_count_ = img_.h16(hdr::text_count);
+    text_count_ = img_.h16(hdr::h_text_count);
     h_text_ = img_.h24(hdr::h_text);
     if (text_count_ != 0) img_.check_record(h_text_, text_count_ * textent::size, "text item table");
     text_items();
@@ -329,43 +329,43 @@ class Printer {
 
   void header() {
     line(0, "header");
-    time_t t = static_cast<time_t>(img_.h32(hdr::compile_time));
+    time_t t = static_cast<time_t>(img_.h32(hdr::h_compile_time));
     std::tm tm{};
     char when[64] = "?";
     if (gmtime_r(&t, &tm)) std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S UTC", &tm);
-    line(1, "compile time      " + number(img_.h32(hdr::compile_time)) + " (" + when + ")");
-    line(1, "table version     6." + number(img_.h16(hdr::version)));
-    header_text("compile text      ", hdr::compile_text);
-    uint32_t entry = img_.h24(hdr::entry_section);
+    line(1, "compile time      " + number(img_.h32(hdr::h_compile_time)) + " (" + when + ")");
+    line(1, "table version     6." + number(img_.h16(hdr::h_version)));
+    header_text("compile text      ", hdr::h_compile_text);
+    uint32_t entry = img_.h24(hdr::h_entry_section);
     line(1, "entry section     " + section_name(entry));
     line(1, "h_screens         " + hex24(img_.h24(hdr::h_screens)));
     line(1, "h_objects         " + hex24(img_.h24(hdr::h_objects)));
     line(1, "h_fields          " + hex24(img_.h24(hdr::h_fields)));
-    line(1, "mode list         " + hex24(img_.h24(hdr::mode_list)));
-    line(1, "report list       " + hex24(img_.h24(hdr::report_list)));
-    line(1, "select list       " + hex24(img_.h24(hdr::select_list)));
+    line(1, "mode list         " + hex24(img_.h24(hdr::h_mode_list)));
+    line(1, "report list       " + hex24(img_.h24(hdr::h_report_list)));
+    line(1, "select list       " + hex24(img_.h24(hdr::h_select_list)));
     line(1, "h_text            " + hex24(img_.h24(hdr::h_text)));
     line(1, "magic             0d 0a ff 0a");
-    line(1, "object count      " + number(img_.h16(hdr::object_count)));
-    line(1, "field count       " + number(img_.h16(hdr::field_count)));
-    line(1, "screen count      " + number(img_.h16(hdr::screen_count)));
-    line(1, "report count      " + number(img_.h16(hdr::report_count)));
-    line(1, "text item count   " + number(img_.h16(hdr::text_count)));
-    line(1, "flags             " + hex16(img_.h16(hdr::flags)) +
+    line(1, "object count      " + number(img_.h16(hdr::h_object_count)));
+    line(1, "field count       " + number(img_.h16(hdr::h_field_count)));
+    line(1, "screen count      " + number(img_.h16(hdr::h_screen_count)));
+    line(1, "report count      " + number(img_.h16(hdr::h_report_count)));
+    line(1, "text item count   " + number(img_.h16(hdr::h_text_count)));
+    line(1, "flags             " + hex16(img_.h16(hdr::h_flags)) +
                 (img_.debug_ops() ? " (debug ops)" : ""));
     line(1, "operations size   " + number(img_.ops_size()));
     line(1, "data size         " + number(img_.data_size()));
-    header_text("dictionary 0      ", hdr::dict0);
-    header_text("dictionary 1      ", hdr::dict1);
-    header_text("dictionary 2      ", hdr::dict2);
-    header_text("dict 0 version    ", hdr::dict0_version);
-    header_text("dict 1 version    ", hdr::dict1_version);
-    header_text("dict 2 version    ", hdr::dict2_version);
-    line(1, "version list      " + hex24(img_.h24(hdr::version_list)));
-    header_text("system name       ", hdr::system_name);
-    line(1, "export list       " + hex24(img_.h24(hdr::export_list)));
-    line(1, "library list      " + hex24(img_.h24(hdr::library_list)));
-    line(1, "library count     " + number(img_.h16(hdr::library_count)));
+    header_text("dictionary 0      ", hdr::h_dict0);
+    header_text("dictionary 1      ", hdr::h_dict1);
+    header_text("dictionary 2      ", hdr::h_dict2);
+    header_text("dict 0 version    ", hdr::h_dict0_version);
+    header_text("dict 1 version    ", hdr::h_dict1_version);
+    header_text("dict 2 version    ", hdr::h_dict2_version);
+    line(1, "version list      " + hex24(img_.h24(hdr::h_version_list)));
+    header_text("system name       ", hdr::h_system_name);
+    line(1, "export list       " + hex24(img_.h24(hdr::h_export_list)));
+    line(1, "library list      " + hex24(img_.h24(hdr::h_library_list)));
+    line(1, "library count     " + number(img_.h16(hdr::h_library_count)));
     if (opt_.raw) raw_bytes(1, img_.bytes(), hdr::size);
 
   }
@@ -397,7 +397,7 @@ class Printer {
   void modes() {
     line(0, "modes");
     Walk walk("mode list");
-    for (uint32_t m = img_.h24(hdr::mode_list); m != 0; m = img_.u24(m + mode::m_next)) {
+    for (uint32_t m = img_.h24(hdr::h_mode_list); m != 0; m = img_.u24(m + mode::m_next)) {
       walk.visit(m);
       line(1, "mode " + hex24(m) + " " + mode_name(m));
       raw(2, m, mode::size);
@@ -639,7 +639,7 @@ class Printer {
   void versions() {
     line(0, "versions");
     Walk walk("version list");
-    for (uint32_t v = img_.h24(hdr::version_list); v != 0; v = img_.u24(v + version::v_next)) {
+    for (uint32_t v = img_.h24(hdr::h_version_list); v != 0; v = img_.u24(v + version::v_next)) {
       walk.visit(v);
       line(1, "version " + hex24(v));
       members(2, statement_rows::kRecords, statement_rows::kMembers, "version", v);
@@ -650,7 +650,7 @@ class Printer {
   void libraries() {
     line(0, "libraries");
     Walk walk("library list");
-    for (uint32_t l = img_.h24(hdr::library_list); l != 0; l = img_.u24(l + library::l_next)) {
+    for (uint32_t l = img_.h24(hdr::h_library_list); l != 0; l = img_.u24(l + library::l_next)) {
       walk.visit(l);
       line(1, "library " + hex24(l));
       members(2, statement_rows::kRecords, statement_rows::kMembers, "library", l);
@@ -660,9 +660,9 @@ class Printer {
 
   // Lists whose records this dump does not decode yet: their heads only.
   void other_lists() {
-    if (uint32_t r = img_.h24(hdr::report_list)) line(0, "report list at " + hex24(r));
-    if (uint32_t s = img_.h24(hdr::select_list)) line(0, "select list at " + hex24(s));
-    if (uint32_t e = img_.h24(hdr::export_list)) line(0, "export list at " + hex24(e));
+    if (uint32_t r = img_.h24(hdr::h_report_list)) line(0, "report list at " + hex24(r));
+    if (uint32_t s = img_.h24(hdr::h_select_list)) line(0, "select list at " + hex24(s));
+    if (uint32_t e = img_.h24(hdr::h_export_list)) line(0, "export list at " + hex24(e));
   }
 
   void data_image() {
