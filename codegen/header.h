@@ -1,5 +1,5 @@
 // The optable_header: the first record of a compiled program, 95 bytes at offset 0 of the op
-// space and of the .op6 file. The offsets of its members, hdr::compile_time ..., come from the
+// space and of the .op6 file. The offsets of its members, hdr::h_compile_time ..., come from the
 // rows of codegen/header.def.
 #pragma once
 

@@ -3,32 +3,12 @@
 #include <cstring>
 #include <new>
 
+#include "codegen/op_records.h"
 #include "diag/diag.h"
 
 namespace tav {
 
 namespace {
-
-// The statement marker (Op::statement_marker).
-namespace marker {
-inline constexpr uint32_t next = 4;   // 24-bit offset of the following marker
-inline constexpr uint32_t prev = 9;   // 24-bit offset of the preceding marker
-inline constexpr uint32_t verb = 12;  // 24-bit offset of the 4-byte verb code
-}  // namespace marker
-
-// An alpha literal (Op::literal) and the text item reference (Op::text_item) it can be turned into.
-namespace literal {
-inline constexpr uint32_t text = 4;    // 24-bit offset of the text
-inline constexpr uint32_t length = 7;  // 16-bit length of the text
-inline constexpr uint32_t item = 4;    // Op::text_item: 16-bit text item number
-}  // namespace literal
-
-// An entry of the text item table.
-namespace item {
-inline constexpr uint32_t kind = 0;    // 8-bit letter
-inline constexpr uint32_t length = 1;  // 8-bit length, 0 when above 255
-inline constexpr uint32_t text = 2;    // 24-bit offset of the text in the op space
-}  // namespace item
 
 constexpr uint32_t kDebugFunctionCallSize = 12;
 constexpr uint32_t kUnlistedOpSize = 12;  // every opcode past the last row of ops.def
@@ -182,9 +162,9 @@ int TextItems::add(uint32_t text_off, char kind, int length) {
   const uint32_t len = length >= 1 ? static_cast<uint32_t>(length)
                                    : static_cast<uint32_t>(std::strlen(ops_.text_at(text_off)));
   uint8_t* e = table_.get() + static_cast<size_t>(count_) * kEntrySize;
-  e[item::kind] = static_cast<uint8_t>(kind);
-  e[item::length] = static_cast<uint8_t>(len > kMaxTextLength ? 0 : len);
-  put24(e + item::text, text_off);
+  e[textent::te_kind] = static_cast<uint8_t>(kind);
+  e[textent::te_length] = static_cast<uint8_t>(len > kMaxTextLength ? 0 : len);
+  put24(e + textent::te_text, text_off);
   return count_;
 }
 
@@ -194,7 +174,7 @@ int TextItems::add_string(std::string_view text, char kind) {
 
 uint32_t TextItems::offset(int n) const {
   if (!table_ || n < 1 || n > count_) return 0;
-  return get24(entry(n) + item::text);
+  return get24(entry(n) + textent::te_text);
 }
 
 // ---- op builder ----
@@ -241,19 +221,19 @@ void OpBuilder::emit_statement_marker(uint32_t verb_code) {
   const uint32_t m = emit(Op::statement_marker);
   const uint32_t verb = ops_.alloc(4);
   ops_.put32(verb, verb_code);
-  ops_.put24(m + marker::verb, verb);
+  ops_.put24(m + marker::mk_verb, verb);
   if (last_marker_ != 0) {
-    ops_.put24(m + marker::prev, last_marker_);
-    ops_.put24(last_marker_ + marker::next, m);
+    ops_.put24(m + marker::mk_prev, last_marker_);
+    ops_.put24(last_marker_ + marker::mk_next, m);
   }
   last_marker_ = m;
 }
 
 void OpBuilder::make_text_item_op(uint32_t op_off, char kind) {
-  const uint32_t text = ops_.get24(op_off + literal::text);
-  const auto length = static_cast<int>(ops_.get16(op_off + literal::length));
+  const uint32_t text = ops_.get24(op_off + literal::lit_text);
+  const auto length = static_cast<int>(ops_.get16(op_off + literal::lit_length));
   const int n = texts_.add(text, kind, length);
-  ops_.put16(op_off + literal::item, static_cast<uint32_t>(n));
+  ops_.put16(op_off + textitem::ti_item, static_cast<uint32_t>(n));
   ops_.set_opcode(op_off, Op::text_item);
 }
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "codegen/bytes.h"
+#include "codegen/op_records.h"
 #include "codegen/ops.h"
 
 namespace tav {
@@ -76,7 +77,7 @@ class DataArea {
 // The table of literal texts: entries numbered from 1, each {kind, length, op-space offset}.
 class TextItems {
  public:
-  static constexpr uint32_t kEntrySize = 5;
+  static constexpr uint32_t kEntrySize = textent::size;
 
   TextItems(OpSpace& ops, Diagnostics& diag) : ops_(ops), diag_(diag) {}
 

@@ -65,16 +65,16 @@ void OptableWriter::fill_header() {
   OpSpace& ops = stores_.ops;
   uint16_t flags = hdr::kFlagsAlways;
   if (settings_.debug_ops) flags |= hdr::kFlagDebug;
-  ops.put16(hdr::flags, flags);
+  ops.put16(hdr::h_flags, flags);
   constexpr uint32_t kDictionaryTexts[][2] = {
-      {hdr::dict0, hdr::dict0_version}, {hdr::dict1, hdr::dict1_version}, {hdr::dict2, hdr::dict2_version}};
+      {hdr::h_dict0, hdr::h_dict0_version}, {hdr::h_dict1, hdr::h_dict1_version}, {hdr::h_dict2, hdr::h_dict2_version}};
   for (size_t d = 0; d < settings_.dictionaries.size() && d < std::size(kDictionaryTexts); ++d) {
     const auto& [path, version] = settings_.dictionaries[d];
     ops.put24(kDictionaryTexts[d][0], ops.store_text(path));
     if (!version.empty()) ops.put24(kDictionaryTexts[d][1], ops.store_text(version));
   }
-  for (int i = 0; i < 4; ++i) ops.at(hdr::magic)[i] = hdr::kMagic[i];
-  ops.put16(hdr::version, static_cast<uint32_t>(file_.opt_version));
+  for (int i = 0; i < 4; ++i) ops.at(hdr::h_magic)[i] = hdr::kMagic[i];
+  ops.put16(hdr::h_version, static_cast<uint32_t>(file_.opt_version));
 
   std::time_t now = std::time(nullptr);
   char date[64];
@@ -82,10 +82,10 @@ void OptableWriter::fill_header() {
   localtime_r(&now, &tm_now);
   std::strftime(date, sizeof date, "%a %b %e %H:%M:%S %Y\n", &tm_now);  // the 24-character form
   std::string compile_text = "@(#) " + file_.source_name + " compiled on " + date;
-  ops.put24(hdr::compile_text, ops.store_text(compile_text));
-  ops.put32(hdr::compile_time, static_cast<uint32_t>(now));
+  ops.put24(hdr::h_compile_text, ops.store_text(compile_text));
+  ops.put32(hdr::h_compile_time, static_cast<uint32_t>(now));
   ops.store_text("@(#) Operations table version " + std::to_string(file_.opt_version));
-  ops.put24(hdr::system_name, ops.store_text(settings_.system_name));
+  ops.put24(hdr::h_system_name, ops.store_text(settings_.system_name));
 }
 
 void OptableWriter::write() {
@@ -120,15 +120,15 @@ void OptableWriter::write() {
     int count = n != 0 ? n + 1 : 0;
     uint32_t copy = ops.copy_in(texts.entry(0), static_cast<uint32_t>(count) * TextItems::kEntrySize);
     ops.put24(hdr::h_text, copy);
-    ops.put16(hdr::text_count, static_cast<uint32_t>(count));
+    ops.put16(hdr::h_text_count, static_cast<uint32_t>(count));
   }
 
   uint32_t data_used = data.brk();
   uint32_t ops_used = ops.brk();
   uint32_t d = round8(data_used);
   uint32_t s = round8(ops_used);
-  ops.put32(hdr::ops_size, s);
-  ops.put32(hdr::data_size, d);
+  ops.put32(hdr::h_ops_size, s);
+  ops.put32(hdr::h_data_size, d);
 
   if (int err = write_image(fd, ops.at(0), ops_used, s)) {
     close(fd);

@@ -50,6 +50,34 @@ void for_each_member(const MemberRow (&members)[M], std::string_view record, F f
     if (m.record == record) f(m);
 }
 
+// What a member holds, from its row, for the dumps: a link to a text ("link:" and the word
+// "name", or "text" but not "text item"), another link, a signed word ("signed ..."), a letter
+// or character, flags or a 24-bit value (shown in hexadecimal), or a number.
+enum class MemberKind { text, link, signed_word, character, hex, decimal };
+
+// `word` stands alone in `d`: not part of a longer word ("named"), nor followed by `but`.
+constexpr bool has_word(std::string_view d, std::string_view word, std::string_view but = {}) {
+  auto letter = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+  };
+  for (size_t at = d.find(word); at != d.npos; at = d.find(word, at + 1)) {
+    const size_t end = at + word.size();
+    if ((at > 0 && letter(d[at - 1])) || (end < d.size() && letter(d[end]))) continue;
+    if (but.empty() || d.substr(end).find(but) != 0) return true;
+  }
+  return false;
+}
+
+constexpr MemberKind member_kind(const MemberRow& m) {
+  const std::string_view d = m.description;
+  if (d.starts_with("link:"))
+    return has_word(d, "name") || has_word(d, "text", " item") ? MemberKind::text : MemberKind::link;
+  if (d.starts_with("signed")) return MemberKind::signed_word;
+  if (m.width == 1 && (has_word(d, "letter") || has_word(d, "character"))) return MemberKind::character;
+  if (m.width == 3 || has_word(d, "flags")) return MemberKind::hex;
+  return MemberKind::decimal;
+}
+
 }  // namespace tav
 
 // What a header derives from the rows of its .def file: with TAV_RECORD defined as

@@ -433,7 +433,7 @@ void Driver::show_summary(FileContext& file) {
     lines.emplace_back(o.test_only ? "No errors found - test compile only" : "No errors found");
   lines.emplace_back("");
   const OpSpace& ops = compiler_->stores.ops;
-  if (uint32_t entry = ops.get24(hdr::entry_section); entry != 0)
+  if (uint32_t entry = ops.get24(hdr::h_entry_section); entry != 0)
     add("Initial screen = \"%s\"", std::string(compiler_->syms.text(ops.get24(entry + ssym::s_name))).c_str());
   long elapsed = static_cast<long>(std::time(nullptr) - summary_start_);
   if (elapsed < 1) elapsed = 1;
@@ -446,9 +446,9 @@ void Driver::show_summary(FileContext& file) {
   lines.push_back(version);
   lines.emplace_back("");
   lines.emplace_back("TOTAL:");
-  add("Fields = %u", ops.get16(hdr::field_count));
-  add("Objects = %u", ops.get16(hdr::object_count));
-  add("Screens = %u", ops.get16(hdr::screen_count));
+  add("Fields = %u", ops.get16(hdr::h_field_count));
+  add("Objects = %u", ops.get16(hdr::h_object_count));
+  add("Screens = %u", ops.get16(hdr::h_screen_count));
   add("Source Lines = %d", static_cast<int>(compiler_->tok.source_lines()));
   add("Source Words = %d", static_cast<int>(compiler_->tok.source_words()));
   if (diag_.error_count() == 0) {

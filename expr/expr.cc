@@ -163,7 +163,7 @@ void Compiler::emit_comparison(uint16_t code, uint16_t variant) {
   if (flags() & kFlagInvert) code = invert_comparison(code);
   code = static_cast<uint16_t>(code | variant | (ite_condition_ ? kCmpInIte : 0));
   uint32_t op = p_.ob.emit(Op::comparison);
-  p_.ops.put16(op + kCompareCode, code);
+  p_.ops.put16(op + cmpop::cmp_code, code);
   link_comparison(op);
 }
 
@@ -176,7 +176,7 @@ void Compiler::emit_junction(Op opcode) {
 // A comparison joins the pending chain (through its parent bytes, until a junction adopts it).
 void Compiler::link_comparison(uint32_t op) {
   OpLevel& lv = p_.ob.top();
-  p_.ops.put24(op + kParent, lv.pending);
+  p_.ops.put24(op + cmpop::cmp_parent, lv.pending);
   lv.pending = op;
 }
 
@@ -187,12 +187,12 @@ void Compiler::link_junction(uint32_t op) {
   uint32_t rest = 0;
   uint32_t e = lv.pending;
   for (int i = 0; i < 2 && e != 0; ++i) {
-    rest = ops.get24(e + kParent);
-    ops.put24(e + kParent, op);
-    if (op != 0 && ops.opcode(op) == Op::or_) *ops.at(e + kOrChildByte) |= kCmpOrChild;
+    rest = ops.get24(e + cmpop::cmp_parent);
+    ops.put24(e + cmpop::cmp_parent, op);
+    if (op != 0 && ops.opcode(op) == Op::or_) ops.put16(e + cmpop::cmp_code, ops.get16(e + cmpop::cmp_code) | kCmpOrChild);
     e = rest;
   }
-  ops.put24(op + kParent, rest);
+  ops.put24(op + cmpop::cmp_parent, rest);
   lv.pending = op;
 }
 
@@ -220,7 +220,7 @@ bool Compiler::finish(bool condition) {
   if (count_ > 0) return abandon(msg::invalid_expression);  // a "(" is left
   if (flags() & kFlagInvert) p_.diag.fatal_text(txt::internal_error_inversion);
   OpLevel& lv = p_.ob.top();
-  if (lv.pending != 0) p_.ops.put24(lv.pending + kParent, 0);
+  if (lv.pending != 0) p_.ops.put24(lv.pending + cmpop::cmp_parent, 0);
   return true;
 }
 
@@ -474,8 +474,8 @@ void Compiler::numeric_literal(double value, uint16_t attribute) {
   uint32_t size = conv::format_size(format);
   uint32_t bytes = ops.alloc(size);
   conv::from_double(value, format, ops.at(bytes));
-  ops.put24(op + kLitValue, bytes);
-  ops.put16(op + kLitFormat, format);
+  ops.put24(op + literal::lit_value, bytes);
+  ops.put16(op + literal::lit_format, format);
   note_type(format, false);
   type_.kind = 'N';
 }
@@ -484,8 +484,8 @@ void Compiler::alpha_literal() {
   OpSpace& ops = p_.ops;
   std::string_view text = p_.text();
   uint32_t op = p_.ob.emit(Op::literal);
-  ops.put24(op + kLitValue, ops.store_text(text));
-  ops.put16(op + kLitFormat, static_cast<uint32_t>(text.size()));
+  ops.put24(op + literal::lit_value, ops.store_text(text));
+  ops.put16(op + literal::lit_format, static_cast<uint32_t>(text.size()));
   if (p_.tok.translated()) p_.ob.make_text_item_op(op, 'G');
   type_.alpha_length = std::max(type_.alpha_length, static_cast<uint16_t>(text.size()));
   type_.kind = 'A';
@@ -498,10 +498,10 @@ void Compiler::date_literal(uint32_t cls) {
   uint32_t op = p_.ob.emit(Op::date_literal);
   uint32_t bytes = ops.alloc(conv::format_size(format));
   conv::from_double(p_.tok.value(), format, ops.at(bytes));
-  ops.put24(op + kLitValue, bytes);
-  ops.put16(op + kLitFormat, format);
+  ops.put24(op + literal::lit_value, bytes);
+  ops.put16(op + literal::lit_format, format);
   type_.kind = date ? 'D' : 'T';
-  ops.put16(op + kLitKind, static_cast<uint32_t>(type_.kind));
+  ops.put16(op + literal::lit_kind, static_cast<uint32_t>(type_.kind));
   note_type(format, true);
 }
 
@@ -537,9 +537,9 @@ bool Compiler::brace_literal() {
   uint32_t op = p_.ob.emit(Op::date_literal);
   uint32_t bytes = ops.alloc(conv::format_size(v.format));
   conv::from_double(static_cast<double>(v.value), v.format, ops.at(bytes));
-  ops.put24(op + kLitValue, bytes);
-  ops.put16(op + kLitFormat, v.format);
-  ops.put16(op + kLitKind, static_cast<uint32_t>(v.kind));
+  ops.put24(op + literal::lit_value, bytes);
+  ops.put16(op + literal::lit_format, v.format);
+  ops.put16(op + literal::lit_kind, static_cast<uint32_t>(v.kind));
   type_.digits = std::max<uint16_t>(type_.digits, static_cast<uint16_t>(conv::fmt_digits(v.format)));
   datetime_ = true;
   return true;
@@ -550,8 +550,8 @@ void Compiler::mode_constant(uint32_t mode_entry, bool show) {
   uint32_t op = p_.ob.emit(Op::mode_constant);
   uint32_t value = ops.alloc(4);
   ops.put32(value, show ? 0xffffffffu : mode_entry);
-  ops.put24(op + kNameRef, value);
-  *ops.at(op + kNameType) = show ? kShowTypeWord : kNameTypeWord;
+  ops.put24(op + nameop::na_value, value);
+  *ops.at(op + nameop::na_type) = show ? kShowTypeWord : kNameTypeWord;
   type_.digits = std::max<uint16_t>(type_.digits, 8);
 }
 
@@ -561,8 +561,8 @@ bool Compiler::field_reference(std::string_view name) {
   std::string copy(name);
   uint32_t field = reference_field(p_, copy, &object);
   uint32_t op = p_.ob.emit(Op::field_ref);
-  ops.put24(op + kRefObject, object);
-  ops.put24(op + kRefField, field);
+  ops.put24(op + fieldref::fr_object, object);
+  ops.put24(op + fieldref::fr_field, field);
   if (field == 0) {
     // Reported by the field lookup; a subscript after the name is read and dropped.
     if (p_.next() == verb("[")) {
@@ -574,12 +574,12 @@ bool Compiler::field_reference(std::string_view name) {
     return true;
   }
   uint16_t format = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
-  ops.put16(op + kRefFormat, format);
+  ops.put16(op + fieldref::fr_format, format);
   char letter = static_cast<char>(*ops.at(field + fsym::f_type));
   note_type(format, letter == 'D' || letter == 'T' || letter == 'J' || letter == 'L');
   bool whole = false;
   uint32_t sub = compile_subscript(p_, field, allow_, &whole);
-  ops.put24(op + kRefSubscript, sub);
+  ops.put24(op + fieldref::fr_subscript, sub);
   return true;
 }
 
@@ -596,15 +596,15 @@ bool Compiler::if_then_else() {
     sub.set_nested(true);
     sub.set_ite_condition(true);
     failed = !sub.run(true);
-    ops.put24(op + kIteCondition, p_.ob.top().head);
+    ops.put24(op + ite::ite_condition, p_.ob.top().head);
     p_.ob.close_level();
   }
   if (failed) return type_.failed = true, false;
   uint32_t h1 = compile_on_level(p_, allow_, false, true, &first, &failed, this);
-  ops.put24(op + kIteThen, h1);
+  ops.put24(op + ite::ite_then, h1);
   if (failed) return type_.failed = true, false;
   uint32_t h2 = compile_on_level(p_, allow_, false, true, &second, &failed, this);
-  ops.put24(op + kIteElse, h2);
+  ops.put24(op + ite::ite_else, h2);
   if (failed) return type_.failed = true, false;
   if (p_.next() != verb(")")) return abandon(msg::syntax_error);
   if ((first.alphanumeric() && second.numeric()) || (first.numeric() && second.alphanumeric())) {
@@ -637,16 +637,16 @@ uint32_t compile_on_level(ParserCore& p, uint32_t allow, bool condition, bool ne
 bool single_literal(ParserCore& p, uint32_t head, double& value, uint16_t& format) {
   OpSpace& ops = p.ops;
   if (head == 0 || ops.get24(head) != 0 || ops.opcode(head) != Op::literal) return false;
-  format = static_cast<uint16_t>(ops.get16(head + kLitFormat));
+  format = static_cast<uint16_t>(ops.get16(head + literal::lit_format));
   if (!conv::fmt_numeric(format)) return false;
-  value = conv::to_double(ops.at(ops.get24(head + kLitValue)), format);
+  value = conv::to_double(ops.at(ops.get24(head + literal::lit_value)), format);
   return true;
 }
 
 uint32_t operand_value(ParserCore& p, uint32_t head, int32_t maximum, bool& literal, double& value) {
   uint16_t format = 0;
   literal = single_literal(p, head, value, format);
-  if (!literal) return head | kListBit;
+  if (!literal) return head | kOperandList;
   bool integer = conv::fmt_decimals(format) == 0 && value == std::floor(value);
   bool in_range = value >= 0 && value <= kImmediateMax && (maximum < 1 || value <= maximum);
   if (integer && in_range) {
@@ -654,7 +654,7 @@ uint32_t operand_value(ParserCore& p, uint32_t head, int32_t maximum, bool& lite
     return static_cast<uint32_t>(value);
   }
   if (maximum != -1 && maximum != -2) p.diag.error(msg::numeric_value_invalid_out_range);
-  return head | kListBit;
+  return head | kOperandList;
 }
 
 }  // namespace expr
@@ -741,18 +741,18 @@ uint32_t compile_subscript(ParserCore& p, uint32_t field, uint32_t allow, bool* 
   }
   if (!t.numeric() || t.alphanumeric()) {
     p.diag.error(msg::invalid_subscript_expression);
-    return head | expr::kListBit;
+    return head | kOperandList;
   }
   double value = 0;
   uint16_t format = 0;
   if (expr::single_literal(p, head, value, format)) {
     if (conv::fmt_decimals(format) != 0 || value != std::floor(value)) {
       p.diag.error(msg::invalid_subscript_expression);
-      return head | expr::kListBit;
+      return head | kOperandList;
     }
     if (occurs > 0 && (value < 1 || value > occurs)) {
       p.diag.error(msg::literal_subscript_out_range);
-      return head | expr::kListBit;
+      return head | kOperandList;
     }
   }
   bool literal = false;

@@ -79,19 +79,19 @@ bool is_aggregate(uint32_t code) {
 
 uint32_t report_by_name(ParserCore& p, std::string_view name) {
   OpSpace& ops = p.ops;
-  for (uint32_t r = ops.get24(hdr::report_list); r != 0; r = ops.get24(r + report::r_next)) {
+  for (uint32_t r = ops.get24(hdr::h_report_list); r != 0; r = ops.get24(r + report::r_next)) {
     uint32_t n = ops.get24(r + report::r_name);
     if (n != 0 && SymbolTable::compare_names(ops.text_at(n), name) == 0) return r;
   }
-  uint32_t count = ops.get16(hdr::report_count);
-  ops.put16(hdr::report_count, count + 1);
+  uint32_t count = ops.get16(hdr::h_report_count);
+  ops.put16(hdr::h_report_count, count + 1);
   uint32_t text = ops.store_text(name);
   uint32_t r = ops.alloc(report::size);
   ops.put16(r + report::r_number, count);
   ops.put24(r + report::r_name, text);
-  ops.put24(r + report::r_next, ops.get24(hdr::report_list));
+  ops.put24(r + report::r_next, ops.get24(hdr::h_report_list));
   ops.put16(r + report::r_flags, report::flag_referenced);
-  ops.put24(hdr::report_list, r);
+  ops.put24(hdr::h_report_list, r);
   return r;
 }
 
@@ -102,12 +102,12 @@ namespace {
 void emit_call(ParserCore& p, const FunctionRow& row, int n) {
   OpSpace& ops = p.ops;
   uint32_t call = p.ob.emit(Op::function_call);
-  ops.put16(call + kCallNumber, row.number);
-  *ops.at(call + kCallCount) = static_cast<uint8_t>(n);
+  ops.put16(call + funcall::fc_number, row.number);
+  *ops.at(call + funcall::fc_count) = static_cast<uint8_t>(n);
   if (p.ob.debug_ops()) {
     uint32_t copy = ops.alloc(4);
     ops.put32(copy, row.code);
-    ops.put24(call + kCallVerb, copy);
+    ops.put24(call + funcall::fc_verb, copy);
   }
 }
 
@@ -175,7 +175,7 @@ bool Compiler::function_argument(const FunctionRow& row, int n, Decided& decided
     arg_datetime = sub.datetime();
   }
   uint32_t wrap = p_.ob.emit(Op::function_arg);
-  ops.put24(wrap + kArgList, head);
+  ops.put24(wrap + funcarg::fa_list, head);
   // Type rules of the kinds.
   bool numeric_kind = kind == kParamNumeric || kind == kParamNumericField;
   bool alpha_kind = kind == kParamAlpha || kind == kParamAlphaField;
@@ -233,13 +233,13 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
     if (object == 0) p_.diag.error(msg::object_name_expected);
     ops.put32(value, object);
     uint32_t op = p_.ob.emit(Op::object_name_arg);
-    ops.put24(op + kNameRef, value);
-    *ops.at(op + kNameType) = kNameTypeWord;
+    ops.put24(op + nameop::na_value, value);
+    *ops.at(op + nameop::na_type) = kNameTypeWord;
   } else if (kind == kParamReport) {
     ops.put32(value, report_by_name(p_, name));
     uint32_t op = p_.ob.emit(Op::literal);
-    ops.put24(op + kLitValue, value);
-    ops.put16(op + kLitFormat, conv::kFmtTime);
+    ops.put24(op + literal::lit_value, value);
+    ops.put16(op + literal::lit_format, conv::kFmtTime);
   } else {
     std::string_view field_name = name;
     if (!field_name.empty() && field_name.front() == ':') field_name.remove_prefix(1);
@@ -247,8 +247,8 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
     uint32_t field = reference_field(p_, std::string(field_name), &object);
     ops.put32(value, field);
     uint32_t op = p_.ob.emit(Op::field_name_arg);
-    ops.put24(op + kNameRef, value);
-    *ops.at(op + kNameType) = kNameTypeWord;
+    ops.put24(op + nameop::na_value, value);
+    *ops.at(op + nameop::na_type) = kNameTypeWord;
     if (field != 0) {
       uint16_t format = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
       if (conv::fmt_numeric(format)) {
@@ -302,7 +302,7 @@ bool Compiler::aggregate_call(const FunctionRow& row) {
   uint32_t record = sink_->aggregate(p_, row.code, row.number, t);
   in_aggregate_ = false;
   uint32_t op = p_.ob.emit(Op::aggregate);
-  p_.ops.put24(op + kAggregateRecord, record);
+  p_.ops.put24(op + aggop::ag_record, record);
   if (row.code == verb("count") && !t.numeric() && !t.alphanumeric()) t.digits = 8;
   raise(t);
   return true;

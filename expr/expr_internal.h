@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "codegen/op_records.h"
 #include "codegen/ops.h"
 #include "expr/expr.h"
 #include "lexer/verbs.h"
@@ -18,41 +19,9 @@ namespace expr {
 
 // ---- Opcodes and operands ----------------------------------------------------------------------
 
-// Op::comparison, and_, or_: the parent junction (and, until the parent is known, the next
-// pending entry).
-inline constexpr uint32_t kParent = 4;
-inline constexpr uint32_t kCompareCode = 7;  // Op::comparison: 16-bit comparison code
-inline constexpr uint32_t kOrChildByte = 8;  // bit 0x02: the parent is an OR junction
-// Op::field_ref.
-inline constexpr uint32_t kRefObject = 4;
-inline constexpr uint32_t kRefFormat = 7;
-inline constexpr uint32_t kRefField = 9;
-inline constexpr uint32_t kRefSubscript = 12;
-// Op::literal and Op::date_literal.
-inline constexpr uint32_t kLitValue = 4;
-inline constexpr uint32_t kLitFormat = 7;
-inline constexpr uint32_t kLitKind = 9;  // Op::date_literal: 16-bit 'D' or 'T'
-// Op::function_arg.
-inline constexpr uint32_t kArgList = 4;
-// Op::function_call.
-inline constexpr uint32_t kCallNumber = 4;
-inline constexpr uint32_t kCallCount = 6;
-inline constexpr uint32_t kCallVerb = 9;  // debug compiles: offset of the 4-byte verb code
-// Op::field_name_arg, mode_constant, object_name_arg: a 4-byte value and its type byte.
-inline constexpr uint32_t kNameRef = 4;
-inline constexpr uint32_t kNameType = 7;
+// Op::field_name_arg, mode_constant, object_name_arg: na_type of a name and of SHOW.
 inline constexpr uint8_t kNameTypeWord = 0x21;
 inline constexpr uint8_t kShowTypeWord = 0x25;
-// Op::aggregate.
-inline constexpr uint32_t kAggregateRecord = 4;
-// Op::if_then_else.
-inline constexpr uint32_t kIteCondition = 4;
-inline constexpr uint32_t kIteThen = 9;
-inline constexpr uint32_t kIteElse = 12;
-
-// Operand values: an immediate integer up to 0x7fffff, or an op list with the top bit set.
-inline constexpr uint32_t kImmediateMax = 0x7fffff;
-inline constexpr uint32_t kListBit = 0x800000;
 
 // ---- Comparison codes ------------------------------------------------------------------------
 

@@ -24,38 +24,6 @@ namespace {
 
 using namespace expr;
 
-// Op::set (assignment), set_variant (special target), set_subscripted (whole array), record_copy.
-namespace setop {
-inline constexpr uint32_t value = 4;     // 24-bit op list of the value
-inline constexpr uint32_t special = 8;   // Op::set_variant: the target's code
-inline constexpr uint32_t report = 9;    // Op::set_variant: report record of ON name
-inline constexpr uint32_t field = 9;     // set, set_subscripted: field_sym
-inline constexpr uint32_t subscript = 12;  // Op::set: operand value
-inline constexpr uint32_t object = 15;   // set, set_subscripted: qualifying object
-inline constexpr uint32_t copy_to = 4;   // Op::record_copy: target object
-inline constexpr uint32_t copy_from = 7; // Op::record_copy: source object (0 for "*")
-}  // namespace setop
-
-// Op::string and its action entries.
-namespace stringop {
-inline constexpr uint32_t actions = 4;   // 24-bit first action entry
-inline constexpr uint32_t object = 7;    // 16-bit sequence number of the qualifying object
-inline constexpr uint32_t field = 9;
-inline constexpr uint32_t subscript = 12;
-}  // namespace stringop
-namespace action {
-inline constexpr uint32_t size = 14;
-inline constexpr uint32_t next = 0;
-inline constexpr uint32_t kind = 3;      // 16-bit action code below
-inline constexpr uint32_t text = 5;      // 24-bit op list
-inline constexpr uint32_t at = 8;        // 24-bit op list
-inline constexpr uint32_t to = 11;       // 24-bit op list
-inline constexpr uint16_t inserting = 1;
-inline constexpr uint16_t replacing = 2;
-inline constexpr uint16_t deleting = 3;
-inline constexpr uint16_t appending = 4;
-}  // namespace action
-
 // The special targets of SET and their codes.
 inline constexpr uint8_t kDefaultFont = 1;
 inline constexpr uint8_t kDefaultPitch = 2;
@@ -124,8 +92,8 @@ uint32_t record_copy(ParserCore& p, std::string_view target) {
     if (o != 0 && !(ops.get16(o + osym::o_attr) & osym::attr_no_joins)) p.diag.error(msg::object_not_declared_as_no);
   p.ob.emit_statement_marker(verb("set"));
   uint32_t op = p.ob.emit(Op::record_copy);
-  ops.put24(op + setop::copy_to, to);
-  ops.put24(op + setop::copy_from, from);
+  ops.put24(op + reccopy::rc_to, to);
+  ops.put24(op + reccopy::rc_from, from);
   return op;
 }
 
@@ -134,13 +102,13 @@ void check_literal(ParserCore& p, uint32_t head, uint32_t field) {
   OpSpace& ops = p.ops;
   if (head == 0 || ops.get24(head) != 0 || ops.opcode(head) != Op::literal) return;
   uint16_t target = static_cast<uint16_t>(ops.get16(field + fsym::f_format));
-  uint16_t lit = static_cast<uint16_t>(ops.get16(head + kLitFormat));
+  uint16_t lit = static_cast<uint16_t>(ops.get16(head + literal::lit_format));
   if (!conv::fmt_numeric(lit)) {
     if (!conv::fmt_numeric(target) && lit > target) p.diag.warning(msg::literal_value_larger_than_field);
     return;
   }
   if (!conv::fmt_numeric(target)) return;
-  double value = conv::to_double(ops.at(ops.get24(head + kLitValue)), lit);
+  double value = conv::to_double(ops.at(ops.get24(head + literal::lit_value)), lit);
   if (conv::fmt_digits(lit) > conv::fmt_digits(target) || conv::fmt_decimals(lit) > conv::fmt_decimals(target))
     p.diag.warning(msg::literal_value_larger_than_field);
   else if (value < 0 && !conv::fmt_signed(target))
@@ -193,20 +161,20 @@ uint32_t emit_set(ParserCore& p, const Assignment& s) {
   uint32_t op = 0;
   if (s.special) {
     op = p.ob.emit(Op::set_variant);
-    *ops.at(op + setop::special) = static_cast<uint8_t>(s.special);
+    *ops.at(op + setvar::sv_special) = static_cast<uint8_t>(s.special);
   } else if (s.whole) {
     if (s.a->opcode != Op::none) {
       p.fail(msg::invalid_operator);
       return 0;
     }
     op = p.ob.emit(Op::set_subscripted);
-    ops.put24(op + setop::field, s.field);
-    ops.put24(op + setop::object, s.object);
+    ops.put24(op + setop::st_field, s.field);
+    ops.put24(op + setop::st_object, s.object);
   } else {
     op = p.ob.emit(Op::set);
-    ops.put24(op + setop::field, s.field);
-    ops.put24(op + setop::subscript, s.sub);
-    ops.put24(op + setop::object, s.object);
+    ops.put24(op + setop::st_field, s.field);
+    ops.put24(op + setop::st_subscript, s.sub);
+    ops.put24(op + setop::st_object, s.object);
   }
   return op;
 }
@@ -216,18 +184,18 @@ void emit_target_value(ParserCore& p, const Assignment& s) {
   OpSpace& ops = p.ops;
   if (s.special == kPageNumber || s.special == kDrillDownLevel) {
     uint32_t call = p.ob.emit(Op::function_call);
-    ops.put16(call + kCallNumber, s.special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
+    ops.put16(call + funcall::fc_number, s.special == kPageNumber ? kPageNoFunction : kDrillDownFunction);
     if (p.ob.debug_ops()) {
       uint32_t copy = ops.alloc(4);
       ops.put32(copy, s.special == kPageNumber ? verb("page_no") : verb("drill_down_level"));
-      ops.put24(call + kCallVerb, copy);
+      ops.put24(call + funcall::fc_verb, copy);
     }
   } else if (s.special == 0) {
     uint32_t ref = p.ob.emit(Op::field_ref);
-    ops.put24(ref + kRefObject, s.object);
-    ops.put16(ref + kRefFormat, s.format);
-    ops.put24(ref + kRefField, s.field);
-    ops.put24(ref + kRefSubscript, s.sub);
+    ops.put24(ref + fieldref::fr_object, s.object);
+    ops.put16(ref + fieldref::fr_format, s.format);
+    ops.put24(ref + fieldref::fr_field, s.field);
+    ops.put24(ref + fieldref::fr_subscript, s.sub);
   }
 }
 
@@ -250,7 +218,7 @@ bool compile_value(ParserCore& p, Assignment& s, ExprType& t) {
   }
   uint32_t head = p.ob.top().head;
   p.ob.close_level();
-  ops.put24(op + setop::value, head);
+  ops.put24(op + setop::st_value, head);
   s.head = head;
   return true;
 }
@@ -274,7 +242,7 @@ bool read_report(ParserCore& p, uint32_t op) {
       p.fail(msg::report_name_not_defined);
       return false;
     }
-    ops.put24(op + setop::report, report_by_name(p, p.text()));
+    ops.put24(op + setvar::sv_report, report_by_name(p, p.text()));
   } else {
     p.push_back();
   }
@@ -352,9 +320,9 @@ uint32_t emit_string(ParserCore& p) {
   uint32_t sub = compile_subscript(p, field);
   p.ob.emit_statement_marker(verb("string"));
   uint32_t op = p.ob.emit(Op::string);
-  ops.put16(op + stringop::object, object ? ops.get16(object + osym::o_seq) : 0);
-  ops.put24(op + stringop::field, field);
-  ops.put24(op + stringop::subscript, sub);
+  ops.put16(op + stringop::sg_object, object ? ops.get16(object + osym::o_seq) : 0);
+  ops.put24(op + stringop::sg_field, field);
+  ops.put24(op + stringop::sg_subscript, sub);
   return op;
 }
 
@@ -366,7 +334,7 @@ struct StringEdit {
 
 // AT position [TO end] of an action; only DELETING takes TO.
 ClauseStep string_position(ParserCore& p, uint32_t entry, uint16_t kind) {
-  ExprType pos = compile_expression_list(p, entry + action::at);
+  ExprType pos = compile_expression_list(p, entry + action::ac_at);
   if (pos.failed) return ClauseStep::done;
   if (!pos.numeric() || pos.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
   bool to = p.next() == verb("to");
@@ -378,7 +346,7 @@ ClauseStep string_position(ParserCore& p, uint32_t entry, uint16_t kind) {
     p.push_back();
     return ClauseStep::next;
   }
-  ExprType end = compile_expression_list(p, entry + action::to);
+  ExprType end = compile_expression_list(p, entry + action::ac_to);
   if (end.failed) return ClauseStep::done;
   if (!end.numeric() || end.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
   return ClauseStep::next;
@@ -393,10 +361,10 @@ ClauseStep string_action(StringEdit& e) {
   const uint16_t kind = Kind;
   uint32_t entry = ops.alloc(action::size);
   ops.put24(e.link, entry);
-  e.link = entry + action::next;
-  ops.put16(entry + action::kind, kind);
+  e.link = entry + action::ac_next;
+  ops.put16(entry + action::ac_kind, kind);
   if (kind != action::deleting) {
-    ExprType t = compile_expression_list(p, entry + action::text);
+    ExprType t = compile_expression_list(p, entry + action::ac_text);
     if (t.failed) return ClauseStep::done;
     if (!t.alphanumeric()) p.diag.error(msg::alphanumeric_expression_required);
   }
@@ -436,7 +404,7 @@ void compile_string(ParserCore& p) {
   p.accept();
   uint32_t op = emit_string(p);
   if (op == 0) return;
-  StringEdit e{p, op + stringop::actions};
+  StringEdit e{p, op + stringop::sg_actions};
   read_clauses(p, kStringActions, e, string_other);
 }
 

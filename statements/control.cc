@@ -43,7 +43,7 @@ bool close_with(Parser& p, uint32_t found, uint32_t closing, txt::Text missing) 
 // Appends Op::jump to the current list and pushes it on the chain of pending jumps.
 uint32_t emit_jump(Parser& p, uint32_t& chain) {
   uint32_t j = p.ob.emit(Op::jump);
-  p.ops.put24(j + ctl::j_target, chain);
+  p.ops.put24(j + jump::j_target, chain);
   chain = j;
   return j;
 }
@@ -52,8 +52,8 @@ uint32_t emit_jump(Parser& p, uint32_t& chain) {
 void patch_jumps(Parser& p, uint32_t chain) {
   uint32_t last = p.ob.top().tail;
   while (chain != 0) {
-    uint32_t next = p.ops.get24(chain + ctl::j_target);
-    p.ops.put24(chain + ctl::j_target, last);
+    uint32_t next = p.ops.get24(chain + jump::j_target);
+    p.ops.put24(chain + jump::j_target, last);
     chain = next;
   }
 }
@@ -88,21 +88,21 @@ struct LoopField {
 // Emits a field reference (Op::field_ref) to the loop variable.
 void emit_field_ref(Parser& p, const LoopField& f) {
   uint32_t op = p.ob.emit(Op::field_ref);
-  p.ops.put24(op + ctl::fr_object, f.object);
-  p.ops.put16(op + ctl::fr_format, f.format);
-  p.ops.put24(op + ctl::fr_field, f.field);
-  p.ops.put24(op + ctl::fr_subscript, f.subscript);
+  p.ops.put24(op + fieldref::fr_object, f.object);
+  p.ops.put16(op + fieldref::fr_format, f.format);
+  p.ops.put24(op + fieldref::fr_field, f.field);
+  p.ops.put24(op + fieldref::fr_subscript, f.subscript);
 }
 
 // Emits an assignment (Op::set) of the value list `value` to the loop variable.
 uint32_t emit_assignment(Parser& p, const LoopField& f, uint32_t value) {
   p.ob.emit_statement_marker(verb("set"));
   uint32_t op = p.ob.emit(Op::set);
-  p.ops.put24(op + ctl::as_value, value);
-  p.ops.put16(op + ctl::as_format, f.format);
-  p.ops.put24(op + ctl::as_field, f.field);
-  p.ops.put24(op + ctl::as_subscript, f.subscript);
-  p.ops.put24(op + ctl::as_object, f.object);
+  p.ops.put24(op + setop::st_value, value);
+  p.ops.put16(op + setop::st_format, f.format);
+  p.ops.put24(op + setop::st_field, f.field);
+  p.ops.put24(op + setop::st_subscript, f.subscript);
+  p.ops.put24(op + setop::st_object, f.object);
   return op;
 }
 
@@ -112,10 +112,10 @@ bool compile_for_start(Parser& p, LoopField& f) {
   uint32_t op = compile_assignment(p, true);
   if (op == 0) return false;
   OpSpace& ops = p.ops;
-  f.field = ops.get24(op + ctl::as_field);
+  f.field = ops.get24(op + setop::st_field);
   f.format = static_cast<uint16_t>(ops.get16(f.field + fsym::f_format));
-  f.subscript = ops.get24(op + ctl::as_subscript);
-  f.object = ops.get24(op + ctl::as_object);
+  f.subscript = ops.get24(op + setop::st_subscript);
+  f.object = ops.get24(op + setop::st_object);
   if (!conv::fmt_numeric(f.format)) {
     p.fail(msg::field_must_numeric);
     return false;
@@ -128,11 +128,11 @@ bool compile_for_start(Parser& p, LoopField& f) {
 // Adds one value to a CASE's list (at the front).
 void push_case_value(Parser& p, uint32_t case_op, uint32_t value, uint16_t format) {
   OpSpace& ops = p.ops;
-  uint32_t e = ops.alloc(ctl::cv_size);
-  ops.put24(e + ctl::cv_next, ops.get24(case_op + ctl::case_values));
-  ops.put24(e + ctl::cv_value, value);
-  ops.put16(e + ctl::cv_format, format);
-  ops.put24(case_op + ctl::case_values, e);
+  uint32_t e = ops.alloc(casevalue::size);
+  ops.put24(e + casevalue::cv_next, ops.get24(case_op + caseop::cs_values));
+  ops.put24(e + casevalue::cv_value, value);
+  ops.put16(e + casevalue::cv_format, format);
+  ops.put24(case_op + caseop::cs_values, e);
 }
 
 // The values of a CASE, up to the next statement: literals of the SWITCH expression's kind, and
@@ -167,7 +167,7 @@ void read_case_values(Parser& p, uint32_t case_op, bool numeric) {
       }
       uint32_t value = ops.alloc(4);
       ops.put32(value, m);
-      push_case_value(p, case_op, value, m == 0xffffffff ? ctl::cv_show : ctl::cv_mode);
+      push_case_value(p, case_op, value, m == 0xffffffff ? casevalue::format_show : casevalue::format_mode);
     } else {
       p.fail(msg::literal_value_expected);
       return;
@@ -187,10 +187,10 @@ void compile_if(Parser& p) {
   uint32_t opening = verb("if");
   uint32_t stop = 0;
   for (;;) {
-    if (branch != 0) ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
+    if (branch != 0) ops.put24(branch + ifop::if_false, emit_jump(p, jumps));
     p.ob.emit_statement_marker(opening);
     branch = p.ob.emit(Op::if_);
-    compile_condition_list(p, branch + ctl::if_condition);
+    compile_condition_list(p, branch + ifop::if_condition);
     p.take(verb("then"));
     stop = compile_branch(p, {verb("else_if"), verb("else"), verb("end"), verb("end_if")});
     if (stop != verb("else_if")) break;
@@ -201,11 +201,11 @@ void compile_if(Parser& p) {
   if (stop == verb("else")) {
     p.next();
     p.accept();
-    ops.put24(branch + ctl::if_false, emit_jump(p, jumps));
+    ops.put24(branch + ifop::if_false, emit_jump(p, jumps));
     p.ob.emit_statement_marker(verb("else"));
     stop = compile_branch(p, {verb("end"), verb("end_if")});
   } else {
-    ops.put24(branch + ctl::if_false, p.ob.top().tail);
+    ops.put24(branch + ifop::if_false, p.ob.top().tail);
   }
   patch_jumps(p, jumps);
   if (close_with(p, stop, verb("end_if"), txt::end_if_missing)) p.ob.emit_statement_marker(verb("end_if"));
@@ -219,10 +219,10 @@ void compile_while(Parser& p) {
   BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   p.ob.emit_statement_marker(verb("while"));
   uint32_t op = p.ob.emit(Op::while_);
-  compile_condition_list(p, op + ctl::loop_condition);
+  compile_condition_list(p, op + loop::lp_condition);
   p.take(verb("detail"));
   uint32_t stop = 0;
-  ops.put24(op + ctl::loop_body, compile_loop_body(p, {verb("end"), verb("end_while")}, stop));
+  ops.put24(op + loop::lp_body, compile_loop_body(p, {verb("end"), verb("end_while")}, stop));
   close_with(p, stop, verb("end_while"), txt::end_while_missing);
   p.ob.emit_statement_marker(verb("end_while"));
 }
@@ -236,17 +236,17 @@ void compile_repeat(Parser& p) {
   p.ob.emit_statement_marker(verb("repeat"));
   uint32_t op = p.ob.emit(Op::repeat);
   uint32_t stop = 0;
-  ops.put24(op + ctl::repeat_first, compile_loop_body(p, {verb("end"), verb("end_repeat"), verb("until")}, stop));
+  ops.put24(op + repeat::rp_first, compile_loop_body(p, {verb("end"), verb("end_repeat"), verb("until")}, stop));
   if (stop == verb("until")) {
     p.next();
     p.accept();
     p.ob.emit_statement_marker(verb("until"));
-    compile_condition_list(p, op + ctl::repeat_until);
+    compile_condition_list(p, op + repeat::rp_until);
     p.take(verb("detail"));
   } else {
     p.diag.error_text(txt::until_missing, Context::current_token());
   }
-  ops.put24(op + ctl::repeat_second, compile_loop_body(p, {verb("end"), verb("end_repeat")}, stop));
+  ops.put24(op + repeat::rp_second, compile_loop_body(p, {verb("end"), verb("end_repeat")}, stop));
   close_with(p, stop, verb("end_repeat"), txt::end_repeat_missing);
   p.ob.emit_statement_marker(verb("end_repeat"));
 }
@@ -277,8 +277,8 @@ void compile_for(Parser& p) {
   emit_field_ref(p, f);
   if (compile_expression(p).alphanumeric()) p.diag.error(msg::mixed_numeric_alpha_operands_expression);
   uint32_t test = p.ob.emit(Op::comparison);
-  ops.put16(test + ctl::cmp_code, down ? ctl::cmp_ge : ctl::cmp_le);
-  ops.put24(op + ctl::loop_condition, p.ob.top().head);
+  ops.put16(test + cmpop::cmp_code, down ? cmpop::code_ge : cmpop::code_le);
+  ops.put24(op + loop::lp_condition, p.ob.top().head);
   p.ob.close_level();
 
   p.ob.open_level();
@@ -289,8 +289,8 @@ void compile_for(Parser& p) {
     p.push_back();
     static constexpr uint8_t kOne[2] = {0x00, 0x01};
     uint32_t one = p.ob.emit(Op::literal);
-    ops.put24(one + ctl::lit_value, ops.copy_in(kOne, sizeof kOne));
-    ops.put16(one + ctl::lit_format, ctl::fmt_one_digit);
+    ops.put24(one + literal::lit_value, ops.copy_in(kOne, sizeof kOne));
+    ops.put16(one + literal::lit_format, literal::format_one_digit);
   }
   p.ob.emit(down ? Op::subtract : Op::add);
   uint32_t increment = p.ob.top().head;
@@ -299,10 +299,10 @@ void compile_for(Parser& p) {
   p.take(verb("detail"));
   BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   uint32_t stop = 0;
-  ops.put24(op + ctl::loop_body, compile_loop_body(p, {verb("end"), verb("end_for")}, stop));
+  ops.put24(op + loop::lp_body, compile_loop_body(p, {verb("end"), verb("end_for")}, stop));
   p.ob.open_level();
   emit_assignment(p, f, increment);
-  ops.put24(op + ctl::loop_increment, p.ob.top().head);
+  ops.put24(op + loop::lp_increment, p.ob.top().head);
   p.ob.close_level();
   close_with(p, stop, verb("end_for"), txt::end_for_missing);
   p.ob.emit_statement_marker(verb("end_for"));
@@ -317,41 +317,41 @@ void compile_switch(Parser& p) {
   uint16_t variant = 0;
   uint32_t c = p.next();
   if (c == verb("ascii"))
-    variant = ctl::sw_ascii;
+    variant = switchop::variant_ascii;
   else if (c == verb("collate"))
-    variant = ctl::sw_collate;
+    variant = switchop::variant_collate;
   else
     p.push_back();
   p.ob.emit_statement_marker(verb("switch"));
   uint32_t op = p.ob.emit(Op::switch_);
-  ops.put16(op + ctl::sw_variant, variant);
-  ExprType type = compile_expression_list(p, op + ctl::sw_expression);
+  ops.put16(op + switchop::sw_variant, variant);
+  ExprType type = compile_expression_list(p, op + switchop::sw_expression);
   bool numeric = !type.alphanumeric();
 
   uint32_t jumps = 0;
-  uint32_t link = op + ctl::sw_first_case;  // where the next CASE op is linked from
+  uint32_t link = op + switchop::sw_first_case;  // where the next CASE op is linked from
   uint32_t stop = p.next();
   p.push_back();
   while (stop == verb("case")) {
     p.next();
     p.accept();
-    if (link != op + ctl::sw_first_case) emit_jump(p, jumps);
+    if (link != op + switchop::sw_first_case) emit_jump(p, jumps);
     p.take(verb("of"));
     p.ob.emit_statement_marker(verb("case"));
     uint32_t case_op = p.ob.emit(Op::case_);
     ops.put24(link, case_op);
-    link = case_op + ctl::case_next;
+    link = case_op + caseop::cs_next;
     read_case_values(p, case_op, numeric);
     stop = compile_branch(p, {verb("case"), verb("else"), verb("end"), verb("end_switch")});
   }
   if (stop == verb("else")) {
     p.next();
     p.accept();
-    ops.put24(op + ctl::sw_else, emit_jump(p, jumps));
+    ops.put24(op + switchop::sw_else, emit_jump(p, jumps));
     p.ob.emit_statement_marker(verb("else"));
     stop = compile_branch(p, {verb("end"), verb("end_switch")});
   } else {
-    ops.put24(op + ctl::sw_else, p.ob.top().tail);
+    ops.put24(op + switchop::sw_else, p.ob.top().tail);
   }
   patch_jumps(p, jumps);
   if (close_with(p, stop, verb("end_switch"), txt::end_switch_missing))

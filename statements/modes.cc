@@ -34,7 +34,7 @@ uint32_t new_mode(Parser& p, std::string_view name, uint16_t flags) {
   if (p.mode_tail)
     ops.put24(p.mode_tail + mode::m_next, m);
   else
-    ops.put24(hdr::mode_list, m);
+    ops.put24(hdr::h_mode_list, m);
   p.mode_tail = m;
   return m;
 }
@@ -82,8 +82,8 @@ uint32_t text_item_list(Parser& p, std::string_view text, char kind) {
   OpSpace& ops = p.ops;
   p.ob.open_level();
   uint32_t op = p.ob.emit(Op::literal);
-  ops.put24(op + 4, ops.store_text(text));
-  ops.put16(op + 7, static_cast<uint32_t>(text.size()));
+  ops.put24(op + literal::lit_text, ops.store_text(text));
+  ops.put16(op + literal::lit_length, static_cast<uint32_t>(text.size()));
   p.ob.make_text_item_op(op, kind);
   uint32_t head = p.ob.top().head;
   p.ob.close_level();

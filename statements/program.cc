@@ -104,7 +104,7 @@ void end_section(Parser& p) {
 // Sections still only referenced, and defined sections nothing refers to.
 void check_sections(Parser& p) {
   OpSpace& ops = p.ops;
-  uint32_t entry = ops.get24(hdr::entry_section);
+  uint32_t entry = ops.get24(hdr::h_entry_section);
   for (uint32_t s = ops.get24(hdr::h_screens); s != 0; s = ops.get24(s + ssym::s_next)) {
     std::string_view name = p.syms.text(ops.get24(s + ssym::s_name));
     uint16_t kind = static_cast<uint16_t>(ops.get16(s + ssym::s_kind));
@@ -209,7 +209,7 @@ uint32_t declare_section(Parser& p, const SectionKind& sk) {
   uint32_t s = p.syms.find_or_declare_section(p.text(), true);
   if (kind_of(static_cast<uint16_t>(ops.get16(s + ssym::s_kind))) != ssym::kind_undefined)
     p.diag.error(msg::name_already_defined);
-  if (ops.get24(hdr::entry_section) == 0 || p.text() == "main") ops.put24(hdr::entry_section, s);
+  if (ops.get24(hdr::h_entry_section) == 0 || p.text() == "main") ops.put24(hdr::h_entry_section, s);
 
   ops.put16(s + ssym::s_kind, sk.kind);
   ops.put16(s + ssym::s_flags, ops.get16(s + ssym::s_flags) & ssym::flag_referenced);

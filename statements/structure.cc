@@ -128,16 +128,16 @@ uint32_t returning_entries(Parser& p, int* count = nullptr) {
 uint32_t argument_occurs(Parser& p, uint32_t list) {
   OpSpace& ops = p.ops;
   if (list == 0 || ops.get24(list) != 0 || ops.opcode(list) != Op::field_ref) return 1;
-  if (ops.get24(list + ctl::fr_subscript) != 0) return 1;
-  return ops.get16(ops.get24(list + ctl::fr_field) + fsym::f_occurs);
+  if (ops.get24(list + fieldref::fr_subscript) != 0) return 1;
+  return ops.get16(ops.get24(list + fieldref::fr_field) + fsym::f_occurs);
 }
 
 // Whether an op list refers to a whole array (an array field without subscript).
 bool contains_whole_array(Parser& p, uint32_t list) {
   OpSpace& ops = p.ops;
   for (uint32_t op = list; op != 0; op = ops.get24(op))
-    if (ops.opcode(op) == Op::field_ref && ops.get24(op + ctl::fr_subscript) == 0 &&
-        ops.get16(ops.get24(op + ctl::fr_field) + fsym::f_occurs) > 1)
+    if (ops.opcode(op) == Op::field_ref && ops.get24(op + fieldref::fr_subscript) == 0 &&
+        ops.get16(ops.get24(op + fieldref::fr_field) + fsym::f_occurs) > 1)
       return true;
   return false;
 }
@@ -272,8 +272,8 @@ uint32_t do_section(Parser& p, uint16_t& flags) {
   }
   uint32_t section = p.syms.find_or_declare_section(p.text(), false);
   if ((flags & doop::next) && ops.get16(section + ssym::s_routine) == 0) {
-    uint32_t number = ops.get16(hdr::library_count) + 1;
-    ops.put16(hdr::library_count, number);
+    uint32_t number = ops.get16(hdr::h_library_count) + 1;
+    ops.put16(hdr::h_library_count, number);
     ops.put16(section + ssym::s_routine, number);
   }
   return section;
@@ -314,13 +314,13 @@ void compile_do(Parser& p) {
 
   bool lists = d.params_given || d.results_given;
   uint32_t op = emit_statement(p, verb("do"), lists ? Op::do_parameters : Op::do_);
-  ops.put24(op + doop::section, section);
-  ops.put16(op + doop::flags, d.flags);
-  ops.put24(op + doop::modes, d.modes);
-  ops.put24(op + doop::initial, d.initial);
+  ops.put24(op + doop::do_section, section);
+  ops.put16(op + doop::do_flags, d.flags);
+  ops.put24(op + doop::do_modes, d.modes);
+  ops.put24(op + doop::do_initial, d.initial);
   if (lists) {
-    ops.put24(op + doop::params, d.params);
-    ops.put24(op + doop::returning, d.results);
+    ops.put24(op + doop::do_params, d.params);
+    ops.put24(op + doop::do_returning, d.results);
   }
 }
 
@@ -334,15 +334,15 @@ void compile_exit(Parser& p) {
   p.next();
   p.push_back();
   if (!p.at_statement_start()) {
-    Operand v = compile_operand(p, op + exitop::value, 0);
+    Operand v = compile_operand(p, op + exitop::ex_value, 0);
     if (v.type.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
-    if (v.literal && v.value == 0 && ops.get24(op + exitop::value) == 0) {
+    if (v.literal && v.value == 0 && ops.get24(op + exitop::ex_value) == 0) {
       static constexpr uint8_t kZero[2] = {0, 0};
       p.ob.open_level();
       uint32_t lit = p.ob.emit(Op::literal);
-      ops.put24(lit + ctl::lit_value, ops.copy_in(kZero, sizeof kZero));
-      ops.put16(lit + ctl::lit_format, ctl::fmt_one_digit);
-      ops.put24(op + exitop::value, p.ob.top().head | kOperandList);
+      ops.put24(lit + literal::lit_value, ops.copy_in(kZero, sizeof kZero));
+      ops.put16(lit + literal::lit_format, literal::format_one_digit);
+      ops.put24(op + exitop::ex_value, p.ob.top().head | kOperandList);
       p.ob.close_level();
     }
   }
@@ -462,7 +462,7 @@ void compile_confirm(Parser& p) {
   p.accept();
   uint32_t block = ops.alloc(confirm::size);
   uint32_t op = emit_statement(p, verb("confirm"), Op::confirm);
-  ops.put24(op + 4, block);
+  ops.put24(op + confirmop::co_block, block);
   if (p.cond_depth != 0) p.diag.error(msg::statement_not_conditional);
   if (ops.get24(p.section + ssym::s_confirm) != 0) p.diag.error(msg::multiple_confirm_statements_not_allowed);
   ops.put24(p.section + ssym::s_confirm, op);
@@ -677,7 +677,7 @@ void finish_option(Option& o, uint32_t title) {
     }
   }
   if (!o.log && title != 0 && ops.opcode(title) == Op::text_item)
-    ops.put24(item + option::o_log, o.p.texts.offset(static_cast<int>(ops.get16(title + 4))));
+    ops.put24(item + option::o_log, o.p.texts.offset(static_cast<int>(ops.get16(title + textitem::ti_item))));
   if (o.attrs != 0) o.flags |= option::flag_extended;
   ops.at(item + option::o_flags)[0] = o.flags;
   ops.put16(item + option::o_attributes, o.attrs);
@@ -721,8 +721,8 @@ void compile_option(Parser& p) {
   bool in_screen = check_option_place(p);
   uint32_t item = ops.alloc(option::size);
   uint32_t op = emit_statement(p, verb("option"), Op::option);
-  ops.put24(op + 4, item);
-  ops.put16(op + 7, option::size);
+  ops.put24(op + optionop::opt_item, item);
+  ops.put16(op + optionop::opt_size, option::size);
   alpha_list(p, item + option::o_title, 'O');
   uint32_t title = ops.get24(item + option::o_title);
 
@@ -837,7 +837,7 @@ void compile_command(Parser& p) {
   static constexpr Op kOps[] = {Op::command, Op::call, Op::query};
   c.block = ops.alloc(cmdblock::size);
   uint32_t op = emit_statement(p, code, kOps[c.which]);
-  ops.put24(op + 4, c.block);
+  ops.put24(op + cmdop::cmd_block, c.block);
   alpha_list(p, c.block + cmdblock::cb_command, 0);
 
   read_clauses(p, kCommandClauses, c, command_other);
@@ -868,7 +868,7 @@ void compile_re_enter(Parser& p) {
     return;
   }
   uint32_t op = emit_statement(p, verb("re_enter"), Op::re_enter);
-  p.ops.at(op + reenter::how)[0] = how;
+  p.ops.at(op + reenter::re_how)[0] = how;
 }
 
 void compile_pause(Parser& p) {
@@ -915,16 +915,16 @@ void compile_link(Parser& p) {
     std::string name(p.text());
     uint32_t count = 0;
     bool known = false;
-    for (uint32_t e = ops.get24(hdr::library_list); e != 0; e = ops.get24(e + library::l_next)) {
+    for (uint32_t e = ops.get24(hdr::h_library_list); e != 0; e = ops.get24(e + library::l_next)) {
       if (std::strcmp(ops.text_at(ops.get24(e + library::l_name)), name.c_str()) == 0) known = true;
       ++count;
     }
     if (!known) {
       uint32_t e = ops.alloc(library::size);
-      ops.put24(e + library::l_next, ops.get24(hdr::library_list));
+      ops.put24(e + library::l_next, ops.get24(hdr::h_library_list));
       ops.put16(e + library::l_index, count);
       ops.put24(e + library::l_name, ops.store_text(name));
-      ops.put24(hdr::library_list, e);
+      ops.put24(hdr::h_library_list, e);
     }
     p.max_opt_ver(6);
   }
@@ -959,7 +959,7 @@ void compile_version_number(Parser& p) {
   if (p.version_tail)
     ops.put24(p.version_tail + version::v_next, e);
   else
-    ops.put24(hdr::version_list, e);
+    ops.put24(hdr::h_version_list, e);
   p.version_tail = e;
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "codegen/header.h"
 #include "codegen/opspace.h"
@@ -32,115 +34,88 @@ void SymbolDump::line(const char* fmt, ...) {
   std::fputs("\n\r", out_);
 }
 
+uint32_t SymbolDump::value(uint32_t off, uint32_t width) const {
+  uint32_t v = 0;
+  for (uint32_t i = 0; i < width && i < 4; ++i) v = v << 8 | *ops_.at(off + i);
+  return v;
+}
+
+void SymbolDump::member(const MemberRow& m, uint32_t rec) {
+  const std::string name(m.name);
+  if (m.width == 6) {  // a position or a colour pair: two 24-bit operand values
+    line("%s = 0x%x, 0x%x", name.c_str(), ops_.get24(rec + m.offset), ops_.get24(rec + m.offset + 3));
+    return;
+  }
+  const uint32_t v = value(rec + m.offset, m.width);
+  switch (member_kind(m)) {
+    case MemberKind::text: line("%s = '%s'", name.c_str(), text(v)); break;
+    case MemberKind::link: line("%s = 0x%x (%u)", name.c_str(), v, v); break;
+    case MemberKind::signed_word: line("%s = %d", name.c_str(), static_cast<int>(static_cast<int16_t>(v))); break;
+    case MemberKind::character: line("%s = '%c' (0x%x)", name.c_str(), static_cast<int>(v), v); break;
+    case MemberKind::hex: line("%s = 0x%x", name.c_str(), v); break;
+    case MemberKind::decimal: line("%s = %u", name.c_str(), v); break;
+  }
+}
+
+// Every member of the record at `rec`, in row order; then the link to the next record.
+template <size_t M>
+uint32_t SymbolDump::record(const MemberRow (&rows)[M], std::string_view name, uint32_t rec,
+                            uint32_t next_member) {
+  for_each_member(rows, name, [&](const MemberRow& m) { member(m, rec); });
+  std::fflush(out_);
+  return ops_.get24(rec + next_member);
+}
+
 bool SymbolDump::header() {
   if (!valid(0, hdr::size)) return false;
-  const uint32_t fields = ops_.get24(hdr::h_fields);
-  const uint32_t screens = ops_.get24(hdr::h_screens);
-  const uint32_t objects = ops_.get24(hdr::h_objects);
-  const uint32_t texts = ops_.get24(hdr::h_text);
-  line("h_fields = 0x%x (%u)", fields, fields);
-  line("h_screens = 0x%x (%u)", screens, screens);
-  line("h_objects = 0x%x (%u)", objects, objects);
-  line("h_text = 0x%x (%u)", texts, texts);
-  std::fflush(out_);
+  record(header_rows::kMembers, "hdr", 0, hdr::h_screens);
   return true;
 }
 
 bool SymbolDump::screen(std::optional<uint32_t> off) {
   const uint32_t s = pick(off, screen_);
   if (s == 0 || !valid(s, ssym::size)) return false;
-  const uint32_t next = ops_.get24(s + ssym::s_next);
-  line("s_name = '%s'", text(ops_.get24(s + ssym::s_name)));
-  line("s_base = %d", static_cast<int>(ops_.get16(s + ssym::s_base)));
-  line("s_occurs = %d", static_cast<int>(ops_.get16(s + ssym::s_occurs)));
-  line("s_next = 0x%x (%u)", next, next);
-  std::fflush(out_);
-  screen_ = next;
+  screen_ = record(symbol_rows::kMembers, "ssym", s, ssym::s_next);
   return true;
 }
 
 bool SymbolDump::field(std::optional<uint32_t> off) {
   const uint32_t f = pick(off, field_);
   if (f == 0 || !valid(f, fsym::size)) return false;
-  const uint32_t next = ops_.get24(f + fsym::f_next);
-  const uint32_t join = ops_.get24(f + fsym::f_join);
-  line("f_name = '%s'", text(ops_.get24(f + fsym::f_name)));
-  line("f_next = 0x%x (%u)", next, next);
-  line("f_join = 0x%x (%u)", join, join);
-  line("f_fldid = %u", ops_.get16(f + fsym::f_fldid));
-  line("f_dictno = %d", static_cast<int>(get16s(ops_.at(f + fsym::f_dictno))));
-  line("f_ldictno = %d", static_cast<int>(get16s(ops_.at(f + fsym::f_ldictno))));
-  line("f_occurs = %d", static_cast<int>(ops_.get16(f + fsym::f_occurs)));
-  line("f_addr = 0x%x", ops_.get24(f + fsym::f_addr));
-  line("f_flags = 0x%x", ops_.get16(f + fsym::f_flags));
-  std::fflush(out_);
-  field_ = next;
+  field_ = record(symbol_rows::kMembers, "fsym", f, fsym::f_next);
   return true;
 }
 
 bool SymbolDump::object(std::optional<uint32_t> off) {
   const uint32_t o = pick(off, object_);
   if (o == 0 || !valid(o, osym::size)) return false;
-  const uint32_t next = ops_.get24(o + osym::o_next);
-  const uint32_t fldobj = ops_.get24(o + osym::o_fldobj);
-  const uint32_t keys = ops_.get24(o + osym::o_keylist);
-  const unsigned filtype = *ops_.at(o + osym::o_filtype);
-  line("o_name = '%s'", text(ops_.get24(o + osym::o_name)));
-  line("o_next = 0x%x (%u)", next, next);
-  line("o_record = 0x%x", ops_.get24(o + osym::o_record));
-  line("o_fldobj = 0x%x (%u)", fldobj, fldobj);
-  line("o_keylist = 0x%x (%u)", keys, keys);
-  // The compiler has no run-time object table: no file handle, no index, no flags, and no
-  // override of the file name.
+  object_ = record(symbol_rows::kMembers, "osym", o, osym::o_next);
+  // The compiler has no run-time object table: no file handle, no index, no flags.
   line("o_fd = %d", -1);
   line("o_index = %d", -1);
   line("o_flags = 0x%x", 0u);
-  line("o_file = '%s'", text(ops_.get24(o + osym::o_file)));
-  line("o_filtype = '%c' (0x%x)", static_cast<int>(filtype), filtype);
-  line("o_recsize = 0x%x", ops_.get16(o + osym::o_recsize));
   std::fflush(out_);
-  object_ = next;
   return true;
 }
 
 bool SymbolDump::field_object_link(std::optional<uint32_t> off) {
   const uint32_t l = pick(off, folink_);
   if (l == 0 || !valid(l, folink::size)) return false;
-  const uint32_t object = ops_.get24(l + folink::fo_object);
-  const uint32_t field = ops_.get24(l + folink::fo_field);
-  const uint32_t join = ops_.get24(l + folink::fo_join);
-  const uint32_t next = ops_.get24(l + folink::fo_fldobj);
-  line("fo_object = 0x%x (%u)", object, object);
-  line("fo_field = 0x%x (%u)", field, field);
-  line("fo_join = 0x%x (%u)", join, join);
-  line("fo_fldobj = 0x%x (%u)", next, next);
-  line("fo_offs = %u", ops_.get16(l + folink::fo_offs));
-  std::fflush(out_);
-  folink_ = next;
+  folink_ = record(symbol_rows::kMembers, "folink", l, folink::fo_fldobj);
   return true;
 }
 
 bool SymbolDump::field_list(std::optional<uint32_t> off) {
   const uint32_t n = pick(off, flist_);
   if (n == 0 || !valid(n, flist::size)) return false;
-  const uint32_t field = ops_.get24(n + flist::fl_field);
-  const uint32_t next = ops_.get24(n + flist::fl_next);
-  line("fl_field = 0x%x (%u)", field, field);
-  line("fl_next = 0x%x (%u)", next, next);
-  std::fflush(out_);
-  flist_ = next;
+  flist_ = record(symbol_rows::kMembers, "flist", n, flist::fl_next);
   return true;
 }
 
 bool SymbolDump::help_field_list(std::optional<uint32_t> off) {
   const uint32_t n = pick(off, hflist_);
   if (n == 0 || !valid(n, hflist::size)) return false;
-  const uint32_t field = ops_.get24(n + hflist::hfl_field);
-  const uint32_t next = ops_.get24(n + hflist::hfl_next);
-  line("hfl_field = 0x%x (%u)", field, field);
-  line("hfl_next = 0x%x (%u)", next, next);
-  std::fflush(out_);
-  hflist_ = next;
+  hflist_ = record(symbol_rows::kMembers, "hflist", n, hflist::hfl_next);
   return true;
 }
 

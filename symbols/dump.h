@@ -1,19 +1,23 @@
 // Dumps of the symbol records, for a developer inspecting the op space under a debugger. No
 // option of tavcmp reaches them.
 //
-// Each record dump prints the record's members one per line (each line ends with "\n\r"),
+// Each record dump prints every member of the record, in the order of its rows, one per line
+// as "<member> = <value>" (each line ends with "\n\r"),
 // flushes, and remembers the record's next link: calling it again without an offset dumps the
 // next record of the chain. An offset outside the allocated op space (the end of a chain
 // included) prints nothing and returns false.
 //
-// The run-time object table, which holds an object's file handle, current index, flags and
-// override file name, exists only in the interpreter; the object dump shows o_fd and o_index
-// as -1, o_flags as 0x0, and the o_file text.
+// The run-time object table, which holds an object's file handle, current index and flags,
+// exists only in the interpreter; the object dump ends with o_fd and o_index as -1 and o_flags
+// as 0x0.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <string_view>
+
+#include "codegen/record_rows.h"
 
 namespace tav {
 
@@ -48,6 +52,10 @@ class SymbolDump {
   uint32_t pick(std::optional<uint32_t> off, uint32_t next) const;
   const char* text(uint32_t link) const;
   void line(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+  uint32_t value(uint32_t off, uint32_t width) const;
+  void member(const MemberRow& m, uint32_t rec);
+  template <size_t M>
+  uint32_t record(const MemberRow (&rows)[M], std::string_view name, uint32_t rec, uint32_t next_member);
 
   const OpSpace& ops_;
   FILE* out_;

@@ -47,7 +47,7 @@ std::string lower_case(std::string_view name) {
 
 bool is_mode_name(const ParserCore& p, std::string_view name) {
   const OpSpace& ops = p.ops;
-  for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + mode::m_next))
+  for (uint32_t m = ops.get24(hdr::h_mode_list); m != 0; m = ops.get24(m + mode::m_next))
     if (SymbolTable::compare_names(ops.text_at(ops.get24(m + mode::m_name)), name) == 0) return true;
   return false;
 }

@@ -177,7 +177,7 @@ inline constexpr uint32_t kNameLength = 30;  // mode names are compared on 30 ch
 // The mode_entry of a name in the header's mode list, or 0.
 inline uint32_t named(const OpSpace& ops, std::string_view name) {
   std::string_view key = name.substr(0, std::min<size_t>(name.size(), kNameLength));
-  for (uint32_t m = ops.get24(hdr::mode_list); m != 0; m = ops.get24(m + m_next)) {
+  for (uint32_t m = ops.get24(hdr::h_mode_list); m != 0; m = ops.get24(m + m_next)) {
     std::string_view stored = ops.text_at(ops.get24(m + m_name));
     if (stored.substr(0, std::min<size_t>(stored.size(), kNameLength)) == key) return m;
   }

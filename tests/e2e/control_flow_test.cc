@@ -44,11 +44,11 @@ TEST(ControlFlow, IfChainsPatchTheirJumps) {
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::if_, Op::pause, Op::jump, Op::if_, Op::pause, Op::jump, Op::pause, Op::pause}));
-  EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[2]) << "a false first test goes on after the first jump";
-  EXPECT_EQ(t.u24(ops[3] + ctl::if_false), ops[5]) << "the second test skips to the ELSE part";
-  EXPECT_EQ(t.u24(ops[2] + ctl::j_target), ops[6]) << "jumps name the last op of the construct";
-  EXPECT_EQ(t.u24(ops[5] + ctl::j_target), ops[6]);
-  for (uint32_t i : {0u, 3u}) EXPECT_EQ(t.codes(t.u24(ops[i] + ctl::if_condition)).back(), Op::comparison);
+  EXPECT_EQ(t.u24(ops[0] + ifop::if_false), ops[2]) << "a false first test goes on after the first jump";
+  EXPECT_EQ(t.u24(ops[3] + ifop::if_false), ops[5]) << "the second test skips to the ELSE part";
+  EXPECT_EQ(t.u24(ops[2] + jump::j_target), ops[6]) << "jumps name the last op of the construct";
+  EXPECT_EQ(t.u24(ops[5] + jump::j_target), ops[6]);
+  for (uint32_t i : {0u, 3u}) EXPECT_EQ(t.codes(t.u24(ops[i] + ifop::if_condition)).back(), Op::comparison);
 }
 
 TEST(ControlFlow, IfWithoutElseNamesTheEndOfItsBody) {
@@ -56,8 +56,8 @@ TEST(ControlFlow, IfWithoutElseNamesTheEndOfItsBody) {
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::if_, Op::pause, Op::if_, Op::pause, Op::pause}));
-  EXPECT_EQ(t.u24(ops[0] + ctl::if_false), ops[3]) << "the outer body ends with the inner one";
-  EXPECT_EQ(t.u24(ops[2] + ctl::if_false), ops[3]);
+  EXPECT_EQ(t.u24(ops[0] + ifop::if_false), ops[3]) << "the outer body ends with the inner one";
+  EXPECT_EQ(t.u24(ops[2] + ifop::if_false), ops[3]);
 }
 
 TEST(ControlFlow, LoopsKeepTheirListsInTheirOwnOperands) {
@@ -65,17 +65,17 @@ TEST(ControlFlow, LoopsKeepTheirListsInTheirOwnOperands) {
   ASSERT_FALSE(w.empty());
   ASSERT_EQ(w.codes(w.detail()), (Codes{Op::while_, Op::pause}));
   uint32_t op = w.detail();
-  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_body)), (Codes{Op::pause, Op::break_}));
-  EXPECT_EQ(w.codes(w.u24(op + ctl::loop_condition)).back(), Op::comparison);
-  EXPECT_EQ(w.u24(op + ctl::loop_increment), 0u);
+  EXPECT_EQ(w.codes(w.u24(op + loop::lp_body)), (Codes{Op::pause, Op::break_}));
+  EXPECT_EQ(w.codes(w.u24(op + loop::lp_condition)).back(), Op::comparison);
+  EXPECT_EQ(w.u24(op + loop::lp_increment), 0u);
 
   Op6 r = body("repeat\n pause\nuntil a = 1\n continue\nend-repeat\n");
   ASSERT_FALSE(r.empty());
   ASSERT_EQ(r.codes(r.detail()), (Codes{Op::repeat}));
   op = r.detail();
-  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_first)), (Codes{Op::pause}));
-  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_second)), (Codes{Op::continue_}));
-  EXPECT_EQ(r.codes(r.u24(op + ctl::repeat_until)).back(), Op::comparison);
+  EXPECT_EQ(r.codes(r.u24(op + repeat::rp_first)), (Codes{Op::pause}));
+  EXPECT_EQ(r.codes(r.u24(op + repeat::rp_second)), (Codes{Op::continue_}));
+  EXPECT_EQ(r.codes(r.u24(op + repeat::rp_until)).back(), Op::comparison);
 }
 
 TEST(ControlFlow, ForIsAnAssignmentAndAWhileWithIncrement) {
@@ -86,8 +86,8 @@ TEST(ControlFlow, ForIsAnAssignmentAndAWhileWithIncrement) {
     uint32_t step;
   };
   const Case cases[] = {
-      {"for i = 1 to 10\n", ctl::cmp_le, Op::add, 1},
-      {"for i = 10 down to 1 step 2 detail\n", ctl::cmp_ge, Op::subtract, 2},
+      {"for i = 1 to 10\n", cmpop::code_le, Op::add, 1},
+      {"for i = 10 down to 1 step 2 detail\n", cmpop::code_ge, Op::subtract, 2},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.header);
@@ -95,25 +95,25 @@ TEST(ControlFlow, ForIsAnAssignmentAndAWhileWithIncrement) {
     ASSERT_FALSE(t.empty());
     auto ops = t.list(t.detail());
     ASSERT_EQ(t.codes(t.detail()), (Codes{Op::set, Op::while_}));
-    uint32_t field = t.u24(ops[0] + ctl::as_field);
+    uint32_t field = t.u24(ops[0] + setop::st_field);
     EXPECT_EQ(t.text(t.u24(field + fsym::f_name)), "i");
 
     uint32_t loop = ops[1];
-    auto cond = t.list(t.u24(loop + ctl::loop_condition));
-    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_condition)), (Codes{Op::field_ref, Op::literal, Op::comparison}));
-    EXPECT_EQ(t.u24(cond[0] + ctl::fr_field), field);
-    EXPECT_EQ(t.u16(cond[0] + ctl::fr_format), t.u16(field + fsym::f_format));
-    EXPECT_EQ(t.u16(cond[2] + ctl::cmp_code), c.comparison);
+    auto cond = t.list(t.u24(loop + loop::lp_condition));
+    ASSERT_EQ(t.codes(t.u24(loop + loop::lp_condition)), (Codes{Op::field_ref, Op::literal, Op::comparison}));
+    EXPECT_EQ(t.u24(cond[0] + fieldref::fr_field), field);
+    EXPECT_EQ(t.u16(cond[0] + fieldref::fr_format), t.u16(field + fsym::f_format));
+    EXPECT_EQ(t.u16(cond[2] + cmpop::cmp_code), c.comparison);
 
-    EXPECT_EQ(t.codes(t.u24(loop + ctl::loop_body)), (Codes{Op::pause}));
-    auto inc = t.list(t.u24(loop + ctl::loop_increment));
-    ASSERT_EQ(t.codes(t.u24(loop + ctl::loop_increment)), (Codes{Op::set}));
-    EXPECT_EQ(t.u24(inc[0] + ctl::as_field), field);
-    EXPECT_EQ(t.u16(inc[0] + ctl::as_format), t.u16(field + fsym::f_format));
-    auto value = t.list(t.u24(inc[0] + ctl::as_value));
-    ASSERT_EQ(t.codes(t.u24(inc[0] + ctl::as_value)), (Codes{Op::field_ref, Op::literal, c.step_op}));
+    EXPECT_EQ(t.codes(t.u24(loop + loop::lp_body)), (Codes{Op::pause}));
+    auto inc = t.list(t.u24(loop + loop::lp_increment));
+    ASSERT_EQ(t.codes(t.u24(loop + loop::lp_increment)), (Codes{Op::set}));
+    EXPECT_EQ(t.u24(inc[0] + setop::st_field), field);
+    EXPECT_EQ(t.u16(inc[0] + setop::st_format), t.u16(field + fsym::f_format));
+    auto value = t.list(t.u24(inc[0] + setop::st_value));
+    ASSERT_EQ(t.codes(t.u24(inc[0] + setop::st_value)), (Codes{Op::field_ref, Op::literal, c.step_op}));
     uint32_t lit = value[1];
-    EXPECT_EQ(t.u16(t.u24(lit + ctl::lit_value)), c.step);
+    EXPECT_EQ(t.u16(t.u24(lit + literal::lit_value)), c.step);
   }
 }
 
@@ -123,19 +123,19 @@ TEST(ControlFlow, SwitchLinksItsCasesAndPatchesItsJumps) {
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::switch_, Op::case_, Op::pause, Op::jump, Op::case_, Op::pause, Op::jump, Op::pause}));
   uint32_t sw = ops[0];
-  EXPECT_EQ(t.u16(sw + ctl::sw_variant), 0u);
-  EXPECT_EQ(t.u24(sw + ctl::sw_first_case), ops[1]);
-  EXPECT_EQ(t.u24(ops[1] + ctl::case_next), ops[4]);
-  EXPECT_EQ(t.u24(ops[4] + ctl::case_next), 0u);
-  EXPECT_EQ(t.u24(sw + ctl::sw_else), ops[6]) << "no match goes on after the jump before ELSE";
-  EXPECT_EQ(t.u24(ops[3] + ctl::j_target), ops[7]);
-  EXPECT_EQ(t.u24(ops[6] + ctl::j_target), ops[7]);
+  EXPECT_EQ(t.u16(sw + switchop::sw_variant), 0u);
+  EXPECT_EQ(t.u24(sw + switchop::sw_first_case), ops[1]);
+  EXPECT_EQ(t.u24(ops[1] + caseop::cs_next), ops[4]);
+  EXPECT_EQ(t.u24(ops[4] + caseop::cs_next), 0u);
+  EXPECT_EQ(t.u24(sw + switchop::sw_else), ops[6]) << "no match goes on after the jump before ELSE";
+  EXPECT_EQ(t.u24(ops[3] + jump::j_target), ops[7]);
+  EXPECT_EQ(t.u24(ops[6] + jump::j_target), ops[7]);
 
   // Values are pushed at the front: 2 before 1, stored as 2-byte binary with format 0x2020.
   std::vector<uint32_t> values;
-  for (uint32_t e = t.u24(ops[1] + ctl::case_values); e != 0 && values.size() < 10; e = t.u24(e + ctl::cv_next)) {
-    EXPECT_EQ(t.u16(e + ctl::cv_format), 0x2020u);
-    values.push_back(t.u16(t.u24(e + ctl::cv_value)));
+  for (uint32_t e = t.u24(ops[1] + caseop::cs_values); e != 0 && values.size() < 10; e = t.u24(e + casevalue::cv_next)) {
+    EXPECT_EQ(t.u16(e + casevalue::cv_format), 0x2020u);
+    values.push_back(t.u16(t.u24(e + casevalue::cv_value)));
   }
   EXPECT_EQ(values, (std::vector<uint32_t>{2, 1}));
 }
@@ -145,11 +145,11 @@ TEST(ControlFlow, SwitchWithoutElseAndWithAlphaValues) {
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::switch_, Op::case_, Op::pause, Op::pause}));
-  EXPECT_EQ(t.u16(ops[0] + ctl::sw_variant), ctl::sw_ascii);
-  EXPECT_EQ(t.u24(ops[0] + ctl::sw_else), ops[2]) << "without ELSE: the last op of the construct";
-  uint32_t e = t.u24(ops[1] + ctl::case_values);
-  EXPECT_EQ(t.u16(e + ctl::cv_format), 2u);
-  EXPECT_EQ(t.bytes().substr(t.u24(e + ctl::cv_value), 2), "AB");
+  EXPECT_EQ(t.u16(ops[0] + switchop::sw_variant), switchop::variant_ascii);
+  EXPECT_EQ(t.u24(ops[0] + switchop::sw_else), ops[2]) << "without ELSE: the last op of the construct";
+  uint32_t e = t.u24(ops[1] + caseop::cs_values);
+  EXPECT_EQ(t.u16(e + casevalue::cv_format), 2u);
+  EXPECT_EQ(t.bytes().substr(t.u24(e + casevalue::cv_value), 2), "AB");
 }
 
 TEST(ControlFlow, DepthAndPlacementErrors) {

@@ -7,11 +7,13 @@
 #include <map>
 #include <string>
 
+#include "symbols/records.h"
 #include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
+using namespace tav;
 using tavtest::compile;
 using tavtest::Compiled;
 using tavtest::Op6;
@@ -29,20 +31,19 @@ struct FieldRecord {
   std::string dbcol;
 };
 
-// The global field list of an image, by name (field_sym: name 3, occurs 9, format 11, size 13,
-// type 15, flags 21, dbcol 23, dictno 28; the list head is the header's 24-bit word at 18).
+// The global field list of an image, by name.
 std::map<std::string, FieldRecord> global_fields(const Op6& img) {
   std::map<std::string, FieldRecord> out;
-  for (uint32_t f = img.u24(18); f != 0; f = img.u24(f)) {
+  for (uint32_t f = img.u24(hdr::h_fields); f != 0; f = img.u24(f + fsym::f_next)) {
     FieldRecord r;
-    r.occurs = static_cast<uint16_t>(img.u16(f + 9));
-    r.format = static_cast<uint16_t>(img.u16(f + 11));
-    r.size = static_cast<uint16_t>(img.u16(f + 13));
-    r.type = static_cast<char>(img.u8(f + 15));
-    r.flags = static_cast<uint16_t>(img.u16(f + 21));
-    r.dbcol = img.text(img.u24(f + 23));
-    r.dictno = static_cast<int16_t>(img.u16(f + 28));
-    out[img.text(img.u24(f + 3))] = r;
+    r.occurs = static_cast<uint16_t>(img.u16(f + fsym::f_occurs));
+    r.format = static_cast<uint16_t>(img.u16(f + fsym::f_format));
+    r.size = static_cast<uint16_t>(img.u16(f + fsym::f_size));
+    r.type = static_cast<char>(img.u8(f + fsym::f_type));
+    r.flags = static_cast<uint16_t>(img.u16(f + fsym::f_flags));
+    r.dbcol = img.text(img.u24(f + fsym::f_dbcol));
+    r.dictno = static_cast<int16_t>(img.u16(f + fsym::f_dictno));
+    out[img.text(img.u24(f + fsym::f_name))] = r;
   }
   return out;
 }

@@ -32,8 +32,8 @@ uint64_t fnv1a(const std::string& bytes) {
 uint64_t table_digest(std::string image) {
   tavtest::Op6 view(image);
   if (image.size() < tav::hdr::size) return 0;
-  for (uint32_t i = 0; i < 4; ++i) image[tav::hdr::compile_time + i] = 0;
-  uint32_t text = view.u24(tav::hdr::compile_text);
+  for (uint32_t i = 0; i < 4; ++i) image[tav::hdr::h_compile_time + i] = 0;
+  uint32_t text = view.u24(tav::hdr::h_compile_text);
   for (uint32_t i = text; text != 0 && i < image.size() && image[i] != 0; ++i) image[i] = ' ';
   return fnv1a(image);
 }

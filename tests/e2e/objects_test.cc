@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <string>
 
+#include "symbols/records.h"
 #include "tests/support/op6.h"
 #include "tests/support/support.h"
 
 namespace {
 
 using tavtest::Op6;
+using namespace tav;
 using tavtest::TempDir;
 
 constexpr char kMain[] = "procedure main\n  pause\nend\n";
@@ -19,18 +21,19 @@ constexpr char kMain[] = "procedure main\n  pause\nend\n";
 // "field@offset ..." along the object's chain, checking each link names the object.
 std::string record(const Op6& t, uint32_t o) {
   std::string out;
-  for (uint32_t l = t.u24(o + 6); l; l = t.u24(l + 9)) {
-    EXPECT_EQ(t.u24(l), o);
-    out += (out.empty() ? "" : " ") + t.text(t.u24(t.u24(l + 3) + 3)) + "@" + std::to_string(t.u16(l + 12));
+  for (uint32_t l = t.u24(o + osym::o_fldobj); l; l = t.u24(l + folink::fo_fldobj)) {
+    EXPECT_EQ(t.u24(l + folink::fo_object), o);
+    out += (out.empty() ? "" : " ") + t.text(t.u24(t.u24(l + folink::fo_field) + fsym::f_name)) + "@" +
+           std::to_string(t.u16(l + folink::fo_offs));
   }
   return out;
 }
 // The objects holding a field, along the field's chain.
 std::string holders(const Op6& t, uint32_t f) {
   std::string out;
-  for (uint32_t l = t.u24(f + 16); l; l = t.u24(l + 6)) {
-    EXPECT_EQ(t.u24(l + 3), f);
-    out += (out.empty() ? "" : " ") + t.text(t.u24(t.u24(l) + 3));
+  for (uint32_t l = t.u24(f + fsym::f_join); l; l = t.u24(l + folink::fo_join)) {
+    EXPECT_EQ(t.u24(l + folink::fo_field), f);
+    out += (out.empty() ? "" : " ") + t.text(t.u24(t.u24(l + folink::fo_object) + osym::o_name));
   }
   return out;
 }
@@ -52,15 +55,15 @@ TEST(Objects, RecordsKeysAndJoinedDataInTheTable) {
   const uint32_t stock = t.object("stock"), moves = t.object("moves"), old = t.object("old");
   const uint32_t feed = t.object("feed");
   ASSERT_NE(stock, 0u);
-  EXPECT_EQ(t.u24(stock), moves);
-  EXPECT_EQ(t.text(t.u24(stock + 9)), "stock.dat");
-  EXPECT_EQ(t.u8(stock + 37), 'I');
-  EXPECT_EQ(t.u16(stock + 28), 6u + 3 + 4);
-  EXPECT_EQ(t.u16(stock + 26), 0x0010u);
-  EXPECT_EQ(static_cast<int16_t>(t.u16(stock + 32)), -1);
-  EXPECT_EQ(t.u16(old + 26), 0x0030u);  // NO-JOINS, and the attributes copied from stock
-  EXPECT_EQ(t.u24(old + 21), stock);
-  EXPECT_EQ(t.u8(feed + 39), '|');
+  EXPECT_EQ(t.u24(stock + osym::o_next), moves);
+  EXPECT_EQ(t.text(t.u24(stock + osym::o_file)), "stock.dat");
+  EXPECT_EQ(t.u8(stock + osym::o_filtype), 'I');
+  EXPECT_EQ(t.u16(stock + osym::o_recsize), 6u + 3 + 4);
+  EXPECT_EQ(t.u16(stock + osym::o_attr), 0x0010u);
+  EXPECT_EQ(static_cast<int16_t>(t.u16(stock + osym::o_dictno)), -1);
+  EXPECT_EQ(t.u16(old + osym::o_attr), 0x0030u);  // NO-JOINS, and the attributes copied from stock
+  EXPECT_EQ(t.u24(old + osym::o_like), stock);
+  EXPECT_EQ(t.u8(feed + osym::o_separator), '|');
 
   EXPECT_EQ(record(t, stock), "item@0 qty@6 price@9");
   EXPECT_EQ(record(t, moves), "item@0 qty@6");
@@ -70,26 +73,26 @@ TEST(Objects, RecordsKeysAndJoinedDataInTheTable) {
   EXPECT_EQ(holders(t, price), "old stock");
 
   // Keys: numbers, flags, parts with their directions; the copy shares the parts.
-  const uint32_t k1 = t.u24(stock + 18), k2 = t.u24(k1);
-  EXPECT_EQ(t.u8(k1 + 4), 1u);
-  EXPECT_EQ(t.u16(k1 + 5), 1u);
-  EXPECT_EQ(t.u24(t.u24(k1 + 7) + 3), item);
-  EXPECT_EQ(t.u8(k2 + 4), 2u);
-  const uint32_t p1 = t.u24(k2 + 7), p2 = t.u24(p1);
-  EXPECT_EQ(t.u24(p1 + 3), qty);
-  EXPECT_EQ(t.u16(p1 + 6), 1u);
-  EXPECT_EQ(t.u24(p2 + 3), item);
-  EXPECT_EQ(t.u16(p2 + 6), 0u);
-  EXPECT_EQ(t.u24(t.u24(old + 18) + 7), t.u24(k1 + 7));
-  EXPECT_EQ(t.u24(feed + 18), 0u);
+  const uint32_t k1 = t.u24(stock + osym::o_keylist), k2 = t.u24(k1 + keyrec::k_next);
+  EXPECT_EQ(t.u8(k1 + keyrec::k_index), 1u);
+  EXPECT_EQ(t.u16(k1 + keyrec::k_flags), 1u);
+  EXPECT_EQ(t.u24(t.u24(k1 + keyrec::k_parts) + keypart::kp_field), item);
+  EXPECT_EQ(t.u8(k2 + keyrec::k_index), 2u);
+  const uint32_t p1 = t.u24(k2 + keyrec::k_parts), p2 = t.u24(p1 + keypart::kp_next);
+  EXPECT_EQ(t.u24(p1 + keypart::kp_field), qty);
+  EXPECT_EQ(t.u16(p1 + keypart::kp_desc), 1u);
+  EXPECT_EQ(t.u24(p2 + keypart::kp_field), item);
+  EXPECT_EQ(t.u16(p2 + keypart::kp_desc), 0u);
+  EXPECT_EQ(t.u24(t.u24(old + osym::o_keylist) + keyrec::k_parts), t.u24(k1 + keyrec::k_parts));
+  EXPECT_EQ(t.u24(feed + osym::o_keylist), 0u);
 
   // Buffers: 13 bytes take 14; feed's record is the one the item field joins last.
-  const uint32_t sbuf = t.u24(stock + 15), mbuf = t.u24(moves + 15), obuf = t.u24(old + 15);
-  const uint32_t fbuf = t.u24(feed + 15);
+  const uint32_t sbuf = t.u24(stock + osym::o_record), mbuf = t.u24(moves + osym::o_record), obuf = t.u24(old + osym::o_record);
+  const uint32_t fbuf = t.u24(feed + osym::o_record);
   EXPECT_EQ(mbuf, sbuf + 16);  // 14 bytes, the next even allocation on a multiple of 4
-  EXPECT_EQ(t.u24(item + 6), fbuf);
-  EXPECT_EQ(t.u24(qty + 6), mbuf + 6);
-  EXPECT_EQ(t.u24(price + 6), sbuf + 9);
+  EXPECT_EQ(t.u24(item + fsym::f_addr), fbuf);
+  EXPECT_EQ(t.u24(qty + fsym::f_addr), mbuf + 6);
+  EXPECT_EQ(t.u24(price + fsym::f_addr), sbuf + 9);
 
   // Initial data: blanks for the alphanumeric, zeros for the zoned quantity, everywhere the
   // field is held, NO-JOINS records included.

@@ -54,18 +54,18 @@ TEST(Op6File, HeaderSizesMagicFlagsAndVersion) {
   for (const Case& c : cases) {
     TempDir dir;
     Op6 t = compiled(dir, c.source, c.options);
-    uint32_t s = t.u32(hdr::ops_size), d = t.u32(hdr::data_size);
+    uint32_t s = t.u32(hdr::h_ops_size), d = t.u32(hdr::h_data_size);
     EXPECT_EQ(s % 8, 0u);
     EXPECT_GE(s, 96u);
     EXPECT_EQ(d, 8u) << "the 2-byte data base, padded";
     EXPECT_EQ(t.size(), s + d);
-    EXPECT_EQ(t.bytes().substr(hdr::magic, 4), "\r\n\xff\n");
-    EXPECT_EQ(t.u16(hdr::flags), c.flags);
-    EXPECT_EQ(t.u16(hdr::version), c.version);
-    EXPECT_EQ(t.text(t.u24(hdr::compile_text)).rfind("@(#) prog.spl compiled on ", 0), 0u);
+    EXPECT_EQ(t.bytes().substr(hdr::h_magic, 4), "\r\n\xff\n");
+    EXPECT_EQ(t.u16(hdr::h_flags), c.flags);
+    EXPECT_EQ(t.u16(hdr::h_version), c.version);
+    EXPECT_EQ(t.text(t.u24(hdr::h_compile_text)).rfind("@(#) prog.spl compiled on ", 0), 0u);
     EXPECT_NE(t.bytes().find("@(#) Operations table version " + std::to_string(c.version)), std::string::npos);
-    EXPECT_NE(t.u24(hdr::system_name), 0u) << "stored even when empty";
-    EXPECT_EQ(t.text(t.u24(hdr::system_name)), "");
+    EXPECT_NE(t.u24(hdr::h_system_name), 0u) << "stored even when empty";
+    EXPECT_EQ(t.text(t.u24(hdr::h_system_name)), "");
   }
 }
 
@@ -78,11 +78,11 @@ TEST(Op6File, BuiltInModesAndTheirTextItems) {
                            "Remove",   "Entry",    "Entry", "Duplicate", "Show", "Select", "Custom"};
   const uint16_t flags[] = {0x4080, 0x4100, 0x4010, 0x4020, 0x4040, 0x4002, 0x4005,
                             0x4009, 0x6002, 0x6002, 0xc005, 0x1000, 0x0001, 0x0000};
-  ASSERT_EQ(t.u16(hdr::text_count), 29u) << "28 items and entry 0";
+  ASSERT_EQ(t.u16(hdr::h_text_count), 29u) << "28 items and entry 0";
   uint32_t table = t.u24(hdr::h_text);
   EXPECT_EQ(t.bytes().substr(table, 5), std::string(5, '\0'));
 
-  uint32_t m = t.u24(hdr::mode_list);
+  uint32_t m = t.u24(hdr::h_mode_list);
   for (size_t i = 0; i < 14; ++i) {
     ASSERT_NE(m, 0u) << "mode " << i;
     EXPECT_EQ(t.text(t.u24(m + mode::m_name)), names[i]);
@@ -92,13 +92,13 @@ TEST(Op6File, BuiltInModesAndTheirTextItems) {
       uint32_t op = t.u24(m + which);
       EXPECT_EQ(t.u24(op), 0u) << "one-op list";
       EXPECT_EQ(t.opcode(op), Op::text_item);
-      uint32_t item = t.u16(op + 4);
+      uint32_t item = t.u16(op + textitem::ti_item);
       EXPECT_EQ(item, 2 * i + (which == mode::m_prompt ? 1 : 2));
-      uint32_t entry = table + item * 5;
-      EXPECT_EQ(static_cast<char>(t.u8(entry)), which == mode::m_prompt ? 'N' : 'H');
-      std::string text = t.text(t.u24(entry + 2));
-      EXPECT_EQ(t.u8(entry + 1), text.size());
-      EXPECT_EQ(t.u16(op + 7), text.size());
+      uint32_t entry = table + item * textent::size;
+      EXPECT_EQ(static_cast<char>(t.u8(entry + textent::te_kind)), which == mode::m_prompt ? 'N' : 'H');
+      std::string text = t.text(t.u24(entry + textent::te_text));
+      EXPECT_EQ(t.u8(entry + textent::te_length), text.size());
+      EXPECT_EQ(t.u16(op + textitem::ti_length), text.size());
       if (which == mode::m_prompt) {
         EXPECT_EQ(text, prompts[i]);
       }
@@ -118,8 +118,8 @@ TEST(Op6File, SectionOrderKindsEntryAndDefaultModes) {
   std::vector<std::string> names;
   for (uint32_t s : t.sections()) names.push_back(t.text(t.u24(s + ssym::s_name)));
   EXPECT_EQ(names, (std::vector<std::string>{"first_scr", "pick", "main", "later"}));
-  EXPECT_EQ(t.u24(hdr::entry_section), t.section_named("main")) << "a section named main is the entry";
-  EXPECT_EQ(t.u16(hdr::screen_count), 4u);
+  EXPECT_EQ(t.u24(hdr::h_entry_section), t.section_named("main")) << "a section named main is the entry";
+  EXPECT_EQ(t.u16(hdr::h_screen_count), 4u);
 
   struct Expect {
     const char* name;
@@ -151,8 +151,8 @@ TEST(Op6File, PauseExitAndDoOps) {
   ASSERT_EQ(ops.size(), 3u);
   EXPECT_EQ(t.opcode(ops[0]), Op::pause);
   EXPECT_EQ(t.opcode(ops[1]), Op::do_);
-  EXPECT_EQ(t.u24(ops[1] + doop::section), t.section_named("other"));
-  EXPECT_EQ(t.u16(ops[1] + doop::flags), 0u);
+  EXPECT_EQ(t.u24(ops[1] + doop::do_section), t.section_named("other"));
+  EXPECT_EQ(t.u16(ops[1] + doop::do_flags), 0u);
   EXPECT_EQ(t.opcode(ops[2]), Op::exit);
   EXPECT_EQ(t.u24(ops[2] + 4), 0u) << "EXIT without a value";
   EXPECT_EQ(t.u24(t.section_named("other") + ssym::s_before), 0u);
@@ -167,14 +167,13 @@ TEST(Op6File, DebugMarkersChainTheStatements) {
   for (uint32_t op : ops)
     if (t.opcode(op) == Op::statement_marker) markers.push_back(op);
   ASSERT_EQ(markers.size(), 4u);
-  EXPECT_EQ(t.u32(t.u24(markers[0] + 12)), 0x30e00460u) << "DETAIL";
+  EXPECT_EQ(t.u32(t.u24(markers[0] + marker::mk_verb)), 0x30e00460u) << "DETAIL";
   std::vector<uint32_t> stmt(markers.begin() + 1, markers.end());
-  for (uint32_t m : stmt) EXPECT_EQ(t.u32(t.u24(m + 12)), 0x30000c9eu) << "PAUSE verb code";
-  EXPECT_EQ(t.u24(stmt[1] + 9), stmt[0]) << "middle marker points back";
-  EXPECT_EQ(t.u24(stmt[1] + 4), stmt[2]) << "and forward";
-  EXPECT_EQ(t.u24(stmt[0] + 4), stmt[1]);
-  EXPECT_EQ(t.u24(stmt[2] + 4), 0u);
-  EXPECT_EQ(t.u16(stmt[1] + 7), 0u);
+  for (uint32_t m : stmt) EXPECT_EQ(t.u32(t.u24(m + marker::mk_verb)), 0x30000c9eu) << "PAUSE verb code";
+  EXPECT_EQ(t.u24(stmt[1] + marker::mk_prev), stmt[0]) << "middle marker points back";
+  EXPECT_EQ(t.u24(stmt[1] + marker::mk_next), stmt[2]) << "and forward";
+  EXPECT_EQ(t.u24(stmt[0] + marker::mk_next), stmt[1]);
+  EXPECT_EQ(t.u24(stmt[2] + marker::mk_next), 0u);
 }
 
 TEST(Op6File, NoSectionMeansNoTable) {

@@ -44,19 +44,19 @@ TEST(StructureStatements, ExitValues) {
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 3u);
   // EXIT 0: an immediate 0 would mean "no value", so it is a one-op literal list.
-  uint32_t zero = t.u24(ops[0] + exitop::value);
+  uint32_t zero = t.u24(ops[0] + exitop::ex_value);
   ASSERT_TRUE(zero & kOperandList);
   uint32_t lit = zero & ~kOperandList;
   EXPECT_EQ(t.u24(lit), 0u);
   EXPECT_EQ(t.opcode(lit), Op::literal);
-  EXPECT_EQ(t.u16(lit + ctl::lit_format), ctl::fmt_one_digit);
-  EXPECT_EQ(t.u16(t.u24(lit + ctl::lit_value)), 0u);
-  EXPECT_EQ(t.u24(ops[1] + exitop::value), 5u);
-  EXPECT_TRUE(t.u24(ops[2] + exitop::value) & kOperandList);
+  EXPECT_EQ(t.u16(lit + literal::lit_format), literal::format_one_digit);
+  EXPECT_EQ(t.u16(t.u24(lit + literal::lit_value)), 0u);
+  EXPECT_EQ(t.u24(ops[1] + exitop::ex_value), 5u);
+  EXPECT_TRUE(t.u24(ops[2] + exitop::ex_value) & kOperandList);
   // No value at all leaves the operand 0.
   Op6 bare = compiled("procedure main\n exit\nend\n");
   ASSERT_FALSE(bare.empty());
-  EXPECT_EQ(bare.u24(bare.detail() + exitop::value), 0u);
+  EXPECT_EQ(bare.u24(bare.detail() + exitop::ex_value), 0u);
 }
 
 TEST(StructureStatements, DoWithParametersAndReturning) {
@@ -67,17 +67,17 @@ TEST(StructureStatements, DoWithParametersAndReturning) {
   EXPECT_EQ(t.opcode(ops[0]), Op::do_);
   ASSERT_EQ(t.opcode(ops[1]), Op::do_parameters);
   uint32_t op = ops[1];
-  EXPECT_EQ(t.text(t.u24(t.u24(op + doop::section) + ssym::s_name)), "sub");
+  EXPECT_EQ(t.text(t.u24(t.u24(op + doop::do_section) + ssym::s_name)), "sub");
 
   std::vector<uint32_t> args;
-  for (uint32_t e = t.u24(op + doop::params); e != 0 && args.size() < 10; e = t.u24(e + exprlist::el_next))
+  for (uint32_t e = t.u24(op + doop::do_params); e != 0 && args.size() < 10; e = t.u24(e + exprlist::el_next))
     args.push_back(t.u24(e + exprlist::el_list));
   ASSERT_EQ(args.size(), 2u);
   EXPECT_EQ(t.opcode(args[0]), Op::field_ref);
-  EXPECT_EQ(t.text(t.u24(t.u24(args[0] + ctl::fr_field) + fsym::f_name)), "a");
+  EXPECT_EQ(t.text(t.u24(t.u24(args[0] + fieldref::fr_field) + fsym::f_name)), "a");
   EXPECT_EQ(t.opcode(args[1]), Op::literal);
 
-  uint32_t r = t.u24(op + doop::returning);
+  uint32_t r = t.u24(op + doop::do_returning);
   ASSERT_NE(r, 0u);
   EXPECT_EQ(t.u24(r + retlist::rl_next), 0u);
   uint32_t field = t.u24(r + retlist::rl_field);
@@ -111,14 +111,14 @@ TEST(StructureStatements, OptionItems) {
   ASSERT_EQ(ops.size(), 2u);
   for (uint32_t op : ops) {
     EXPECT_EQ(t.opcode(op), Op::option);
-    EXPECT_EQ(t.u16(op + 7), option::size);
+    EXPECT_EQ(t.u16(op + optionop::opt_size), option::size);
   }
-  uint32_t first = t.u24(ops[0] + 4);
+  uint32_t first = t.u24(ops[0] + optionop::opt_item);
   EXPECT_EQ(t.u24(first + option::o_position), 2u);
   EXPECT_EQ(t.u24(first + option::o_position + 3), 3u);
   uint32_t title = t.u24(first + option::o_title);
   ASSERT_EQ(t.opcode(title), Op::text_item);
-  EXPECT_EQ(text_kind(t, t.u16(title + 4)), 'O');
+  EXPECT_EQ(text_kind(t, t.u16(title + textitem::ti_item)), 'O');
   EXPECT_NE(t.u24(first + option::o_help), 0u);
   EXPECT_NE(t.u24(first + option::o_when), 0u);
   EXPECT_EQ(t.u16(first + option::o_security), 5u);
@@ -126,7 +126,7 @@ TEST(StructureStatements, OptionItems) {
   EXPECT_EQ(t.u8(first + option::o_flags), option::flag_icon);
   EXPECT_EQ(t.u24(first + option::o_icon), 4u);
 
-  uint32_t second = t.u24(ops[1] + 4);
+  uint32_t second = t.u24(ops[1] + optionop::opt_item);
   EXPECT_EQ(t.u24(second + option::o_position), 1u) << "HIDDEN without a position: row 1, column 1";
   EXPECT_EQ(t.u24(second + option::o_position + 3), 1u);
   EXPECT_EQ(t.text(t.u24(second + option::o_log)), "audit");
@@ -171,19 +171,19 @@ TEST(StructureStatements, CommandBlocks) {
   // PAUSE ends a QUERY (and becomes a statement) but is a clause of COMMAND.
   ASSERT_EQ(codes, (std::vector<Op>{Op::command, Op::call, Op::query, Op::pause, Op::command}));
 
-  uint32_t cmd = t.u24(ops[0] + 4);
+  uint32_t cmd = t.u24(ops[0] + optionop::opt_item);
   EXPECT_EQ(t.u16(cmd + cmdblock::cb_flags), cmdblock::background);
   EXPECT_NE(t.u24(cmd + cmdblock::cb_command), 0u);
   int params = 0;
   for (uint32_t e = t.u24(cmd + cmdblock::cb_params); e != 0 && params < 10; e = t.u24(e + exprlist::el_next)) ++params;
   EXPECT_EQ(params, 2);
 
-  uint32_t call = t.u24(ops[1] + 4);
+  uint32_t call = t.u24(ops[1] + cmdop::cmd_block);
   EXPECT_EQ(t.u16(call + cmdblock::cb_flags), cmdblock::leave_files_open) << "LEAVE-FILES-OPEN clears EXTERNAL";
   EXPECT_NE(t.u24(call + cmdblock::cb_returning), 0u);
 
-  EXPECT_EQ(t.u16(t.u24(ops[2] + 4) + cmdblock::cb_flags), cmdblock::spool);
-  uint32_t vi = t.u24(ops[4] + 4);
+  EXPECT_EQ(t.u16(t.u24(ops[2] + cmdop::cmd_block) + cmdblock::cb_flags), cmdblock::spool);
+  uint32_t vi = t.u24(ops[4] + cmdop::cmd_block);
   EXPECT_EQ(t.u16(vi + cmdblock::cb_flags), cmdblock::pause);
   EXPECT_EQ(t.u24(vi + cmdblock::cb_maximum), 20u);
 }
@@ -225,7 +225,7 @@ TEST(StructureStatements, CommandClauseErrors) {
 TEST(StructureStatements, ConfirmPositionAndWhen) {
   Op6 t = compiled("screen main\n confirm @ 3, 4 when a = 2\n end-confirm\nend-screen\n");
   ASSERT_FALSE(t.empty());
-  uint32_t block = t.u24(t.detail() + 4);
+  uint32_t block = t.u24(t.detail() + confirmop::co_block);
   EXPECT_EQ(t.u24(block + confirm::c_position), 3u);
   EXPECT_EQ(t.u24(block + confirm::c_position + 3), 4u);
   EXPECT_NE(t.u24(block + confirm::c_when), 0u);
@@ -238,12 +238,12 @@ TEST(StructureStatements, ModePromptHelpAndWhen) {
   Op6 t = compiled("mode archive process prompt \"Arch\" help b when a = 1\nprocedure main\nend\n");
   ASSERT_FALSE(t.empty());
   uint32_t m = 0;
-  for (uint32_t e = t.u24(hdr::mode_list); e != 0; e = t.u24(e + mode::m_next))
+  for (uint32_t e = t.u24(hdr::h_mode_list); e != 0; e = t.u24(e + mode::m_next))
     if (t.text(t.u24(e + mode::m_name)) == "archive") m = e;
   ASSERT_NE(m, 0u);
   uint32_t prompt = t.u24(m + mode::m_prompt);
   ASSERT_EQ(t.opcode(prompt), Op::text_item);
-  EXPECT_EQ(text_kind(t, t.u16(prompt + 4)), 'N');
+  EXPECT_EQ(text_kind(t, t.u16(prompt + textitem::ti_item)), 'N');
   EXPECT_EQ(t.opcode(t.u24(m + mode::m_help)), Op::field_ref) << "an expression stays an op list";
   EXPECT_NE(t.u24(m + mode::m_when), 0u);
   EXPECT_NE(messages("mode m2 prompt 5\nprocedure main\nend\n").find("Alphanumeric expression required"),
@@ -259,7 +259,7 @@ TEST(StructureStatements, VersionNumbers) {
   Op6 t = compiled("version-number is 1.2.3\nversion-number \"7.0 beta\"\nversion-number 12\n"
                    "procedure main\n  pause\nend\n");
   std::vector<std::string> texts;
-  for (uint32_t e = t.u24(hdr::version_list); e != 0 && texts.size() < 10; e = t.u24(e + version::v_next))
+  for (uint32_t e = t.u24(hdr::h_version_list); e != 0 && texts.size() < 10; e = t.u24(e + version::v_next))
     texts.push_back(t.text(t.u24(e + version::v_text)) + "|" + t.text(t.u24(e + version::v_source)));
   EXPECT_EQ(texts, (std::vector<std::string>{"1.2.3|1.2.3", "7.0 beta|7.0 beta", "12|12"}));
 

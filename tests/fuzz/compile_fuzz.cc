@@ -63,15 +63,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The table as the writer would write it, minus the texts it adds: sizes filled in, so that
     // the image decodes; a well-formed compile must never look damaged.
     uint32_t s = (ops.brk() + 7) & ~7u, d = (area.brk() + 7) & ~7u;
-    for (int i = 0; i < 4; ++i) ops.at(tav::hdr::magic)[i] = tav::hdr::kMagic[i];
-    ops.put32(tav::hdr::ops_size, s);
-    ops.put32(tav::hdr::data_size, d);
+    for (int i = 0; i < 4; ++i) ops.at(tav::hdr::h_magic)[i] = tav::hdr::kMagic[i];
+    ops.put32(tav::hdr::h_ops_size, s);
+    ops.put32(tav::hdr::h_data_size, d);
     if (texts.used() && texts.count() != 0) {
       uint32_t n = static_cast<uint32_t>(texts.count()) + 1;
       ops.put24(tav::hdr::h_text, ops.copy_in(texts.entry(0), n * tav::TextItems::kEntrySize));
-      ops.put16(tav::hdr::text_count, n);
+      ops.put16(tav::hdr::h_text_count, n);
       s = (ops.brk() + 7) & ~7u;
-      ops.put32(tav::hdr::ops_size, s);
+      ops.put32(tav::hdr::h_ops_size, s);
     }
     std::vector<uint8_t> image(s + d, 0);
     std::copy(ops.at(0), ops.at(0) + ops.brk(), image.begin());

@@ -41,7 +41,7 @@ std::string Op6::text(uint32_t off) const {
 }
 
 std::string Op6::data(uint32_t off, uint32_t n) const {
-  const size_t at = static_cast<size_t>(u32(tav::hdr::ops_size)) + off;
+  const size_t at = static_cast<size_t>(u32(tav::hdr::h_ops_size)) + off;
   EXPECT_LE(at + n, bytes_.size()) << "data past the end of the image";
   return at < bytes_.size() ? bytes_.substr(at, n) : "";
 }

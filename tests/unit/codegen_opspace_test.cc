@@ -166,11 +166,11 @@ TEST_F(Stores, LiteralBecomesTextItemReference) {
   for (const uint32_t length : {4u, 0u}) {  // 0: the text's own length
     const uint32_t lit = b.emit(Op::literal);
     const uint32_t text = ops.store_text("hello");
-    ops.put24(lit + 4, text);
-    ops.put16(lit + 7, length);
+    ops.put24(lit + literal::lit_text, text);
+    ops.put16(lit + literal::lit_length, length);
     b.make_text_item_op(lit, 'D');
     EXPECT_EQ(ops.opcode(lit), Op::text_item);
-    const auto n = static_cast<int>(ops.get16(lit + 4));
+    const auto n = static_cast<int>(ops.get16(lit + textitem::ti_item));
     EXPECT_EQ(n, texts.count());
     EXPECT_EQ(texts.offset(n), text);
     EXPECT_EQ(texts.entry(n)[0], 'D');

@@ -95,7 +95,7 @@ class Bench {
     char buf[64];
     switch (code) {
       case tav::Op::comparison: {
-        uint32_t cmp = c_.ops.get16(op + 7);
+        uint32_t cmp = c_.ops.get16(op + cmpop::cmp_code);
         std::string s = kRel[(cmp >> 12) & 7];
         if (cmp & 0x0ffd) {  // the OR-child bit is left to the link tests
           std::snprintf(buf, sizeof buf, "/%x", cmp & 0x0ffd);
@@ -112,49 +112,50 @@ class Bench {
       case tav::Op::remainder: return "%";
       case tav::Op::negate: return "neg";
       case tav::Op::field_ref: {
-        uint32_t f = c_.ops.get24(op + 9);
+        uint32_t f = c_.ops.get24(op + fieldref::fr_field);
         std::string s(f ? c_.syms.text(c_.ops.get24(f + fsym::f_name)) : "?");
-        if (uint32_t sub = c_.ops.get24(op + 12)) s += "[" + operand(sub) + "]";
+        if (uint32_t sub = c_.ops.get24(op + fieldref::fr_subscript)) s += "[" + operand(sub) + "]";
         return s;
       }
       case tav::Op::literal: {
-        uint16_t fmt = static_cast<uint16_t>(c_.ops.get16(op + 7));
-        uint32_t at = c_.ops.get24(op + 4);
+        uint16_t fmt = static_cast<uint16_t>(c_.ops.get16(op + literal::lit_format));
+        uint32_t at = c_.ops.get24(op + literal::lit_value);
         if (!conv::fmt_numeric(fmt)) return "'" + std::string(c_.ops.text_at(at), fmt) + "'";
         std::snprintf(buf, sizeof buf, "%.10g", conv::to_double(c_.ops.at(at), fmt));
         return buf;
       }
-      case tav::Op::function_arg: return "arg(" + render(c_.ops.get24(op + 4)) + ")";
+      case tav::Op::function_arg: return "arg(" + render(c_.ops.get24(op + funcarg::fa_list)) + ")";
       case tav::Op::function_call:
-        std::snprintf(buf, sizeof buf, "call%u/%u", c_.ops.get16(op + 4), *c_.ops.at(op + 6));
+        std::snprintf(buf, sizeof buf, "call%u/%u", c_.ops.get16(op + funcall::fc_number), *c_.ops.at(op + funcall::fc_count));
         return buf;
       case tav::Op::aggregate: return "aggregate";
       case tav::Op::date_literal:
-        std::snprintf(buf, sizeof buf, "%c:%g", static_cast<char>(c_.ops.get16(op + 9)),
-                      conv::to_double(c_.ops.at(c_.ops.get24(op + 4)), static_cast<uint16_t>(c_.ops.get16(op + 7))));
+        std::snprintf(buf, sizeof buf, "%c:%g", static_cast<char>(c_.ops.get16(op + literal::lit_kind)),
+                      conv::to_double(c_.ops.at(c_.ops.get24(op + literal::lit_value)),
+                                      static_cast<uint16_t>(c_.ops.get16(op + literal::lit_format))));
         return buf;
       case tav::Op::field_name_arg: {
-        uint32_t f = c_.ops.get32(c_.ops.get24(op + 4));
+        uint32_t f = c_.ops.get32(c_.ops.get24(op + nameop::na_value));
         return "field:" + std::string(c_.syms.text(c_.ops.get24(f + fsym::f_name)));
       }
       case tav::Op::mode_constant: return "mode";
       case tav::Op::object_name_arg: return "object";
       case tav::Op::text_item: return "text-item";
       case tav::Op::if_then_else:
-        return "ite(" + render(c_.ops.get24(op + 4)) + "; " + render(c_.ops.get24(op + 9)) + "; " +
-               render(c_.ops.get24(op + 12)) + ")";
+        return "ite(" + render(c_.ops.get24(op + ite::ite_condition)) + "; " + render(c_.ops.get24(op + ite::ite_then)) + "; " +
+               render(c_.ops.get24(op + ite::ite_else)) + ")";
       case tav::Op::set:
-        return "set " + operand(c_.ops.get24(op + 12)) + " := " + render(c_.ops.get24(op + 4));
+        return "set " + operand(c_.ops.get24(op + setop::st_subscript)) + " := " + render(c_.ops.get24(op + setop::st_value));
       case tav::Op::set_variant:
-        std::snprintf(buf, sizeof buf, "set-special%u := ", *c_.ops.at(op + 8));
-        return buf + render(c_.ops.get24(op + 4));
-      case tav::Op::set_subscripted: return "set-array := " + render(c_.ops.get24(op + 4));
+        std::snprintf(buf, sizeof buf, "set-special%u := ", *c_.ops.at(op + setvar::sv_special));
+        return buf + render(c_.ops.get24(op + setvar::sv_value));
+      case tav::Op::set_subscripted: return "set-array := " + render(c_.ops.get24(op + setop::st_value));
       case tav::Op::string: {
         std::string s = "string";
-        for (uint32_t a = c_.ops.get24(op + 4); a != 0; a = c_.ops.get24(a)) {
-          std::snprintf(buf, sizeof buf, " {%u", c_.ops.get16(a + 3));
+        for (uint32_t a = c_.ops.get24(op + stringop::sg_actions); a != 0; a = c_.ops.get24(a + action::ac_next)) {
+          std::snprintf(buf, sizeof buf, " {%u", c_.ops.get16(a + action::ac_kind));
           s += buf;
-          for (uint32_t part : {5u, 8u, 11u})
+          for (uint32_t part : {action::ac_text, action::ac_at, action::ac_to})
             if (uint32_t l = c_.ops.get24(a + part)) s += " " + render(l);
           s += "}";
         }

@@ -54,8 +54,8 @@ TEST_F(Operands, Literals) {
 TEST_F(Operands, LiteralFormats) {
   b.expr("-1.50");
   uint32_t op = b.ob().at_level(0).head;
-  EXPECT_EQ(b.ops().get16(op + 7), 0x2421u);  // binary decimal, signed, 1 digit, 1 decimal
-  EXPECT_EQ(b.ops().get16(b.ops().get24(op + 4)), 0xFFF1u);  // -15 in two bytes
+  EXPECT_EQ(b.ops().get16(op + tav::literal::lit_format), 0x2421u);  // binary decimal, signed, 1 digit, 1 decimal
+  EXPECT_EQ(b.ops().get16(b.ops().get24(op + tav::literal::lit_value)), 0xFFF1u);  // -15 in two bytes
   b.expr("7 + s");
   EXPECT_THAT(b.messages(), HasSubstr("Mixed numeric and alpha"));
 }

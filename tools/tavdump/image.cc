@@ -53,10 +53,10 @@ Image::Image(const uint8_t* bytes, size_t size) : bytes_(bytes) {
   if (size < hdr::size)
     throw Damaged{"file of " + std::to_string(size) + " bytes is shorter than the " +
                   std::to_string(hdr::size) + "-byte header"};
-  if (std::memcmp(bytes + hdr::magic, hdr::kMagic, sizeof hdr::kMagic) != 0)
+  if (std::memcmp(bytes + hdr::h_magic, hdr::kMagic, sizeof hdr::kMagic) != 0)
     throw Damaged{"magic bytes at offset 33 are not 0d 0a ff 0a"};
-  ops_size_ = get32(bytes + hdr::ops_size);
-  data_size_ = get32(bytes + hdr::data_size);
+  ops_size_ = get32(bytes + hdr::h_ops_size);
+  data_size_ = get32(bytes + hdr::h_data_size);
   if (ops_size_ < kMinOpsSize || ops_size_ % 8 != 0)
     throw Damaged{"operations size " + std::to_string(ops_size_) +
                   " is not a multiple of 8 of at least 96"};
@@ -66,7 +66,7 @@ Image::Image(const uint8_t* bytes, size_t size) : bytes_(bytes) {
     throw Damaged{"operations size " + std::to_string(ops_size_) + " and data size " +
                   std::to_string(data_size_) + " do not add up to the file size " +
                   std::to_string(size)};
-  debug_ops_ = (get16(bytes + hdr::flags) & hdr::kFlagDebug) != 0;
+  debug_ops_ = (get16(bytes + hdr::h_flags) & hdr::kFlagDebug) != 0;
 }
 
 uint32_t Image::h16(uint32_t member) const { return get16(bytes_ + member); }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <functional>
+#include <span>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
@@ -22,32 +23,6 @@
 namespace tav::dump {
 
 namespace {
-
-// Operands of the ops the dump decodes beyond the structural ones of statements/records.h.
-namespace literal_op {
-constexpr uint32_t value = 4;   // 24-bit offset of the value bytes (or of the text)
-constexpr uint32_t format = 7;  // 16-bit format word; without class bits: the text length
-}  // namespace literal_op
-namespace text_item_op {
-constexpr uint32_t item = 4;    // 16-bit text item number
-constexpr uint32_t length = 7;  // 16-bit length
-}  // namespace text_item_op
-namespace marker_op {
-constexpr uint32_t next = 4;    // 24-bit following marker
-constexpr uint32_t prev = 9;    // 24-bit preceding marker
-constexpr uint32_t verb = 12;   // 24-bit offset of the 4-byte verb code
-}  // namespace marker_op
-constexpr uint32_t kConfirmBlock = 4;  // CONFIRM: 24-bit confirm_block
-constexpr uint32_t kExitValue = 4;     // EXIT: 24-bit operand value
-
-// Text item table entries.
-constexpr uint32_t kItemSize = 5;
-constexpr uint32_t kItemKind = 0;
-constexpr uint32_t kItemLength = 1;
-constexpr uint32_t kItemText = 2;
-
-// An operand value with its top bit set is the offset of an op list.
-constexpr uint32_t kOperandList = 0x800000;
 
 // Op lists nest no deeper than the compiler's levels allow, with room for CONFIRM parts.
 constexpr int kMaxDepth = 256;
@@ -136,8 +111,25 @@ constexpr FlagName kKeyFlags[] = {
     {keyrec::flag_compress, "compress"},
 };
 
-template <size_t N>
-std::string flag_words(uint32_t value, const FlagName (&names)[N]) {
+// The flag names of the members that hold flags.
+struct MemberFlags {
+  std::string_view member;
+  std::span<const FlagName> names;
+};
+
+constexpr MemberFlags kMemberFlags[] = {
+    {"m_flags", kModeFlags},   {"s_kind", kKindFlags},   {"s_flags", kSectionFlags},
+    {"s_marks", kMarks},       {"c_flags", kConfirmFlags}, {"f_flags", kFieldFlags},
+    {"o_attr", kObjectAttrs},  {"k_flags", kKeyFlags},
+};
+
+std::span<const FlagName> flags_of(std::string_view member) {
+  for (const MemberFlags& f : kMemberFlags)
+    if (f.member == member) return f.names;
+  return {};
+}
+
+std::string flag_words(uint32_t value, std::span<const FlagName> names) {
   std::string out = hex16(value);
   std::string words;
   uint32_t rest = value;
@@ -181,9 +173,9 @@ class Printer {
   void all() {
     header();
     if (opt_.header_only) return;
-    text_count_ = img_.h16(hdr::text_count);
+    text_count_ = img_.h16(hdr::h_text_count);
     h_text_ = img_.h24(hdr::h_text);
-    if (text_count_ != 0) img_.check_record(h_text_, text_count_ * kItemSize, "text item table");
+    if (text_count_ != 0) img_.check_record(h_text_, text_count_ * textent::size, "text item table");
     text_items();
     modes();
     sections();
@@ -277,51 +269,103 @@ class Printer {
   std::string text_item(uint32_t item) {
     if (item == 0) return "none";
     if (item >= text_count_) return number(item) + " (not in the text item table)";
-    uint32_t e = h_text_ + item * kItemSize;
-    return number(item) + " " + quoted(img_.text(img_.u24(e + kItemText), "text item " + number(item)));
+    uint32_t e = h_text_ + item * textent::size;
+    return number(item) + " " + quoted(img_.text(img_.u24(e + textent::te_text), "text item " + number(item)));
+  }
+
+  // --- records, member by member -------------------------------------------------------------
+
+  // Every member of the record at `rec` in row order, one line each: "<member> <value>", the
+  // value shown by what the row says the member holds. The record is checked first, so every
+  // read lies inside the image.
+  template <size_t R, size_t M>
+  void members(int indent, const RecordRow (&records)[R], const MemberRow (&rows)[M],
+               std::string_view record, uint32_t rec) {
+    for (const RecordRow& r : records)
+      if (r.record == record) img_.check_record(rec, r.size, std::string(r.title));
+    for_each_member(rows, record, [&](const MemberRow& m) { member(indent, m, rec + m.offset); });
+  }
+
+  void member(int indent, const MemberRow& m, uint32_t at) {
+    const std::string name(m.name);
+    const std::string_view d = m.description;
+    if (m.width == 6) {  // a position or colour pair: two operand values
+      line(indent, name + " " + operand(img_.u24(at)) + ", " + operand(img_.u24(at + 3)));
+      return;
+    }
+    const uint32_t v = m.width == 1 ? img_.u8(at) : m.width == 2 ? img_.u16(at) : m.width == 3 ? img_.u24(at) : img_.u32(at);
+    if (m.width == 3 && has_word(d, "op list")) return op_list_member(indent, name, v);
+    if (m.width == 2 && has_word(d, "text item")) return line(indent, name + " " + text_item(v));
+    if (std::span<const FlagName> names = flags_of(m.name); !names.empty())
+      return line(indent, name + " " + flag_words(v, names));
+    line(indent, name + " " + member_value(m, v));
+  }
+
+  std::string member_value(const MemberRow& m, uint32_t v) {
+    const std::string_view d = m.description;
+    switch (member_kind(m)) {
+      case MemberKind::text: return v == 0 ? "none" : quoted(img_.text(v, std::string(m.name)));
+      case MemberKind::link: return linked(d, v);
+      case MemberKind::signed_word: return number(static_cast<int16_t>(v));
+      case MemberKind::character: return printable_char(static_cast<uint8_t>(v));
+      case MemberKind::hex: return m.width == 2 ? hex16(v) : hex24(v);
+      case MemberKind::decimal: return has_word(d, "operand value") ? operand(v) : number(v);
+    }
+    return number(v);
+  }
+
+  // A link, with the name of the record it points to when the row says what that is.
+  std::string linked(std::string_view d, uint32_t v) {
+    if (v == 0) return "none";
+    if (has_word(d, "screen_sym")) return section_name(v);
+    if (has_word(d, "object_sym") || has_word(d, "object")) return hex24(v) + " " + object_name(v);
+    if (has_word(d, "field_sym")) return hex24(v) + " " + field_name(v);
+    if (has_word(d, "mode_entry")) return hex24(v) + " " + mode_name(v);
+    if (has_word(d, "allowed-mode list")) return mode_list(v, "allowed-mode list");
+    return hex24(v);
   }
 
   // --- header ------------------------------------------------------------------------------
 
   void header() {
     line(0, "header");
-    time_t t = static_cast<time_t>(img_.h32(hdr::compile_time));
+    time_t t = static_cast<time_t>(img_.h32(hdr::h_compile_time));
     std::tm tm{};
     char when[64] = "?";
     if (gmtime_r(&t, &tm)) std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S UTC", &tm);
-    line(1, "compile time      " + number(img_.h32(hdr::compile_time)) + " (" + when + ")");
-    line(1, "table version     6." + number(img_.h16(hdr::version)));
-    header_text("compile text      ", hdr::compile_text);
-    uint32_t entry = img_.h24(hdr::entry_section);
+    line(1, "compile time      " + number(img_.h32(hdr::h_compile_time)) + " (" + when + ")");
+    line(1, "table version     6." + number(img_.h16(hdr::h_version)));
+    header_text("compile text      ", hdr::h_compile_text);
+    uint32_t entry = img_.h24(hdr::h_entry_section);
     line(1, "entry section     " + section_name(entry));
     line(1, "h_screens         " + hex24(img_.h24(hdr::h_screens)));
     line(1, "h_objects         " + hex24(img_.h24(hdr::h_objects)));
     line(1, "h_fields          " + hex24(img_.h24(hdr::h_fields)));
-    line(1, "mode list         " + hex24(img_.h24(hdr::mode_list)));
-    line(1, "report list       " + hex24(img_.h24(hdr::report_list)));
-    line(1, "select list       " + hex24(img_.h24(hdr::select_list)));
+    line(1, "mode list         " + hex24(img_.h24(hdr::h_mode_list)));
+    line(1, "report list       " + hex24(img_.h24(hdr::h_report_list)));
+    line(1, "select list       " + hex24(img_.h24(hdr::h_select_list)));
     line(1, "h_text            " + hex24(img_.h24(hdr::h_text)));
     line(1, "magic             0d 0a ff 0a");
-    line(1, "object count      " + number(img_.h16(hdr::object_count)));
-    line(1, "field count       " + number(img_.h16(hdr::field_count)));
-    line(1, "screen count      " + number(img_.h16(hdr::screen_count)));
-    line(1, "report count      " + number(img_.h16(hdr::report_count)));
-    line(1, "text item count   " + number(img_.h16(hdr::text_count)));
-    line(1, "flags             " + hex16(img_.h16(hdr::flags)) +
+    line(1, "object count      " + number(img_.h16(hdr::h_object_count)));
+    line(1, "field count       " + number(img_.h16(hdr::h_field_count)));
+    line(1, "screen count      " + number(img_.h16(hdr::h_screen_count)));
+    line(1, "report count      " + number(img_.h16(hdr::h_report_count)));
+    line(1, "text item count   " + number(img_.h16(hdr::h_text_count)));
+    line(1, "flags             " + hex16(img_.h16(hdr::h_flags)) +
                 (img_.debug_ops() ? " (debug ops)" : ""));
     line(1, "operations size   " + number(img_.ops_size()));
     line(1, "data size         " + number(img_.data_size()));
-    header_text("dictionary 0      ", hdr::dict0);
-    header_text("dictionary 1      ", hdr::dict1);
-    header_text("dictionary 2      ", hdr::dict2);
-    header_text("dict 0 version    ", hdr::dict0_version);
-    header_text("dict 1 version    ", hdr::dict1_version);
-    header_text("dict 2 version    ", hdr::dict2_version);
-    line(1, "version list      " + hex24(img_.h24(hdr::version_list)));
-    header_text("system name       ", hdr::system_name);
-    line(1, "export list       " + hex24(img_.h24(hdr::export_list)));
-    line(1, "library list      " + hex24(img_.h24(hdr::library_list)));
-    line(1, "library count     " + number(img_.h16(hdr::library_count)));
+    header_text("dictionary 0      ", hdr::h_dict0);
+    header_text("dictionary 1      ", hdr::h_dict1);
+    header_text("dictionary 2      ", hdr::h_dict2);
+    header_text("dict 0 version    ", hdr::h_dict0_version);
+    header_text("dict 1 version    ", hdr::h_dict1_version);
+    header_text("dict 2 version    ", hdr::h_dict2_version);
+    line(1, "version list      " + hex24(img_.h24(hdr::h_version_list)));
+    header_text("system name       ", hdr::h_system_name);
+    line(1, "export list       " + hex24(img_.h24(hdr::h_export_list)));
+    line(1, "library list      " + hex24(img_.h24(hdr::h_library_list)));
+    line(1, "library count     " + number(img_.h16(hdr::h_library_count)));
     if (opt_.raw) raw_bytes(1, img_.bytes(), hdr::size);
 
   }
@@ -340,10 +384,10 @@ class Printer {
   void text_items() {
     line(0, "text items (" + number(text_count_) + " entries)");
     for (uint32_t n = 1; n < text_count_; ++n) {
-      uint32_t e = h_text_ + n * kItemSize;
-      uint8_t kind = img_.u8(e + kItemKind);
-      std::string text = img_.text(img_.u24(e + kItemText), "text item " + number(n));
-      line(1, number(n) + " " + printable_char(kind) + " length " + number(img_.u8(e + kItemLength)) + " " +
+      uint32_t e = h_text_ + n * textent::size;
+      uint8_t kind = img_.u8(e + textent::te_kind);
+      std::string text = img_.text(img_.u24(e + textent::te_text), "text item " + number(n));
+      line(1, number(n) + " " + printable_char(kind) + " length " + number(img_.u8(e + textent::te_length)) + " " +
                   quoted(text));
     }
   }
@@ -353,22 +397,11 @@ class Printer {
   void modes() {
     line(0, "modes");
     Walk walk("mode list");
-    for (uint32_t m = img_.h24(hdr::mode_list); m != 0; m = img_.u24(m + mode::m_next)) {
+    for (uint32_t m = img_.h24(hdr::h_mode_list); m != 0; m = img_.u24(m + mode::m_next)) {
       walk.visit(m);
-      img_.check_record(m, mode::size, "mode");
-      line(1, "mode " + hex24(m) + " " + mode_name(m) + " flags " +
-                  flag_words(img_.u16(m + mode::m_flags), kModeFlags));
+      line(1, "mode " + hex24(m) + " " + mode_name(m));
       raw(2, m, mode::size);
-      op_list_member(2, "prompt", img_.u24(m + mode::m_prompt));
-      op_list_member(2, "help", img_.u24(m + mode::m_help));
-      if (uint32_t s = img_.u24(m + mode::m_perform)) line(2, "perform " + section_name(s));
-      if (uint32_t w = img_.u24(m + mode::m_when)) op_list_member(2, "when", w);
-      std::string extra;
-      if (uint8_t v = img_.u8(m + mode::m_security)) extra += " security " + number(v);
-      if (uint8_t v = img_.u8(m + mode::m_icon)) extra += " icon " + number(v);
-      if (uint32_t v = img_.u24(m + mode::m_foreground)) extra += " foreground " + operand(v);
-      if (uint32_t v = img_.u24(m + mode::m_background)) extra += " background " + operand(v);
-      if (!extra.empty()) line(2, extra.substr(1));
+      members(2, symbol_rows::kRecords, symbol_rows::kMembers, "mode", m);
     }
   }
 
@@ -381,26 +414,10 @@ class Printer {
     for (uint32_t s = img_.h24(hdr::h_screens); s != 0; s = img_.u24(s + ssym::s_next)) {
       walk.visit(s);
       img_.check_record(s, ssym::size, "section");
-      uint32_t kind = img_.u16(s + ssym::s_kind);
-      line(1, "section " + section_name(s) + " #" + number(img_.u16(s + ssym::s_seq)) + " " +
-                  kKinds[kind & ssym::kind_mask] + " kind " + flag_words(kind & ~ssym::kind_mask, kKindFlags));
+      line(1, "section " + section_name(s) + " " + kKinds[img_.u16(s + ssym::s_kind) & ssym::kind_mask]);
       raw(2, s, ssym::size);
-      line(2, "flags " + flag_words(img_.u16(s + ssym::s_flags), kSectionFlags) + " marks " +
-                  flag_words(img_.u16(s + ssym::s_marks), kMarks));
-      line(2, "modes " + mode_list(img_.u24(s + ssym::s_modes), "allowed-mode list"));
-      if (uint32_t o = img_.u24(s + ssym::s_primary)) line(2, "primary " + hex24(o) + " " + object_name(o));
-      if (uint32_t v = img_.u24(s + ssym::s_select)) line(2, "select " + hex24(v));
-      if (uint32_t v = img_.u16(s + ssym::s_routine)) line(2, "routine " + number(v));
-      if (uint32_t v = img_.u24(s + ssym::s_library)) line(2, "library " + hex24(v));
-      if (uint32_t v = img_.u16(s + ssym::s_local_size)) line(2, "local size " + number(v));
+      members(2, symbol_rows::kRecords, symbol_rows::kMembers, "ssym", s);
       if (uint32_t l = img_.u24(s + ssym::s_locals)) field_chain(2, "locals", l);
-      if (uint32_t v = img_.u24(s + ssym::s_params)) line(2, "parameters " + hex24(v));
-      if (uint32_t v = img_.u24(s + ssym::s_returning)) line(2, "returning " + hex24(v));
-      if (uint32_t w = img_.u24(s + ssym::s_when)) op_list_member(2, "when", w);
-      op_list_member(2, "before", img_.u24(s + ssym::s_before));
-      op_list_member(2, "detail", img_.u24(s + ssym::s_detail));
-      op_list_member(2, "after", img_.u24(s + ssym::s_after));
-      if (uint32_t c = img_.u24(s + ssym::s_confirm)) line(2, "confirm op " + hex24(c));
     }
   }
 
@@ -461,8 +478,8 @@ class Printer {
     std::string head = hex24(op) + " " + op_name(code) + "(" + number(op_byte(code)) + ")";
     switch (code) {
       case Op::literal: {
-        uint32_t value = img_.u24(op + literal_op::value);
-        auto format = static_cast<uint16_t>(img_.u16(op + literal_op::format));
+        uint32_t value = img_.u24(op + literal::lit_value);
+        auto format = static_cast<uint16_t>(img_.u16(op + literal::lit_format));
         if (!conv::fmt_numeric(format)) {
           if (value == 0) {
             line(indent, head + " text none length " + number(format));
@@ -482,36 +499,36 @@ class Printer {
         break;
       }
       case Op::text_item:
-        line(indent, head + " item " + text_item(img_.u16(op + text_item_op::item)) + " length " +
-                         number(img_.u16(op + text_item_op::length)));
+        line(indent, head + " item " + text_item(img_.u16(op + textitem::ti_item)) + " length " +
+                         number(img_.u16(op + textitem::ti_length)));
         break;
       case Op::do_:
       case Op::do_parameters: {
-        line(indent, head + " section " + section_name(img_.u24(op + doop::section)) + " flags " +
-                         flag_words(img_.u16(op + doop::flags), kDoFlags) + " modes " +
-                         mode_list(img_.u24(op + doop::modes), "DO mode list") + " initial " +
-                         mode_name(img_.u24(op + doop::initial)));
+        line(indent, head + " section " + section_name(img_.u24(op + doop::do_section)) + " flags " +
+                         flag_words(img_.u16(op + doop::do_flags), kDoFlags) + " modes " +
+                         mode_list(img_.u24(op + doop::do_modes), "DO mode list") + " initial " +
+                         mode_name(img_.u24(op + doop::do_initial)));
         if (code == Op::do_parameters) {
-          do_parameters(indent + 1, img_.u24(op + doop::params));
-          do_returning(indent + 1, img_.u24(op + doop::returning));
+          do_parameters(indent + 1, img_.u24(op + doop::do_params));
+          do_returning(indent + 1, img_.u24(op + doop::do_returning));
         }
         break;
       }
       case Op::exit: {
-        uint32_t v = img_.u24(op + kExitValue);
+        uint32_t v = img_.u24(op + exitop::ex_value);
         line(indent, head + " value " + (v == 0 ? std::string("none") : operand(v)));
         if (v & kOperandList) op_list(indent + 1, v & ~kOperandList);
         break;
       }
       case Op::confirm:
-        line(indent, head + " block " + hex24(img_.u24(op + kConfirmBlock)));
-        confirm_block(indent + 1, img_.u24(op + kConfirmBlock));
+        line(indent, head + " block " + hex24(img_.u24(op + confirmop::co_block)));
+        confirm_block(indent + 1, img_.u24(op + confirmop::co_block));
         break;
       case Op::pause:
         line(indent, head);
         break;
       case Op::statement_marker: {
-        uint32_t v = img_.u24(op + marker_op::verb);
+        uint32_t v = img_.u24(op + marker::mk_verb);
         std::string verb = "none";
         if (v != 0) {
           img_.check_record(v, 4, "verb code");
@@ -519,8 +536,8 @@ class Printer {
           std::snprintf(buf, sizeof buf, "0x%08x", img_.u32(v));
           verb = std::string(buf) + " " + verb_name(img_.u32(v));
         }
-        line(indent, head + " verb " + verb + " prev " + hex24(img_.u24(op + marker_op::prev)) + " next " +
-                         hex24(img_.u24(op + marker_op::next)));
+        line(indent, head + " verb " + verb + " prev " + hex24(img_.u24(op + marker::mk_prev)) + " next " +
+                         hex24(img_.u24(op + marker::mk_next)));
         break;
       }
       default:
@@ -532,37 +549,25 @@ class Printer {
   void do_parameters(int indent, uint32_t head) {
     Walk walk("DO parameter list");
     int n = 0;
-    for (uint32_t e = head; e != 0; e = img_.u24(e)) {
+    for (uint32_t e = head; e != 0; e = img_.u24(e + exprlist::el_next)) {
       walk.visit(e);
-      img_.check_record(e, 6, "DO parameter");
-      op_list_member(indent, "parameter " + number(++n), img_.u24(e + 3));
+      img_.check_record(e, exprlist::size, "DO parameter");
+      op_list_member(indent, "parameter " + number(++n), img_.u24(e + exprlist::el_list));
     }
   }
 
   void do_returning(int indent, uint32_t head) {
     Walk walk("DO returning list");
-    for (uint32_t e = head; e != 0; e = img_.u24(e)) {
+    for (uint32_t e = head; e != 0; e = img_.u24(e + retlist::rl_next)) {
       walk.visit(e);
-      img_.check_record(e, 9, "DO returning entry");
-      line(indent, "returning " + field_name(img_.u24(e + 3)) + " address " + hex24(img_.u24(e + 6)));
+      img_.check_record(e, retlist::size, "DO returning entry");
+      line(indent, "returning " + field_name(img_.u24(e + retlist::rl_field)) + " address " + hex24(img_.u24(e + retlist::rl_address)));
     }
   }
 
   void confirm_block(int indent, uint32_t b) {
-    img_.check_record(b, confirm::size, "confirm block");
-    uint32_t def = img_.u16(b + confirm::c_default) & 0xff;
-    line(indent, "position " + operand(img_.u24(b + confirm::c_position)) + ", " +
-                     operand(img_.u24(b + confirm::c_position + 3)) + " flags " +
-                     flag_words(img_.u16(b + confirm::c_flags), kConfirmFlags) + " prompt " +
-                     text_item(img_.u16(b + confirm::c_prompt)) + " default " +
-                     printable_char(static_cast<uint8_t>(def)) + " accepts " +
-                     hex24(img_.u24(b + confirm::c_accepts)));
+    members(indent, statement_rows::kRecords, statement_rows::kMembers, "confirm", b);
     raw(indent, b, confirm::size);
-    if (uint32_t w = img_.u24(b + confirm::c_when)) op_list_member(indent, "when", w);
-    op_list_member(indent, "before", img_.u24(b + confirm::c_before));
-    op_list_member(indent, "confirmed", img_.u24(b + confirm::c_confirmed));
-    op_list_member(indent, "not-confirmed", img_.u24(b + confirm::c_not_confirmed));
-    op_list_member(indent, "after", img_.u24(b + confirm::c_after));
   }
 
   // --- fields and objects --------------------------------------------------------------------
@@ -577,20 +582,9 @@ class Printer {
   }
 
   void field(int indent, uint32_t f) {
-    img_.check_record(f, fsym::size, "field");
-    line(indent, "field " + hex24(f) + " " + field_name(f) + " #" + number(img_.u16(f + fsym::f_seq)) + " type " +
-                     printable_char(img_.u8(f + fsym::f_type)) + " format " + hex16(img_.u16(f + fsym::f_format)) +
-                     " size " + number(img_.u16(f + fsym::f_size)) + " occurs " +
-                     number(img_.u16(f + fsym::f_occurs)) + " addr " + hex24(img_.u24(f + fsym::f_addr)));
+    line(indent, "field " + hex24(f) + " " + field_name(f));
     raw(indent + 1, f, fsym::size);
-    uint32_t fldid = img_.u16(f + fsym::f_fldid);
-    line(indent + 1, "dict " + number(img_.s16(f + fsym::f_dictno)) + " like-dict " +
-                         number(img_.s16(f + fsym::f_ldictno)) + " fldid " +
-                         (fldid == fsym::fldid_none ? std::string("none") : number(fldid)) + " flags " +
-                         flag_words(img_.u16(f + fsym::f_flags), kFieldFlags));
-    uint32_t dbcol = img_.u24(f + fsym::f_dbcol);
-    if (dbcol != 0) line(indent + 1, "column " + quoted(img_.text(dbcol, "column name")));
-    if (uint32_t d = img_.u24(f + fsym::f_drill)) line(indent + 1, "drill-back " + quoted(img_.text(d, "drill-back")));
+    members(indent + 1, symbol_rows::kRecords, symbol_rows::kMembers, "fsym", f);
     std::string joins;
     Walk walk("object links of a field");
     for (uint32_t l = img_.u24(f + fsym::f_join); l != 0; l = img_.u24(l + folink::fo_join)) {
@@ -611,18 +605,9 @@ class Printer {
   }
 
   void object(int indent, uint32_t o) {
-    img_.check_record(o, osym::size, "object");
-    line(indent, "object " + hex24(o) + " " + object_name(o) + " #" + number(img_.u16(o + osym::o_seq)) + " type " +
-                     printable_char(img_.u8(o + osym::o_filtype)) + " record " + hex24(img_.u24(o + osym::o_record)) +
-                     " size " + number(img_.u16(o + osym::o_recsize)) + " attr " +
-                     flag_words(img_.u16(o + osym::o_attr), kObjectAttrs));
+    line(indent, "object " + hex24(o) + " " + object_name(o));
     raw(indent + 1, o, osym::size);
-    line(indent + 1, "file " + quoted(img_.text(img_.u24(o + osym::o_file), "file name")) + " dict " +
-                         number(img_.s16(o + osym::o_dictno)) + " objid " + number(img_.u16(o + osym::o_objid)) +
-                         " version " + printable_char(img_.u8(o + osym::o_version)) + " separator " +
-                         printable_char(img_.u8(o + osym::o_separator)) + " filler1 " +
-                         number(img_.u8(o + osym::o_filler1)));
-    if (uint32_t like = img_.u24(o + osym::o_like)) line(indent + 1, "like " + object_name(like));
+    members(indent + 1, symbol_rows::kRecords, symbol_rows::kMembers, "osym", o);
     Walk walk("record fields of an object");
     for (uint32_t l = img_.u24(o + osym::o_fldobj); l != 0; l = img_.u24(l + folink::fo_fldobj)) {
       walk.visit(l);
@@ -643,9 +628,9 @@ class Printer {
         parts += " " + field_name(img_.u24(p + keypart::kp_field));
         if (img_.u16(p + keypart::kp_desc) == 1) parts += " desc";
       }
-      line(indent + 1, "key " + number(img_.u8(k + keyrec::k_index)) + " flags " +
-                           flag_words(img_.u16(k + keyrec::k_flags), kKeyFlags) + ":" + parts);
+      line(indent + 1, "key " + number(img_.u8(k + keyrec::k_index)) + ":" + parts);
       raw(indent + 2, k, keyrec::size);
+      members(indent + 2, symbol_rows::kRecords, symbol_rows::kMembers, "keyrec", k);
     }
   }
 
@@ -654,11 +639,10 @@ class Printer {
   void versions() {
     line(0, "versions");
     Walk walk("version list");
-    for (uint32_t v = img_.h24(hdr::version_list); v != 0; v = img_.u24(v + version::v_next)) {
+    for (uint32_t v = img_.h24(hdr::h_version_list); v != 0; v = img_.u24(v + version::v_next)) {
       walk.visit(v);
-      img_.check_record(v, version::size, "version entry");
-      line(1, hex24(v) + " " + quoted(img_.text(img_.u24(v + version::v_text), "version")) + " source " +
-                  quoted(img_.text(img_.u24(v + version::v_source), "version source")));
+      line(1, "version " + hex24(v));
+      members(2, statement_rows::kRecords, statement_rows::kMembers, "version", v);
       raw(2, v, version::size);
     }
   }
@@ -666,20 +650,19 @@ class Printer {
   void libraries() {
     line(0, "libraries");
     Walk walk("library list");
-    for (uint32_t l = img_.h24(hdr::library_list); l != 0; l = img_.u24(l + library::l_next)) {
+    for (uint32_t l = img_.h24(hdr::h_library_list); l != 0; l = img_.u24(l + library::l_next)) {
       walk.visit(l);
-      img_.check_record(l, library::size, "library entry");
-      line(1, hex24(l) + " index " + number(img_.u16(l + library::l_index)) + " " +
-                  quoted(img_.text(img_.u24(l + library::l_name), "library")));
+      line(1, "library " + hex24(l));
+      members(2, statement_rows::kRecords, statement_rows::kMembers, "library", l);
       raw(2, l, library::size);
     }
   }
 
   // Lists whose records this dump does not decode yet: their heads only.
   void other_lists() {
-    if (uint32_t r = img_.h24(hdr::report_list)) line(0, "report list at " + hex24(r));
-    if (uint32_t s = img_.h24(hdr::select_list)) line(0, "select list at " + hex24(s));
-    if (uint32_t e = img_.h24(hdr::export_list)) line(0, "export list at " + hex24(e));
+    if (uint32_t r = img_.h24(hdr::h_report_list)) line(0, "report list at " + hex24(r));
+    if (uint32_t s = img_.h24(hdr::h_select_list)) line(0, "select list at " + hex24(s));
+    if (uint32_t e = img_.h24(hdr::h_export_list)) line(0, "export list at " + hex24(e));
   }
 
   void data_image() {
