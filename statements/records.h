@@ -27,22 +27,6 @@ inline constexpr uint16_t flag_no_window = 0x2000;
 inline constexpr uint16_t flag_window = 0x1000;
 }  // namespace confirm
 
-// Version list entry (VERSION-NUMBER), appended at the end of the header's version list.
-namespace version {
-}  // namespace version
-
-// Library list entry (LINK), pushed at the front of the header's library list.
-namespace library {
-}  // namespace library
-
-// Entry of an expression list (DO and COMMAND PARAMETERS): one op list per argument.
-namespace exprlist {
-}  // namespace exprlist
-
-// Entry of a RETURNING list (DO and CALL): the field that receives a result.
-namespace retlist {
-}  // namespace retlist
-
 // option_item: the operand of an OPTION op (Op::option; bytes 7-8 of the op hold the item's size).
 namespace option {
 

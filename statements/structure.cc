@@ -31,16 +31,6 @@ uint32_t emit_statement(Parser& p, uint32_t verb_code, Op opcode) {
   return p.ob.emit(opcode);
 }
 
-// An unknown clause: reported, then the words up to the next clause or statement are passed
-// over. False when the statement ends there.
-bool skip_clause(Parser& p) {
-  p.diag.error(msg::invalid_clause);
-  p.tok.skip_to_clause();
-  if (p.at_statement_start()) return false;
-  p.accept();
-  return true;
-}
-
 // Whether the next token can start another expression of a list. Commas are read as blanks, so
 // a list goes on for as long as its items follow one another; a clause keyword or the next
 // statement ends it.
@@ -847,28 +837,47 @@ void compile_command(Parser& p) {
 }
 
 // RE-ENTER [field] [OPTIONAL | AUTO]: back to an ACCEPT of the same part.
+namespace {
+
+struct ReEnter {
+  Parser& p;
+  uint8_t how = 0;
+};
+
+ClauseStep re_enter_optional(ReEnter& r) {
+  r.how = reenter::optional;
+  return ClauseStep::next;
+}
+
+ClauseStep re_enter_auto(ReEnter& r) {
+  r.how = reenter::automatic;
+  return ClauseStep::next;
+}
+
+// A name is passed over; any other word is an invalid clause.
+ClauseStep re_enter_other(ReEnter& r) {
+  return r.p.cls() == kClassName ? ClauseStep::next : skip_invalid_clause(r.p);
+}
+
+constexpr ClauseRow<ReEnter> kReEnterClauses[] = {
+    {verb("optional"), Given::repeatable, {}, re_enter_optional},
+    {verb("auto"), Given::repeatable, {}, re_enter_auto},
+};
+
+}  // namespace
+
 void compile_re_enter(Parser& p) {
   p.accept();
   if (p.extract_depth != 0) p.diag.error(msg::leave_an_extract_loop_way);
-  uint8_t how = 0;
-  for (;;) {
-    uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    if (c == verb("optional")) {
-      how = reenter::optional;
-    } else if (c == verb("auto")) {
-      how = reenter::automatic;
-    } else if (c != kClassName && !skip_clause(p)) {
-      break;
-    }
-  }
+  ReEnter r{p};
+  read_clauses(p, kReEnterClauses, r, re_enter_other);
   p.path_ended = true;
   if (p.accept_chain == 0) {
     p.diag.error(msg::no_previous_accept_statement_screen);
     return;
   }
   uint32_t op = emit_statement(p, verb("re_enter"), Op::re_enter);
-  p.ops.at(op + reenter::re_how)[0] = how;
+  p.ops.at(op + reenter::re_how)[0] = r.how;
 }
 
 void compile_pause(Parser& p) {
