@@ -36,6 +36,17 @@ constexpr bool rows_in_order() {
 static_assert(rows_in_order(), "ops.def rows must run 0, 1, 2, ... without gaps");
 static_assert(kOpRowCount < 256);
 
+// An operand layout named after an op covers that op; a layout several ops share is as long as the
+// longest of them (literal and date-literal, do and do-parameters, the call in debug compiles).
+constexpr bool layouts_cover_ops() {
+  for (const RecordRow& layout : op_rows::kRecords) {
+    for (const OpRow& op : kOpRows)
+      if (layout.title == op.name && layout.size < op.size) return false;
+  }
+  return true;
+}
+static_assert(layouts_cover_ops(), "op_records.def: a layout is shorter than its op");
+
 // "op-<n>" for every opcode, built at compile time, for the opcodes without a name.
 using OpLabel = std::array<char, 8>;
 constexpr std::array<OpLabel, 256> make_op_labels() {

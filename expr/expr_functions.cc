@@ -23,16 +23,6 @@ namespace {
 
 constexpr uint32_t kAggregates[] = {verb("max"), verb("min"), verb("average"), verb("count"), verb("sum")};
 
-// Report records (the report compiler defines them; a reference by name finds or creates one).
-namespace report {
-inline constexpr uint32_t size = 52;
-inline constexpr uint32_t r_number = 0;
-inline constexpr uint32_t r_name = 2;
-inline constexpr uint32_t r_next = 5;
-inline constexpr uint32_t r_flags = 35;
-inline constexpr uint16_t flag_referenced = 0x2000;
-}  // namespace report
-
 // The kind of the n-th argument (from 0): a negative kind repeats for all further arguments;
 // 0 when the list has no room for it.
 int kind_of_arg(const FunctionRow& row, int n) {

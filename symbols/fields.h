@@ -31,17 +31,6 @@ struct FieldNotes {
   uint16_t decimals = 0;
 };
 
-// Entries of a section's PARAMETERS and RETURNING lists (9 bytes, linked in order). A list a DO
-// built before the section was defined records its arguments: pe_field non-zero for a numeric
-// argument and 0 for a non-numeric one, pe_occurs the argument's occurrence count. Once the
-// section header has declared its fields, pe_field holds each field and pe_occurs is 0.
-namespace param_entry {
-inline constexpr uint32_t size = 9;
-inline constexpr uint32_t pe_next = 0;    // 24-bit link
-inline constexpr uint32_t pe_field = 3;   // 24-bit: field_sym (or the argument's numeric mark)
-inline constexpr uint32_t pe_occurs = 6;  // 24-bit: the argument's occurrence count
-}  // namespace param_entry
-
 // Largest local storage of one section, in bytes.
 inline constexpr uint32_t kLocalStorageLimit = 65500;
 // Largest storage of all occurrences of a program field, and of a dictionary field.

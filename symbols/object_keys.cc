@@ -154,10 +154,10 @@ int key_by_field_names(ParserCore& p, uint32_t object, uint32_t access_block) {
   if (mismatch) p.diag.warning_text(txt::key_direction_confusion, Context::current_token());
 
   const int index = ops.at(chosen + keyrec::k_index)[0];
-  ops.at(access_block + access::a_index)[0] = static_cast<uint8_t>(index);
+  ops.at(access_block + accesskey::a_index)[0] = static_cast<uint8_t>(index);
   if (!whole) {
-    ops.at(access_block + access::a_key_count)[0] = static_cast<uint8_t>(given.size());
-    ops.put16(access_block + access::a_flags, ops.get16(access_block + access::a_flags) | access::flag_partial_key);
+    ops.at(access_block + accesskey::a_key_count)[0] = static_cast<uint8_t>(given.size());
+    ops.put16(access_block + accesskey::a_flags, ops.get16(access_block + accesskey::a_flags) | accesskey::flag_partial_key);
   }
   return index;
 }

@@ -67,21 +67,13 @@ uint32_t link_record_field(OpSpace& ops, uint32_t object, uint32_t field, uint32
 // ---- Keys ------------------------------------------------------------------------------------
 
 // Access key description: the 13-byte block of statements that read an object through a key.
-namespace access {
-inline constexpr uint32_t size = 13;
-inline constexpr uint32_t a_object = 0;     // 24-bit: object_sym
-inline constexpr uint32_t a_key_count = 3;  // leading key fields given (0: all)
-inline constexpr uint32_t a_index = 4;      // index number of the chosen key (0: none)
-inline constexpr uint32_t a_flags = 5;      // 16-bit flags below
-inline constexpr uint32_t a_list = 7;       // 24-bit: statement-specific list
-inline constexpr uint32_t a_values = 10;    // 24-bit: key-value entries
-
+namespace accesskey {
 inline constexpr uint16_t flag_full_key = 0x8000;
 inline constexpr uint16_t flag_partial_key = 0x1000;
 inline constexpr uint16_t flag_default_index = 0x0800;
 inline constexpr uint16_t flag_different = 0x0008;
 inline constexpr uint16_t flag_same = 0x0004;
-}  // namespace access
+}  // namespace accesskey
 
 // ON INDEX followed by field names: reads up to 8 field names (each optionally DESC or
 // DESCENDING) while the next token is a plain word, chooses the key of `object` they lead and

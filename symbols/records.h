@@ -189,4 +189,9 @@ inline uint32_t named(const OpSpace& ops, std::string_view name) {
 namespace modelist {
 }  // namespace modelist
 
+// report record: made by the report definition or by the first reference to a report name.
+namespace report {
+inline constexpr uint16_t flag_referenced = 0x2000;
+}  // namespace report
+
 }  // namespace tav

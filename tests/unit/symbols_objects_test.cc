@@ -295,7 +295,7 @@ TEST(ObjectKeys, KeyByFieldNames) {
               "key a b key b c d key b c key b desc a key d db-index-only\n");
     const std::string names = std::string(c.names) + "\n";
     u.tok.open_text(names, "k.spl");
-    const uint32_t block = u.ops.alloc(access::size);
+    const uint32_t block = u.ops.alloc(accesskey::size);
     const int index = key_by_field_names(u.p, u.object("o"), block);
     const std::string m = u.messages();
     EXPECT_EQ(index, c.index) << c.names << "\n" << m;
@@ -304,9 +304,9 @@ TEST(ObjectKeys, KeyByFieldNames) {
       EXPECT_NE(m.find("No such index for object"), std::string::npos) << c.names;
       continue;
     }
-    EXPECT_EQ(u.ops.at(block + access::a_index)[0], c.index);
-    EXPECT_EQ(u.ops.at(block + access::a_key_count)[0], c.key_count) << c.names;
-    EXPECT_EQ((u.u16(block + access::a_flags) & access::flag_partial_key) != 0, c.key_count != 0);
+    EXPECT_EQ(u.ops.at(block + accesskey::a_index)[0], c.index);
+    EXPECT_EQ(u.ops.at(block + accesskey::a_key_count)[0], c.key_count) << c.names;
+    EXPECT_EQ((u.u16(block + accesskey::a_flags) & accesskey::flag_partial_key) != 0, c.key_count != 0);
   }
 }
 
