@@ -128,6 +128,23 @@ uint32_t reference_field(ParserCore& p, std::string_view name, uint32_t* object)
   return f;
 }
 
+void dictionary_drill_back(ParserCore& p, uint32_t field) {
+  OpSpace& ops = p.ops;
+  const auto dictno = static_cast<int16_t>(ops.get16(field + fsym::f_ldictno));
+  if (ops.get24(field + fsym::f_drill) != 0 || dictno < 0) return;
+  const auto id = static_cast<uint16_t>(ops.get16(field + fsym::f_fldid));
+  std::string text = p.dictionaries->documentation(dictno, kDocDrillBack, id, 0);
+  if (text.empty()) return;
+  const std::string own(ops.text_at(ops.get24(field + fsym::f_name)));
+  if (const std::optional<DictField> named = p.dictionaries->field_by_id(dictno, id); named && named->name != own) {
+    const std::string from = "%" + named->name + "%";
+    const std::string to = "%" + own + "%";
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+      text.replace(at, from.size(), to);
+  }
+  ops.put24(field + fsym::f_drill, ops.store_text(text));
+}
+
 bool field_is_known(ParserCore& p, std::string_view name) {
   const std::string_view field = split_name(name).field;
   return p.syms.find_field(field) != 0 || p.dictionaries->find_field(field).has_value();

@@ -54,6 +54,12 @@ uint32_t reference_field(ParserCore& p, std::string_view name, uint32_t* object)
 // dictionary. Creates nothing.
 bool field_is_known(ParserCore& p, std::string_view name);
 
+// DRILL-BACK from the dictionary, for a screen statement that needs a field's drill-back: a field
+// without DRILL-BACK of its own, described by a dictionary, takes that dictionary's drill-back
+// text for its field id; when the id is a dictionary field of another name, each "%other%" in the
+// text becomes "%own%".
+void dictionary_drill_back(ParserCore& p, uint32_t field);
+
 // Adds a field to the running type notes (Parser::field_notes).
 void note_field_type(ParserCore& p, uint32_t field);
 

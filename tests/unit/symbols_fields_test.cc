@@ -19,6 +19,12 @@ class OneFieldDictionary : public NoDictionaries {
   std::optional<DictField> find_field(std::string_view name) override {
     return name == "dfield" ? std::optional(row) : std::nullopt;
   }
+  std::optional<DictField> field_by_id(int, uint16_t id) override {
+    return id == row.id ? std::optional(row) : std::nullopt;
+  }
+  std::string documentation(int dictno, int type, uint16_t id, uint16_t line) override {
+    return dictno == 1 && type == kDocDrillBack && id == row.id && line == 0 ? "show %dfield% (%dfield%)" : "";
+  }
 };
 
 class FieldsTest : public ::testing::Test, public tavtest::CompilerFixture {
@@ -118,6 +124,16 @@ TEST_F(FieldsTest, DictionaryFieldsThroughTheSeam) {
   EXPECT_EQ(ops.get16(lk + fsym::f_occurs), 3u);
   EXPECT_EQ(ops.get16(lk + fsym::f_flags), 1u);
   EXPECT_NE(listing().find("WARNING  Defined field is present in Object/s - 'dfield'"), std::string::npos);
+
+  // The dictionary's drill-back, under the field's own name; never over a DRILL-BACK of its own.
+  fields("field own pic x drill-back \"mine\"");
+  const uint32_t own = syms.find_field("own");
+  ops.put16(own + fsym::f_ldictno, 1);
+  ops.put16(own + fsym::f_fldid, 77);
+  dictionary_drill_back(p, lk);
+  dictionary_drill_back(p, own);
+  EXPECT_EQ(std::string_view(ops.text_at(ops.get24(lk + fsym::f_drill))), "show %lk% (%lk%)");
+  EXPECT_EQ(std::string_view(ops.text_at(ops.get24(own + fsym::f_drill))), "mine");
 
   dict.row.occurs = 3000;  // 6000 bytes: more than a dictionary field may hold
   syms.reset();
