@@ -31,7 +31,7 @@ int Display::last_row() const { return term_ ? term_->window_rows() - 2 : 0; }
 
 void Display::line_out(std::string_view text) {
   if (!term_) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    if (out_) std::fwrite(text.data(), 1, text.size(), out_);
     return;
   }
   term_->print_at(row_, 1 + col_, text);
@@ -41,8 +41,8 @@ void Display::line_out(std::string_view text) {
 void Display::flush() {
   if (term_)
     term_->refresh();
-  else
-    std::fflush(stdout);
+  else if (out_)
+    std::fflush(out_);
 }
 
 int Display::next_row() {
@@ -64,18 +64,19 @@ int Display::next_row() {
 }
 
 void Display::print(const char* fmt, ...) {
-  if (term_) return;
+  if (term_ || !out_) return;
   va_list args;
   va_start(args, fmt);
-  std::vfprintf(stdout, fmt, args);
+  std::vfprintf(out_, fmt, args);
   va_end(args);
 }
 
 void Display::show(std::string_view text) {
   if (!term_) {
-    std::fputc('\n', stdout);
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+    if (!out_) return;
+    std::fputc('\n', out_);
+    std::fwrite(text.data(), 1, text.size(), out_);
+    std::fflush(out_);
     return;
   }
   next_row();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -23,6 +24,9 @@ class Display {
   // false, leaving plain mode on, when no terminal can be used.
   bool open_screen(std::string_view banner);
   bool screen() const { return term_ != nullptr; }
+  // Where plain mode writes: standard output unless changed; nullptr writes nothing (the
+  // messages then reach only the listing).
+  void set_plain_output(std::FILE* out) { out_ = out; }
 
   // The line output routine: plain mode prints the text; screen mode writes it at the current row.
   void line_out(std::string_view text);
@@ -53,6 +57,7 @@ class Display {
   std::unique_ptr<Terminal> term_;
   int row_ = kFirstMessageRow - 1;
   int col_ = 0;
+  std::FILE* out_ = stdout;
 };
 
 }  // namespace tav

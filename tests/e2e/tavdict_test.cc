@@ -1,0 +1,236 @@
+// tavdict as a program: schemas loaded into dictionaries and dumped back, reloads, refused
+// input, the consistency check on damaged rows, and a compile against a loaded dictionary.
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/op6.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using tavtest::RunResult;
+using tavtest::TempDir;
+
+RunResult tavdict(const TempDir& dir, const std::vector<std::string>& args) {
+  std::vector<std::string> argv{tavtest::program("tavdict")};
+  argv.insert(argv.end(), args.begin(), args.end());
+  tavtest::RunOptions options;
+  options.cwd = dir.path();
+  return tavtest::run(argv, options);
+}
+
+const char* const kShop =
+    "// The shop's files.\n"
+    "field cust-no pic 9(6)\n"
+    "//% field cust-no description Customer number\n"
+    "//% field cust-no doc The number a customer is known by.\n"
+    "//% field cust-no doc\n"
+    "field cust-name pic x(30) upper-case db-column-name \"name\"\n"
+    "//% field cust-name title Customer\n"
+    "//% field cust-name validation help \"The customer's name\"\n"
+    "field balance pic s9(7)v99 type packed\n"
+    "#define WITH_DATES\n"
+    "#ifdef WITH_DATES\n"
+    "field opened type date\n"
+    "#endif\n"
+    "field tags pic x(4) occurs 3 justify\n"
+    "object customer type indexed file \"cust\" version \"5\"\n"
+    "  record cust-no cust-name balance opened tags end-record\n"
+    "  key cust-no unique\n"
+    "  key cust-name desc cust-no compress\n"
+    "//% object customer description Customers\n"
+    "//% object customer doc One row per customer.\n"
+    "object orders type sequential file \"orders.dat\"\n"
+    "  record order-no pic 9(8) drill-back \"show-order %order-no%\" cust-no\n"
+    "    amount pic 9(7)v99 rounded end-record\n";
+
+// Runs one SQL statement on a table file of a dictionary.
+void sql(const std::string& file, const std::string& statement) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, statement.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << statement;
+  sqlite3_close(db);
+}
+
+// The first column of the first row a query gives, as text ("" when none).
+std::string query(const std::string& file, const std::string& statement) {
+  sqlite3* db = nullptr;
+  std::string out;
+  if (sqlite3_open(file.c_str(), &db) == SQLITE_OK) {
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_prepare_v2(db, statement.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW)
+      out = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
+    sqlite3_finalize(st);
+  }
+  sqlite3_close(db);
+  return out;
+}
+
+void load(const TempDir& dir, const std::string& dict, const std::string& schema_text) {
+  tavtest::write_file(dir / "in.sch", schema_text);
+  const RunResult r = tavdict(dir, {"load", dict, "in.sch"});
+  ASSERT_EQ(r.status, 0) << r.err;
+}
+
+std::string dump(const TempDir& dir, const std::string& dict) {
+  const RunResult r = tavdict(dir, {"dump", dict});
+  EXPECT_EQ(r.status, 0) << r.err;
+  return r.out;
+}
+
+TEST(Tavdict, DumpLoadsBackToTheSameRows) {
+  TempDir dir;
+  load(dir, "app", kShop);
+  for (const char* file : {"appO4.idx", "appF4.idx", "appR4.idx", "appK4.idx", "appD4.idx", "appOR4.idx",
+                           "appPR4.idx", "appPO4.idx", "app-dict.ver"})
+    EXPECT_TRUE(tavtest::file_exists(dir / file)) << file;
+  const std::string first = dump(dir, "app");
+  for (const char* line : {"field balance pic s9(7)v9(2) type packed\n", "field opened type date\n",
+                           "field tags pic x(4) occurs 3 justify\n",
+                           "field order-no pic 9(8) drill-back \"show-order %order-no%\"\n",
+                           "field amount pic 9(7)v9(2) rounded\n", "  key cust-name desc cust-no compress\n",
+                           "//% field cust-name validation help \"The customer's name\"\n"})
+    EXPECT_NE(first.find(line), std::string::npos) << line << first;
+
+  load(dir, "copy", first);
+  EXPECT_EQ(dump(dir, "copy"), first);
+  // The rows themselves: ids in order, flags and documentation kinds as the compiler reads them.
+  EXPECT_EQ(query(dir / "copyF4.idx", "SELECT fld_id || ':' || fld_desc || ':' || fld_type || ':' || fld_flags || "
+                                      "':' || fld_col_name FROM dict_field WHERE fld_name = 'cust-name'"),
+            "2:30:A:1:name");
+  EXPECT_EQ(query(dir / "copyK4.idx", "SELECT key_flags || ':' || num_fields || ':' || k_fld_id_1 || ':' || "
+                                      "k_desc_flag_1 FROM dict_key WHERE obj_id = 1 AND index_no = 2"),
+            "5:2:2:Y");
+  EXPECT_EQ(query(dir / "copyD4.idx", "SELECT doc_line FROM dict_documentation WHERE doc_type = 5 AND doc_line_no = 0"),
+            "show-order %order-no%");
+  EXPECT_EQ(query(dir / "copyR4.idx", "SELECT group_concat(rec_offset) FROM dict_record WHERE obj_id = 2"), "0,4,8");
+}
+
+TEST(Tavdict, ReloadKeepsIdsAndReplacesTheObject) {
+  TempDir dir;
+  load(dir, "app", kShop);
+  load(dir, "app",
+       "field added pic x(2)\n"
+       "field cust-no pic 9(6)\n"
+       "object customer type indexed file \"cust2\" record cust-no added end-record key cust-no unique\n");
+  const std::string text = dump(dir, "app");
+  EXPECT_NE(text.find("object customer type indexed file \"cust2\"\n  record cust-no added end-record\n"
+                      "  key cust-no unique\n"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(query(dir / "appF4.idx", "SELECT fld_id FROM dict_field WHERE fld_name = 'cust-no'"), "1");
+  EXPECT_EQ(query(dir / "appF4.idx", "SELECT fld_id FROM dict_field WHERE fld_name = 'added'"), "8");
+  EXPECT_EQ(query(dir / "appO4.idx", "SELECT obj_id FROM dict_object WHERE obj_name = 'customer'"), "1");
+  EXPECT_EQ(query(dir / "appK4.idx", "SELECT count(*) FROM dict_key WHERE obj_id = 1"), "1");
+  // The reload's documentation replaced the old lines of the fields it names.
+  EXPECT_EQ(query(dir / "appD4.idx", "SELECT count(*) FROM dict_documentation WHERE doc_type = 2 AND doc_id = 1"), "0");
+}
+
+TEST(Tavdict, BadInputLoadsNothing) {
+  TempDir dir;
+  load(dir, "app", kShop);
+  const std::string before = dump(dir, "app");
+  struct Case {
+    std::string schema;
+    std::vector<std::string> args;
+    const char* err;
+  };
+  const Case cases[] = {
+      {"field a pic x(5)\nobject o type indexed record a b end-record key a\n", {}, "Field not defined - 'b'"},
+      {"field a pic x(5)\n//% field zz doc x\n", {}, "in.sch, line 2: the schema has no field 'zz'"},
+      {"field a pic x(5)\n//% field a description " + std::string(41, 'd') + "\n", {}, "longer than 40"},
+      {"field a pic x(5) db-column-name \"a-column-name-too-long\"\n", {}, "longer than 16"},
+      {"field a pic x(5)\nscreen main\n", {}, "error"},
+      {"", {"load", "srv:/x/app", "in.sch"}, "names a file server"},
+      {"", {"load", "app", "missing.sch"}, "missing.sch: cannot be read"},
+      {"", {"dump", "nowhere"}, "no dictionary here"},
+  };
+  for (const Case& c : cases) {
+    tavtest::write_file(dir / "in.sch", c.schema);
+    const RunResult r = tavdict(dir, c.args.empty() ? std::vector<std::string>{"load", "app", "in.sch"} : c.args);
+    EXPECT_EQ(r.status, 1) << c.err;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << c.err << "\n" << r.err;
+  }
+  EXPECT_EQ(dump(dir, "app"), before);
+
+  tavtest::write_file(dir / "junkO4.idx", "not a database");
+  const RunResult junk = tavdict(dir, {"check", "junk"});
+  EXPECT_EQ(junk.status, 1);
+  EXPECT_NE(junk.err.find("Can't open/access dictionary 'junk'"), std::string::npos) << junk.err;
+
+  EXPECT_EQ(tavdict(dir, {}).status, 2);
+  EXPECT_EQ(tavdict(dir, {"frob", "app"}).status, 2);
+  EXPECT_EQ(tavdict(dir, {"dump", "app", "extra"}).status, 2);
+  const RunResult help = tavdict(dir, {"--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const char* command : {"tavdict load", "tavdict dump", "tavdict check"})
+    EXPECT_NE(help.out.find(command), std::string::npos) << command;
+}
+
+TEST(Tavdict, CheckNamesTheObjectOfEachDamage) {
+  struct Case {
+    const char* table;
+    const char* sql;
+    const char* report;
+  };
+  const Case cases[] = {
+      {"R", "UPDATE dict_record SET rec_offset = 35 WHERE obj_id = 1 AND fld_id = 3",
+       "customer: dict_err: rec offsets invalid for object customer"},
+      {"O", "UPDATE dict_object SET obj_recsize = 13 WHERE obj_name = 'orders'",
+       "orders: dict_err: record size wrong for object 'orders'"},
+      {"F", "UPDATE dict_field SET fld_size = 41 WHERE fld_name = 'order-no'",
+       "orders: dict_err: definition of field 'order-no' invalid"},
+      {"K", "UPDATE dict_key SET k_fld_id_1 = 7 WHERE obj_id = 1 AND index_no = 2",
+       "customer: FATAL  dict_error: key field not in record for object - 'customer'"},
+      {"K", "UPDATE dict_key SET k_fld_id_1 = 5 WHERE obj_id = 1 AND index_no = 1",
+       "customer: FATAL  dict_error: key field is subscripted in object - 'customer'"},
+      {"K", "UPDATE dict_key SET key_flags = 2 WHERE obj_id = 1 AND index_no = 1",
+       "customer: FATAL  dict_err: DB-only index preceeds normal index - 'customer'"},
+      {"K", "DELETE FROM dict_key WHERE obj_id = 1",
+       "customer: FATAL  Can't access key info. for object - 'customer'"},
+  };
+  for (const Case& c : cases) {
+    TempDir dir;
+    load(dir, "app", kShop);
+    EXPECT_EQ(tavdict(dir, {"check", "app"}).status, 0);
+    sql(dir / (std::string("app") + c.table + "4.idx"), c.sql);
+    const RunResult r = tavdict(dir, {"check", "app"});
+    EXPECT_EQ(r.status, 1) << c.sql;
+    EXPECT_NE(r.out.find(c.report), std::string::npos) << c.sql << "\n" << r.out;
+    EXPECT_NE(r.out.find("2 object(s) checked, 1 with problems"), std::string::npos) << r.out;
+  }
+}
+
+TEST(Tavdict, CompilerUsesALoadedDictionary) {
+  TempDir dir;
+  load(dir, "app", kShop);
+  tavtest::write_file(dir / "prog.spl",
+                      "object cust2 like customer\n"
+                      "procedure main\n  set cust-name = \"x\"\n  pause\nend-procedure\n");
+  const RunResult r = tavtest::tavcmp(dir.path(), {"-l", "-g", "app", "prog.spl"});
+  ASSERT_EQ(r.status, 0) << r.out;
+  const tavtest::Op6 img(tavtest::read_file(dir / "prog.op6"));
+  // object_sym: file 9, record size 28, object id 30, dictionary 32, type 37, version 38.
+  const uint32_t o = img.object("cust2");
+  ASSERT_NE(o, 0u);
+  EXPECT_EQ(img.text(img.u24(o + 9)), "cust");
+  EXPECT_EQ(img.u16(o + 28), 54u);
+  EXPECT_EQ(img.u16(o + 30), 1u);
+  EXPECT_EQ(img.u16(o + 32), 0u);
+  EXPECT_EQ(static_cast<char>(img.u8(o + 37)), 'I');
+  EXPECT_EQ(static_cast<char>(img.u8(o + 38)), '5');
+  // field_sym: format 11, size 13, type 15, flags 21, dictionary field id 19.
+  const uint32_t f = img.field("cust-name");
+  ASSERT_NE(f, 0u);
+  EXPECT_EQ(img.u16(f + 11), 30u);
+  EXPECT_EQ(img.u16(f + 13), 30u);
+  EXPECT_EQ(static_cast<char>(img.u8(f + 15)), 'A');
+  EXPECT_EQ(img.u16(f + 19), 2u);
+  EXPECT_EQ(img.u16(f + 21) & 7u, 1u);
+}
+
+}  // namespace

@@ -1,0 +1,72 @@
+// Internals of tavdict: reading schemas, the dictionary rows, writing schemas.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "symbols/dictionary_files.h"
+#include "tavdict.h"
+
+namespace tav::dict_tool {
+
+// Problems found in the input, each a complete message line.
+using Problems = std::vector<std::string>;
+
+// ---- Schemas -------------------------------------------------------------------------------------
+
+// A note line of a preprocessed schema, with where it came from.
+struct Note {
+  std::string where;   // "file, line n"
+  bool object = false;  // an object note; else a field note
+  std::string name;    // lower case
+  std::string word;
+  std::string text;    // trailing blanks removed
+};
+
+// The "//%" lines of a preprocessed schema text; malformed ones are added to `problems`.
+std::vector<Note> read_notes(std::string_view text, Problems& problems);
+// Applies the notes to the entries they name.
+void apply_notes(const std::vector<Note>& notes, Schema& schema, Problems& problems);
+
+// Preprocesses and compiles the schema files as one program of FIELD and OBJECT statements.
+// The compiler's diagnostics go to standard error; any error, or a problem with the notes or
+// with the dictionary's limits, leaves `problems` non-empty.
+Schema read_schemas(const std::vector<std::string>& files, Problems& problems);
+
+// Checks what the dictionary's columns can hold: name, file and text lengths, ids.
+void check_limits(const Schema& schema, Problems& problems);
+
+// The schema text of a dictionary's contents; an entry no statement can express is a problem.
+std::string write_schema(const Schema& schema, Problems& problems);
+
+// ---- Dictionaries --------------------------------------------------------------------------------
+
+// An open dictionary: the compiler's dictionary files on one path prefix.
+class Store {
+ public:
+  // Opens the dictionary at `prefix`; with `create`, makes its missing tables and version file
+  // first. Nothing (with `problems` set) when it cannot be opened.
+  static std::unique_ptr<Store> open(const std::string& prefix, bool create, bool read_only, Problems& problems);
+
+  DictionaryFiles& files() { return files_; }
+  const std::string& prefix() const { return prefix_; }
+
+  // Writes every entry of the schema, keeping the ids of names the dictionary has; all or nothing.
+  bool load(const Schema& schema, Problems& problems);
+  // The dictionary's contents; rows that do not hold together are problems.
+  Schema read(Problems& problems);
+  // The names of all objects, in name order.
+  std::vector<std::string> object_names();
+
+ private:
+  explicit Store(std::string prefix);
+  std::string prefix_;
+  DictionaryFiles files_;
+};
+
+// The tables tavdict opens and the version file.
+inline constexpr uint16_t kAllTables = 0x039F | 0x0400;
+
+}  // namespace tav::dict_tool

@@ -1,0 +1,358 @@
+// The dictionary rows of a schema: made, written and read back through the compiler's
+// dictionary files.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <span>
+
+#include "diag/diag.h"
+#include "schema.h"
+
+namespace tav::dict_tool {
+
+namespace {
+
+using datafile::IndexedFile;
+
+constexpr const char* kFirstVersion = "1";  // the version text of a new dictionary
+constexpr DictTable kWrittenTables[] = {DictTable::object, DictTable::field, DictTable::record, DictTable::key,
+                                        DictTable::documentation};
+
+bool exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
+
+std::string table_name(const std::string& prefix, DictTable t) {
+  return prefix + std::string(dict_table_letters(t)) + "4";
+}
+
+// Makes the tables the dictionary lacks, and its version file.
+bool create_missing(const std::string& prefix, Problems& problems) {
+  for (int i = 0; i < kDictTableCount; ++i) {
+    const DictTable t = static_cast<DictTable>(i);
+    const std::string name = table_name(prefix, t);
+    if (exists(name + ".idx")) continue;
+    int error = 0;
+    if (!IndexedFile::open(name, dict_table_desc(t), datafile::kLocal | datafile::kCreate, error)) {
+      problems.push_back(name + ".idx: cannot be created: " + Diagnostics::io_error_text(error));
+      return false;
+    }
+  }
+  const std::string version = prefix + "-dict.ver";
+  if (exists(version)) return true;
+  FILE* f = std::fopen(version.c_str(), "w");
+  if (!f || std::fprintf(f, "%s\n", kFirstVersion) < 0 || std::fclose(f) != 0) {
+    problems.push_back(version + ": cannot be written");
+    return false;
+  }
+  return true;
+}
+
+// Runs `work` inside one transaction on each table, so that it changes all or none of them.
+int in_transactions(DictionaryFiles& files, std::span<const DictTable> tables, const std::function<int()>& work) {
+  if (tables.empty()) return work();
+  return files.in_transaction(tables.front(), 0,
+                              [&] { return in_transactions(files, tables.subspan(1), work); });
+}
+
+// The highest id on an index whose first column is the id, descending; 0 when the table is empty.
+uint16_t highest_id(DictionaryFiles& files, DictTable t, const DictColumn& id) {
+  DictRow r(t);
+  if (files.start(r, 0, 2, datafile::kFirstRow) != 0 || files.next(r, 0) != 0) return 0;
+  return static_cast<uint16_t>(r.number(id));
+}
+
+// Every row of a table in the order of an index.
+std::vector<DictRow> all_rows(DictionaryFiles& files, DictTable t, int index) {
+  std::vector<DictRow> rows;
+  DictRow r(t);
+  if (files.start(r, 0, index, datafile::kFirstRow) != 0) return rows;
+  while (files.next(r, 0) == 0) rows.push_back(r);
+  return rows;
+}
+
+// The rows of a table whose leading key columns equal those set in `key`, on index `index`.
+template <typename Same>
+std::vector<DictRow> rows_from(DictionaryFiles& files, DictRow key, int index, Same same) {
+  std::vector<DictRow> rows;
+  if (files.start(key, 0, index) != 0) return rows;
+  while (files.next(key, 0) == 0 && same(key)) rows.push_back(key);
+  return rows;
+}
+
+std::vector<DictRow> doc_rows(DictionaryFiles& files, DocKind kind, uint16_t id) {
+  DictRow key(DictTable::documentation);
+  key.set(dict_documentation::doc_type, static_cast<int>(kind));
+  key.set(dict_documentation::doc_id, id);
+  return rows_from(files, key, 1, [&](const DictRow& r) {
+    return r.number(dict_documentation::doc_type) == static_cast<int>(kind) && r.number(dict_documentation::doc_id) == id;
+  });
+}
+
+std::vector<std::string> doc_lines(DictionaryFiles& files, DocKind kind, uint16_t id) {
+  std::vector<std::string> lines;
+  for (const DictRow& r : doc_rows(files, kind, id)) lines.push_back(r.text(dict_documentation::doc_line));
+  return lines;
+}
+
+std::string first_line(DictionaryFiles& files, DocKind kind, uint16_t id) {
+  std::vector<std::string> lines = doc_lines(files, kind, id);
+  return lines.empty() ? std::string() : lines.front();
+}
+
+// Writes the rows of one load; the first failing status ends it.
+class Writer {
+ public:
+  Writer(DictionaryFiles& files, Problems& problems) : files_(files), problems_(problems) {}
+
+  int fields(const std::vector<FieldEntry>& fields);
+  int objects(const std::vector<ObjectEntry>& objects);
+
+ private:
+  int put(const DictRow& row, bool replace, const std::string& what);
+  int remove_all(const std::vector<DictRow>& rows, const std::string& what);
+  int docs(DocKind kind, uint16_t id, const std::vector<std::string>& lines, const std::string& what);
+  int field(const FieldEntry& f, uint16_t id, bool replace);
+  int object(const ObjectEntry& o, uint16_t id, bool replace);
+  int record_and_keys(const ObjectEntry& o, uint16_t id);
+
+  DictionaryFiles& files_;
+  Problems& problems_;
+  std::map<std::string, uint16_t> field_ids_;
+};
+
+int Writer::put(const DictRow& row, bool replace, const std::string& what) {
+  const int status = replace ? files_.rewrite(row, 0) : files_.write(row, 0);
+  if (status != 0) problems_.push_back(what + ": cannot be written: " + Diagnostics::io_error_text(status));
+  return status;
+}
+
+int Writer::remove_all(const std::vector<DictRow>& rows, const std::string& what) {
+  for (const DictRow& r : rows) {
+    if (const int status = files_.remove(r, 0); status != 0) {
+      problems_.push_back(what + ": old rows cannot be removed: " + Diagnostics::io_error_text(status));
+      return status;
+    }
+  }
+  return 0;
+}
+
+// Replaces the documentation lines of one kind: lines numbered from 1, or the single line 0.
+int Writer::docs(DocKind kind, uint16_t id, const std::vector<std::string>& lines, const std::string& what) {
+  if (int status = remove_all(doc_rows(files_, kind, id), what); status != 0) return status;
+  const bool numbered = kind == DocKind::object || kind == DocKind::field || kind == DocKind::validation;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    if (!numbered && lines[i].empty()) continue;
+    DictRow r(DictTable::documentation);
+    r.set(dict_documentation::doc_type, static_cast<int>(kind));
+    r.set(dict_documentation::doc_id, id);
+    r.set(dict_documentation::doc_line_no, numbered ? static_cast<int64_t>(i + 1) : 0);
+    r.set(dict_documentation::doc_line, lines[i]);
+    if (int status = put(r, false, what); status != 0) return status;
+  }
+  return 0;
+}
+
+int Writer::field(const FieldEntry& f, uint16_t id, bool replace) {
+  DictRow r(DictTable::field);
+  r.set(dict_field::fld_name, f.name);
+  r.set(dict_field::fld_id, id);
+  r.set(dict_field::fld_size, f.size);
+  r.set(dict_field::fld_desc, f.format);
+  r.set(dict_field::fld_type, std::string_view(&f.type, 1));
+  r.set(dict_field::fld_occurs, f.occurs);
+  r.set(dict_field::fld_doc, f.description);
+  r.set(dict_field::fld_col_name, f.column);
+  r.set(dict_field::fld_flags, f.flags);
+  const std::string what = "field " + f.name;
+  if (int status = put(r, replace, what); status != 0) return status;
+  for (auto [kind, lines] : {std::pair{DocKind::field, f.doc}, std::pair{DocKind::validation, f.validation},
+                             std::pair{DocKind::title, std::vector{f.title}},
+                             std::pair{DocKind::drill_back, std::vector{f.drill_back}}})
+    if (int status = docs(kind, id, lines, what); status != 0) return status;
+  return 0;
+}
+
+int Writer::fields(const std::vector<FieldEntry>& fields) {
+  uint16_t next = highest_id(files_, DictTable::field, dict_field::fld_id);
+  for (const FieldEntry& f : fields) {
+    const std::optional<DictField> old = files_.find_field_in(0, f.name);
+    const uint16_t id = old ? old->id : ++next;
+    field_ids_[f.name] = id;
+    if (int status = field(f, id, old.has_value()); status != 0) return status;
+  }
+  return 0;
+}
+
+int Writer::object(const ObjectEntry& o, uint16_t id, bool replace) {
+  DictRow r(DictTable::object);
+  r.set(dict_object::obj_name, o.name);
+  r.set(dict_object::obj_id, id);
+  r.set(dict_object::obj_doc, o.description);
+  r.set(dict_object::obj_recsize, o.recsize);
+  r.set(dict_object::obj_file, o.file);
+  r.set(dict_object::obj_version, std::string_view(&o.version, 1));
+  r.set(dict_object::obj_type, std::string_view(&o.type, 1));
+  r.set(dict_object::obj_sep, std::string_view(&o.separator, 1));
+  const std::string what = "object " + o.name;
+  if (int status = put(r, replace, what); status != 0) return status;
+  if (int status = docs(DocKind::object, id, o.doc, what); status != 0) return status;
+  return record_and_keys(o, id);
+}
+
+int Writer::record_and_keys(const ObjectEntry& o, uint16_t id) {
+  const std::string what = "object " + o.name;
+  DictRow rec_key(DictTable::record);
+  rec_key.set(dict_record::obj_id, id);
+  const auto same_object = [&](const DictRow& r) { return r.number(dict_record::obj_id) == id; };
+  if (int status = remove_all(rows_from(files_, rec_key, 1, same_object), what); status != 0) return status;
+  DictRow key_key(DictTable::key);
+  key_key.set(dict_key::obj_id, id);
+  const auto same_keys = [&](const DictRow& r) { return r.number(dict_key::obj_id) == id; };
+  if (int status = remove_all(rows_from(files_, key_key, 1, same_keys), what); status != 0) return status;
+
+  for (const RecordEntry& e : o.record) {
+    DictRow r(DictTable::record);
+    r.set(dict_record::obj_id, id);
+    r.set(dict_record::fld_id, field_ids_.at(e.field));
+    r.set(dict_record::rec_offset, e.offset);
+    if (int status = put(r, false, what); status != 0) return status;
+  }
+  for (size_t k = 0; k < o.keys.size(); ++k) {
+    const KeyEntry& key = o.keys[k];
+    DictRow r(DictTable::key);
+    r.set(dict_key::obj_id, id);
+    r.set(dict_key::index_no, static_cast<int64_t>(k + 1));
+    r.set(dict_key::key_flags, key.flags);
+    r.set(dict_key::num_fields, static_cast<int64_t>(key.fields.size()));
+    for (uint16_t i = 0; i < key.fields.size(); ++i) {
+      r.set(dict_key::k_fld_id, field_ids_.at(key.fields[i]), i);
+      r.set(dict_key::k_desc_flag, key.descending[i] ? "Y" : "", i);
+    }
+    if (int status = put(r, false, what); status != 0) return status;
+  }
+  return 0;
+}
+
+int Writer::objects(const std::vector<ObjectEntry>& objects) {
+  uint16_t next = highest_id(files_, DictTable::object, dict_object::obj_id);
+  for (const ObjectEntry& o : objects) {
+    const std::optional<DictObject> old = files_.find_object(o.name);
+    if (int status = object(o, old ? old->id : ++next, old.has_value()); status != 0) return status;
+  }
+  return 0;
+}
+
+FieldEntry field_entry(DictionaryFiles& files, const DictRow& r) {
+  FieldEntry f;
+  const uint16_t id = static_cast<uint16_t>(r.number(dict_field::fld_id));
+  f.name = r.text(dict_field::fld_name);
+  f.size = static_cast<uint16_t>(r.number(dict_field::fld_size));
+  f.format = static_cast<uint16_t>(r.number(dict_field::fld_desc));
+  const std::string type = r.text(dict_field::fld_type);
+  f.type = type.empty() ? ' ' : type[0];
+  f.occurs = static_cast<uint16_t>(r.number(dict_field::fld_occurs));
+  f.flags = static_cast<uint16_t>(r.number(dict_field::fld_flags));
+  f.column = r.text(dict_field::fld_col_name);
+  f.description = r.text(dict_field::fld_doc);
+  f.doc = doc_lines(files, DocKind::field, id);
+  f.validation = doc_lines(files, DocKind::validation, id);
+  f.title = first_line(files, DocKind::title, id);
+  f.drill_back = first_line(files, DocKind::drill_back, id);
+  return f;
+}
+
+char first_char(const std::string& s, char none) { return s.empty() ? none : s[0]; }
+
+}  // namespace
+
+Store::Store(std::string prefix) : prefix_(std::move(prefix)), files_(kAllTables) {}
+
+std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool read_only, Problems& problems) {
+  if (datafile::names_server(prefix)) {
+    problems.push_back(prefix + ": names a file server; dictionaries are local files (a leading ':' names a local file)");
+    return nullptr;
+  }
+  const std::string local(datafile::local_name(prefix));
+  if (create && !create_missing(local, problems)) return nullptr;
+  if (!create && !exists(table_name(local, DictTable::object) + ".idx")) {
+    problems.push_back(local + ": no dictionary here (" + table_name(local, DictTable::object) + ".idx is missing)");
+    return nullptr;
+  }
+  std::unique_ptr<Store> store(new Store(local));
+  try {
+    if (store->files_.open(":" + local, read_only) != 0) {
+      problems.push_back(table_name(local, DictTable::documentation) + ".idx: cannot be opened");
+      return nullptr;
+    }
+  } catch (const RunStop& stop) {
+    problems.push_back(stop.message);
+    return nullptr;
+  }
+  return store;
+}
+
+bool Store::load(const Schema& schema, Problems& problems) {
+  Writer writer(files_, problems);
+  const int status = in_transactions(files_, kWrittenTables, [&] {
+    if (int s = writer.fields(schema.fields); s != 0) return s;
+    return writer.objects(schema.objects);
+  });
+  if (status != 0 && problems.empty())
+    problems.push_back(prefix_ + ": the load cannot be committed: " + Diagnostics::io_error_text(status));
+  return status == 0;
+}
+
+std::vector<std::string> Store::object_names() {
+  std::vector<std::string> names;
+  for (const DictRow& r : all_rows(files_, DictTable::object, 1)) names.push_back(r.text(dict_object::obj_name));
+  return names;
+}
+
+Schema Store::read(Problems& problems) {
+  Schema s;
+  std::map<uint16_t, std::string> names;
+  std::vector<DictRow> fields = all_rows(files_, DictTable::field, 2);
+  std::reverse(fields.begin(), fields.end());  // index 2 is descending
+  for (const DictRow& r : fields) {
+    s.fields.push_back(field_entry(files_, r));
+    names[static_cast<uint16_t>(r.number(dict_field::fld_id))] = s.fields.back().name;
+  }
+  const auto name_of = [&](const std::string& object, uint16_t id) {
+    auto it = names.find(id);
+    if (it != names.end()) return it->second;
+    problems.push_back("object " + object + ": field id " + std::to_string(id) + " is not in the dictionary");
+    return std::string();
+  };
+  std::vector<DictRow> objects = all_rows(files_, DictTable::object, 2);
+  std::reverse(objects.begin(), objects.end());
+  for (const DictRow& r : objects) {
+    ObjectEntry o;
+    const uint16_t id = static_cast<uint16_t>(r.number(dict_object::obj_id));
+    o.name = r.text(dict_object::obj_name);
+    o.file = r.text(dict_object::obj_file);
+    o.type = first_char(r.text(dict_object::obj_type), ' ');
+    o.version = first_char(r.text(dict_object::obj_version), ObjectEntry::kDefaultVersion);
+    o.separator = first_char(r.text(dict_object::obj_sep), ' ');
+    o.recsize = static_cast<uint16_t>(r.number(dict_object::obj_recsize));
+    o.description = r.text(dict_object::obj_doc);
+    o.doc = doc_lines(files_, DocKind::object, id);
+    for (const DictRecordEntry& e : files_.record(0, id)) o.record.push_back({name_of(o.name, e.field_id), e.offset});
+    for (uint16_t n = 1;; ++n) {
+      const std::optional<DictKey> k = files_.key(0, id, n);
+      if (!k) break;
+      KeyEntry key;
+      key.flags = k->flags;
+      for (uint16_t i = 0; i < std::min<uint16_t>(k->num_fields, 8); ++i) {
+        key.fields.push_back(name_of(o.name, k->field_ids[i]));
+        key.descending.push_back(k->descending[i]);
+      }
+      o.keys.push_back(std::move(key));
+    }
+    s.objects.push_back(std::move(o));
+  }
+  return s;
+}
+
+}  // namespace tav::dict_tool
