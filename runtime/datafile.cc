@@ -565,9 +565,10 @@ std::optional<std::string> find_file(std::string_view name, std::string_view sea
   while (pos <= search_path.size()) {
     size_t end = search_path.find(':', pos);
     if (end == std::string_view::npos) end = search_path.size();
-    std::string dir(search_path.substr(pos, end - pos));
-    if (dir.empty()) dir = ".";
-    std::string p = dir + (dir.back() == '/' ? "" : "/") + std::string(name);
+    const std::string dir(search_path.substr(pos, end - pos));
+    // The current directory is the name itself, so that paths read as they were given.
+    const std::string p = dir.empty() || dir == "." ? std::string(name)
+                                                    : dir + (dir.back() == '/' ? "" : "/") + std::string(name);
     if (exists(p)) return p;
     pos = end + 1;
   }

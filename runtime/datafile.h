@@ -122,8 +122,9 @@ bool names_server(std::string_view name);
 // The name with a leading ":" (local file) removed.
 std::string_view local_name(std::string_view name);
 
-// Searches the directories of `search_path` (separated by ":"; the current directory when empty)
-// for a relative `name`; an absolute name is checked as it is. Returns the path found.
+// Searches the directories of `search_path` (separated by ":"; the current directory when empty,
+// as is an empty entry or ".") for a relative `name`; an absolute name is checked as it is.
+// Returns the path found: the name itself when found in the current directory.
 std::optional<std::string> find_file(std::string_view name, std::string_view search_path);
 
 // Reads up to `count` bytes from the start of a text file; nothing when it cannot be read.

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "symbols/records.h"
 #include "tests/support/op6.h"
 #include "tests/support/support.h"
 
@@ -214,23 +215,21 @@ TEST(Tavdict, CompilerUsesALoadedDictionary) {
   const RunResult r = tavtest::tavcmp(dir.path(), {"-l", "-g", "app", "prog.spl"});
   ASSERT_EQ(r.status, 0) << r.out;
   const tavtest::Op6 img(tavtest::read_file(dir / "prog.op6"));
-  // object_sym: file 9, record size 28, object id 30, dictionary 32, type 37, version 38.
   const uint32_t o = img.object("cust2");
   ASSERT_NE(o, 0u);
-  EXPECT_EQ(img.text(img.u24(o + 9)), "cust");
-  EXPECT_EQ(img.u16(o + 28), 54u);
-  EXPECT_EQ(img.u16(o + 30), 1u);
-  EXPECT_EQ(img.u16(o + 32), 0u);
-  EXPECT_EQ(static_cast<char>(img.u8(o + 37)), 'I');
-  EXPECT_EQ(static_cast<char>(img.u8(o + 38)), '5');
-  // field_sym: format 11, size 13, type 15, flags 21, dictionary field id 19.
+  EXPECT_EQ(img.text(img.u24(o + tav::osym::o_file)), "cust");
+  EXPECT_EQ(img.u16(o + tav::osym::o_recsize), 54u);
+  EXPECT_EQ(img.u16(o + tav::osym::o_objid), 1u);
+  EXPECT_EQ(img.u16(o + tav::osym::o_dictno), 0u);
+  EXPECT_EQ(static_cast<char>(img.u8(o + tav::osym::o_filtype)), 'I');
+  EXPECT_EQ(static_cast<char>(img.u8(o + tav::osym::o_version)), '5');
   const uint32_t f = img.field("cust-name");
   ASSERT_NE(f, 0u);
-  EXPECT_EQ(img.u16(f + 11), 30u);
-  EXPECT_EQ(img.u16(f + 13), 30u);
-  EXPECT_EQ(static_cast<char>(img.u8(f + 15)), 'A');
-  EXPECT_EQ(img.u16(f + 19), 2u);
-  EXPECT_EQ(img.u16(f + 21) & 7u, 1u);
+  EXPECT_EQ(img.u16(f + tav::fsym::f_format), 30u);
+  EXPECT_EQ(img.u16(f + tav::fsym::f_size), 30u);
+  EXPECT_EQ(static_cast<char>(img.u8(f + tav::fsym::f_type)), 'A');
+  EXPECT_EQ(img.u16(f + tav::fsym::f_fldid), 2u);
+  EXPECT_EQ(img.u16(f + tav::fsym::f_flags) & 7u, 1u);
 }
 
 }  // namespace

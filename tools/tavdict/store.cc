@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <span>
 
@@ -27,8 +28,13 @@ std::string table_name(const std::string& prefix, DictTable t) {
   return prefix + std::string(dict_table_letters(t)) + "4";
 }
 
-// Makes the tables the dictionary lacks, and its version file.
+// Makes the tables the dictionary lacks, and its version file; the directory of the prefix too
+// when it does not exist yet.
 bool create_missing(const std::string& prefix, Problems& problems) {
+  if (const size_t slash = prefix.find_last_of('/'); slash != std::string::npos && slash > 0) {
+    std::error_code ec;
+    std::filesystem::create_directories(prefix.substr(0, slash), ec);
+  }
   for (int i = 0; i < kDictTableCount; ++i) {
     const DictTable t = static_cast<DictTable>(i);
     const std::string name = table_name(prefix, t);

@@ -1,0 +1,253 @@
+// Compiling against data dictionaries made with tavdict: which dictionaries open and in what
+// order, the search along TAVPATH, the consistency checks and their messages, the program and
+// program-object rows of -p (also from eight compiles at once), and a read-only dictionary.
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "codegen/header.h"
+#include "symbols/records.h"
+#include "tests/support/op6.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using namespace tav;
+using tavtest::Env;
+using tavtest::Op6;
+using tavtest::RunResult;
+using tavtest::TempDir;
+
+const char* const kShop =
+    "field cust-no pic 9(6)\n"
+    "field cust-name pic x(30)\n"
+    "field amount pic 9(5)v99\n"
+    "object customer type indexed file \"%FILE%\"\n"
+    "  record cust-no cust-name end-record\n"
+    "  key cust-no unique\n"
+    "object orders type indexed file \"ord\"\n"
+    "  record cust-no amount end-record\n"
+    "  key cust-no\n";
+
+const char* const kProgram =
+    "object c2 like customer\n"
+    "procedure main\n"
+    "  set cust-name = \"x\"\n"
+    "end\n";
+
+// Loads the shop schema (customer's file named `file`) into dictionary `dict` under `dir`.
+void make_dictionary(const TempDir& dir, const std::string& dict, const std::string& file = "cust",
+                     const std::string& extra = "") {
+  std::string schema = kShop;
+  schema.replace(schema.find("%FILE%"), 6, file);
+  tavtest::write_file(dir / "shop.sch", schema + extra);
+  tavtest::RunOptions options;
+  options.cwd = dir.path();
+  const RunResult r = tavtest::run({tavtest::program("tavdict"), "load", dict, "shop.sch"}, options);
+  ASSERT_EQ(r.status, 0) << r.err;
+}
+
+// The variables that name dictionaries are the test's to set.
+Env dictionary_env(std::vector<std::string> set = {}) {
+  Env env;
+  env.set = std::move(set);
+  for (const char* name : {"TAVUSRDICT", "TAVDISTDICT", "TAVDICT", "TAVPATH"}) {
+    bool given = false;
+    for (const std::string& s : env.set) given |= s.rfind(std::string(name) + "=", 0) == 0;
+    if (!given) env.unset.push_back(name);
+  }
+  return env;
+}
+
+RunResult compile_with(const TempDir& dir, std::vector<std::string> args, Env env = dictionary_env(),
+                  const std::string& source = kProgram, const std::string& name = "prog.spl") {
+  tavtest::write_file(dir / name, source);
+  args.insert(args.begin(), "-l");
+  args.push_back(name);
+  return tavtest::tavcmp(dir.path(), args, std::move(env));
+}
+
+Op6 table(const TempDir& dir, const std::string& name = "prog.op6") { return Op6(tavtest::read_file(dir / name)); }
+
+// Runs one SQL statement on a table file; returns the first column of the first row, if any.
+std::string sql(const std::string& file, const std::string& statement) {
+  sqlite3* db = nullptr;
+  std::string out;
+  EXPECT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* st = nullptr;
+  EXPECT_EQ(sqlite3_prepare_v2(db, statement.c_str(), -1, &st, nullptr), SQLITE_OK) << statement;
+  int rc = sqlite3_step(st);
+  if (rc == SQLITE_ROW && sqlite3_column_text(st, 0)) out = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
+  EXPECT_TRUE(rc == SQLITE_ROW || rc == SQLITE_DONE) << statement;
+  sqlite3_finalize(st);
+  sqlite3_close(db);
+  return out;
+}
+
+TEST(Dictionaries, WhichOpenAndInWhatOrder) {
+  TempDir dir;
+  make_dictionary(dir, "u/", "ucust");
+  make_dictionary(dir, "m/", "mcust", "field only-main pic x(4)\nobject extra type indexed file \"x\"\n"
+                                      "  record only-main end-record key only-main unique\n");
+
+  // The user dictionary first; an object in both comes from it, a field only in the main one
+  // from that.
+  const std::string both = std::string(kProgram).replace(std::string(kProgram).find("end\n"), 4,
+                                                         "  set only-main = \"y\"\nend\n");
+  RunResult r = compile_with(dir, {}, dictionary_env({"TAVUSRDICT=u/", "TAVDICT=m/"}), both);
+  ASSERT_EQ(r.status, 0) << r.out;
+  Op6 img = table(dir);
+  EXPECT_EQ(img.text(img.u24(hdr::h_dict0)), "u/");
+  EXPECT_EQ(img.text(img.u24(hdr::h_dict1)), "m/");
+  EXPECT_EQ(img.text(img.u24(hdr::h_dict0_version)), "1");
+  const uint32_t c2 = img.object("c2");
+  EXPECT_EQ(img.text(img.u24(c2 + osym::o_file)), "ucust");
+  EXPECT_EQ(img.u16(c2 + osym::o_dictno), 0u);
+  EXPECT_EQ(img.u16(img.field("only-main") + fsym::f_dictno), 1u);
+
+  // The same dictionary named twice is opened once.
+  ASSERT_EQ(compile_with(dir, {"-u", "m/", "-g", "m/"}).status, 0);
+  img = table(dir);
+  EXPECT_EQ(img.text(img.u24(hdr::h_dict0)), "m/");
+  EXPECT_EQ(img.u24(hdr::h_dict1), 0u);
+
+  // None of the three variables set: the run stops. One set to nothing opens nothing.
+  r = compile_with(dir, {});
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.out.find("Dictionary (TAVDICT) environments not set"), std::string::npos) << r.out;
+  r = compile_with(dir, {}, dictionary_env({"TAVDICT="}), "procedure main\nend\n");
+  EXPECT_EQ(r.status, 0) << r.out;
+}
+
+TEST(Dictionaries, SearchAlongTavpath) {
+  TempDir dir;
+  std::filesystem::create_directories(dir / "lib/apps");
+  TempDir cwd;
+  make_dictionary(dir, "lib/apps/shop/");
+  RunResult r = compile_with(cwd, {"-g", "shop/"}, dictionary_env({"TAVPATH=/nowhere:" + (dir / "lib/apps")}));
+  ASSERT_EQ(r.status, 0) << r.out;
+  Op6 img = table(cwd);
+  EXPECT_EQ(img.text(img.u24(hdr::h_dict0)), dir / "lib/apps/shop/");
+
+  std::filesystem::remove(cwd / "prog.op6");
+  r = compile_with(cwd, {"-g", "shop/"}, dictionary_env({"TAVPATH=/nowhere"}));
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.out.find("Can't find dict. 'shop/' in search path"), std::string::npos) << r.out;
+  EXPECT_FALSE(tavtest::file_exists(cwd / "prog.op6"));
+
+  // No file servers: a server-style name is refused with a message.
+  r = compile_with(cwd, {"-g", "host:/dict/"});
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.out.find("Can't open/access dictionary 'host:/dict/' error 10010"), std::string::npos) << r.out;
+}
+
+TEST(Dictionaries, ConsistencyChecks) {
+  TempDir dir;
+  make_dictionary(dir, "d/");
+  // A record whose offsets skip a byte stops the run, unless -c; so does a record size that is
+  // not the sum of its fields.
+  sql(dir / "d/R4.idx", "UPDATE dict_record SET rec_offset = 5 WHERE rec_offset = 4");
+  RunResult r = compile_with(dir, {"-g", "d/"});
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.out.find("dict_err: rec offsets invalid for object c2"), std::string::npos) << r.out;
+  r = compile_with(dir, {"-c", "-g", "d/"});
+  EXPECT_EQ(r.status, 0) << r.out;
+  sql(dir / "d/R4.idx", "UPDATE dict_record SET rec_offset = 4 WHERE rec_offset = 5");
+  sql(dir / "d/O4.idx", "UPDATE dict_object SET obj_recsize = 36 WHERE obj_name = 'customer'");
+  r = compile_with(dir, {"-g", "d/"});
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.out.find("dict_err: record size wrong for object 'c2'"), std::string::npos) << r.out;
+  EXPECT_EQ(compile_with(dir, {"-c", "-g", "d/"}).status, 0);
+  sql(dir / "d/O4.idx", "UPDATE dict_object SET obj_recsize = 34 WHERE obj_name = 'customer'");
+
+  // A text of 40 characters cannot be 41 bytes long.
+  sql(dir / "d/F4.idx", "UPDATE dict_field SET fld_desc = 40, fld_size = 41 WHERE fld_name = 'cust-name'");
+  r = compile_with(dir, {"-g", "d/"});
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.out.find("dict_err: definition of field 'cust-name' invalid"), std::string::npos) << r.out;
+}
+
+TEST(Dictionaries, MessagesOfDefinitions) {
+  TempDir dir;
+  make_dictionary(dir, "d/");
+  const RunResult r = compile_with(dir, {"-g", "d/"}, dictionary_env(),
+                              "field cust-no pic 9(6)\n"
+                              "object customer type indexed file \"c\" record cust-no end-record key cust-no\n"
+                              "object c3 like nosuch\n"
+                              "procedure main\n"
+                              "  set nosuch-field = 1\n"
+                              "end\n");
+  EXPECT_NE(r.out.find("WARNING  Defined field is present in Object/s - 'cust-no'"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("ERROR  Object contained in dictionary - 'customer'"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("ERROR  Object not defined in dictionary - 'nosuch'"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("ERROR  Field not defined - 'nosuch-field'"), std::string::npos) << r.out;
+
+  // An object of the second dictionary holds a field the first describes otherwise.
+  TempDir two;
+  make_dictionary(two, "a/", "cust", "field qty pic 9(3)\n");
+  make_dictionary(two, "b/", "cust",
+                  "field qty pic x(3)\nobject stock type indexed file \"s\" record qty end-record key qty unique\n");
+  const RunResult mixed = compile_with(two, {"-u", "a/", "-g", "b/"}, dictionary_env(),
+                                  "object s2 like stock\nprocedure main\n  set qty = 1\nend\n");
+  EXPECT_NE(mixed.out.find("ERROR  Dictionary field definitions are different - 'qty'"), std::string::npos)
+      << mixed.out;
+}
+
+TEST(Dictionaries, ProgramRowsWithSystemName) {
+  TempDir dir;
+  make_dictionary(dir, "d/");
+  const std::string po = dir / "d/PO4.idx", pr = dir / "d/PR4.idx";
+  ASSERT_EQ(compile_with(dir, {"-p", "shop", "-g", "d/"}).status, 0);
+  EXPECT_EQ(sql(pr, "SELECT prog_id FROM dict_prog_rel WHERE prog_name = 'prog' AND sys_name = 'shop'"), "32766");
+  EXPECT_EQ(sql(po, "SELECT count(*) FROM dict_prog_obj WHERE prog_id = 32766"), "1");
+  // Compiled again: the same id, its object rows replaced, not added.
+  ASSERT_EQ(compile_with(dir, {"-p", "shop", "-g", "d/"}).status, 0);
+  EXPECT_EQ(sql(pr, "SELECT count(*) FROM dict_prog_rel"), "1");
+  EXPECT_EQ(sql(po, "SELECT count(*) FROM dict_prog_obj"), "1");
+
+  // Eight compiles at once, each of another program: all succeed, eight distinct ids.
+  std::vector<std::thread> runs;
+  std::vector<int> statuses(8, -1);
+  for (int i = 0; i < 8; ++i) {
+    tavtest::write_file(dir / ("p" + std::to_string(i) + ".spl"), kProgram);
+    runs.emplace_back([&, i] {
+      statuses[static_cast<size_t>(i)] =
+          tavtest::tavcmp(dir.path(), {"-l", "-p", "shop", "-g", "d/", "p" + std::to_string(i) + ".spl"},
+                          dictionary_env())
+              .status;
+    });
+  }
+  for (std::thread& t : runs) t.join();
+  for (int s : statuses) EXPECT_EQ(s, 0);
+  EXPECT_EQ(sql(pr, "SELECT count(DISTINCT prog_id) FROM dict_prog_rel"), "9");
+  EXPECT_EQ(sql(pr, "SELECT min(prog_id) FROM dict_prog_rel"), "32758");
+  EXPECT_EQ(sql(po, "SELECT count(*) FROM dict_prog_obj"), "9");
+}
+
+TEST(Dictionaries, ReadOnlyDictionaryCompilesWithoutSystemName) {
+  TempDir dir;
+  make_dictionary(dir, "d/");
+  std::set<std::string> before;
+  for (const auto& e : std::filesystem::directory_iterator(dir / "d"))
+    before.insert(e.path().filename().string() + ":" + std::to_string(std::filesystem::file_size(e.path())) +
+                  ":" + std::to_string(std::filesystem::last_write_time(e.path()).time_since_epoch().count()));
+  for (const auto& e : std::filesystem::directory_iterator(dir / "d")) chmod(e.path().c_str(), 0444);
+  chmod((dir / "d").c_str(), 0555);
+  const RunResult r = compile_with(dir, {"-g", "d/"});
+  chmod((dir / "d").c_str(), 0755);
+  EXPECT_EQ(r.status, 0) << r.out;
+  std::set<std::string> after;
+  for (const auto& e : std::filesystem::directory_iterator(dir / "d"))
+    after.insert(e.path().filename().string() + ":" + std::to_string(std::filesystem::file_size(e.path())) +
+                 ":" + std::to_string(std::filesystem::last_write_time(e.path()).time_since_epoch().count()));
+  EXPECT_EQ(before, after);  // nothing written, nothing left behind
+}
+
+}  // namespace
