@@ -1,6 +1,8 @@
 // tav-gen-program: writes generated programs for the compile benchmarks.
 //
 //   tav-gen-program [--lines N] [--seed S] [--files K] OUT
+//   tav-gen-program --schema OBJECTS FIELDS OUT
+//   tav-gen-program --object-program OBJECTS FIELDS NAMED [--defining] OUT
 //
 // With --files K, OUT is a directory and K programs named bench-<i>.spl are written into it
 // (seeds S, S+1, ...); otherwise OUT is the file written.
@@ -15,7 +17,10 @@
 namespace {
 
 int usage() {
-  std::fprintf(stderr, "usage: tav-gen-program [--lines N] [--seed S] [--files K] OUT\n");
+  std::fprintf(stderr,
+               "usage: tav-gen-program [--lines N] [--seed S] [--files K] OUT\n"
+               "       tav-gen-program --schema OBJECTS FIELDS OUT\n"
+               "       tav-gen-program --object-program OBJECTS FIELDS NAMED [--defining] OUT\n");
   return 2;
 }
 
@@ -27,7 +32,26 @@ bool write(const std::string& path, const std::string& text) {
 
 }  // namespace
 
+// The dictionary benchmark's schema and programs; prints the number of lines written.
+int dictionary_texts(int argc, char** argv) {
+  const bool schema = std::strcmp(argv[1], "--schema") == 0;
+  const int need = schema ? 5 : 6;
+  if (argc < need) return usage();
+  tavbench::SchemaOptions o;
+  o.objects = std::atoi(argv[2]);
+  o.fields = std::atoi(argv[3]);
+  const bool defining = !schema && argc > need && std::strcmp(argv[5], "--defining") == 0;
+  const char* out = argv[argc - 1];
+  const std::string text =
+      schema ? tavbench::generate_schema(o) : tavbench::generate_object_program(o, std::atoi(argv[4]), defining);
+  if (!write(out, text)) return 1;
+  std::printf("%ld\n", tavbench::count_lines(text));
+  return 0;
+}
+
 int main(int argc, char** argv) {
+  if (argc > 1 && (std::strcmp(argv[1], "--schema") == 0 || std::strcmp(argv[1], "--object-program") == 0))
+    return dictionary_texts(argc, argv);
   tavbench::GenOptions o;
   long files = 0;
   const char* out = nullptr;

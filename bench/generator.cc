@@ -202,6 +202,51 @@ class Writer {
 
 std::string generate_program(const GenOptions& options) { return Writer(options).run(); }
 
+namespace {
+
+// Field i: a number, a text or an amount, in turn.
+std::string field_definition(int i) {
+  static const char* const kPictures[] = {"pic 9(6)", "pic x(20)", "pic s9(7)v99"};
+  return "field f" + std::to_string(i) + " " + kPictures[i % 3];
+}
+
+int fields_per_object(const SchemaOptions& o) { return std::max(1, o.fields / std::max(1, o.objects)); }
+
+// The object and, with `with_fields`, the fields of its record before it.
+std::string object_definition(const SchemaOptions& o, int i, bool with_fields) {
+  const int per = fields_per_object(o), first = i * per;
+  std::string text;
+  if (with_fields)
+    for (int f = first; f < first + per; ++f) text += field_definition(f) + "\n";
+  text += "object o" + std::to_string(i) + " type indexed file \"o" + std::to_string(i) + "\"\n  record";
+  for (int f = first; f < first + per; ++f) text += " f" + std::to_string(f);
+  text += " end-record\n  key f" + std::to_string(first) + " unique\n";
+  return text;
+}
+
+}  // namespace
+
+std::string generate_schema(const SchemaOptions& o) {
+  std::string text = "// Generated for the dictionary benchmark.\n";
+  for (int f = 0; f < o.fields; ++f) text += field_definition(f) + "\n";
+  for (int i = 0; i < o.objects; ++i) text += object_definition(o, i, false);
+  return text;
+}
+
+std::string generate_object_program(const SchemaOptions& o, int named, bool defining) {
+  std::string text = "// Generated for the dictionary benchmark.\n";
+  named = std::min(named, o.objects);
+  if (defining)
+    for (int i = 0; i < named; ++i) text += object_definition(o, i, true);
+  for (int i = 0; i < named; ++i) text += "object u" + std::to_string(i) + " like o" + std::to_string(i) + "\n";
+  text += "procedure main\n";
+  for (int i = 0; i < named; ++i) {
+    const int first = i * fields_per_object(o);
+    text += "  set f" + std::to_string(first + (3 - first % 3) % 3) + " = 1\n";  // a number field
+  }
+  return text + "end-procedure\n";
+}
+
 long count_lines(const std::string& text) { return static_cast<long>(std::count(text.begin(), text.end(), '\n')); }
 
 }  // namespace tavbench

@@ -17,6 +17,17 @@ struct GenOptions {
 // The program text, about `lines` lines long.
 std::string generate_program(const GenOptions& options);
 
+// The dictionary benchmark: a schema of `objects` objects over `fields` fields (each object's
+// record holds its share of the fields, the first as its unique key), and a program that names
+// the first `named` objects (OBJECT ... LIKE) and sets one field of each. With `defining`, the
+// program defines those objects and their fields itself, so that it needs no dictionary.
+struct SchemaOptions {
+  int objects = 500;
+  int fields = 5000;
+};
+std::string generate_schema(const SchemaOptions& options);
+std::string generate_object_program(const SchemaOptions& options, int named, bool defining);
+
 // Number of lines of a text.
 long count_lines(const std::string& text);
 

@@ -124,6 +124,8 @@ class Driver {
   void write_statistics();
   void run_nls(const FileContext& file);
   void show_stop(const std::string& message);
+  [[noreturn]] void stop_run(const RunStop& stop);
+  void write_outputs(FileContext& file);
   void open_dictionaries();
   void say(txt::Text message);
   [[noreturn]] void cleanup_exit(int status);
@@ -214,7 +216,7 @@ void Driver::open_dictionaries() {
   try {
     dictionaries_->open_all(names, true);
   } catch (const RunStop& stop) {
-    show_stop(stop.message);
+    show_stop(stop.message);  // no source is open yet
     cleanup_exit(255);
   }
 }
@@ -343,30 +345,41 @@ void Driver::compile_and_write(FileContext& file) {
   } catch (const FileAbort&) {
     // The abort is counted; go on to close the source, which writes nothing now.
   } catch (const RunStop& stop) {
-    c.tok.close_source();
-    show_stop(stop.message);
-    cleanup_exit(255);
+    stop_run(stop);
   }
   c.tok.close_source();
   try {
-    if (diag_.first_error() == 0 && !run_.options.test_only) {
-      const ProgramEntriesFailure failure =
-          write_po_entries(c.stores.ops, dictionaries_.get(), run_.options.system_name, file.source_name);
-      if (failure.wait_for_ack) {
-        show_stop(failure.message);
-      } else if (!failure.message.empty()) {
-        display_.show(failure.message);
-      }
-      OptableWriter writer(c.stores, c.settings, file, run_.program_name,
-                           [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
-      writer.write();
-      run_nls(file);
-    }
+    if (diag_.first_error() == 0 && !run_.options.test_only) write_outputs(file);
   } catch (const FileAbort& abort) {
     // The file's output is abandoned; the rest of this phase is skipped.
     if (!abort.message.empty()) show_stop(abort.message);
+  } catch (const RunStop& stop) {
+    stop_run(stop);
   }
   diag_.set_source(nullptr);
+}
+
+// The dictionary entries of the program, its table, and the table's language texts.
+void Driver::write_outputs(FileContext& file) {
+  CompilerStores& c = *compiler_;
+  const ProgramEntriesFailure failure =
+      write_po_entries(c.stores.ops, dictionaries_.get(), run_.options.system_name, file.source_name);
+  if (failure.wait_for_ack) {
+    show_stop(failure.message);
+  } else if (!failure.message.empty()) {
+    display_.show(failure.message);
+  }
+  OptableWriter writer(c.stores, c.settings, file, run_.program_name,
+                       [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
+  writer.write();
+  run_nls(file);
+}
+
+// A fault that makes the rest of the run pointless (a damaged dictionary): shown, then the run ends.
+void Driver::stop_run(const RunStop& stop) {
+  compiler_->tok.close_source();
+  show_stop(stop.message);
+  cleanup_exit(255);
 }
 
 // Shows a message that is not a compile diagnostic and waits for it to be acknowledged.
