@@ -224,10 +224,29 @@ std::string column_list(const std::vector<SqlColumn>& cols) {
 }
 
 // The condition "the key is past (or, with `inclusive`, at least) ?1..?n", and with `rowid`
-// the row ?(n+1) among equal keys, following each part's direction.
+// the row ?(n+1) among equal keys, following each part's direction. When all parts go one way
+// it is a comparison of row values, which the index serves; mixed directions are spelled out.
 std::string order_condition(const std::vector<std::string>& parts, const std::vector<bool>& desc, bool inclusive,
                             bool rowid) {
   const size_t n = parts.size();
+  std::string key = "(", values = "(";
+  for (size_t i = 0; i < n; ++i) {
+    key += (i ? ", " : "") + parts[i];
+    values += (i ? ", ?" : "?") + std::to_string(i + 1);
+  }
+  key += ")";
+  values += ")";
+  const std::string last_rowid = "?" + std::to_string(n + 1);
+  bool same_way = true;
+  for (size_t i = 1; i < n; ++i) same_way &= desc[i] == desc[0];
+  if (same_way && !desc[0]) {
+    if (!rowid) return key + (inclusive ? " >= " : " > ") + values;
+    return key.substr(0, key.size() - 1) + ", rowid) > " + values.substr(0, values.size() - 1) + ", " + last_rowid + ")";
+  }
+  if (same_way) {
+    if (!rowid) return key + (inclusive ? " <= " : " < ") + values;
+    return key + " <= " + values + " AND NOT (" + key + " = " + values + " AND rowid <= " + last_rowid + ")";
+  }
   std::string sql;
   for (size_t i = 0; i <= n; ++i) {
     if (i == n && !inclusive && !rowid) break;
@@ -236,7 +255,7 @@ std::string order_condition(const std::vector<std::string>& parts, const std::ve
     if (i < n) {
       term += (i ? " AND " : "") + parts[i] + (desc[i] ? " < ?" : " > ?") + std::to_string(i + 1);
     } else if (rowid) {
-      term += (n ? " AND " : "") + std::string("rowid > ?") + std::to_string(n + 1);
+      term += (n ? " AND " : "") + std::string("rowid > ") + last_rowid;
     }
     sql += (sql.empty() ? "(" : " OR (") + term + ")";
   }

@@ -21,12 +21,12 @@ using namespace tav::datafile;
 using tavtest::TempDir;
 
 // name TEXT(6) at 0, grp INTEGER(2, signed) at 6, seq INTEGER(4) at 8; index 1 unique on name,
-// index 2 on grp ascending then seq descending, duplicates allowed.
+// index 2 on grp ascending then seq descending, index 3 on seq descending, both with duplicates.
 TableDesc people() {
   TableDesc d;
   d.table = "people";
   d.columns = {{"name", 6, 'S', 1, 6}, {"grp", 0x2480, 'N', 1, 2}, {"seq", 0x2100, 'N', 1, 4}};
-  d.indexes = {{{{"name", false}}, false}, {{{"grp", false}, {"seq", true}}, true}};
+  d.indexes = {{{{"name", false}}, false}, {{{"grp", false}, {"seq", true}}, true}, {{{"seq", true}}, true}};
   return d;
 }
 
@@ -98,6 +98,13 @@ TEST(IndexedFile, OrderDuplicatesAndTheEnds) {
   b = bytes({"", 3, 0});
   EXPECT_EQ(f->start(2, b.data(), 0), 0);
   EXPECT_EQ(f->read(0, b.data(), kNextRow), kEndOfFile);
+
+  // One descending part: equal keys still in the order written.
+  EXPECT_EQ(f->start(3, b.data(), kFirstRow), 0);
+  EXPECT_EQ(rest(*f), "bert emil anna dora carl");
+  b = bytes({"", 0, 6});
+  EXPECT_EQ(f->start(3, b.data(), 0), 0);
+  EXPECT_EQ(rest(*f), "anna dora carl");
 
   // Read equal, then on from there.
   b = bytes({"bert"});
