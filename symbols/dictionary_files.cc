@@ -312,17 +312,23 @@ int DictionaryFiles::next(DictRow& row, int dictno) {
 
 int DictionaryFiles::write(const DictRow& row, int dictno) {
   IndexedFile* f = file(row.table(), dictno);
-  return f ? f->write(row.data()) : datafile::kNotOpen;
+  if (!f) return datafile::kNotOpen;
+  cache(dictno) = {};  // what was read may have changed
+  return f->write(row.data());
 }
 
 int DictionaryFiles::rewrite(const DictRow& row, int dictno) {
   IndexedFile* f = file(row.table(), dictno);
-  return f ? f->rewrite(row.data()) : datafile::kNotOpen;
+  if (!f) return datafile::kNotOpen;
+  cache(dictno) = {};  // what was read may have changed
+  return f->rewrite(row.data());
 }
 
 int DictionaryFiles::remove(const DictRow& row, int dictno) {
   IndexedFile* f = file(row.table(), dictno);
-  return f ? f->remove(row.data()) : datafile::kNotOpen;
+  if (!f) return datafile::kNotOpen;
+  cache(dictno) = {};  // what was read may have changed
+  return f->remove(row.data());
 }
 
 int DictionaryFiles::in_transaction(DictTable t, int dictno, const std::function<int()>& work) {
@@ -360,28 +366,72 @@ char first_char(const std::string& s) { return s.empty() ? ' ' : s[0]; }
 
 }  // namespace
 
-std::optional<DictField> DictionaryFiles::find_field(std::string_view name) { return find_field_in(-1, name); }
+// The lookups read each row once per run; the dictionaries are searched in order.
+
+std::optional<DictField> DictionaryFiles::find_field(std::string_view name) {
+  for (int d = 0; d < open_count(); ++d)
+    if (std::optional<DictField> f = find_field_in(d, name)) return f;
+  return std::nullopt;
+}
 
 std::optional<DictField> DictionaryFiles::find_field_in(int dictno, std::string_view name) {
-  DictRow r(DictTable::field);
-  r.set(dict_field::fld_name, name.substr(0, dict_field::fld_name.size));
-  const int d = read(r, dictno, 1);
-  if (d < 0) return std::nullopt;
-  return field_of(r, d);
+  if (dictno < 0) return find_field(name);
+  if (dictno >= open_count()) return std::nullopt;
+  const std::string key(name.substr(0, dict_field::fld_name.size));
+  auto [it, fresh] = cache(dictno).fields_by_name.try_emplace(key);
+  if (fresh) it->second = read_field_in(dictno, key);
+  return it->second;
 }
 
 std::optional<DictField> DictionaryFiles::field_by_id(int dictno, uint16_t id) {
-  DictRow r(DictTable::field);
-  r.set(dict_field::fld_id, id);
-  const int d = read(r, dictno, 2);
-  if (d < 0) return std::nullopt;
-  return field_of(r, d);
+  if (dictno < 0 || dictno >= open_count()) return std::nullopt;
+  auto [it, fresh] = cache(dictno).fields_by_id.try_emplace(id);
+  if (fresh) it->second = read_field_by_id(dictno, id);
+  return it->second;
 }
 
 std::optional<DictObject> DictionaryFiles::find_object(std::string_view name) {
+  const std::string key(name.substr(0, dict_object::obj_name.size));
+  for (int d = 0; d < open_count(); ++d) {
+    auto [it, fresh] = cache(d).objects.try_emplace(key);
+    if (fresh) it->second = read_object(d, key);
+    if (it->second) return it->second;
+  }
+  return std::nullopt;
+}
+
+std::optional<DictKey> DictionaryFiles::key(int dictno, uint16_t obj_id, uint16_t index_no) {
+  if (dictno < 0 || dictno >= open_count()) return std::nullopt;
+  auto [it, fresh] = cache(dictno).keys.try_emplace({obj_id, index_no});
+  if (fresh) it->second = read_key(dictno, obj_id, index_no);
+  return it->second;
+}
+
+std::vector<DictRecordEntry> DictionaryFiles::record(int dictno, uint16_t obj_id) {
+  if (dictno < 0 || dictno >= open_count()) return {};
+  auto [it, fresh] = cache(dictno).records.try_emplace(obj_id);
+  if (fresh) it->second = read_record(dictno, obj_id);
+  return it->second;
+}
+
+std::optional<DictField> DictionaryFiles::read_field_in(int dictno, std::string_view name) {
+  DictRow r(DictTable::field);
+  r.set(dict_field::fld_name, name);
+  if (read(r, dictno, 1) < 0) return std::nullopt;
+  return field_of(r, dictno);
+}
+
+std::optional<DictField> DictionaryFiles::read_field_by_id(int dictno, uint16_t id) {
+  DictRow r(DictTable::field);
+  r.set(dict_field::fld_id, id);
+  if (read(r, dictno, 2) < 0) return std::nullopt;
+  return field_of(r, dictno);
+}
+
+std::optional<DictObject> DictionaryFiles::read_object(int dictno, std::string_view name) {
   DictRow r(DictTable::object);
-  r.set(dict_object::obj_name, name.substr(0, dict_object::obj_name.size));
-  const int d = read(r, -1, 1);
+  r.set(dict_object::obj_name, name);
+  const int d = read(r, dictno, 1);
   if (d < 0) return std::nullopt;
   DictObject o;
   o.dictno = static_cast<int16_t>(d);
@@ -395,7 +445,7 @@ std::optional<DictObject> DictionaryFiles::find_object(std::string_view name) {
   return o;
 }
 
-std::optional<DictKey> DictionaryFiles::key(int dictno, uint16_t obj_id, uint16_t index_no) {
+std::optional<DictKey> DictionaryFiles::read_key(int dictno, uint16_t obj_id, uint16_t index_no) {
   DictRow r(DictTable::key);
   r.set(dict_key::obj_id, obj_id);
   r.set(dict_key::index_no, index_no);
@@ -411,7 +461,7 @@ std::optional<DictKey> DictionaryFiles::key(int dictno, uint16_t obj_id, uint16_
   return k;
 }
 
-std::vector<DictRecordEntry> DictionaryFiles::record(int dictno, uint16_t obj_id) {
+std::vector<DictRecordEntry> DictionaryFiles::read_record(int dictno, uint16_t obj_id) {
   std::vector<DictRecordEntry> out;
   DictRow r(DictTable::record);
   r.set(dict_record::obj_id, obj_id);
@@ -424,10 +474,9 @@ std::vector<DictRecordEntry> DictionaryFiles::record(int dictno, uint16_t obj_id
 }
 
 bool DictionaryFiles::record_has(int dictno, uint16_t obj_id, uint16_t field_id) {
-  DictRow r(DictTable::record);
-  r.set(dict_record::fld_id, field_id);
-  r.set(dict_record::obj_id, obj_id);
-  return read(r, dictno, 2) >= 0;
+  for (const DictRecordEntry& e : record(dictno, obj_id))
+    if (e.field_id == field_id) return true;
+  return false;
 }
 
 bool DictionaryFiles::record_holds(int dictno, uint16_t obj_id, std::string_view field_name) {

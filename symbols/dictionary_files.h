@@ -10,6 +10,10 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <optional>
+#include <unordered_map>
+#include <utility>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -123,11 +127,22 @@ class DictionaryFiles final : public Dictionaries {
   std::string documentation(int dictno, int type, uint16_t id, uint16_t line_no) override;
 
  private:
+  // What the compiler has read of a dictionary's descriptions, kept for the run: they do not
+  // change while it runs, and every program of a run asks for much the same rows.
+  struct Cache {
+    std::unordered_map<std::string, std::optional<DictField>> fields_by_name;
+    std::unordered_map<uint16_t, std::optional<DictField>> fields_by_id;
+    std::unordered_map<std::string, std::optional<DictObject>> objects;
+    std::map<std::pair<uint16_t, uint16_t>, std::optional<DictKey>> keys;
+    std::unordered_map<uint16_t, std::vector<DictRecordEntry>> records;
+  };
+
   struct Dictionary {
     std::string path;
     uint32_t mode = 0;
     std::array<std::unique_ptr<datafile::IndexedFile>, kDictTableCount> files;
     std::string version;
+    Cache cache;
   };
 
   std::string dictionary_path(std::string_view name, uint32_t& mode) const;
@@ -135,6 +150,12 @@ class DictionaryFiles final : public Dictionaries {
   datafile::IndexedFile* file(DictTable t, int dictno);
   [[noreturn]] void read_failed(DictTable t, int dictno, int status);
   const char* env(const char* name) const;
+  Cache& cache(int dictno) { return dicts_[static_cast<size_t>(dictno)]->cache; }
+  std::optional<DictField> read_field_in(int dictno, std::string_view name);
+  std::optional<DictField> read_field_by_id(int dictno, uint16_t id);
+  std::optional<DictObject> read_object(int dictno, std::string_view name);
+  std::optional<DictKey> read_key(int dictno, uint16_t obj_id, uint16_t index_no);
+  std::vector<DictRecordEntry> read_record(int dictno, uint16_t obj_id);
 
   uint16_t open_mask_;
   Getenv getenv_;
