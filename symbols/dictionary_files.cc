@@ -310,24 +310,30 @@ int DictionaryFiles::next(DictRow& row, int dictno) {
   return status;
 }
 
+// A write to a table whose rows the lookups keep makes them read again.
+void DictionaryFiles::forget(DictTable t, int dictno) {
+  if (t == DictTable::object || t == DictTable::field || t == DictTable::record || t == DictTable::key)
+    cache(dictno) = {};
+}
+
 int DictionaryFiles::write(const DictRow& row, int dictno) {
   IndexedFile* f = file(row.table(), dictno);
   if (!f) return datafile::kNotOpen;
-  cache(dictno) = {};  // what was read may have changed
+  forget(row.table(), dictno);
   return f->write(row.data());
 }
 
 int DictionaryFiles::rewrite(const DictRow& row, int dictno) {
   IndexedFile* f = file(row.table(), dictno);
   if (!f) return datafile::kNotOpen;
-  cache(dictno) = {};  // what was read may have changed
+  forget(row.table(), dictno);
   return f->rewrite(row.data());
 }
 
 int DictionaryFiles::remove(const DictRow& row, int dictno) {
   IndexedFile* f = file(row.table(), dictno);
   if (!f) return datafile::kNotOpen;
-  cache(dictno) = {};  // what was read may have changed
+  forget(row.table(), dictno);
   return f->remove(row.data());
 }
 

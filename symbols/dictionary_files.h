@@ -151,6 +151,7 @@ class DictionaryFiles final : public Dictionaries {
   [[noreturn]] void read_failed(DictTable t, int dictno, int status);
   const char* env(const char* name) const;
   Cache& cache(int dictno) { return dicts_[static_cast<size_t>(dictno)]->cache; }
+  void forget(DictTable t, int dictno);
   std::optional<DictField> read_field_in(int dictno, std::string_view name);
   std::optional<DictField> read_field_by_id(int dictno, uint16_t id);
   std::optional<DictObject> read_object(int dictno, std::string_view name);
