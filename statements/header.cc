@@ -40,9 +40,10 @@ ClauseStep header_returning(Header& h) {
   return ClauseStep::next;
 }
 
-// The header clauses not compiled yet (PRIMARY, MODES, REVIEW, ...) are passed over to the next
-// clause word.
+// The header clauses not compiled yet (PRIMARY, MODES, REVIEW, ...) are reported, so that no
+// table is written without them, and passed over to the next clause word.
 ClauseStep header_other(Header& h) {
+  h.p.diag.error_text(txt::clause_not_built, Context::current_token());
   h.p.accept();
   h.p.tok.skip_to_clause();
   return ClauseStep::next;

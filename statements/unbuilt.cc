@@ -1,5 +1,6 @@
-// Statements whose compilers are not built yet. Each is recognised by its verb and passed over
-// to its end, so that the rest of the program is still checked.
+// Statements whose compilers are not built yet. Each is recognised by its verb, reported as an
+// error (so that no table is written without it) and passed over to its end, so that the rest of
+// the program is still checked.
 //
 // When a statement group gets its compiler, its handlers move out of this file.
 
@@ -11,6 +12,7 @@ namespace tav {
 namespace {
 
 void skip_statement(Parser& p) {
+  p.diag.error_text(txt::statement_not_built, Context::current_token());
   p.accept();
   p.tok.skip_to_statement();
 }
