@@ -248,7 +248,9 @@ void Driver::compile_file(const std::string& argument) {
     return;
   }
 
-  if (preprocess(file)) {
+  // A file the preprocessor refused has its message and no result line.
+  const bool preprocessed = preprocess(file);
+  if (preprocessed) {
     if (compiler_->tok.open_source(temp_name_) != 0) {
       int err = errno;
       display_.show(format_text(txt::cant_open_temporary, {temp_name_, std::to_string(err)}));
@@ -256,8 +258,8 @@ void Driver::compile_file(const std::string& argument) {
     } else {
       compile_and_write(file);
     }
+    report_result(file);
   }
-  report_result(file);
   had_errors_ = diag_.error_count() > 0;
 
   compiler_->reset();
