@@ -121,6 +121,13 @@ uint32_t OpSpace::store_text(std::string_view text) {
   return off;
 }
 
+uint32_t OpSpace::next_count(uint32_t at, std::string_view what) {
+  const uint32_t n = get16(at);
+  if (n == 0xffff) diag_.fatal_text(txt::too_many_in_program, what);
+  put16(at, n + 1);
+  return n;
+}
+
 void OpSpace::setbss(uint32_t p) {
   move_break_back(brk_, p, kOpSpaceSize, diag_, txt::setbss_past_break, txt::setbss_outside_table);
 }

@@ -35,6 +35,9 @@ class OpSpace {
   uint32_t alloc(uint32_t n);                        // zero-filled; FATAL when it does not fit
   uint32_t copy_in(const void* src, uint32_t n);     // allocate and copy
   uint32_t store_text(std::string_view text);        // the text and a terminating NUL
+  // Takes the value of the 16-bit counter at `at` and increases it; a program that would make
+  // it wrap is abandoned (FATAL) with `what` as the context: the records it numbers would clash.
+  uint32_t next_count(uint32_t at, std::string_view what);
   void setbss(uint32_t brk);                          // release everything after brk (0: all)
   uint32_t brk() const { return brk_; }
 

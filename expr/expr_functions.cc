@@ -73,8 +73,7 @@ uint32_t report_by_name(ParserCore& p, std::string_view name) {
     uint32_t n = ops.get24(r + report::r_name);
     if (n != 0 && SymbolTable::compare_names(ops.text_at(n), name) == 0) return r;
   }
-  uint32_t count = ops.get16(hdr::h_report_count);
-  ops.put16(hdr::h_report_count, count + 1);
+  uint32_t count = ops.next_count(hdr::h_report_count, "reports");
   uint32_t text = ops.store_text(name);
   uint32_t r = ops.alloc(report::size);
   ops.put16(r + report::r_number, count);

@@ -262,8 +262,7 @@ uint32_t do_section(Parser& p, uint16_t& flags) {
   }
   uint32_t section = p.syms.find_or_declare_section(p.text(), false);
   if ((flags & doop::next) && ops.get16(section + ssym::s_routine) == 0) {
-    uint32_t number = ops.get16(hdr::h_library_count) + 1;
-    ops.put16(hdr::h_library_count, number);
+    const uint32_t number = ops.next_count(hdr::h_library_count, "library routines") + 1;
     ops.put16(section + ssym::s_routine, number);
   }
   return section;

@@ -31,20 +31,13 @@ std::string_view SymbolTable::text(uint32_t link) const {
 
 uint32_t SymbolTable::store_name(std::string_view name) { return ops_.store_text(name); }
 
-// Takes the current value of a 16-bit header counter and increases it.
-uint32_t SymbolTable::next_counter(uint32_t header_member) {
-  const uint32_t n = ops_.get16(header_member);
-  ops_.put16(header_member, n + 1);
-  return n;
-}
-
 // --- Fields ------------------------------------------------------------------------------------
 
 uint32_t SymbolTable::new_field(std::string_view name, bool local) {
   if (name.size() > kSymbolNameLength) name = name.substr(0, kSymbolNameLength);
   const uint32_t f = ops_.alloc(fsym::size);
   ops_.put24(f + fsym::f_name, store_name(name));
-  ops_.put16(f + fsym::f_seq, next_counter(hdr::h_field_count));
+  ops_.put16(f + fsym::f_seq, ops_.next_count(hdr::h_field_count, "fields"));
   ops_.put16(f + fsym::f_fldid, fsym::fldid_none);
   ops_.put16(f + fsym::f_dictno,
              static_cast<uint16_t>(local ? fsym::dictno_local : fsym::dictno_program));
@@ -188,7 +181,7 @@ uint32_t SymbolTable::add_object(std::string_view name, int16_t dictno) {
   object_tail_ = o;
   ops_.put24(o + osym::o_name, store_name(name));
   ops_.put16(o + osym::o_dictno, static_cast<uint16_t>(dictno));
-  ops_.put16(o + osym::o_seq, next_counter(hdr::h_object_count));
+  ops_.put16(o + osym::o_seq, ops_.next_count(hdr::h_object_count, "objects"));
   return o;
 }
 
@@ -238,7 +231,7 @@ uint32_t SymbolTable::find_or_declare_section(std::string_view name, bool defini
 
   const uint32_t sec = ops_.alloc(ssym::size);
   ops_.put24(sec + ssym::s_name, store_name(name));
-  ops_.put16(sec + ssym::s_seq, next_counter(hdr::h_screen_count));
+  ops_.put16(sec + ssym::s_seq, ops_.next_count(hdr::h_screen_count, "sections"));
   if (!defining) ops_.put16(sec + ssym::s_flags, ssym::flag_referenced);
   link_after(last_defined != 0 ? last_defined : prev, sec);
   return sec;

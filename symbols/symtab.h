@@ -112,7 +112,6 @@ class SymbolTable {
 
  private:
   uint32_t store_name(std::string_view name);
-  uint32_t next_counter(uint32_t header_member);
   int cache_search(std::string_view name, bool& found) const;
 
   OpSpace& ops_;

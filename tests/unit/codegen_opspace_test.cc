@@ -102,6 +102,12 @@ TEST_F(Stores, OpSpaceLimitAndRelease) {
   EXPECT_EQ(ops.store_text("hi"), 100u);
   EXPECT_STREQ(ops.text_at(100), "hi");
   EXPECT_EQ(ops.brk(), 103u);
+
+  // A 16-bit counter gives out 0 to 0xfffe; the next would wrap onto a number in use.
+  ops.put16(10, 0xfffe);
+  EXPECT_EQ(ops.next_count(10, "fields"), 0xfffeu);
+  expect_fatal([&] { ops.next_count(10, "fields"); }, "Too many in one program - 'fields'");
+  EXPECT_EQ(ops.get16(10), 0xffffu);
 }
 
 TEST_F(Stores, DataAlignment) {
