@@ -286,6 +286,9 @@ bool Tokenizer::fill() {
   return true;
 }
 
+// What a NUL byte of the source is read as: a control character like any other.
+constexpr char kNulStandIn = '\x01';
+
 bool Tokenizer::read_raw_line() {
   size_t n = 0;
   bool any = false;
@@ -297,6 +300,9 @@ bool Tokenizer::read_raw_line() {
     size_t chunk = nl ? static_cast<size_t>(static_cast<const char*>(nl) - rp_) + 1 : avail;
     size_t take = chunk < kLineMax - n ? chunk : kLineMax - n;  // the rest of a long line is dropped
     std::memcpy(line_ + n, rp_, take);
+    // A NUL inside the line would end it unseen; it becomes a control character, which the
+    // scanner reports where it stands.
+    std::replace(line_ + n, line_ + n + take, '\0', kNulStandIn);
     n += take;
     rp_ += chunk;
     if (nl) break;

@@ -6,6 +6,14 @@
 namespace tav {
 
 uint32_t compile_statements_until(Parser& p, std::initializer_list<uint32_t> stops) {
+  // Every nested block is compiled one call deeper: a fixed limit keeps a hostile program from
+  // exhausting the stack.
+  if (p.nesting >= kMaxNesting) p.diag.fatal_text(txt::nesting_too_deep, Context::current_token());
+  struct Nested {
+    Parser& p;
+    explicit Nested(Parser& parser) : p(parser) { ++p.nesting; }
+    ~Nested() { --p.nesting; }
+  } nested(p);
   for (;;) {
     const uint32_t c = p.next();
     bool stop = (c & kSectionStart) != 0;

@@ -15,6 +15,9 @@ namespace tav {
 
 class Parser;
 
+// How deeply statement lists may nest (each IF, loop, SWITCH, CASE and block is one level).
+inline constexpr int kMaxNesting = 256;
+
 // Compiles statements into the current op list until one of `stops` or the start of a section
 // (the end of input is one) is read. That token is left to be read again and its class returned,
 // so that the caller can take its closing verb or report it missing.

@@ -29,6 +29,7 @@ class Parser : public ParserCore {
   int cond_depth = 0;            // open IF / SWITCH / OPTION blocks
   int loop_depth = 0;            // open loops (the DETAIL of a SCREEN or MENU counts as one)
   int extract_depth = 0;         // open EXTRACT loops
+  int nesting = 0;               // statement lists open, inside one another
   bool path_ended = false;       // EXIT, BREAK, CONTINUE, RE-ENTER or BACK-TO-DETAIL came last
   int menu_options = 0;          // OPTIONs in the current MENU
   int print_statements = 0;      // report statements used

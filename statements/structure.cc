@@ -323,7 +323,7 @@ void compile_exit(Parser& p) {
   p.next();
   p.push_back();
   if (!p.at_statement_start()) {
-    Operand v = compile_operand(p, op + exitop::ex_value, 0);
+    Operand v = compile_operand(p, op + exitop::ex_value, -1);  // any numeric value
     if (v.type.alphanumeric()) p.diag.error(msg::numeric_value_invalid_out_range);
     if (v.literal && v.value == 0 && ops.get24(op + exitop::ex_value) == 0) {
       static constexpr uint8_t kZero[2] = {0, 0};

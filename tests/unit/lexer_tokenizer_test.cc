@@ -89,7 +89,9 @@ TEST_F(Lex, WordsLiteralsAndTheirMessages) {
       {"ABC'De F'gH Cu`st `` 1- .", "abc'De f'gH cust 1- .", {}},
       {"a // b c\nd //e\n//f\ng//h", "a d g//h", {}},
       {"a\rb\nc", "a c", {}},
-      {std::string("ab\x01" "cd ef\ngh\0ij\nk", 16), "abcd ef gh k", {e + "Invalid character - 'ab'"}},
+      // A NUL is a control character like any other: reported, and the line goes on after it.
+      {std::string("ab\x01" "cd ef\ngh\0ij\nk", 16), "abcd ef ghij k",
+       {e + "Invalid character - 'ab'", "t.spl, line 2: ERROR  Invalid character - 'gh'"}},
       // Numeric literals.
       {"123 -1.50 007 1.500 100 0 +5 .25 0.05 -0", "#123=123/4060 #-1.50=-1.5/4421 #007=7/4020 "
        "#1.500=1.5/4021 #100=100/4060 #0=0/4020 #+5=5/4020 #.25=0.25/4002 #0.05=0.05/4002 #-0=-0/4420", {}},
