@@ -16,6 +16,7 @@
 #include "statements/parser.h"
 #include "statements/program.h"
 #include "statements/records.h"
+#include "statements/screen_clauses.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
 
@@ -29,46 +30,6 @@ uint16_t kind_of(Parser& p) { return static_cast<uint16_t>(p.ops.get16(p.section
 uint32_t emit_statement(Parser& p, uint32_t verb_code, Op opcode) {
   p.ob.emit_statement_marker(verb_code);
   return p.ob.emit(opcode);
-}
-
-// Whether the next token can start another expression of a list. Commas are read as blanks, so
-// a list goes on for as long as its items follow one another; a clause keyword or the next
-// statement ends it.
-bool expression_follows(Parser& p) {
-  uint32_t c = p.next();
-  p.push_back();
-  return !p.at_statement_start() && !(c & kClauseWord);
-}
-
-// @ row, column: two operand values at dest and dest + 3.
-void read_position(Parser& p, uint32_t dest) {
-  compile_operand(p, dest, -2);
-  if (!expression_follows(p)) {
-    p.diag.error(msg::row_column_coordinates_expected);
-    return;
-  }
-  compile_operand(p, dest + 3, -2);
-}
-
-// [IS] foreground [ON background]: colour operand values.
-void read_colour(Parser& p, uint32_t foreground, uint32_t background) {
-  p.take(verb("is"));
-  compile_operand(p, foreground, 0);
-  if (p.take(verb("on"))) compile_operand(p, background, 0);
-}
-
-// An expression list that must be alphanumeric (error 51); a single literal text becomes a text
-// item of `kind`.
-void alpha_list(Parser& p, uint32_t dest, char kind) {
-  ExprType t = compile_expression_list(p, dest);
-  if (t.failed) return;
-  if (!t.alphanumeric()) {
-    p.diag.error(msg::alphanumeric_expression_required);
-    return;
-  }
-  uint32_t head = p.ops.get24(dest);
-  if (kind != 0 && head != 0 && p.ops.get24(head) == 0 && p.ops.opcode(head) == Op::literal)
-    p.ob.make_text_item_op(head, kind);
 }
 
 // A list of expressions (commas between them are optional), each on its own op list, as 6-byte
