@@ -9,6 +9,7 @@
 #include "codegen/convert.h"
 #include "expr/expr.h"
 #include "codegen/header.h"
+#include "statements/accept.h"
 #include "statements/block.h"
 #include "symbols/clauses.h"
 #include "statements/handlers.h"
@@ -803,6 +804,7 @@ namespace {
 struct ReEnter {
   Parser& p;
   uint8_t how = 0;
+  uint32_t target = 0;  // the ACCEPT of the field named
 };
 
 ClauseStep re_enter_optional(ReEnter& r) {
@@ -815,15 +817,31 @@ ClauseStep re_enter_auto(ReEnter& r) {
   return ClauseStep::next;
 }
 
-// A name is passed over; any other word is an invalid clause.
+// The field entered again: it must have been ACCEPTed earlier in the part.
 ClauseStep re_enter_other(ReEnter& r) {
-  return r.p.cls() == kClassName ? ClauseStep::next : skip_invalid_clause(r.p);
+  Parser& p = r.p;
+  if (p.cls() != kClassName) return skip_invalid_clause(p);
+  if (p.accept_chain == 0) return ClauseStep::next;  // reported below
+  uint32_t object = 0;
+  uint32_t field = reference_field(p, p.text(), &object);
+  if (field == 0) return ClauseStep::next;
+  r.target = find_accept(p, p.accept_chain, field, object, false);
+  if (r.target == 0) p.diag.error(msg::field_not_previously_accepted_screen);
+  return ClauseStep::next;
 }
 
 constexpr ClauseRow<ReEnter> kReEnterClauses[] = {
     {verb("optional"), Given::repeatable, {}, re_enter_optional},
     {verb("auto"), Given::repeatable, {}, re_enter_auto},
 };
+
+// The op before `accept` in the open op lists, from level 0 up; 0 when there is none.
+uint32_t op_before(Parser& p, uint32_t accept) {
+  for (int level = 0; level <= p.ob.level(); ++level)
+    for (uint32_t op = p.ob.at_level(level).head; op != 0; op = p.ops.get24(op))
+      if (p.ops.get24(op) == accept) return op;
+  return 0;
+}
 
 }  // namespace
 
@@ -837,8 +855,13 @@ void compile_re_enter(Parser& p) {
     p.diag.error(msg::no_previous_accept_statement_screen);
     return;
   }
+  uint32_t target = r.target != 0 ? r.target : p.accept_chain;
   uint32_t op = emit_statement(p, verb("re_enter"), Op::re_enter);
   p.ops.at(op + reenter::re_how)[0] = r.how;
+  uint32_t before = op_before(p, target);
+  if (before == 0 && p.diag.error_count() == 0)
+    p.diag.fatal_text(txt::internal_error_re_enter, Context::current_token());
+  p.ops.put24(op + reenter::re_target, before);
 }
 
 void compile_pause(Parser& p) {
