@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "statements/locks.h"
 #include "symbols/parser_core.h"
@@ -35,6 +37,9 @@ class Parser : public ParserCore {
   int print_statements = 0;      // report statements used
   bool report_defined = false;   // a REPORT section was defined
   uint32_t accept_chain = 0;     // ACCEPT ops of the current part
+  // The ACCEPT ops being compiled (an ACCEPT may stand in another's blocks), each with the
+  // descriptor it is building.
+  std::vector<std::pair<uint32_t, uint32_t>> accepts_open;
   uint32_t mode_tail = 0;        // last mode_entry of the header's mode list
   uint32_t version_tail = 0;     // last entry of the header's version list
 

@@ -9,6 +9,7 @@
 #include "codegen/convert.h"
 #include "expr/expr.h"
 #include "codegen/header.h"
+#include "statements/accept.h"
 #include "statements/block.h"
 #include "symbols/clauses.h"
 #include "statements/handlers.h"
@@ -16,6 +17,7 @@
 #include "statements/parser.h"
 #include "statements/program.h"
 #include "statements/records.h"
+#include "statements/screen_clauses.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
 
@@ -29,46 +31,6 @@ uint16_t kind_of(Parser& p) { return static_cast<uint16_t>(p.ops.get16(p.section
 uint32_t emit_statement(Parser& p, uint32_t verb_code, Op opcode) {
   p.ob.emit_statement_marker(verb_code);
   return p.ob.emit(opcode);
-}
-
-// Whether the next token can start another expression of a list. Commas are read as blanks, so
-// a list goes on for as long as its items follow one another; a clause keyword or the next
-// statement ends it.
-bool expression_follows(Parser& p) {
-  uint32_t c = p.next();
-  p.push_back();
-  return !p.at_statement_start() && !(c & kClauseWord);
-}
-
-// @ row, column: two operand values at dest and dest + 3.
-void read_position(Parser& p, uint32_t dest) {
-  compile_operand(p, dest, -2);
-  if (!expression_follows(p)) {
-    p.diag.error(msg::row_column_coordinates_expected);
-    return;
-  }
-  compile_operand(p, dest + 3, -2);
-}
-
-// [IS] foreground [ON background]: colour operand values.
-void read_colour(Parser& p, uint32_t foreground, uint32_t background) {
-  p.take(verb("is"));
-  compile_operand(p, foreground, 0);
-  if (p.take(verb("on"))) compile_operand(p, background, 0);
-}
-
-// An expression list that must be alphanumeric (error 51); a single literal text becomes a text
-// item of `kind`.
-void alpha_list(Parser& p, uint32_t dest, char kind) {
-  ExprType t = compile_expression_list(p, dest);
-  if (t.failed) return;
-  if (!t.alphanumeric()) {
-    p.diag.error(msg::alphanumeric_expression_required);
-    return;
-  }
-  uint32_t head = p.ops.get24(dest);
-  if (kind != 0 && head != 0 && p.ops.get24(head) == 0 && p.ops.opcode(head) == Op::literal)
-    p.ob.make_text_item_op(head, kind);
 }
 
 // A list of expressions (commas between them are optional), each on its own op list, as 6-byte
@@ -841,6 +803,7 @@ namespace {
 struct ReEnter {
   Parser& p;
   uint8_t how = 0;
+  uint32_t target = 0;  // the ACCEPT of the field named
 };
 
 ClauseStep re_enter_optional(ReEnter& r) {
@@ -853,15 +816,31 @@ ClauseStep re_enter_auto(ReEnter& r) {
   return ClauseStep::next;
 }
 
-// A name is passed over; any other word is an invalid clause.
+// The field entered again: it must have been ACCEPTed earlier in the part.
 ClauseStep re_enter_other(ReEnter& r) {
-  return r.p.cls() == kClassName ? ClauseStep::next : skip_invalid_clause(r.p);
+  Parser& p = r.p;
+  if (p.cls() != kClassName) return skip_invalid_clause(p);
+  if (p.accept_chain == 0) return ClauseStep::next;  // reported below
+  uint32_t object = 0;
+  uint32_t field = reference_field(p, p.text(), &object);
+  if (field == 0) return ClauseStep::next;
+  r.target = find_accept(p, p.accept_chain, field, object, false);
+  if (r.target == 0) p.diag.error(msg::field_not_previously_accepted_screen);
+  return ClauseStep::next;
 }
 
 constexpr ClauseRow<ReEnter> kReEnterClauses[] = {
     {verb("optional"), Given::repeatable, {}, re_enter_optional},
     {verb("auto"), Given::repeatable, {}, re_enter_auto},
 };
+
+// The op before `accept` in the open op lists, from level 0 up; 0 when there is none.
+uint32_t op_before(Parser& p, uint32_t accept) {
+  for (int level = 0; level <= p.ob.level(); ++level)
+    for (uint32_t op = p.ob.at_level(level).head; op != 0; op = p.ops.get24(op))
+      if (p.ops.get24(op) == accept) return op;
+  return 0;
+}
 
 }  // namespace
 
@@ -875,8 +854,13 @@ void compile_re_enter(Parser& p) {
     p.diag.error(msg::no_previous_accept_statement_screen);
     return;
   }
+  uint32_t target = r.target != 0 ? r.target : p.accept_chain;
   uint32_t op = emit_statement(p, verb("re_enter"), Op::re_enter);
   p.ops.at(op + reenter::re_how)[0] = r.how;
+  uint32_t before = op_before(p, target);
+  if (before == 0 && p.diag.error_count() == 0)
+    p.diag.fatal_text(txt::internal_error_re_enter, Context::current_token());
+  p.ops.put24(op + reenter::re_target, before);
 }
 
 void compile_pause(Parser& p) {

@@ -60,7 +60,8 @@ TEST(StructureStatements, ExitValues) {
 }
 
 TEST(StructureStatements, DoWithParametersAndReturning) {
-  Op6 t = compiled("procedure main\n do sub\n do sub parameters a, \"x\" returning b\nend\nprocedure sub\nend\n");
+  Op6 t = compiled("procedure main\n do sub\n do sub parameters a, \"x\" returning b\nend\n"
+                   "procedure sub parameters n pic 9(4) s pic x(10) returning r pic x(10)\nend\n");
   ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 2u);
@@ -277,7 +278,7 @@ namespace {
 // that silently lacks it.
 TEST(StructureStatements, UnbuiltStatementsAreErrors) {
   for (const char* source : {"procedure main\n  get orders\nend\n", "procedure main\n  display a\nend\n",
-                             "screen main primary orders\nend\n"}) {
+                             "screen main select a from orders\nend\n"}) {
     const tavtest::Compiled c = compile(source);
     EXPECT_NE(c.result.out.find("supported by this compiler yet"), std::string::npos) << source << c.result.out;
     EXPECT_TRUE(c.image.empty()) << source;

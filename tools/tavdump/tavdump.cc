@@ -527,6 +527,12 @@ class Printer {
       case Op::pause:
         line(indent, head);
         break;
+      case Op::accept: {
+        uint32_t d = img_.u24(op + acceptop::ao_desc), length = img_.u16(op + acceptop::ao_length);
+        line(indent, head + " descriptor " + hex24(d) + " length " + number(length));
+        accept_desc(indent + 1, d, length);
+        break;
+      }
       case Op::statement_marker: {
         uint32_t v = img_.u24(op + marker::mk_verb);
         std::string verb = "none";
@@ -563,6 +569,16 @@ class Printer {
       img_.check_record(e, retlist::size, "DO returning entry");
       line(indent, "returning " + field_name(img_.u24(e + retlist::rl_field)) + " address " + hex24(img_.u24(e + retlist::rl_address)));
     }
+  }
+
+  // A field descriptor holds the members that end within its length.
+  void accept_desc(int indent, uint32_t d, uint32_t length) {
+    if (d == 0) return;
+    img_.check_record(d, length, "accept_desc");
+    for_each_member(statement_rows::kMembers, "adesc", [&](const MemberRow& m) {
+      if (m.offset + m.width <= length) member(indent, m, d + m.offset);
+    });
+    raw(indent, d, length);
   }
 
   void confirm_block(int indent, uint32_t b) {

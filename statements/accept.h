@@ -1,0 +1,15 @@
+// ACCEPT and the chain of input ops that later statements search.
+#pragma once
+
+#include <cstdint>
+
+namespace tav {
+
+class Parser;
+
+// The op of the chain from `head` that accepts `field` through `object` (0: unqualified), or 0.
+// SUPPRESSed ACCEPTs are never found; READ-ONLY ones and those made from a DISPLAY only when
+// `refresh`. A field of 0 finds the first op examined.
+uint32_t find_accept(Parser& p, uint32_t head, uint32_t field, uint32_t object, bool refresh);
+
+}  // namespace tav

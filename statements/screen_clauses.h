@@ -1,0 +1,48 @@
+// The clause parsers that screen statements and section headers share: positions, colours, the
+// review-area check and alphanumeric texts.
+#pragma once
+
+#include <cstdint>
+
+namespace tav {
+
+class Parser;
+
+// @ row, column: two operand values at dest and dest + 3 (the @ already read). A missing column
+// is error 34.
+void read_position(Parser& p, uint32_t dest);
+
+// The coordinates of a screen or window position, the @ already read. `screen` (the position of
+// something shown on the screen) allows fractions and checks literals against the section's
+// window; a window corner takes whole numbers only. A literal row or column outside 1 to 255 is
+// error 3. Returns false when the statement was abandoned.
+bool read_coordinates(Parser& p, uint32_t dest, bool screen);
+
+// [IS] foreground [ON background]: colour operand values, no checks.
+void read_colour(Parser& p, uint32_t foreground, uint32_t background);
+
+// How a colour clause ended.
+enum class ColourEnd { read, on_key };
+
+// [IS] foreground [ON background] with the colour checks: an immediate colour must be 0 or have
+// bit 15 set; `background` 0 allows no background; equal immediates are an error unless
+// `same_allowed`. With `key_words`, an ON followed by a key word (HELP-KEY, ERROR, INDEX, an
+// arrow) ends the colour clause: the ON is taken and the key word left to be read next, for the
+// caller to read the ON clause it starts.
+ColourEnd read_colours(Parser& p, uint32_t foreground, uint32_t background, bool same_allowed, bool key_words);
+
+// The review-area check of a position in the DETAIL of a REVIEW section: an expression row is
+// error 111; the first literal row starts the review area, and later rows inside its second and
+// further entries are error 67 (and error 142 without `in_field`). A currency column on a plain
+// REVIEW screen is warned about.
+void check_review_area(Parser& p, uint32_t position, bool in_field);
+
+// An expression list that must be alphanumeric (error 51); a single literal text becomes a text
+// item of `kind` (0: none).
+void alpha_list(Parser& p, uint32_t dest, char kind);
+
+// Whether the next token can start another expression of a list: commas are read as blanks, so a
+// list goes on until a clause keyword or the next statement.
+bool expression_follows(Parser& p);
+
+}  // namespace tav

@@ -1,0 +1,141 @@
+// ACCEPT: the field descriptor byte by byte, its messages, and the ACCEPT chain as RE-ENTER
+// searches it.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "codegen/op_records.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+#include "tests/support/op6.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using namespace tav;
+using tavtest::Op6;
+using tavtest::TempDir;
+
+const char kFields[] = "field n pic 9(4)\nfield s pic x(10)\n";
+
+tavtest::Compiled compile(const std::string& body) {
+  TempDir dir;
+  return tavtest::compile(dir, std::string(kFields) + "procedure main\n" + body + "end\n");
+}
+
+// The ACCEPT ops of the procedure's DETAIL.
+std::vector<uint32_t> accepts(const Op6& t) {
+  std::vector<uint32_t> out;
+  for (uint32_t op : t.list(t.detail()))
+    if (t.opcode(op) == Op::accept) out.push_back(op);
+  return out;
+}
+
+TEST(Accept, DescriptorLengthFollowsTheLastClause) {
+  tavtest::Compiled c = compile(" accept n @ 2,3\n accept n @ 4,5 tag 7\n accept s @ 6,7 tag 1 scale 2\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = accepts(t);
+  ASSERT_EQ(ops.size(), 3u);
+  EXPECT_EQ(t.u16(ops[0] + acceptop::ao_length), 26u);
+  EXPECT_EQ(t.u16(ops[1] + acceptop::ao_length), 80u);
+  EXPECT_EQ(t.u16(ops[2] + acceptop::ao_length), 89u);
+  uint32_t d = t.u24(ops[0] + acceptop::ao_desc);
+  EXPECT_EQ(t.u24(d + adesc::ad_row), 2u);
+  EXPECT_EQ(t.u24(d + adesc::ad_column), 3u);
+  EXPECT_EQ(t.u24(d + adesc::ad_field), t.field("n"));
+  EXPECT_EQ(t.u24(d + adesc::ad_chain), 0u);
+  EXPECT_EQ(t.u16(d + adesc::ad_type), t.u16(t.field("n") + fsym::f_format));
+  EXPECT_EQ(t.u16(d + adesc::ad_length), 4u);
+  EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u);  // in a DETAIL part
+  // Each ACCEPT links the one before it.
+  uint32_t d1 = t.u24(ops[1] + acceptop::ao_desc), d2 = t.u24(ops[2] + acceptop::ao_desc);
+  EXPECT_EQ(t.u24(d1 + adesc::ad_chain), ops[0]);
+  EXPECT_EQ(t.u24(d2 + adesc::ad_chain), ops[1]);
+  EXPECT_EQ(t.u16(d1 + adesc::ad_tag), 7u);
+  EXPECT_EQ(t.u24(d2 + adesc::ad_scale), 2u);
+}
+
+TEST(Accept, FlagsFillAndSuppress) {
+  tavtest::Compiled c = compile(
+      " accept s @ 1,1 upper-case fill \"ab\" bold inverse right read-only\n"
+      " accept s suppress justify\n");
+  EXPECT_NE(c.result.out.find("line 4: WARNING  Can only fill with a single character - 'ab'"), std::string::npos)
+      << c.result.out;
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = accepts(t);
+  ASSERT_EQ(ops.size(), 2u);
+  uint32_t d = t.u24(ops[0] + acceptop::ao_desc);
+  EXPECT_EQ(t.u16(ops[0] + acceptop::ao_length), 57u);
+  EXPECT_EQ(t.u8(d + adesc::ad_fill), 'a');
+  EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u | 0x0002u | 0x4001u);
+  EXPECT_EQ(t.u16(d + adesc::ad_display), 0x0020u | 0x0100u | 4u);
+  // SUPPRESS without @ stands at 1,1; JUSTIFY fills with blanks on the left.
+  uint32_t e = t.u24(ops[1] + acceptop::ao_desc);
+  EXPECT_EQ(t.u24(e + adesc::ad_row), 1u);
+  EXPECT_EQ(t.u24(e + adesc::ad_column), 1u);
+  EXPECT_EQ(t.u8(e + adesc::ad_fill), ' ');
+  EXPECT_EQ(t.u16(e + adesc::ad_options), 0x1000u | 0x2001u | 0x0020u);
+}
+
+TEST(Accept, Messages) {
+  struct Case {
+    const char* body;
+    const char* message;
+  };
+  const Case cases[] = {
+      {" accept n\n", "line 4: ERROR  Row/Column coordinates are mandatory - 'n'"},
+      {" accept n @ 1,1 fill spaces\n", "line 4: ERROR  Can only fill an alpha field - 'fill'"},
+      {" accept n @ 1,1 justify\n", "line 4: ERROR  Can only justify an alpha field - 'justify'"},
+      {" accept n @ 1,1 @ 2,2\n", "line 4: ERROR  Duplicate or incompatible clause - '@'"},
+      {" accept n @ 1,1 no-clear show-value\n", "ERROR  Duplicate or incompatible clause - 'show-value'"},
+      {" accept n @ 1,1 default \"x\"\n", "ERROR  Value not compatible with field"},
+      {" accept n @ 1,1 picture x(3)\n", "ERROR  PICTURE not compatible with field/expression"},
+      {" accept n @ 1,1 tag 70000\n", "ERROR  Numeric value invalid or out of range - '70000'"},
+      {" accept n @ 1,1 time-out 5\n", "ERROR  TIMEOUT requires ON ERROR"},
+      {" accept n @ 1,1 edit\n", "ERROR  EDIT clause no longer supported - 'edit'"},
+      {" accept n @ 1,1 auto-return\n", "WARNING  AUTO-RETURN not currently implemented"},
+      {" accept n @ 1,130\n", "WARNING  Display/Print line overflow"},
+      {" accept n @ 0,1\n", "ERROR  Row/Column is invalid or out of range - '0'"},
+      {" accept n @ 1,1 colour 5\n", "ERROR  Not a valid color - '5'"},
+      {" accept n @ 1,1 when n = 1 title \"t\"\n", "WARNING  TITLEs are not conditional - 'n'"},
+      {" accept 5\n", "ERROR  Field name expected - '5'"},
+      {" accept n @ 1,1 validations\n  exit\n end-validations\n", "ERROR  Clause not supported by this compiler yet - 'validations'"},
+      {" accept n @ 1,1 frob\n", "ERROR  Invalid clause - 'frob'"},
+  };
+  for (const Case& c : cases) {
+    std::string out = compile(c.body).result.out;
+    EXPECT_NE(out.find(c.message), std::string::npos) << c.body << out;
+  }
+}
+
+// RE-ENTER finds the field's ACCEPT through the chain; a READ-ONLY or SUPPRESSed one is not a
+// target.
+TEST(Accept, ReEnterSearchesTheChain) {
+  tavtest::Compiled c = compile(" accept n @ 1,1\n accept s @ 2,1\n if n = 1\n  re-enter n\n end-if\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = t.list(t.detail());
+  uint32_t first = accepts(t)[0];
+  uint32_t before = 0;
+  for (uint32_t op : ops)
+    if (t.u24(op) == first) before = op;
+  ASSERT_NE(before, 0u);
+  uint32_t if_op = ops.back();
+  uint32_t re = 0;
+  for (uint32_t op : t.list(t.u24(if_op + 9)))
+    if (t.opcode(op) == Op::re_enter) re = op;
+  ASSERT_NE(re, 0u);
+  EXPECT_EQ(t.u24(re + reenter::re_target), before);
+
+  for (const char* body : {" accept n @ 1,1 read-only\n re-enter n\n", " accept n suppress\n re-enter n\n",
+                           " accept s @ 1,1\n re-enter n\n"}) {
+    std::string out = compile(body).result.out;
+    EXPECT_NE(out.find("ERROR  Field not previously ACCEPTed in screen - 'n'"), std::string::npos) << body << out;
+  }
+}
+
+}  // namespace
