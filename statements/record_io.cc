@@ -53,14 +53,13 @@ bool read_object_head(Parser& p, uint32_t joiner, ObjectHead& head) {
     head.star = true;
     c = p.next();
   } else {
-    for (; c == kClassName; c = p.next()) names.emplace_back(p.text());
-    if (names.empty()) return p.fail(msg::object_name_expected), false;
-    if (c != joiner) {
-      p.push_back();
-      if (names.size() > 1) return p.fail(msg::syntax_error), false;
-      head.object = find_or_load_object(p, names[0]);
+    if (c != kClassName) return p.fail(msg::object_name_expected), false;
+    // A name that is no field, or is an object, names the object; otherwise fields lead.
+    if (!field_is_known(p, p.text()) || p.syms.find_object(p.text()) != 0) {
+      head.object = find_or_load_object(p, p.text());
       return head.object != 0;
     }
+    for (; c == kClassName; c = p.next()) names.emplace_back(p.text());
     head.listed = true;
   }
   if (c != joiner) return p.fail(msg::syntax_error), false;
