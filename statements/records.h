@@ -66,4 +66,48 @@ inline constexpr uint16_t wait = 0x0200;
 inline constexpr uint16_t wait_mask = 0x0211;  // BACKGROUND, BATCH and WAIT exclude each other
 }  // namespace cmdblock
 
+// The record access statements' operands.
+//
+// Access flags of the record I/O block (the access key block of symbols/records.def, bytes 5-6);
+// the full-key, partial-key and default-index flags are accesskey's own.
+namespace access {
+inline constexpr uint16_t next = 0x0001;
+inline constexpr uint16_t prev = 0x0002;
+inline constexpr uint16_t same = 0x0004;
+inline constexpr uint16_t different = 0x0008;
+inline constexpr uint16_t first = 0x0010;
+inline constexpr uint16_t last = 0x0020;
+inline constexpr uint16_t lock = 0x0040;
+inline constexpr uint16_t currency = 0x0080;
+inline constexpr uint16_t before = 0x0100;   // POSITION BEFORE
+inline constexpr uint16_t after = 0x0200;    // POSITION AFTER
+inline constexpr uint16_t look_up = 0x4000;  // GET LOOK-UP; the block of an EXTRACT
+inline constexpr uint16_t positioning = next | prev | first | last;
+inline constexpr int kMaxSameFields = 8;
+}  // namespace access
+
+namespace objop {
+inline constexpr uint16_t keep_lock = 0x0040;  // UPDATE LOCK
+inline constexpr uint16_t remove = 0x0001;     // CLOSE [AND] REMOVE
+inline constexpr uint16_t local = 0x0002;      // CLOSE ALL LOCAL, UNLOCK ALL LOCAL
+inline constexpr uint16_t push = 0x0001;       // SAVE: PUSH
+}  // namespace objop
+
+namespace restoreop {
+inline constexpr uint16_t pop = 0x0001;
+inline constexpr uint16_t leaving_all = 0x0002;
+inline constexpr uint16_t field_list = 0x0004;
+}  // namespace restoreop
+
+namespace txop {
+inline constexpr uint16_t free_locks = 0x0001;
+inline constexpr uint16_t leaving = 0x0002;
+}  // namespace txop
+
+namespace lockmethod {
+inline constexpr uint16_t wait_with_timeout = 0;
+inline constexpr uint16_t no_wait = 1;
+inline constexpr uint16_t wait = 2;
+}  // namespace lockmethod
+
 }  // namespace tav

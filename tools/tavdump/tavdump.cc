@@ -111,6 +111,16 @@ constexpr FlagName kKeyFlags[] = {
     {keyrec::flag_compress, "compress"},
 };
 
+constexpr FlagName kAccessFlags[] = {
+    {access::next, "next"},          {access::prev, "prev"},
+    {access::same, "same"},          {access::different, "different"},
+    {access::first, "first"},        {access::last, "last"},
+    {access::lock, "lock"},          {access::currency, "currency"},
+    {access::before, "before"},      {access::after, "after"},
+    {0x0800, "default-index"},       {0x1000, "partial-key"},
+    {access::look_up, "look-up/extract"}, {0x8000, "full-key"},
+};
+
 // The flag names of the members that hold flags.
 struct MemberFlags {
   std::string_view member;
@@ -120,8 +130,28 @@ struct MemberFlags {
 constexpr MemberFlags kMemberFlags[] = {
     {"m_flags", kModeFlags},   {"s_kind", kKindFlags},   {"s_flags", kSectionFlags},
     {"s_marks", kMarks},       {"c_flags", kConfirmFlags}, {"f_flags", kFieldFlags},
-    {"o_attr", kObjectAttrs},  {"k_flags", kKeyFlags},
+    {"o_attr", kObjectAttrs},  {"k_flags", kKeyFlags},   {"a_flags", kAccessFlags},
 };
+
+// The ops of the record access statements and the layouts of their operands.
+struct RecordOp {
+  Op op;
+  std::string_view layout;
+};
+constexpr RecordOp kRecordOps[] = {
+    {Op::get, "recio"},          {Op::position, "recio"},      {Op::insert, "objop"},
+    {Op::update, "objop"},       {Op::delete_, "objop"},       {Op::close, "objop"},
+    {Op::unlock, "objop"},       {Op::save, "objop"},          {Op::open, "openop"},
+    {Op::serial, "serialop"},    {Op::restore, "restoreop"},   {Op::initialise, "restoreop"},
+    {Op::begin, "txop"},         {Op::commit, "txop"},         {Op::roll_back, "txop"},
+    {Op::audit, "auditop"},      {Op::locking_method, "lockmethod"}, {Op::extract, "extractop"},
+};
+
+std::string_view record_op_layout(Op op) {
+  for (const RecordOp& r : kRecordOps)
+    if (r.op == op) return r.layout;
+  return {};
+}
 
 std::span<const FlagName> flags_of(std::string_view member) {
   for (const MemberFlags& f : kMemberFlags)
@@ -547,9 +577,63 @@ class Printer {
         break;
       }
       default:
+        if (std::string_view layout = record_op_layout(code); !layout.empty()) {
+          line(indent, head);
+          record_op(indent + 1, op, size, layout);
+          break;
+        }
         line(indent, head + (size > kOpOperands ? " bytes " + bytes_hex(op + kOpOperands, size - kOpOperands) : ""));
     }
     raw(indent + 1, op, size);
+  }
+
+  // The operands of a record access op by its layout's rows (those inside the op), and the
+  // blocks it names.
+  void record_op(int indent, uint32_t op, uint32_t size, std::string_view layout) {
+    for_each_member(op_rows::kMembers, layout, [&](const MemberRow& m) {
+      if (m.offset + m.width <= size) member(indent, m, op + m.offset);
+    });
+    if (layout == "recio") access_block(indent, img_.u24(op + recio::rio_block));
+    if (layout == "extractop") extract_block(indent, img_.u24(op + extractop::xo_block));
+  }
+
+  void access_block(int indent, uint32_t b) {
+    if (b == 0) return;
+    line(indent, "record I/O block " + hex24(b));
+    members(indent + 1, symbol_rows::kRecords, symbol_rows::kMembers, "accesskey", b);
+    Walk walk("key value list");
+    int n = 0;
+    for (uint32_t e = img_.u24(b + accesskey::a_values); e != 0; e = img_.u24(e + exprlist::el_next)) {
+      walk.visit(e);
+      img_.check_record(e, exprlist::size, "key value");
+      op_list_member(indent + 1, "key value " + number(++n), img_.u24(e + exprlist::el_list));
+    }
+  }
+
+  void extract_block(int indent, uint32_t b) {
+    if (b == 0) return;
+    line(indent, "EXTRACT block " + hex24(b));
+    members(indent + 1, statement_rows::kRecords, statement_rows::kMembers, "extract", b);
+    access_block(indent + 1, img_.u24(b + extract::x_access));
+    extract_groups(indent + 1, "BEFORE group", img_.u24(b + extract::x_before));
+    extract_groups(indent + 1, "AFTER group", img_.u24(b + extract::x_after));
+  }
+
+  void extract_groups(int indent, const std::string& label, uint32_t head) {
+    Walk walk(label + " list");
+    for (uint32_t g = head; g != 0; g = img_.u24(g + xgroup::xg_next)) {
+      walk.visit(g);
+      line(indent, label + " " + hex24(g));
+      members(indent + 1, statement_rows::kRecords, statement_rows::kMembers, "xgroup", g);
+      std::string names;
+      Walk fields(label + " fields");
+      for (uint32_t e = img_.u24(g + xgroup::xg_fields); e != 0; e = img_.u24(e + flist::fl_next)) {
+        fields.visit(e);
+        img_.check_record(e, flist::size, "break field");
+        names += " " + field_name(img_.u24(e + flist::fl_field));
+      }
+      line(indent + 1, "fields" + names);
+    }
   }
 
   void do_parameters(int indent, uint32_t head) {
