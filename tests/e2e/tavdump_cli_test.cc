@@ -1,6 +1,7 @@
 // tavdump as a program: its command line, exit statuses, and the listing of a compiled table.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -95,6 +96,18 @@ TEST(TavdumpCli, DamagedFileExitsOneWithItsReason) {
   RunResult r = tavdump({dir / "cut.op6"});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err.rfind("tavdump: " + (dir / "cut.op6") + ": damaged: ", 0), 0u) << r.err;
+}
+
+// Whatever is not a table is refused at once: no endless read, no hang on a FIFO.
+TEST(TavdumpCli, RefusesWhatIsNoTable) {
+  TempDir dir;
+  tavtest::write_file(dir / "text.op6", std::string(200, 'x'));
+  ASSERT_EQ(mkfifo((dir / "fifo.op6").c_str(), 0600), 0);
+  for (const std::string& file : {std::string("/dev/zero"), dir / "fifo.op6", dir.path(), dir / "text.op6"}) {
+    const RunResult r = tavdump({file});
+    EXPECT_EQ(r.status, 1) << file;
+    EXPECT_EQ(r.err.rfind("tavdump: " + file + ": not an operations table", 0), 0u) << r.err;
+  }
 }
 
 }  // namespace

@@ -1,11 +1,16 @@
 // The command line of tavdump.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "codegen/opspace.h"
 #include "tavdump.h"
 
 namespace tav::dump {
@@ -26,18 +31,40 @@ int usage_error(const char* what) {
   return 2;
 }
 
-bool read_whole(const char* path, std::vector<uint8_t>& bytes, int& err) {
-  FILE* f = std::fopen(path, "rb");
-  if (!f) {
-    err = errno;
+// The largest table there can be: a full op space and a full data area.
+constexpr off_t kLargestTable = static_cast<off_t>(kOpSpaceSize) + kDataAreaSize;
+
+// Reads a regular file of at most kLargestTable bytes; anything else (a directory, a FIFO, a
+// device, a file too large to be a table) is refused with `why` set, without reading it.
+bool read_table_file(const char* path, std::vector<uint8_t>& bytes, std::string& why) {
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    why = std::strerror(errno);
     return false;
   }
+  struct stat st {};
+  bool ok = fstat(fd, &st) == 0;
+  if (!ok) {
+    why = std::strerror(errno);
+  } else if (!S_ISREG(st.st_mode)) {
+    why = "not an operations table (not a regular file)";
+    ok = false;
+  } else if (st.st_size > kLargestTable) {
+    why = "not an operations table (" + std::to_string(st.st_size) + " bytes, more than any table)";
+    ok = false;
+  }
   uint8_t buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) bytes.insert(bytes.end(), buf, buf + n);
-  bool ok = !std::ferror(f);
-  err = ok ? 0 : errno;
-  std::fclose(f);
+  ssize_t n = 0;
+  while (ok && (n = read(fd, buf, sizeof buf)) != 0) {
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 || bytes.size() + static_cast<size_t>(n) > static_cast<size_t>(kLargestTable)) {
+      why = n < 0 ? std::strerror(errno) : "not an operations table (more bytes than any table)";
+      ok = false;
+      break;
+    }
+    bytes.insert(bytes.end(), buf, buf + n);
+  }
+  close(fd);
   return ok;
 }
 
@@ -73,16 +100,17 @@ int tavdump_main(int argc, char** argv) {
   if (!file) return usage_error("no file given");
 
   std::vector<uint8_t> bytes;
-  int err = 0;
-  if (!read_whole(file, bytes, err)) {
-    std::fprintf(stderr, "tavdump: %s: %s\n", file, std::strerror(err));
+  std::string why;
+  if (!read_table_file(file, bytes, why)) {
+    std::fprintf(stderr, "tavdump: %s: %s\n", file, why.c_str());
     return 1;
   }
   DumpResult r = dump_op6(bytes.data(), bytes.size(), options);
   std::fwrite(r.text.data(), 1, r.text.size(), stdout);
   std::fflush(stdout);
   if (!r.ok) {
-    std::fprintf(stderr, "tavdump: %s: damaged: %s\n", file, r.damage.c_str());
+    std::fprintf(stderr, "tavdump: %s: %s: %s\n", file, r.not_a_table ? "not an operations table" : "damaged",
+                 r.damage.c_str());
     return 1;
   }
   return 0;

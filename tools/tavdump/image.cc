@@ -52,9 +52,10 @@ std::string quoted(const std::string& text) {
 Image::Image(const uint8_t* bytes, size_t size) : bytes_(bytes) {
   if (size < hdr::size)
     throw Damaged{"file of " + std::to_string(size) + " bytes is shorter than the " +
-                  std::to_string(hdr::size) + "-byte header"};
+                      std::to_string(hdr::size) + "-byte header",
+                  true};
   if (std::memcmp(bytes + hdr::h_magic, hdr::kMagic, sizeof hdr::kMagic) != 0)
-    throw Damaged{"magic bytes at offset 33 are not 0d 0a ff 0a"};
+    throw Damaged{"magic bytes at offset 33 are not 0d 0a ff 0a", true};
   ops_size_ = get32(bytes + hdr::h_ops_size);
   data_size_ = get32(bytes + hdr::h_data_size);
   if (ops_size_ < kMinOpsSize || ops_size_ % 8 != 0)

@@ -13,6 +13,7 @@ namespace tav::dump {
 
 struct Damaged {
   std::string what;
+  bool not_a_table = false;  // no operations table at all: too short, or no magic bytes
 };
 
 // "0x0001a4": offsets are printed with six hex digits, the width of a 24-bit link.

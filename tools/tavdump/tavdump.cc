@@ -789,6 +789,7 @@ DumpResult dump_op6(const uint8_t* bytes, size_t size, const DumpOptions& option
   } catch (const Damaged& d) {
     r.ok = false;
     r.damage = d.what;
+    r.not_a_table = d.not_a_table;
   }
   return r;
 }

@@ -21,6 +21,7 @@ struct DumpResult {
   bool ok = true;
   std::string text;    // the listing; on damage, what was decoded before the damage was met
   std::string damage;  // what is wrong, when !ok
+  bool not_a_table = false;  // the file is no operations table at all
 };
 
 // Decodes a whole .op6 image held in memory.
