@@ -154,6 +154,10 @@ void Driver::start_up() {
   sa.sa_handler = on_signal;
   sigfillset(&sa.sa_mask);
   for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaction(sig, &sa, nullptr);
+  // A closed output pipe and the file-size limit are write errors, reported where they happen,
+  // not signals that end the run before it can clean up.
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
   g_cleanup.display = &display_;
   g_cleanup.diag = &diag_;
 
@@ -497,7 +501,11 @@ void Driver::cleanup_exit(int status) {
   diag_.close_listing();
   if (!display_.screen()) {
     std::fputs("\n", stdout);
-    std::fflush(stdout);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+      // Standard output was lost (a closed pipe, a full disk): the results never arrived.
+      std::fprintf(stderr, "%s: standard output: %s\n", run_.program_name.c_str(), std::strerror(errno));
+      if (status == 0) status = 255;
+    }
   } else {
     display_.wait_ack();
     display_.end();

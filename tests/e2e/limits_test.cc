@@ -1,10 +1,12 @@
 // What the format or the stack limits: long files keep their line numbers, deep nesting stops
 // with a message, a NUL byte is reported, and an EXIT value too large for an immediate operand
-// becomes an op list.
+// becomes an op list. And faults of the machine: a closed output pipe, the file-size limit.
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "codegen/op_records.h"
 #include "codegen/ops.h"
@@ -58,6 +60,39 @@ TEST(Limits, LargeExitValueIsAList) {
   const uint32_t value = img.u24(exit_op + tav::exitop::ex_value);
   EXPECT_NE(value & tav::kOperandList, 0u);
   EXPECT_EQ(img.opcode(value & ~tav::kOperandList), tav::Op::literal);
+}
+
+}  // namespace
+
+namespace {
+
+// Runs a shell command line with bash in `dir`, TAVRIN set to the build's product.
+tavtest::RunResult bash(const TempDir& dir, const std::string& command) {
+  tavtest::RunOptions options;
+  options.cwd = dir.path();
+  options.env = {"TAVRIN=" + tavtest::product_dir(), "TMPDIR=" + (dir / "tmp")};
+  return tavtest::run({"/bin/bash", "-c", command}, options);
+}
+
+// A closed output pipe and the file-size limit are write errors with a message and a failing
+// status; nothing is left behind: no temporary file, no work file, no partial table.
+TEST(Faults, ClosedPipeAndFileSizeLimit) {
+  TempDir dir;
+  std::filesystem::create_directory(dir / "tmp");
+  tavtest::write_file(dir / "ok.spl", "procedure main\nend\n");
+  const std::string tavcmp = tavtest::program("tavcmp");
+  tavtest::RunResult r = bash(dir, tavcmp + " -l -n ok.spl ok.spl ok.spl | (exec 0<&-; sleep 0.2); "
+                                             "echo \"status=${PIPESTATUS[0]}\"");
+  EXPECT_NE(r.out.find("status=255"), std::string::npos) << r.out << r.err;
+  EXPECT_NE(r.err.find("standard output: Broken pipe"), std::string::npos) << r.err;
+  EXPECT_TRUE(tavtest::list_dir(dir / "tmp").empty());
+
+  std::filesystem::remove(dir / "ok.op6");
+  r = bash(dir, "ulimit -f 1; " + tavcmp + " -l -n ok.spl; echo \"status=$?\"");
+  EXPECT_NE(r.out.find("error writing out operations table (errno=27)"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("status=255"), std::string::npos) << r.out;
+  EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "tmp"}));
+  EXPECT_TRUE(tavtest::list_dir(dir / "tmp").empty());
 }
 
 }  // namespace
