@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include <signal.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -19,10 +21,18 @@ bool OutputFile::open(const std::string& path, TempHook hook) {
   std::string pattern = path + ".XXXXXX";
   std::vector<char> name(pattern.begin(), pattern.end());
   name.push_back('\0');
+  // No signal may come between making the file and telling the hook its name: the handler
+  // could not remove a file it does not know.
+  sigset_t all, old;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &old);
   fd_ = ::mkstemp(name.data());
+  if (fd_ >= 0) {
+    temp_ = name.data();
+    if (hook_) hook_(temp_);
+  }
+  sigprocmask(SIG_SETMASK, &old, nullptr);
   if (fd_ < 0) return false;
-  temp_ = name.data();
-  if (hook_) hook_(temp_);
   mode_t mask = ::umask(0);
   ::umask(mask);
   ::fchmod(fd_, static_cast<mode_t>(0666 & ~mask));
