@@ -313,16 +313,16 @@ bool Tokenizer::read_raw_line() {
 }
 
 bool Tokenizer::read_file_line() {
-  if (line_no_ < INT32_MAX) ++line_no_;
+  line_no_ = static_cast<int16_t>(line_no_ + 1);
   for (;;) {
     if (!read_raw_line()) return false;
     if (line_[0] != '#') break;
     // A line marker "# <number> <file>": the next line carries that number in that file.
     const char* p = line_ + 1;
     while (*p == ' ' || *p == '\t') ++p;
-    int64_t number = 0;
-    for (; is_digit(*p); ++p) number = std::min<int64_t>(number * 10 + (*p - '0'), INT32_MAX);
-    line_no_ = static_cast<int32_t>(number);
+    uint32_t number = 0;
+    for (; is_digit(*p); ++p) number = number * 10 + static_cast<uint32_t>(*p - '0');
+    line_no_ = static_cast<int16_t>(number);
     while (*p == ' ' || *p == '\t') ++p;
     const char* name = p;
     while (!(char_class(*p) & kEnd)) ++p;

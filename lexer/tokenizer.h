@@ -135,7 +135,7 @@ class Tokenizer : public DiagSource {
   double value() const { return value_; }
   uint16_t attribute() const { return attribute_; }
   int line() const { return line_no_; }
-  void set_line(int line) { line_no_ = line; }
+  void set_line(int line) { line_no_ = static_cast<int16_t>(line); }
   std::string_view file_name() const { return file_name_; }
   void set_file_name(std::string_view name);
   std::string_view prev_text() const { return {prev_, prev_len_}; }
@@ -190,9 +190,8 @@ class Tokenizer : public DiagSource {
   uint16_t attribute_ = 0;
   char prev_[kTokenMax + 1] = {};
   size_t prev_len_ = 0;
-  // Lines are counted in 32 bits: a listing stays right in a file of any length.
-  int32_t prev_line_ = 0;
-  int32_t line_no_ = 0;
+  int16_t prev_line_ = 0;
+  int16_t line_no_ = 0;  // 16-bit signed, as the listings have always counted
   std::string file_name_;
   uint32_t statement_mask_ = 0;
   uint32_t clause_mask_ = 0;
@@ -221,7 +220,7 @@ class Tokenizer : public DiagSource {
     size_t text_len = 0;
     char line[kLineMax + 1] = {};
     size_t pos = 0;
-    int32_t line_no = 0;
+    int16_t line_no = 0;
     uint32_t cls = 0;
     uint32_t state = 0;
     double value = 0;

@@ -1,5 +1,4 @@
-// What the format or the stack limits: long files keep their line numbers, deep nesting stops
-// with a message, a NUL byte is reported, and an EXIT value too large for an immediate operand
+// What the format or the stack limits: deep nesting stops with a message, a NUL byte is reported, and an EXIT value too large for an immediate operand
 // becomes an op list. And faults of the machine: a closed output pipe, the file-size limit.
 
 #include <gtest/gtest.h>
@@ -16,17 +15,6 @@
 namespace {
 
 using tavtest::TempDir;
-
-TEST(Limits, LineNumbersPastSixteenBits) {
-  TempDir dir;
-  std::string source = "field a pic 9\nprocedure main\n";
-  for (int i = 3; i < 40000; ++i) source += "  set a = 1\n";
-  source += "  set a = nosuch\nend\n";  // line 40000
-  const tavtest::Compiled c = tavtest::compile(dir, source);
-  EXPECT_NE(c.result.out.find("prog.spl, line 40000: ERROR  Field not defined - 'nosuch'"), std::string::npos)
-      << c.result.out.substr(0, 300);
-  EXPECT_EQ(c.result.status, 40000 % 256);
-}
 
 TEST(Limits, NestingStopsWithAMessage) {
   TempDir dir;
