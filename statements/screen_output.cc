@@ -158,13 +158,12 @@ ClauseStep box_colour(Box& b) {
 ClauseStep box_title(Box& b) {
   Parser& p = b.p;
   p.take(verb("is"));
-  bool text = p.next() == kClassAlpha;
-  p.push_back();
-  if (!text) {
+  if (p.next() != kClassAlpha) {
     p.diag.error(msg::alpha_literal_expected);
     p.tok.skip_to_clause();
     return ClauseStep::next;
   }
+  p.push_back();
   alpha_list(p, b.box + boxrec::bx_title, 'D');
   return ClauseStep::next;
 }
