@@ -54,16 +54,6 @@ void set_bits(Accept& a, uint32_t m, uint16_t bits) { a.p.ops.put16(a.d + m, get
 uint16_t field_format(const Accept& a) { return static_cast<uint16_t>(a.p.ops.get16(a.field + fsym::f_format)); }
 bool numeric_field(const Accept& a) { return conv::fmt_numeric(field_format(a)); }
 
-// The display length of a field of this format word and type letter.
-uint16_t display_length(uint16_t format, char type) {
-  if (!conv::fmt_numeric(format)) return format;
-  if (type == 'D') return 10;
-  if (type == 'J' || type == 'L' || type == 'T') return 19;
-  int decimals = conv::fmt_decimals(format);
-  int digits = (format & 0x03e0) >> 5;
-  return static_cast<uint16_t>(digits + decimals + (decimals ? 1 : 0) + ((format & 0x0400) ? 1 : 0));
-}
-
 template <uint16_t Bits>
 ClauseStep option_flag(Accept& a) {
   set_bits(a, adesc::ad_options, Bits);
@@ -139,21 +129,9 @@ ClauseStep colour(Accept& a) {
 
 // TITLE, PROMPT or COLUMN-TITLE [IS] [text] [@ r,c].
 ClauseStep title(Accept& a) {
-  Parser& p = a.p;
-  bool column = p.cls() == verb("column_title");
-  p.take(verb("is"));
-  if (!p.take(verb("@"))) {
-    uint32_t slot = a.d + adesc::ad_title;
-    bool ignored = column && (p.part != SectionPart::detail ||
-                              !(p.ops.get16(p.section + ssym::s_flags) & ssym::review_data_grid));
-    if (ignored) p.diag.warning_text(txt::clause_ignored, Context::current_token());
-    if (ignored || a.no_title) slot = p.ops.alloc(3);  // compiled and discarded
-    alpha_list(p, slot, 'D');
-    reach(a, adesc::ad_title + 3);
-    if (!p.take(verb("@"))) return ClauseStep::next;
-  }
-  if (read_coordinates(p, a.d + adesc::ad_title_pos, true)) check_review_area(p, a.d + adesc::ad_title_pos, true);
-  reach(a, adesc::ad_title_pos + 6);
+  TitleRead read = read_title(a.p, a.d + adesc::ad_title, a.d + adesc::ad_title_pos, a.no_title);
+  if (read.text) reach(a, adesc::ad_title + 3);
+  if (read.position) reach(a, adesc::ad_title_pos + 6);
   return ClauseStep::next;
 }
 
@@ -202,15 +180,7 @@ ClauseStep operand(Accept& a) {
 }
 
 ClauseStep tag(Accept& a) {
-  Parser& p = a.p;
-  p.take(verb("is"));
-  if (p.next() != kClassNumeric || p.tok.value() < 0 || p.tok.value() > 65535 ||
-      p.tok.value() != static_cast<uint32_t>(p.tok.value())) {
-    p.diag.error(msg::numeric_value_invalid_out_range);
-    return ClauseStep::next;
-  }
-  p.ops.put16(a.d + adesc::ad_tag, static_cast<uint32_t>(p.tok.value()));
-  reach(a, adesc::ad_tag + 2);
+  if (read_tag(a.p, a.d + adesc::ad_tag)) reach(a, adesc::ad_tag + 2);
   return ClauseStep::next;
 }
 
@@ -360,13 +330,9 @@ void context_flags(Accept& a) {
 // Validation text of the field's dictionary and its column title are not compiled yet: a field
 // that has either is reported rather than accepted without them.
 void dictionary_texts(Accept& a) {
-  Parser& p = a.p;
-  uint32_t id = p.ops.get16(a.field + fsym::f_fldid);
-  auto dictno = static_cast<int16_t>(p.ops.get16(a.field + fsym::f_dictno));
-  if (id == 0xffff || dictno < 0) return;
   for (int kind : {kDocValidation, kDocColumnTitle})
-    if (!p.dictionaries->documentation(dictno, kind, static_cast<uint16_t>(id), kind == kDocValidation ? 1 : 0).empty())
-      p.diag.error_text(txt::clause_not_built, p.syms.text(p.ops.get24(a.field + fsym::f_name)));
+    if (has_dictionary_text(a.p, a.field, kind))
+      a.p.diag.error_text(txt::clause_not_built, a.p.syms.text(a.p.ops.get24(a.field + fsym::f_name)));
 }
 
 // Case and fill from the dictionary, the coordinates, TIMEOUT and the title.
@@ -432,6 +398,13 @@ void compile_accept(Parser& p) {
   }
   store(a);
   p.accepts_open.pop_back();
+}
+
+bool has_dictionary_text(Parser& p, uint32_t field, int kind) {
+  uint32_t id = p.ops.get16(field + fsym::f_fldid);
+  auto dictno = static_cast<int16_t>(p.ops.get16(field + fsym::f_dictno));
+  if (id == 0xffff || dictno < 0) return false;
+  return !p.dictionaries->documentation(dictno, kind, static_cast<uint16_t>(id), kind == kDocValidation ? 1 : 0).empty();
 }
 
 uint32_t find_accept(Parser& p, uint32_t head, uint32_t field, uint32_t object, bool refresh) {

@@ -40,6 +40,11 @@ class Parser : public ParserCore {
   // The ACCEPT ops being compiled (an ACCEPT may stand in another's blocks), each with the
   // descriptor it is building.
   std::vector<std::pair<uint32_t, uint32_t>> accepts_open;
+  // REFRESH ops whose field had no ACCEPT yet, resolved when the section ends.
+  struct PendingRefresh {
+    uint32_t op, field, object;
+  };
+  std::vector<PendingRefresh> refreshes;
   uint32_t mode_tail = 0;        // last mode_entry of the header's mode list
   uint32_t version_tail = 0;     // last entry of the header's version list
 

@@ -12,6 +12,7 @@
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/records.h"
+#include "statements/screen_output.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
@@ -94,6 +95,7 @@ void end_section(Parser& p) {
              !(ops.get16(s + ssym::s_marks) & ssym::mark_graphical_menu)) {
     p.diag.warning_text(txt::popup_menu_items, p.syms.text(ops.get24(s + ssym::s_name)));
   }
+  resolve_refreshes(p);
   p.accept_chain = 0;
   p.ob.reset_level(0);
   p.ob.clear_marker_chain();

@@ -2,6 +2,7 @@
 
 #include "statements/screen_clauses.h"
 
+#include "codegen/convert.h"
 #include "codegen/op_records.h"
 #include "expr/expr.h"
 #include "statements/parser.h"
@@ -155,6 +156,42 @@ void alpha_list(Parser& p, uint32_t dest, char kind) {
   uint32_t head = p.ops.get24(dest);
   if (kind != 0 && head != 0 && p.ops.get24(head) == 0 && p.ops.opcode(head) == Op::literal)
     p.ob.make_text_item_op(head, kind);
+}
+
+uint16_t display_length(uint16_t format, char type) {
+  if (!conv::fmt_numeric(format)) return format;
+  if (type == 'D') return 10;
+  if (type == 'J' || type == 'L' || type == 'T') return 19;
+  int decimals = conv::fmt_decimals(format);
+  int digits = (format & 0x03e0) >> 5;
+  return static_cast<uint16_t>(digits + decimals + (decimals ? 1 : 0) + ((format & 0x0400) ? 1 : 0));
+}
+
+bool read_tag(Parser& p, uint32_t dest) {
+  p.take(verb("is"));
+  if (p.next() != kClassNumeric || p.tok.value() < 0 || p.tok.value() > 65535 ||
+      p.tok.value() != static_cast<uint32_t>(p.tok.value())) {
+    p.diag.error(msg::numeric_value_invalid_out_range);
+    return false;
+  }
+  p.ops.put16(dest, static_cast<uint32_t>(p.tok.value()));
+  return true;
+}
+
+TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard) {
+  TitleRead read;
+  bool column = p.cls() == verb("column_title");
+  p.take(verb("is"));
+  if (!p.take(verb("@"))) {
+    bool ignored = column && (p.part != SectionPart::detail || !(review_word(p) & ssym::review_data_grid));
+    if (ignored) p.diag.warning_text(txt::clause_ignored, Context::current_token());
+    alpha_list(p, ignored || discard ? p.ops.alloc(3) : text, 'D');  // a discarded one is still compiled
+    read.text = true;
+    if (!p.take(verb("@"))) return read;
+  }
+  if (read_coordinates(p, position, true)) check_review_area(p, position, true);
+  read.position = true;
+  return read;
 }
 
 }  // namespace tav

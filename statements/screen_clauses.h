@@ -45,4 +45,23 @@ void alpha_list(Parser& p, uint32_t dest, char kind);
 // list goes on until a clause keyword or the next statement.
 bool expression_follows(Parser& p);
 
+// The display width of a value of this format word and type letter.
+uint16_t display_length(uint16_t format, char type);
+
+// TAG [IS] n: a numeric literal 0 to 65535 stored as 16 bits at dest (error 10 otherwise).
+// Returns whether it was stored.
+bool read_tag(Parser& p, uint32_t dest);
+
+// What a title clause filled.
+struct TitleRead {
+  bool text = false;
+  bool position = false;
+};
+
+// TITLE, PROMPT or COLUMN-TITLE [IS] [text] [@ r,c], the clause word current: the text as an
+// alphanumeric list at `text` (a literal as a text item of kind 'D'), the position at
+// `position`. A COLUMN-TITLE outside the DETAIL of a DATA-GRID is warned about and, like any
+// title after NO-TITLE (`discard`), compiled and thrown away.
+TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard);
+
 }  // namespace tav

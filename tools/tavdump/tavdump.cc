@@ -557,6 +557,12 @@ class Printer {
       case Op::pause:
         line(indent, head);
         break;
+      case Op::display_item: {
+        uint32_t d = img_.u24(op + displayop::dio_item);
+        line(indent, head + " item " + hex24(d));
+        display_item(indent + 1, d);
+        break;
+      }
       case Op::accept: {
         uint32_t d = img_.u24(op + acceptop::ao_desc), length = img_.u16(op + acceptop::ao_length);
         line(indent, head + " descriptor " + hex24(d) + " length " + number(length));
@@ -653,6 +659,18 @@ class Printer {
       img_.check_record(e, retlist::size, "DO returning entry");
       line(indent, "returning " + field_name(img_.u24(e + retlist::rl_field)) + " address " + hex24(img_.u24(e + retlist::rl_address)));
     }
+  }
+
+  // A display item holds its long-form members only when its flag 0x0001 is set.
+  void display_item(int indent, uint32_t d) {
+    if (d == 0) return;
+    img_.check_record(d, ditem::di_scale, "display item");
+    uint32_t length = (img_.u16(d + ditem::di_flags) & 0x0001) ? ditem::di_title_pos + 6 : ditem::di_scale;
+    img_.check_record(d, length, "display item");
+    for_each_member(statement_rows::kMembers, "ditem", [&](const MemberRow& m) {
+      if (m.offset + m.width <= length) member(indent, m, d + m.offset);
+    });
+    raw(indent, d, length);
   }
 
   // A field descriptor holds the members that end within its length.

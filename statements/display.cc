@@ -1,0 +1,189 @@
+// DISPLAY, and the message statements MESSAGE, ABORT and ACKNOWLEDGE.
+
+#include <string>
+
+#include "codegen/convert.h"
+#include "expr/expr.h"
+#include "statements/display_items.h"
+#include "statements/handlers.h"
+#include "statements/parser.h"
+#include "statements/records.h"
+#include "statements/screen_clauses.h"
+#include "symbols/clauses.h"
+#include "symbols/picture.h"
+#include "symbols/records.h"
+
+namespace tav {
+
+namespace {
+
+// --- DISPLAY --------------------------------------------------------------------------------
+
+// Each item becomes one display-item op.
+void display_items(Parser& p) {
+  ItemRun run{ItemStatement::display};
+  while (!(p.next() & kStatementVerb)) {
+    p.push_back();
+    ReadItem read = read_item(p, run);
+    if (read.item == 0) return;
+    p.ob.emit_statement_marker(verb("display"));
+    p.ops.put24(p.ob.emit(Op::display_item) + displayop::dio_item, read.item);
+  }
+  p.push_back();
+  if (run.items == 0) p.diag.error(msg::syntax_error);
+}
+
+// --- MESSAGE, ABORT, ACKNOWLEDGE ------------------------------------------------------------
+
+struct Message {
+  Parser& p;
+  bool acknowledge;
+  uint32_t head = 0;
+  uint32_t tail = 0;
+  uint16_t bell = 0;  // 1: NO-BELL given
+};
+
+// PICTURE p after an item, read as one raw word.
+void item_picture(Parser& p, uint32_t item, bool alphanumeric) {
+  p.tok.request_raw();
+  if (p.next() == verb("is")) {
+    p.tok.request_raw();
+    p.next();
+  }
+  PictureResult pic = parse_picture(p.text());
+  p.accept();
+  if (pic.kind == PictureKind::invalid) {
+    p.diag.error(msg::invalid_picture_string);
+    return;
+  }
+  if (conv::fmt_numeric(pic.format) == alphanumeric) p.diag.error(msg::picture_not_compatible_field_expression);
+  p.ops.put16(item + msgitem::mi_type, pic.format);
+  if (conv::fmt_numeric(pic.format)) p.ops.put24(item + msgitem::mi_picture, p.ops.store_text(pic.text));
+}
+
+// The value of one message item, appended to the list; its type in `t`.
+uint32_t message_value(Message& m, ExprType& t) {
+  OpSpace& ops = m.p.ops;
+  uint32_t item = ops.alloc(msgitem::size);
+  t = compile_expression_list(m.p, item + msgitem::mi_value);
+  uint32_t head = ops.get24(item + msgitem::mi_value);
+  if (head != 0 && ops.get24(head) == 0 && ops.opcode(head) == Op::literal && t.alphanumeric())
+    m.p.ob.make_text_item_op(head, 'M');
+  if (head != 0 && ops.get24(head) == 0 && ops.opcode(head) == Op::field_ref)
+    ops.put16(item + msgitem::mi_type, ops.get16(head + fieldref::fr_format));
+  ops.put16(item + msgitem::mi_letter, static_cast<uint8_t>(t.kind));
+  if (m.tail == 0) m.head = item;
+  else ops.put24(m.tail + msgitem::mi_next, item);
+  m.tail = item;
+  return item;
+}
+
+// NO-BELL or NO BELL: the current token is NO-BELL or NO.
+bool no_bell(Message& m) {
+  Parser& p = m.p;
+  if (p.cls() == verb("no") && !p.take(verb("bell"))) return false;
+  if (m.acknowledge) p.diag.error(msg::duplicate_incompatible_clause);
+  m.bell = 1;
+  return true;
+}
+
+// The clauses after one item; false when a word that is none of them ends them.
+bool message_clause(Message& m, uint32_t item, bool alphanumeric) {
+  Parser& p = m.p;
+  uint32_t c = p.next();
+  if (c & kStatementVerb) {
+    p.push_back();
+    return false;
+  }
+  if (c == verb("picture")) {
+    p.accept();
+    item_picture(p, item, alphanumeric);
+    return true;
+  }
+  if (c == verb("no_bell") || c == verb("no")) {
+    p.accept();
+    if (no_bell(m)) return true;
+    p.push_back();
+    return false;
+  }
+  if ((c & kClauseWord) && !(m.acknowledge && c == verb("prompt"))) {
+    skip_invalid_clause(p);
+    return true;
+  }
+  p.push_back();
+  return false;
+}
+
+// Items up to the next statement (or, in an ACKNOWLEDGE, its PROMPT).
+void message_items(Message& m) {
+  Parser& p = m.p;
+  for (;;) {
+    uint32_t c = p.next();
+    p.push_back();
+    if ((c & kStatementVerb) || (m.acknowledge && c == verb("prompt"))) return;
+    ExprType t;
+    uint32_t item = message_value(m, t);
+    if (t.failed) return;
+    while (message_clause(m, item, t.alphanumeric())) {
+    }
+  }
+}
+
+// MESSAGE or ABORT: a PAUSE straight after it is taken into it.
+void message_statement(Parser& p, uint32_t verb_code, Op opcode) {
+  p.accept();
+  p.ob.emit_statement_marker(verb_code);
+  uint32_t op = p.ob.emit(opcode);
+  Message m{p, false};
+  message_items(m);
+  if (p.next() == verb("pause")) {
+    p.accept();
+    if (m.bell == 1) m.bell = 2;
+  } else {
+    p.push_back();
+  }
+  p.ops.put24(op + messageop::mo_items, m.head);
+  p.ops.put16(op + messageop::mo_bell, m.bell);
+}
+
+}  // namespace
+
+void compile_display(Parser& p) {
+  p.accept();
+  uint32_t c = p.next();
+  if (c == verb("box")) {
+    compile_box(p);
+    return;
+  }
+  if (c == verb("bitmap")) {
+    p.diag.error_text(txt::statement_not_built, Context::current_token());
+    p.accept();
+    p.tok.skip_to_statement();
+    return;
+  }
+  p.push_back();
+  display_items(p);
+}
+
+void compile_message(Parser& p) { message_statement(p, verb("message"), Op::message); }
+
+void compile_abort(Parser& p) {
+  message_statement(p, verb("abort"), Op::abort);
+  p.path_ended = true;
+}
+
+void compile_acknowledge(Parser& p) {
+  p.accept();
+  p.ob.emit_statement_marker(verb("acknowledge"));
+  uint32_t op = p.ob.emit(Op::acknowledge);
+  Message m{p, true};
+  message_items(m);
+  p.ops.put24(op + ackop::ak_items, m.head);
+  if (!p.take(verb("prompt"))) return;
+  p.take(verb("is"));
+  alpha_list(p, op + ackop::ak_prompt, 'M');
+  if (!(p.next() & kStatementVerb)) p.fail(msg::syntax_error);
+  else p.push_back();
+}
+
+}  // namespace tav

@@ -1,0 +1,252 @@
+// DISPLAY, the message statements, CLEAR, BOX, BOX-CHARACTER and REFRESH: their records byte by
+// byte and their messages with line and context.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "codegen/op_records.h"
+#include "statements/records.h"
+#include "symbols/records.h"
+#include "tests/support/op6.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using namespace tav;
+using tavtest::Op6;
+using tavtest::TempDir;
+
+const char kFields[] = "field n pic 9(4)\nfield s pic x(10)\nfield p pic s9(3)v99\n";
+
+tavtest::Compiled compile(const std::string& body) {
+  TempDir dir;
+  return tavtest::compile(dir, std::string(kFields) + "procedure main\n" + body + "end\n");
+}
+
+tavtest::Compiled compile_screen(const std::string& header, const std::string& body) {
+  TempDir dir;
+  return tavtest::compile(dir, std::string(kFields) + "screen main " + header + "\n" + body + "end\n");
+}
+
+std::vector<uint32_t> ops_of(const Op6& t, uint32_t head, Op code) {
+  std::vector<uint32_t> out;
+  for (uint32_t op : t.list(head))
+    if (t.opcode(op) == code) out.push_back(op);
+  return out;
+}
+
+bool says(const tavtest::Compiled& c, const std::string& line) { return c.result.out.find(line) != std::string::npos; }
+
+TEST(Display, ShortAndLongItems) {
+  tavtest::Compiled c = compile(" display n @ 2,3\n display s @ 4,5 tag 5 bold\n display p @ 1,1 \"total\" n + 1\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto items = ops_of(t, t.detail(), Op::display_item);
+  ASSERT_EQ(items.size(), 5u);
+  uint32_t d = t.u24(items[0] + displayop::dio_item);
+  EXPECT_EQ(t.u24(d + ditem::di_row), 2u);
+  EXPECT_EQ(t.u24(d + ditem::di_column), 3u);
+  EXPECT_EQ(t.opcode(t.u24(d + ditem::di_value)), Op::field_ref);
+  EXPECT_EQ(t.u16(d + ditem::di_type), t.u16(t.field("n") + fsym::f_format));
+  EXPECT_EQ(t.u8(d + ditem::di_width), 4u);
+  EXPECT_EQ(t.u16(d + ditem::di_flags), 0x4000u);  // in a DETAIL part, short form
+  // With TAG: the long form, 38 bytes; the next record starts right after a short item.
+  uint32_t e = t.u24(items[1] + displayop::dio_item);
+  EXPECT_EQ(t.u16(e + ditem::di_flags), 0x4000u | 0x0020u | 0x0001u);
+  EXPECT_EQ(t.u16(e + ditem::di_tag), 5u);
+  EXPECT_EQ(t.u8(e + ditem::di_width), 10u);
+  // Later items of one DISPLAY need no position.
+  uint32_t lit = t.u24(items[3] + displayop::dio_item);
+  EXPECT_EQ(t.u24(lit + ditem::di_row), 0u);
+  EXPECT_EQ(t.opcode(t.u24(lit + ditem::di_value)), Op::text_item);
+  EXPECT_EQ(t.u16(lit + ditem::di_type), 0u);
+  EXPECT_EQ(t.u8(lit + ditem::di_width), 0u);
+  // n + 1: four integer digits, plus one: 0x4400 + 5 * 32.
+  uint32_t sum = t.u24(items[4] + displayop::dio_item);
+  EXPECT_EQ(t.u16(sum + ditem::di_type), 0x4400u + 5u * 32u);
+  EXPECT_EQ(t.u8(sum + ditem::di_letter), 'N');
+  EXPECT_EQ(t.u8(sum + ditem::di_width), 6u);
+  // The signed field with decimals keeps its own format word.
+  uint32_t dec = t.u24(items[2] + displayop::dio_item);
+  EXPECT_EQ(t.u16(dec + ditem::di_type), t.u16(t.field("p") + fsym::f_format));
+}
+
+TEST(Display, ColourScaleTitleAndPicture) {
+  tavtest::Compiled c = compile(" display p @ 3,4 colour 32769 on 32770 scale 2 title \"x\" @ 3,1 pic zz9.99\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  uint32_t d = t.u24(ops_of(t, t.detail(), Op::display_item)[0] + displayop::dio_item);
+  EXPECT_EQ(t.u16(d + ditem::di_flags) & 0x0001u, 1u);
+  EXPECT_EQ(t.u24(d + ditem::di_foreground), 0x8001u);
+  EXPECT_EQ(t.u24(d + ditem::di_background), 0x8002u);
+  EXPECT_EQ(t.u24(d + ditem::di_scale), 2u);
+  EXPECT_EQ(t.opcode(t.u24(d + ditem::di_title)), Op::text_item);
+  EXPECT_EQ(t.u24(d + ditem::di_title_pos), 3u);
+  EXPECT_EQ(t.u24(d + ditem::di_title_pos + 3), 1u);
+  EXPECT_EQ(t.text(t.u24(d + ditem::di_picture)), "zz9.99");
+  EXPECT_EQ(t.u8(d + ditem::di_width), 6u);
+}
+
+TEST(Display, PlaceOfTheDisplaySetsFlags) {
+  tavtest::Compiled c = compile_screen("", " before\n display s @ 1,1\n display s @ 2,1 foreground\n display s @ 3,1 data\n detail\n display s @ 4,1\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  uint32_t s = t.section_named("main");
+  ASSERT_NE(s, 0u);
+  auto before = ops_of(t, t.u24(s + ssym::s_before), Op::display_item);
+  ASSERT_EQ(before.size(), 3u);
+  EXPECT_EQ(t.u16(t.u24(before[0] + displayop::dio_item) + ditem::di_flags), 0x0200u);  // outside the DETAIL
+  EXPECT_EQ(t.u16(t.u24(before[1] + displayop::dio_item) + ditem::di_flags), 0u);
+  EXPECT_EQ(t.u16(t.u24(before[2] + displayop::dio_item) + ditem::di_flags), 0x2000u);
+  auto detail = ops_of(t, t.u24(s + ssym::s_detail), Op::display_item);
+  ASSERT_EQ(detail.size(), 1u);
+  EXPECT_EQ(t.u16(t.u24(detail[0] + displayop::dio_item) + ditem::di_flags), 0x4000u);
+}
+
+TEST(Display, Messages) {
+  struct Case {
+    const char* body;
+    const char* line;
+  };
+  for (const Case& k : {
+           Case{" display n\n", "line 5: ERROR  Row/Column coordinates are mandatory"},
+           Case{" display n @ 1,1 prompt data\n", "line 5: ERROR  Duplicate or incompatible clause - 'data'"},
+           Case{" display n @ 1,1 @ 2,2\n", "line 5: ERROR  Duplicate or incompatible clause"},
+           Case{" display n @ 1,1 column 4\n", "line 5: ERROR  Invalid clause - 'column'"},
+           Case{" display n @ 1,1 static\n", "line 5: ERROR  Duplicate or incompatible clause - 'static'"},
+           Case{" display n @ 1,1 tag 70000\n", "line 5: ERROR  Numeric value invalid or out of range - '70000'"},
+           Case{" display s @ 1,1 pic 9(3)\n", "line 5: ERROR  PICTURE not compatible with field/expression"},
+           Case{" display s @ 1,1 blank-when-zero\n", "line 5: ERROR  Field must be numeric"},
+           Case{" display n @ 1,1 bold pic 9(4) blank-when-zero\n", "line 5: ERROR  Duplicate or incompatible clause"},
+           Case{" display n @ 1,1 optional\n", "line 5: ERROR  Syntax error - 'optional'"},
+           Case{" display n + s @ 1,1\n", "line 5: ERROR  Mixed numeric and alpha operands in expression"},
+           Case{" display bitmap \"a\" @ 1,1\n", "line 5: ERROR  Statement not supported by this compiler yet"},
+       }) {
+    tavtest::Compiled c = compile(k.body);
+    EXPECT_TRUE(says(c, k.line)) << k.body << c.result.out;
+    EXPECT_TRUE(c.image.empty()) << k.body;
+  }
+}
+
+TEST(Message, ItemsBellAndPause) {
+  tavtest::Compiled c = compile(" message \"saved\" n pic zzz9 no-bell\n pause\n abort s\n message s no bell\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto messages = ops_of(t, t.detail(), Op::message);
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_TRUE(ops_of(t, t.detail(), Op::pause).empty());  // taken into the MESSAGE
+  EXPECT_EQ(t.u16(messages[0] + messageop::mo_bell), 2u);
+  EXPECT_EQ(t.u16(messages[1] + messageop::mo_bell), 1u);
+  uint32_t first = t.u24(messages[0] + messageop::mo_items);
+  EXPECT_EQ(t.opcode(t.u24(first + msgitem::mi_value)), Op::text_item);
+  uint32_t second = t.u24(first + msgitem::mi_next);
+  ASSERT_NE(second, 0u);
+  EXPECT_EQ(t.u24(second + msgitem::mi_next), 0u);
+  EXPECT_EQ(t.text(t.u24(second + msgitem::mi_picture)), "zzz9");
+  auto aborts = ops_of(t, t.detail(), Op::abort);
+  ASSERT_EQ(aborts.size(), 1u);
+  EXPECT_EQ(t.u16(aborts[0] + messageop::mo_bell), 0u);
+  EXPECT_EQ(t.u16(t.u24(aborts[0] + messageop::mo_items) + msgitem::mi_type), t.u16(t.field("s") + fsym::f_format));
+}
+
+TEST(Message, AcknowledgeAndErrors) {
+  tavtest::Compiled c = compile(" acknowledge \"done\" n prompt \"ok\"\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto acks = ops_of(t, t.detail(), Op::acknowledge);
+  ASSERT_EQ(acks.size(), 1u);
+  EXPECT_EQ(t.opcode(t.u24(acks[0] + ackop::ak_prompt)), Op::text_item);
+  EXPECT_NE(t.u24(t.u24(acks[0] + ackop::ak_items) + msgitem::mi_next), 0u);
+  for (auto [body, line] : {
+           std::pair{" acknowledge \"x\" no-bell\n", "line 5: ERROR  Duplicate or incompatible clause"},
+           std::pair{" acknowledge \"x\" prompt n\n", "line 5: ERROR  Alphanumeric expression required"},
+           std::pair{" message \"x\" bold\n", "line 5: ERROR  Invalid clause - 'bold'"},
+       }) {
+    tavtest::Compiled e = compile(body);
+    EXPECT_TRUE(says(e, line)) << body << e.result.out;
+  }
+}
+
+TEST(ScreenOutput, ClearForms) {
+  tavtest::Compiled c = compile(" clear data\n clear lines 3 to 5 prompt\n clear 7\n clear @ 2,3 to @ 4,5 absolute-coordinates\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto clears = ops_of(t, t.detail(), Op::clear);
+  ASSERT_EQ(clears.size(), 4u);
+  EXPECT_EQ(t.u24(clears[0] + clearop::cl_first), 0u);  // CLEAR DATA alone: every operand 0
+  EXPECT_EQ(t.u16(clears[0] + clearop::cl_flags), 0u);
+  EXPECT_EQ(t.u24(clears[0] + clearop::cl_last), 0u);
+  uint32_t first = t.u24(clears[1] + clearop::cl_first), last = t.u24(clears[1] + clearop::cl_last);
+  EXPECT_EQ(t.u24(first + position::ps_row), 3u);
+  EXPECT_EQ(t.u24(last + position::ps_row), 5u);
+  EXPECT_EQ(t.u16(clears[1] + clearop::cl_flags), 0x0001u);
+  EXPECT_EQ(t.u24(t.u24(clears[2] + clearop::cl_first) + position::ps_row), 7u);
+  EXPECT_EQ(t.u24(t.u24(clears[2] + clearop::cl_last) + position::ps_row), 7u);
+  EXPECT_EQ(t.u16(clears[3] + clearop::cl_flags), 0x0004u);
+  EXPECT_EQ(t.u24(t.u24(clears[3] + clearop::cl_last) + position::ps_column), 5u);
+  for (auto [body, line] : {
+           std::pair{" clear lines 5 to 3\n", "line 5: ERROR  Numeric value invalid or out of range - '3'"},
+           std::pair{" clear lines 300\n", "line 5: ERROR  Numeric value invalid or out of range - '300'"},
+           std::pair{" clear data prompt\n", "line 5: ERROR  Duplicate or incompatible clause - 'prompt'"},
+           std::pair{" clear bold\n", "line 5: ERROR  Syntax error - 'bold'"},
+       }) {
+    tavtest::Compiled e = compile(body);
+    EXPECT_TRUE(says(e, line)) << body << e.result.out;
+  }
+}
+
+TEST(ScreenOutput, BoxAndBoxCharacter) {
+  tavtest::Compiled c = compile_screen("window @ 2,3 to @ 20,70",
+                                       " detail\n box\n display box @ 3,4 to @ 6,9 colour 32769 on 32769 title \"t\" double\n"
+                                       " box-character 65 @ 5,6\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  uint32_t s = t.section_named("main");
+  auto boxes = ops_of(t, t.u24(s + ssym::s_detail), Op::box);
+  ASSERT_EQ(boxes.size(), 2u);
+  uint32_t b = t.u24(boxes[0] + boxop::bo_box);
+  for (uint32_t at : {0u, 3u}) {  // the window corners
+    EXPECT_EQ(t.u24(b + boxrec::bx_top_left + at), t.u24(s + ssym::s_window_top + at));
+    EXPECT_EQ(t.u24(b + boxrec::bx_bottom_right + at), t.u24(s + ssym::s_window_bottom + at));
+  }
+  EXPECT_EQ(t.u24(b + boxrec::bx_top_left), 2u);
+  uint32_t d = t.u24(boxes[1] + boxop::bo_box);
+  EXPECT_EQ(t.u24(d + boxrec::bx_bottom_right + 3), 9u);
+  EXPECT_EQ(t.u24(d + boxrec::bx_background), 0x8001u);  // equal colours are allowed
+  EXPECT_EQ(t.u16(boxes[1] + boxop::bo_flags), 0x0001u | 0x0008u);
+  EXPECT_EQ(t.opcode(t.u24(d + boxrec::bx_title)), Op::text_item);
+  auto chars = ops_of(t, t.u24(s + ssym::s_detail), Op::box_character);
+  ASSERT_EQ(chars.size(), 1u);
+  EXPECT_EQ(t.u24(chars[0] + boxcharop::bc_character), 65u);
+  EXPECT_EQ(t.u24(chars[0] + boxcharop::bc_row), 5u);
+  EXPECT_EQ(t.u24(chars[0] + boxcharop::bc_column), 6u);
+  for (auto [body, line] : {
+           std::pair{" box @ 1,1\n", "line 5: ERROR  Syntax error"},
+           std::pair{" box title n\n", "line 5: ERROR  Alpha-literal expected - 'n'"},
+           std::pair{" box-character 65\n", "line 5: ERROR  Row/Column coordinates expected"},
+       }) {
+    tavtest::Compiled e = compile(body);
+    EXPECT_TRUE(says(e, line)) << body << e.result.out;
+  }
+}
+
+TEST(ScreenOutput, RefreshFindsTheAcceptNowOrAtTheSectionEnd) {
+  tavtest::Compiled c = compile(" accept n @ 1,1\n refresh n\n refresh s\n accept s @ 2,1\n refresh data\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto accepts = ops_of(t, t.detail(), Op::accept);
+  auto refreshes = ops_of(t, t.detail(), Op::refresh);
+  ASSERT_EQ(refreshes.size(), 3u);
+  EXPECT_EQ(t.u24(refreshes[0] + refreshop::rf_accept), accepts[0]);
+  EXPECT_EQ(t.u24(refreshes[1] + refreshop::rf_accept), accepts[1]);  // resolved when the section ended
+  EXPECT_EQ(t.u16(refreshes[2] + refreshop::rf_kind), 1u);
+  tavtest::Compiled never = compile(" refresh s\n");
+  EXPECT_TRUE(says(never, "line 6: ERROR  REFRESHed field not ACCEPTed - 's'")) << never.result.out;
+  tavtest::Compiled review = compile(" refresh review\n");
+  EXPECT_TRUE(says(review, "line 5: WARNING  Not in a REVIEW screen")) << review.result.out;
+}
+
+}  // namespace
