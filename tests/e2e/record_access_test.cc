@@ -165,6 +165,15 @@ TEST(RecordAccess, LockStateWarnings) {
       {"get cust key \"A\" lock\ncommit work\nupdate cust\n", true},
       {"get cust key \"A\" lock\nget cust key \"A\" on error\n exit\nend-on\nupdate cust\n", true},
       {"get seqf\nupdate seqf\n", false},
+      // A loop body holds its own frame: leaving it settles only what the body did.
+      {"get cust key \"A\"\nwhile cno < 5\n break\nend-while\nupdate cust\n", true},
+      {"get cust key \"A\"\nrepeat\n continue\nuntil cno > 1\nend-repeat\nupdate cust\n", true},
+      {"get cust key \"A\"\nfor cno = 1 to 3\n exit\nend-for\ndelete cust\n", true},
+      {"get cust key \"A\"\nwhile cno < 5\n if cno = 1\n  break\n end-if\nend-while\nupdate cust\n", true},
+      {"get cust key \"A\" lock\nwhile cno < 5\n get cust key \"A\"\nend-while\nupdate cust\n", true},
+      {"get cust key \"A\" lock\nrepeat\nuntil cno > 1\n get cust key \"A\"\nend-repeat\nupdate cust\n", true},
+      {"get cust key \"A\" lock\nwhile cno < 5\n get cust key \"A\"\n exit\nend-while\nupdate cust\n", false},
+      {"get cust key \"A\" lock\nwhile cno < 5\n pause\nend-while\nupdate cust\n", false},
   };
   for (const Case& c : cases) {
     const std::string out = messages(c.statements);
