@@ -301,7 +301,8 @@ void warn_prev(RecordIo& r) {
     return;
   }
   const bool primary = r.p.ops.get24(r.p.section + ssym::s_primary) == r.object;
-  if (type == osym::type_indexed && !primary) r.p.diag.warning(msg::clause_not_supported_on_relational);
+  if (type == osym::type_indexed && !primary && r.p.settings.get_prev_warning)
+    r.p.diag.warning(msg::clause_not_supported_on_relational);
 }
 
 template <uint16_t Direction>

@@ -226,6 +226,19 @@ TEST(RecordAccess, ErrorsAndWarningsWithTheirLines) {
   EXPECT_EQ(quiet.find("WARNING"), std::string::npos) << quiet;
 }
 
+TEST(RecordAccess, TheProgramWideSwitchQuietensOnlyGetPrev) {
+  TempDir dir;
+  tavtest::Env env;
+  env.set = {"TAVNOPREVWARN=1"};
+  const std::string source = std::string(kObjects) +
+                             "procedure main\nget cust prev\nextract cust prev\nend-extract\nend\n";
+  const std::string out = tavtest::compile(dir, source, "prog.spl", {}, env).result.out;
+  EXPECT_FALSE(reports(out, 14, "WARNING", "Clause not supported")) << out;
+  EXPECT_TRUE(reports(out, 15, "WARNING", "Clause not supported on relational databases")) << out;
+  env.set = {"TAVNOPREVWARN="};  // set but empty: no switch
+  EXPECT_TRUE(reports(tavtest::compile(dir, source, "prog.spl", {}, env).result.out, 14, "WARNING", "Clause not supported"));
+}
+
 TEST(RecordAccess, BrokenStatementsInsideBlocksReportOnceAndCheckingGoesOn) {
   const char* cases[] = {
       "extract cust\ndetail\n get nosuch\n get cust frob\nend-extract\nbreak\n",
