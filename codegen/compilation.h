@@ -20,6 +20,8 @@ struct CompileSettings {
   int debug_level = 0;           // -x
   bool dict_check = true;        // -c clears: go on after record-layout inconsistencies
   std::string system_name;       // -p
+  bool get_prev_warning = true;  // TAVNOPREVWARN set clears: GET PREV on a keyed file draws no
+                                 // "Clause not supported on relational databases"
   conv::DateSettings dates;      // how date literals are read
   // The path and version text of each open dictionary, in the order they were opened; every
   // table's header names them.

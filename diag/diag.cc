@@ -212,7 +212,7 @@ int Diagnostics::raise(Severity severity, std::string_view message, Context cont
   }
   report(Severity::error, message, context);
   if (first_error_ == 0) {
-    int line = source_ ? source_->diag_line() : 0;
+    int line = context.line > 0 ? context.line : source_ ? source_->diag_line() : 0;
     first_error_ = static_cast<int16_t>(line > 0 ? line : -1);
   }
   ++error_count_;
@@ -247,6 +247,7 @@ int Diagnostics::report(Severity severity, std::string_view message, Context con
     }
   } else if (context.kind == Context::text) {
     shown = context.value;
+    if (context.line > 0) line = context.line;
   }
 
   new_message_line();

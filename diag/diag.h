@@ -89,10 +89,13 @@ class DiagSource {
 };
 
 // The context shown after a message: nothing, the current token (subject to substitution of
-// the previous token while the current one is held back), or a given text.
+// the previous token while the current one is held back), or a given text. A text context may
+// carry the line of the word it names, for a check that runs after the statement has been read
+// on; the message then shows that line.
 struct Context {
   enum Kind { none, token, text } kind = none;
   std::string_view value;
+  int line = 0;  // 0: the line of the current token
 
   Context() = default;
   Context(std::string_view t) : kind(text), value(t) {}  // NOLINT: implicit on purpose
@@ -101,6 +104,11 @@ struct Context {
   static Context current_token() {
     Context c;
     c.kind = token;
+    return c;
+  }
+  static Context at_line(std::string_view t, int line) {
+    Context c(t);
+    c.line = line;
     return c;
   }
 };

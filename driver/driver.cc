@@ -201,6 +201,8 @@ void Driver::start_up() {
   settings.dict_check = o.dict_check;
   settings.system_name = o.system_name;
   settings.dates = conv::DateSettings::from_env();
+  const char* no_prev_warning = std::getenv("TAVNOPREVWARN");
+  settings.get_prev_warning = no_prev_warning == nullptr || no_prev_warning[0] == '\0';
   for (int d = 0; dictionaries_ && d < dictionaries_->open_count(); ++d)
     settings.dictionaries.emplace_back(dictionaries_->path(d), dictionaries_->version(d));
   compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));

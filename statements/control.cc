@@ -8,8 +8,8 @@
 // the FOR increment are op lists of their own, built on nesting levels.
 //
 // Every construct holds a block scope (statements/block.h) for its whole extent: the depth
-// counters, and per branch of IF or SWITCH a lock-state frame and the ACCEPT chain of the part,
-// put back when the branch ends so that no branch sees the ACCEPTs of another.
+// counters, per branch of IF or SWITCH and per loop body a lock-state frame, and the ACCEPT chain
+// of the part, put back when a branch ends so that no branch sees the ACCEPTs of another.
 
 #include <initializer_list>
 
@@ -64,14 +64,23 @@ uint32_t compile_branch(Parser& p, std::initializer_list<uint32_t> stops) {
   return compile_statements_until(p, stops);
 }
 
-// A loop body on a level of its own; returns its op list and leaves the stop token in `stop`.
-// The path is open again after it: an EXIT inside ends only one pass.
-uint32_t compile_loop_body(Parser& p, std::initializer_list<uint32_t> stops, uint32_t& stop) {
-  BlockScope body(p, BlockScope::reopens_path);
+// The statements of a loop body on a level of its own, with a lock-state frame: a BREAK,
+// CONTINUE or EXIT inside settles only the body's own states. The path is open again after it:
+// an EXIT inside ends only one pass.
+uint32_t compile_loop_list(Parser& p, std::initializer_list<uint32_t> stops, uint32_t& stop) {
+  BlockScope body(p, BlockScope::reopens_path | BlockScope::lock_frame);
   p.ob.open_level();
   stop = compile_statements_until(p, stops);
   uint32_t head = p.ob.top().head;
   p.ob.close_level();
+  return head;
+}
+
+// A loop body; returns its op list and leaves the stop token in `stop`. The body may not run,
+// or may stop half way, so what it did to the lock states counts after it as a branch's.
+uint32_t compile_loop_body(Parser& p, std::initializer_list<uint32_t> stops, uint32_t& stop) {
+  const uint32_t head = compile_loop_list(p, stops, stop);
+  p.locks.settle_branches();
   return head;
 }
 

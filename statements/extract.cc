@@ -8,6 +8,7 @@
 // part holds a lock-state frame and puts the ACCEPT chain back when it ends.
 
 #include <string>
+#include <vector>
 
 #include "expr/expr.h"
 #include "statements/block.h"
@@ -88,20 +89,9 @@ uint32_t compile_part(Parser& p) {
   return head;
 }
 
-// A break field should lead the key the records are read in.
-bool leads_key(Parser& p, uint32_t key, uint32_t field, size_t fields) {
-  const OpSpace& ops = p.ops;
-  size_t i = 0;
-  for (uint32_t kp = key ? ops.get24(key + keyrec::k_parts) : 0; kp != 0 && i < fields; kp = ops.get24(kp + keypart::kp_next), ++i)
-    if (ops.get24(kp + keypart::kp_field) == field) return true;
-  return false;
-}
-
-// The break fields of a BEFORE or AFTER group, as field_list entries.
-uint32_t break_fields(Parser& p, const Extract& x) {
-  OpSpace& ops = p.ops;
-  const uint32_t object = x.io.object;
-  std::vector<std::pair<uint32_t, std::string>> fields;
+// The names of a BEFORE or AFTER group, each found in the extracted object.
+std::vector<RecordIo::Named> read_break_fields(Parser& p, uint32_t object) {
+  std::vector<RecordIo::Named> fields;
   while (p.next() == kClassName) {
     const std::string name(p.text());
     uint32_t prefix = 0;
@@ -109,18 +99,32 @@ uint32_t break_fields(Parser& p, const Extract& x) {
     if (f == 0) continue;
     if (object != 0 && !field_in_object(p, object, f))
       p.diag.error_text(txt::field_not_in_extracted_object, name);
-    fields.emplace_back(f, name);
+    fields.push_back({f, name, p.tok.line()});
   }
   p.push_back();
+  return fields;
+}
+
+// A break field should lead the key the records are read in; each one that does not is reported
+// with the line it was written on.
+void check_break_fields(Parser& p, const Extract& x, const std::vector<RecordIo::Named>& fields) {
+  const uint32_t key = key_record(p, x.io.object, p.ops.at(x.io.block + accesskey::a_index)[0]);
+  for (size_t i = 0; i < fields.size() && i < kMaxCheckedBreakFields; ++i)
+    if (!leads_key(p, key, fields[i].field, fields.size()))
+      p.diag.warning_text(txt::not_leading_key_field, Context::at_line(fields[i].name, fields[i].line));
+}
+
+// The break fields of a BEFORE or AFTER group [NO-WARNING], as field_list entries.
+uint32_t break_fields(Parser& p, const Extract& x) {
+  OpSpace& ops = p.ops;
+  const std::vector<RecordIo::Named> fields = read_break_fields(p, x.io.object);
   const bool no_warning = p.take(verb("no_warning"));
+  if (x.io.object != 0 && !no_warning) check_break_fields(p, x, fields);
   if (p.next(), !p.at_statement_start()) p.fail(msg::field_name_expected);
-  const uint32_t key = object ? key_record(p, object, ops.at(x.io.block + accesskey::a_index)[0]) : 0;
   uint32_t head = 0, tail = 0;
-  for (size_t i = 0; i < fields.size(); ++i) {
-    if (object != 0 && !no_warning && i < kMaxCheckedBreakFields && !leads_key(p, key, fields[i].first, fields.size()))
-      p.diag.warning_text(txt::not_leading_key_field, fields[i].second);
+  for (const RecordIo::Named& f : fields) {
     const uint32_t e = ops.alloc(flist::size);
-    ops.put24(e + flist::fl_field, fields[i].first);
+    ops.put24(e + flist::fl_field, f.field);
     if (tail != 0)
       ops.put24(tail + flist::fl_next, e);
     else

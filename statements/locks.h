@@ -1,9 +1,10 @@
 // Lock states of indexed records while a section is compiled.
 //
 // A record read with LOCK may be updated safely; one read without it may not. The compiler keeps,
-// per open block (an IF or SWITCH branch, an ON ERROR block), a frame that records for each
-// indexed object whether its current record is locked (1), not locked (0) or possibly not locked
-// (-1), so that UPDATE and DELETE can warn about a record that may not be locked. A frame's
+// per open block (an IF or SWITCH branch, a loop body, an EXTRACT part, an ON ERROR block), a
+// frame that records for each indexed object whether its current record is locked (1), not
+// locked (0) or possibly not locked (-1), so that UPDATE and DELETE can warn about a record that
+// may not be locked. A frame's
 // default state answers for the objects it does not name. Closing a frame folds what its block
 // changed into the enclosing frame as "possibly not locked", since the block may not have run.
 #pragma once

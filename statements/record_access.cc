@@ -5,6 +5,8 @@
 // ON ERROR block, laid out after its op: the op's skip target names the op after which a
 // statement that did not fail goes on.
 
+#include <string>
+
 #include "codegen/convert.h"
 #include "expr/expr.h"
 #include "statements/handlers.h"
@@ -114,16 +116,20 @@ struct Write {
   Parser& p;
   uint32_t op;
   uint32_t object = 0;
+  int line = 0;  // where the object was named
   bool no_warning = false;
   bool finished = false;
 };
 
-// UPDATE and DELETE of an indexed record that was read without LOCK.
+// UPDATE and DELETE of an indexed record that was read without LOCK: reported at the object's
+// name, though NO-WARNING may follow it and the statement has been read on by then.
 void finish_write(Write& w) {
   w.finished = true;
   if (w.p.ops.opcode(w.op) == Op::insert || w.no_warning) return;
-  if (w.p.locks.not_locked(w.p.ops, w.object))
-    w.p.diag.info_text(txt::record_may_not_be_locked, object_name(w.p, w.object));
+  if (w.p.locks.not_locked(w.p.ops, w.object)) {
+    const std::string name = object_name(w.p, w.object);
+    w.p.diag.info_text(txt::record_may_not_be_locked, Context::at_line(name, w.line));
+  }
 }
 
 ClauseStep write_no_warning(Write& w) {
@@ -163,6 +169,7 @@ constexpr ClauseRow<Write> kDeleteClauses[] = {
 
 template <size_t N>
 void write_clauses(Write& w, const ClauseRow<Write> (&rows)[N]) {
+  w.line = w.p.tok.line();
   read_clauses(w.p, rows, w, write_other);
   if (!w.finished) finish_write(w);
 }
@@ -174,42 +181,39 @@ struct Open {
   uint32_t op;
   uint32_t object;
   OpenClauses clauses;
-  bool done = false;
+  bool finished = false;
 };
 
 void finish_open(Open& o) {
-  o.done = true;
+  o.finished = true;
   finish_open_clauses(o.p, o.object, o.clauses);
   o.p.ops.put16(o.op + openop::opn_flags, o.clauses.flags);
 }
 
 // FILE [IS] name: the file-name expression, alphanumeric.
-void open_file(Open& o) {
+ClauseStep open_file(Open& o) {
   Parser& p = o.p;
-  if (o.clauses.file) p.diag.error(msg::duplicate_incompatible_clause);
   o.clauses.file = true;
   p.take(verb("is"));
   const ExprType t = compile_expression_list(p, o.op + openop::opn_file);
   if (!t.failed && !t.alphanumeric()) p.diag.error(msg::alpha_literal_expected);
+  return ClauseStep::next;
 }
 
-void open_clauses(Open& o) {
-  Parser& p = o.p;
-  for (;;) {
-    const uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    if (c == verb("file")) {
-      open_file(o);
-    } else if (c == verb("on")) {
-      finish_open(o);
-      on_error_clause(p, o.op + openop::opn_on_error);
-      return;
-    } else if (!open_clause(p, o.object, o.clauses) && skip_invalid_clause(p) == ClauseStep::done) {
-      break;
-    }
-  }
-  if (!o.done) finish_open(o);
+ClauseStep open_on(Open& o) {
+  finish_open(o);
+  return on_error_clause(o.p, o.op + openop::opn_on_error);
 }
+
+// The OPEN clauses every object definition shares (LOCK, LOCAL, TEMPORARY...), or an invalid one.
+ClauseStep open_other(Open& o) {
+  return open_clause(o.p, o.object, o.clauses) ? ClauseStep::next : skip_invalid_clause(o.p);
+}
+
+constexpr ClauseRow<Open> kOpenClauses[] = {
+    {verb("file"), Given::once, {}, open_file},
+    {verb("on"), Given::once, {}, open_on},
+};
 
 // ---- CLOSE and UNLOCK -----------------------------------------------------------------------
 
@@ -230,26 +234,32 @@ bool object_or_all(Parser& p, uint32_t op, uint32_t& object) {
 }
 
 // What may follow the object of CLOSE: [AND] REMOVE, ON ERROR; after ALL only ON ERROR.
-void close_clauses(Parser& p, uint32_t op, bool all) {
-  for (;;) {
-    const uint32_t c = p.next();
-    if (p.at_statement_start()) return;
-    if (c == verb("on")) {
-      on_error_clause(p, op + objop::ob_on_error);
-      return;
-    }
-    if (all) {
-      p.fail(msg::duplicate_incompatible_clause);
-      return;
-    }
-    if (c == verb("and")) p.next();
-    if (p.cls() == verb("remove")) {
-      p.ops.put16(op + objop::ob_flags, p.ops.get16(op + objop::ob_flags) | objop::remove);
-    } else if (skip_invalid_clause(p) == ClauseStep::done) {
-      return;
-    }
-  }
+struct Close {
+  Parser& p;
+  uint32_t op;
+  bool all;
+};
+
+bool names_object(const Close& c) { return !c.all; }
+
+ClauseStep close_remove(Close& c) {
+  c.p.ops.put16(c.op + objop::ob_flags, c.p.ops.get16(c.op + objop::ob_flags) | objop::remove);
+  return ClauseStep::next;
 }
+
+ClauseStep close_and(Close& c) {
+  if (c.p.next() == verb("remove")) return close_remove(c);
+  return skip_invalid_clause(c.p);
+}
+
+ClauseStep close_on(Close& c) { return on_error_clause(c.p, c.op + objop::ob_on_error); }
+ClauseStep close_other(Close& c) { return skip_invalid_clause(c.p); }
+
+constexpr ClauseRow<Close> kCloseClauses[] = {
+    {verb("and"), Given::once, {verb("remove")}, close_and, names_object},
+    {verb("remove"), Given::once, {verb("and")}, close_remove, names_object},
+    {verb("on"), Given::once, {}, close_on},
+};
 
 // Nothing may follow: anything before the next statement is an invalid clause.
 void no_more_clauses(Parser& p) {
@@ -349,7 +359,8 @@ void compile_close(Parser& p) {
   uint32_t object = 0;
   if (!object_or_all(p, op, object)) return;
   if (object == 0 && (p.ops.get16(op + objop::ob_flags) & objop::local)) p.max_opt_ver(5);
-  close_clauses(p, op, object == 0);
+  Close c{p, op, object == 0};
+  read_clauses(p, kCloseClauses, c, close_other);
 }
 
 // OPEN object [clauses] [FILE [IS] name] [ON ERROR ...]
@@ -360,7 +371,9 @@ void compile_open(Parser& p) {
   if (object == 0) return;
   p.ops.put24(op + openop::opn_object, object);
   Open o{p, op, object, {}};
-  open_clauses(o);
+  o.clauses.line = p.tok.line();
+  read_clauses(p, kOpenClauses, o, open_other);
+  if (!o.finished) finish_open(o);
 }
 
 }  // namespace tav

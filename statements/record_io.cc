@@ -278,14 +278,14 @@ bool read_same_fields(RecordIo& r) {
     if (f == 0) return p.tok.skip_to_statement(), false;
     if (!field_in_object(p, r.object, f)) p.diag.error(msg::field_not_contained_object);
     bool repeated = false;
-    for (uint32_t g : r.same_fields) repeated = repeated || g == f;
+    for (const RecordIo::Named& g : r.same_fields) repeated = repeated || g.field == f;
     if (repeated) {
       p.diag.warning_text(txt::field_already_specified, Context::current_token());
     } else if (r.same_fields.size() == static_cast<size_t>(access::kMaxSameFields)) {
       if (!too_many) p.diag.error_text(txt::too_many_fields_specified, Context::current_token());
       too_many = true;
     } else {
-      r.same_fields.push_back(f);
+      r.same_fields.push_back({f, name, p.tok.line()});
     }
   }
   p.push_back();
@@ -301,7 +301,8 @@ void warn_prev(RecordIo& r) {
     return;
   }
   const bool primary = r.p.ops.get24(r.p.section + ssym::s_primary) == r.object;
-  if (type == osym::type_indexed && !primary) r.p.diag.warning(msg::clause_not_supported_on_relational);
+  if (type == osym::type_indexed && !primary && r.p.settings.get_prev_warning)
+    r.p.diag.warning(msg::clause_not_supported_on_relational);
 }
 
 template <uint16_t Direction>
@@ -346,25 +347,37 @@ ClauseStep io_other(RecordIo& r) {
   return skip_invalid_clause(r.p);
 }
 
-void finish_record_io(RecordIo& r) {
+bool leads_key(const Parser& p, uint32_t key, uint32_t field, size_t leading) {
+  const OpSpace& ops = p.ops;
+  size_t i = 0;
+  for (uint32_t kp = key ? ops.get24(key + keyrec::k_parts) : 0; kp != 0 && i < leading;
+       kp = ops.get24(kp + keypart::kp_next), ++i)
+    if (ops.get24(kp + keypart::kp_field) == field) return true;
+  return false;
+}
+
+namespace {
+
+// SAME or DIFFERENT fields must lead the key the records are read in; each one that does not is
+// reported with the line it was written on, since the key is known only after the last clause.
+void check_same_fields(RecordIo& r) {
   Parser& p = r.p;
   OpSpace& ops = p.ops;
+  const uint32_t key = key_record(p, r.object, ops.at(r.block + accesskey::a_index)[0]);
+  const size_t n = r.same_fields.size();
+  for (const RecordIo::Named& f : r.same_fields)
+    if (!leads_key(p, key, f.field, n)) p.diag.error_text(txt::only_leading_key_fields, Context::at_line(f.name, f.line));
+  const int allowed = ops.at(r.block + accesskey::a_key_count)[0];
+  if (allowed != 0 && n > static_cast<size_t>(allowed)) p.diag.error_text(txt::too_many_fields_same_diff, Context::current_token());
+  ops.at(r.block + accesskey::a_key_count)[0] = static_cast<uint8_t>(n);
+}
+
+}  // namespace
+
+void finish_record_io(RecordIo& r) {
   r.finished = true;
-  if (!r.same_fields.empty()) {
-    const uint32_t key = key_record(p, r.object, ops.at(r.block + accesskey::a_index)[0]);
-    const size_t n = r.same_fields.size();
-    for (uint32_t f : r.same_fields) {
-      bool leading = false;
-      size_t i = 0;
-      for (uint32_t kp = key ? ops.get24(key + keyrec::k_parts) : 0; kp != 0 && i < n; kp = ops.get24(kp + keypart::kp_next), ++i)
-        leading = leading || ops.get24(kp + keypart::kp_field) == f;
-      if (!leading) p.diag.error_text(txt::only_leading_key_fields, std::string(ops.text_at(ops.get24(f + fsym::f_name))));
-    }
-    const int allowed = ops.at(r.block + accesskey::a_key_count)[0];
-    if (allowed != 0 && n > static_cast<size_t>(allowed)) p.diag.error_text(txt::too_many_fields_same_diff, Context::current_token());
-    ops.at(r.block + accesskey::a_key_count)[0] = static_cast<uint8_t>(n);
-  }
-  if (!(r.flags() & (access::positioning | access::currency)) && !r.keys && !file_type_has_keys(file_type(p, r.object)))
+  if (!r.same_fields.empty()) check_same_fields(r);
+  if (!(r.flags() & (access::positioning | access::currency)) && !r.keys && !file_type_has_keys(file_type(r.p, r.object)))
     r.set(access::next);
 }
 

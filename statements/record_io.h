@@ -65,7 +65,12 @@ struct RecordIo {
   bool no_warning = false;        // NO-WARNING came just before this clause
   bool field_list = false;        // GET field, ... FROM object
   bool finished = false;          // the checks after the last clause have run
-  std::vector<uint32_t> same_fields = {};
+  struct Named {
+    uint32_t field;
+    std::string name;  // as written, with the line it was written on
+    int line;
+  };
+  std::vector<Named> same_fields = {};
   void (*finish)(RecordIo&) = nullptr;
 
   uint16_t flags() const;
@@ -90,5 +95,7 @@ ClauseStep io_other(RecordIo& r);
 void finish_record_io(RecordIo& r);
 // The key record of the object with that index number, or 0.
 uint32_t key_record(const Parser& p, uint32_t object, int index);
+// Whether the field is one of the first `leading` fields of the key (none when key is 0).
+bool leads_key(const Parser& p, uint32_t key, uint32_t field, size_t leading);
 
 }  // namespace tav

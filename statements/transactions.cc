@@ -19,17 +19,27 @@ namespace tav {
 
 namespace {
 
-// Nothing may follow but ON ERROR (when `on_error` names the op's skip target).
+// What may follow a statement's object: nothing but ON ERROR, and that only where the op has a
+// skip target (`on_error` not 0).
+struct Trailing {
+  Parser& p;
+  uint32_t on_error;
+};
+
+ClauseStep trailing_on(Trailing& t) {
+  if (t.on_error == 0) return skip_invalid_clause(t.p);
+  return on_error_clause(t.p, t.on_error);
+}
+
+ClauseStep trailing_other(Trailing& t) { return skip_invalid_clause(t.p); }
+
+constexpr ClauseRow<Trailing> kTrailingClauses[] = {
+    {verb("on"), Given::once, {}, trailing_on},
+};
+
 void trailing_clauses(Parser& p, uint32_t on_error) {
-  for (;;) {
-    const uint32_t c = p.next();
-    if (p.at_statement_start()) return;
-    if (c == verb("on") && on_error != 0) {
-      on_error_clause(p, on_error);
-      return;
-    }
-    if (skip_invalid_clause(p) == ClauseStep::done) return;
-  }
+  Trailing t{p, on_error};
+  read_clauses(p, kTrailingClauses, t, trailing_other);
 }
 
 // Object names up to the next token that is not a name, as object list entries.
@@ -62,29 +72,52 @@ uint32_t leaving_list(Parser& p, uint32_t object) {
 }
 
 // BEGIN WORK [FREE-LOCKS] [ON object, ... | LEAVING object, ...] [FREE-LOCKS] [ON ERROR ...]
+struct Begin {
+  Parser& p;
+  uint32_t op;
+  bool objects = false;  // ON or LEAVING gave the list
+};
+
+void add_tx_flags(Begin& b, uint16_t bits) {
+  b.p.ops.put16(b.op + txop::tx_flags, b.p.ops.get16(b.op + txop::tx_flags) | bits);
+}
+
+ClauseStep begin_free_locks(Begin& b) {
+  add_tx_flags(b, txop::free_locks);
+  return ClauseStep::next;
+}
+
+// The transaction's objects; one list only.
+ClauseStep begin_objects(Begin& b) {
+  if (b.objects) b.p.diag.error(msg::duplicate_incompatible_clause);
+  b.objects = true;
+  b.p.ops.put24(b.op + txop::tx_objects, object_list(b.p));
+  return ClauseStep::next;
+}
+
+ClauseStep begin_leaving(Begin& b) {
+  add_tx_flags(b, txop::leaving);
+  return begin_objects(b);
+}
+
+// ON ERROR, or ON object, ...
+ClauseStep begin_on(Begin& b) {
+  if (!b.p.take(verb("error"))) return begin_objects(b);
+  compile_on_error(b.p, b.op + txop::tx_on_error);
+  return ClauseStep::done;
+}
+
+ClauseStep begin_other(Begin& b) { return skip_invalid_clause(b.p); }
+
+constexpr ClauseRow<Begin> kBeginClauses[] = {
+    {verb("free_locks"), Given::repeatable, {}, begin_free_locks},
+    {verb("on"), Given::repeatable, {}, begin_on},
+    {verb("leaving"), Given::once, {}, begin_leaving},
+};
+
 void begin_work_clauses(Parser& p, uint32_t op) {
-  OpSpace& ops = p.ops;
-  bool objects = false;
-  for (;;) {
-    const uint32_t c = p.next();
-    if (p.at_statement_start()) return;
-    if (c == verb("free_locks")) {
-      ops.put16(op + txop::tx_flags, ops.get16(op + txop::tx_flags) | txop::free_locks);
-      continue;
-    }
-    const bool on = c == verb("on");
-    if (on && p.take(verb("error"))) {
-      compile_on_error(p, op + txop::tx_on_error);
-      return;
-    }
-    if ((on || c == verb("leaving")) && !objects) {
-      objects = true;
-      if (!on) ops.put16(op + txop::tx_flags, ops.get16(op + txop::tx_flags) | txop::leaving);
-      ops.put24(op + txop::tx_objects, object_list(p));
-      continue;
-    }
-    if (skip_invalid_clause(p) == ClauseStep::done) return;
-  }
+  Begin b{p, op};
+  read_clauses(p, kBeginClauses, b, begin_other);
 }
 
 // COMMIT, ROLL-BACK and BEGIN, in either form; `work` when WORK must follow.
@@ -109,25 +142,36 @@ void transaction(Parser& p, uint32_t code, bool work) {
 }
 
 // RESTORE / POP object [LEAVING field, ... | LEAVING ALL] | * FROM object | field, ... FROM object
-void restore_clauses(Parser& p, uint32_t op, uint32_t object, uint16_t flags) {
-  OpSpace& ops = p.ops;
-  for (;;) {
-    const uint32_t c = p.next();
-    if (p.at_statement_start()) break;
-    if (c != verb("leaving")) {
-      if (skip_invalid_clause(p) == ClauseStep::done) break;
-      continue;
-    }
-    if ((flags & restoreop::field_list) || ops.get24(op + restoreop::rs_fields) != 0 || (flags & restoreop::leaving_all))
-      p.diag.error(msg::duplicate_incompatible_clause);
-    if (p.take(verb("all"))) {
-      if (!(flags & restoreop::pop)) p.diag.error(msg::duplicate_incompatible_clause);
-      flags |= restoreop::leaving_all;
-    } else {
-      ops.put24(op + restoreop::rs_fields, leaving_list(p, object));
-    }
+struct Restore {
+  Parser& p;
+  uint32_t op;
+  uint32_t object;
+  uint16_t flags;
+};
+
+// LEAVING ALL (POP only) or LEAVING field, ...; not after the field-list form.
+ClauseStep restore_leaving(Restore& r) {
+  Parser& p = r.p;
+  if (r.flags & restoreop::field_list) p.diag.error(msg::duplicate_incompatible_clause);
+  if (p.take(verb("all"))) {
+    if (!(r.flags & restoreop::pop)) p.diag.error(msg::duplicate_incompatible_clause);
+    r.flags |= restoreop::leaving_all;
+  } else {
+    p.ops.put24(r.op + restoreop::rs_fields, leaving_list(p, r.object));
   }
-  ops.put16(op + restoreop::rs_flags, flags);
+  return ClauseStep::next;
+}
+
+ClauseStep restore_other(Restore& r) { return skip_invalid_clause(r.p); }
+
+constexpr ClauseRow<Restore> kRestoreClauses[] = {
+    {verb("leaving"), Given::once, {}, restore_leaving},
+};
+
+void restore_clauses(Parser& p, uint32_t op, uint32_t object, uint16_t flags) {
+  Restore r{p, op, object, flags};
+  read_clauses(p, kRestoreClauses, r, restore_other);
+  p.ops.put16(op + restoreop::rs_flags, r.flags);
 }
 
 }  // namespace
@@ -237,23 +281,37 @@ namespace {
 
 // TO text and ON ERROR after the audited objects. TO and the ON ERROR skip target share the
 // op's last operand, so a statement cannot have both.
+struct Audit {
+  Parser& p;
+  uint32_t op;
+  bool off;
+};
+
+// TO text: not after OFF, which writes no trail.
+ClauseStep audit_to(Audit& a) {
+  if (a.off) return skip_invalid_clause(a.p);
+  const ExprType t = compile_expression_list(a.p, a.op + auditop::au_to);
+  if (!t.failed && !t.alphanumeric()) a.p.diag.error(msg::alpha_literal_expected);
+  return ClauseStep::next;
+}
+
+ClauseStep audit_on(Audit& a) {
+  if (!a.p.take(verb("error"))) return skip_invalid_clause(a.p);
+  if (a.p.ops.get24(a.op + auditop::au_to) != 0) a.p.diag.error(msg::duplicate_incompatible_clause);
+  compile_on_error(a.p, a.op + auditop::au_on_error);
+  return ClauseStep::done;
+}
+
+ClauseStep audit_other(Audit& a) { return skip_invalid_clause(a.p); }
+
+constexpr ClauseRow<Audit> kAuditClauses[] = {
+    {verb("to"), Given::once, {}, audit_to},
+    {verb("on"), Given::once, {}, audit_on},
+};
+
 void audit_clauses(Parser& p, uint32_t op, bool off) {
-  bool to = false;
-  for (;;) {
-    const uint32_t c = p.next();
-    if (p.at_statement_start()) return;
-    if (c == verb("to") && !off) {
-      to = true;
-      const ExprType t = compile_expression_list(p, op + auditop::au_to);
-      if (!t.failed && !t.alphanumeric()) p.diag.error(msg::alpha_literal_expected);
-    } else if (c == verb("on") && p.take(verb("error"))) {
-      if (to) p.diag.error(msg::duplicate_incompatible_clause);
-      compile_on_error(p, op + auditop::au_on_error);
-      return;
-    } else if (skip_invalid_clause(p) == ClauseStep::done) {
-      return;
-    }
-  }
+  Audit a{p, op, off};
+  read_clauses(p, kAuditClauses, a, audit_other);
 }
 
 }  // namespace

@@ -78,11 +78,12 @@ void finish_open_clauses(ParserCore& p, uint32_t object, OpenClauses& clauses) {
   if ((f & open_flag::truncate) && !(f & open_flag::temporary) && !clauses.permanent &&
       file_type(ops, object) != osym::type_memory) {
     const std::string_view name = ops.text_at(ops.get24(object + osym::o_name));
+    const Context at = Context::at_line(name, clauses.line);
     if (clauses.file) {
       clauses.flags |= open_flag::temporary;
-      p.diag.info_text(txt::temporary_assumed_truncate, name);
+      p.diag.info_text(txt::temporary_assumed_truncate, at);
     } else {
-      p.diag.info_text(txt::permanent_assumed_truncate, name);
+      p.diag.info_text(txt::permanent_assumed_truncate, at);
     }
   }
 }

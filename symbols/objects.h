@@ -103,6 +103,8 @@ struct OpenClauses {
   bool permanent = false;
   bool file = false;  // FILE [IS] expression: compiled by the OPEN statement, which sets this
   ClausesSeen seen;   // for the given-twice and exclusion checks of the clause table
+  int line = 0;       // where the object was named: the checks after the last clause report
+                      // at it, though the statement has been read on by then
 };
 
 // Applies the OPEN clause word just read (the current token) to `object`. Returns false, leaving

@@ -1,6 +1,7 @@
 // Compiling against data dictionaries made with tavdict: which dictionaries open and in what
 // order, the search along TAVPATH, the consistency checks and their messages, the program and
-// program-object rows of -p (also from eight compiles at once), and a read-only dictionary.
+// program-object rows of -p (also from eight compiles at once) with the access flags the record
+// access statements give them, and a read-only dictionary.
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -13,6 +14,8 @@
 #include <vector>
 
 #include "codegen/header.h"
+#include "statements/records.h"
+#include "symbols/objects.h"
 #include "symbols/records.h"
 #include "tests/support/op6.h"
 #include "tests/support/support.h"
@@ -229,6 +232,44 @@ TEST(Dictionaries, ProgramRowsWithSystemName) {
   EXPECT_EQ(sql(pr, "SELECT count(DISTINCT prog_id) FROM dict_prog_rel"), "9");
   EXPECT_EQ(sql(pr, "SELECT min(prog_id) FROM dict_prog_rel"), "32758");
   EXPECT_EQ(sql(po, "SELECT count(*) FROM dict_prog_obj"), "9");
+}
+
+// What each record access statement does to an object is what its PO row's flags say: 1 OPEN
+// with LOCK, 2 GET with LOCK, 4 INSERT (or OPEN LOCAL and its kin), 8 UPDATE, 16 DELETE.
+TEST(Dictionaries, ProgramObjectFlagsFollowTheRecordAccess) {
+  TempDir dir;
+  make_dictionary(dir, "d/", "cust",
+                  "object stock type indexed file \"stk\"\n  record cust-no end-record\n  key cust-no\n"
+                  "object parts type indexed file \"prt\"\n  record cust-no end-record\n  key cust-no\n"
+                  "object notes type indexed file \"nts\"\n  record cust-no end-record\n  key cust-no\n");
+  const std::string program =
+      "procedure main\n"
+      "  get customer key 1 lock\n  update customer\n"
+      "  insert orders\n  delete orders no-warning\n"
+      "  open stock lock\n  open notes local\n"
+      "  get parts key 1\n  unlock parts\n  save parts\n"
+      "end\n";
+  const RunResult r = compile_with(dir, {"-p", "shop", "-g", "d/"}, dictionary_env(), program);
+  ASSERT_EQ(r.status, 0) << r.out;
+  const std::string objects = dir / "d/O4.idx", po = dir / "d/PO4.idx";
+  const std::vector<std::pair<std::string, std::string>> expected = {
+      {"customer", "10"}, {"orders", "20"}, {"stock", "1"}, {"notes", "4"}, {"parts", "0"}};
+  for (const auto& [name, flags] : expected) {
+    const std::string id = sql(objects, "SELECT obj_id FROM dict_object WHERE trim(obj_name) = '" + name + "'");
+    ASSERT_FALSE(id.empty()) << name;
+    EXPECT_EQ(sql(po, "SELECT prog_flags FROM dict_prog_obj WHERE obj_id = " + id), flags) << name;
+  }
+  const Op6 t = table(dir);
+  for (const auto& [name, flags] : expected)
+    EXPECT_EQ(t.u16(t.object(name) + osym::o_attr) & ~osym::attr_file_mask, 0u) << name << ": usage bits stay out of the file";
+  // The loaded key describes the GET: one key field, so one value is a full key.
+  const uint32_t get = t.list(t.detail()).at(0);
+  ASSERT_EQ(t.opcode(get), Op::get);
+  const uint32_t block = t.u24(get + recio::rio_block);
+  EXPECT_EQ(t.u24(block + accesskey::a_object), t.object("customer"));
+  EXPECT_EQ(t.u16(block + accesskey::a_flags),
+            static_cast<uint32_t>(accesskey::flag_full_key | accesskey::flag_default_index | access::lock));
+  EXPECT_EQ(t.list(t.u24(block + accesskey::a_values)).size(), 1u);
 }
 
 TEST(Dictionaries, ReadOnlyDictionaryCompilesWithoutSystemName) {

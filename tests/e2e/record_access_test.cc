@@ -42,10 +42,23 @@ Op6 body(const std::string& statements) {
 
 std::string messages(const std::string& statements) { return run(statements).result.out; }
 
-// "line N: SEVERITY  text" in the listing; the body starts on line 14.
+// Objects of their own for the cases the shared ones cannot show: several keys, a memory file,
+// nine fields in one record. The body starts on line 19.
+const char* const kWideObjects =
+    "field f1 pic x\nfield f2 pic x\nfield f3 pic x\nfield f4 pic x\nfield f5 pic x\n"
+    "field f6 pic x\nfield f7 pic x\nfield f8 pic x\nfield f9 pic 9\n"
+    "object wide type indexed file \"w\"\n  record f1 f2 f3 f4 f5 f6 f7 f8 f9 end-record\n"
+    "  key f1 f2 f3 f4 f5 f6 f7 f8\n  key f9 desc\n  key f2 f1\n"
+    "object memo type memory\n  record f1 end-record\n  key f1\n";
+
+tavtest::Compiled run_wide(const std::string& body) {
+  TempDir dir;
+  return tavtest::compile(dir, std::string(kWideObjects) + "procedure main\n" + body + "end\n");
+}
+
+// "line N: SEVERITY  text" in the listing, on one message line; the body starts on line 14.
 bool reports(const std::string& out, int line, const std::string& severity, const std::string& text) {
-  return out.find("line " + std::to_string(line) + ": " + severity) != std::string::npos &&
-         out.find(text) != std::string::npos;
+  return out.find("line " + std::to_string(line) + ": " + severity + "  " + text) != std::string::npos;
 }
 
 uint32_t block_of(const Op6& t, uint32_t op) { return t.u24(op + recio::rio_block); }
@@ -152,6 +165,102 @@ TEST(RecordAccess, WritingAndTransactionOps) {
   EXPECT_EQ(t.u16(ops[13] + objop::ob_flags), objop::push);
 }
 
+TEST(RecordAccess, OpenClausesFillTheOp) {
+  Op6 t = body("open cust lock local\nopen cust temporary file \"x\"\nopen cust truncate file \"y\" on error\n pause\nend-on\n"
+               "open cust create private read-only index-on-close\nopen seqf append\n");
+  ASSERT_FALSE(t.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(t.codes(t.detail()), (Codes{Op::open, Op::open, Op::open, Op::pause, Op::open, Op::open}));
+  EXPECT_EQ(t.u24(ops[0] + openop::opn_object), t.object("cust"));
+  EXPECT_EQ(t.u16(ops[0] + openop::opn_flags), static_cast<uint32_t>(open_flag::lock | open_flag::local));
+  EXPECT_EQ(t.u16(ops[1] + openop::opn_flags), static_cast<uint32_t>(open_flag::temporary | open_flag::truncate));
+  EXPECT_EQ(t.codes(t.u24(ops[1] + openop::opn_file)), (Codes{Op::literal}));
+  EXPECT_EQ(t.u16(ops[2] + openop::opn_flags), static_cast<uint32_t>(open_flag::temporary | open_flag::truncate))
+      << "TRUNCATE with FILE IS is temporary";
+  EXPECT_EQ(t.u24(ops[2] + openop::opn_on_error), ops[3]);
+  EXPECT_EQ(t.u16(ops[4] + openop::opn_flags),
+            static_cast<uint32_t>(open_flag::create | open_flag::private_ | open_flag::read_only | open_flag::index_on_close));
+  EXPECT_EQ(t.u24(ops[4] + openop::opn_file), 0u);
+  EXPECT_EQ(t.u16(ops[5] + openop::opn_flags), open_flag::append);
+}
+
+TEST(RecordAccess, PositionFillsItsRecordIoBlock) {
+  Op6 t = body("position cust key \"A\" before\nposition cust on index 1 next same region\n"
+               "position cust after key \"A\" 1\n");
+  ASSERT_FALSE(t.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(t.codes(t.detail()), (Codes{Op::position, Op::position, Op::position}));
+  uint32_t b = block_of(t, ops[0]);
+  EXPECT_EQ(t.u24(b + accesskey::a_object), t.object("cust"));
+  EXPECT_EQ(t.u8(b + accesskey::a_key_count), 1u);
+  EXPECT_EQ(t.u16(b + accesskey::a_flags),
+            static_cast<uint32_t>(accesskey::flag_partial_key | accesskey::flag_default_index | access::before));
+  b = block_of(t, ops[1]);
+  EXPECT_EQ(t.u8(b + accesskey::a_index), 1u);
+  EXPECT_EQ(t.u8(b + accesskey::a_key_count), 1u) << "one SAME field";
+  EXPECT_EQ(t.u16(b + accesskey::a_flags), static_cast<uint32_t>(access::next | access::same));
+  b = block_of(t, ops[2]);
+  EXPECT_EQ(t.u16(b + accesskey::a_flags),
+            static_cast<uint32_t>(accesskey::flag_full_key | accesskey::flag_default_index | access::after));
+  EXPECT_EQ(t.list(t.u24(b + accesskey::a_values)).size(), 2u);
+}
+
+TEST(RecordAccess, RestoreAuditAndUnlockOfOneObject) {
+  Op6 t = body("restore cname cno from cust\nrestore * from cust\npop cust leaving cname\naudit off cust\n"
+               "audit cust seqf to \"trail\"\nunlock cust\n");
+  ASSERT_FALSE(t.empty());
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(t.codes(t.detail()), (Codes{Op::restore, Op::restore, Op::restore, Op::audit, Op::audit, Op::unlock}));
+  const auto fields = [&](uint32_t head) {
+    std::vector<uint32_t> out;
+    for (uint32_t e : t.list(head)) out.push_back(t.u24(e + flist::fl_field));
+    return out;
+  };
+  EXPECT_EQ(t.u24(ops[0] + restoreop::rs_object), t.object("cust"));
+  EXPECT_EQ(t.u16(ops[0] + restoreop::rs_flags), restoreop::field_list);
+  EXPECT_EQ(fields(t.u24(ops[0] + restoreop::rs_fields)), (std::vector<uint32_t>{t.field("cname"), t.field("cno")}));
+  EXPECT_EQ(t.u16(ops[1] + restoreop::rs_flags), 0u) << "* FROM restores the whole record";
+  EXPECT_EQ(t.u24(ops[1] + restoreop::rs_fields), 0u);
+  EXPECT_EQ(t.u16(ops[2] + restoreop::rs_flags), restoreop::pop);
+  EXPECT_EQ(fields(t.u24(ops[2] + restoreop::rs_fields)), (std::vector<uint32_t>{t.field("cname")}));
+
+  EXPECT_EQ(t.u16(ops[3] + auditop::au_off), 1u);
+  EXPECT_EQ(t.u24(t.u24(ops[3] + auditop::au_objects) + objlist::ol_object), t.object("cust"));
+  EXPECT_EQ(t.u24(ops[3] + auditop::au_to), 0u);
+  EXPECT_EQ(t.u16(ops[4] + auditop::au_off), 0u);
+  std::vector<uint32_t> audited;
+  for (uint32_t e : t.list(t.u24(ops[4] + auditop::au_objects))) audited.push_back(t.u24(e + objlist::ol_object));
+  EXPECT_EQ(audited, (std::vector<uint32_t>{t.object("cust"), t.object("seqf")}));
+  EXPECT_EQ(t.codes(t.u24(ops[4] + auditop::au_to)), (Codes{Op::literal}));
+
+  EXPECT_EQ(t.u24(ops[5] + objop::ob_object), t.object("cust"));
+  EXPECT_EQ(t.u16(ops[5] + objop::ob_flags), 0u);
+}
+
+TEST(RecordAccess, OnIndexByFieldNamesAndTheFieldLimits) {
+  tavtest::Compiled c = run_wide("get wide on index f2\nget wide on index f2 f1\nget wide on index f9 desc\n"
+                                 "get wide on index f1 f2 f3\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = t.list(t.detail());
+  ASSERT_EQ(ops.size(), 4u);
+  struct Expect {
+    uint32_t index, count, flags;
+  };
+  const Expect expected[] = {
+      {3, 1, accesskey::flag_partial_key},  // the leading field of the third key
+      {3, 0, 0},                            // the whole third key
+      {2, 0, 0},                            // the descending key, named so
+      {1, 3, accesskey::flag_partial_key},  // three leading fields of the first key
+  };
+  for (size_t i = 0; i < ops.size(); ++i) {
+    const uint32_t b = block_of(t, ops[i]);
+    EXPECT_EQ(t.u8(b + accesskey::a_index), expected[i].index) << i;
+    EXPECT_EQ(t.u8(b + accesskey::a_key_count), expected[i].count) << i;
+    EXPECT_EQ(t.u16(b + accesskey::a_flags), expected[i].flags) << i;
+  }
+}
+
 TEST(RecordAccess, LockStateWarnings) {
   struct Case {
     const char* statements;
@@ -166,6 +275,15 @@ TEST(RecordAccess, LockStateWarnings) {
       {"get cust key \"A\" lock\ncommit work\nupdate cust\n", true},
       {"get cust key \"A\" lock\nget cust key \"A\" on error\n exit\nend-on\nupdate cust\n", true},
       {"get seqf\nupdate seqf\n", false},
+      // A loop body holds its own frame: leaving it settles only what the body did.
+      {"get cust key \"A\"\nwhile cno < 5\n break\nend-while\nupdate cust\n", true},
+      {"get cust key \"A\"\nrepeat\n continue\nuntil cno > 1\nend-repeat\nupdate cust\n", true},
+      {"get cust key \"A\"\nfor cno = 1 to 3\n exit\nend-for\ndelete cust\n", true},
+      {"get cust key \"A\"\nwhile cno < 5\n if cno = 1\n  break\n end-if\nend-while\nupdate cust\n", true},
+      {"get cust key \"A\" lock\nwhile cno < 5\n get cust key \"A\"\nend-while\nupdate cust\n", true},
+      {"get cust key \"A\" lock\nrepeat\nuntil cno > 1\n get cust key \"A\"\nend-repeat\nupdate cust\n", true},
+      {"get cust key \"A\" lock\nwhile cno < 5\n get cust key \"A\"\n exit\nend-while\nupdate cust\n", false},
+      {"get cust key \"A\" lock\nwhile cno < 5\n pause\nend-while\nupdate cust\n", false},
   };
   for (const Case& c : cases) {
     const std::string out = messages(c.statements);
@@ -179,36 +297,71 @@ TEST(RecordAccess, ErrorsAndWarningsWithTheirLines) {
     const char* statements;
     int line;
     const char* severity;
-    const char* text;
+    const char* text;  // with its context
   };
   const Case cases[] = {
+      // The object and the clauses of GET.
+      {"get\n", 14, "ERROR", "Object name expected - 'get'"},
+      {"get nosuch\n", 14, "ERROR", "Object not defined in dictionary - 'nosuch'"},
+      {"get cust frob\n", 14, "ERROR", "Invalid clause - 'frob'"},
       {"get cust next key \"A\"\n", 14, "ERROR", "Duplicate or incompatible clause - 'key'"},
-      {"get\n", 14, "ERROR", "Object name expected"},
-      {"get nosuch\n", 14, "ERROR", "Object not defined in dictionary"},
-      {"get cust frob\n", 14, "ERROR", "Invalid clause"},
-      {"get seqf key \"A\"\n", 14, "ERROR", "I/O operation invalid for object's file type"},
-      {"get cust key 5\n", 14, "ERROR", "Key values not compatible with key format required"},
-      {"get cust key \"A\" on index 1\n", 14, "ERROR", "ON INDEX must preceed KEY IS clause"},
-      {"get cust on index 3\n", 14, "ERROR", "No such index for object"},
-      {"get cust prev\n", 14, "WARNING", "Clause not supported on relational databases"},
-      {"get cust next same cno cno\n", 14, "WARNING", "Field already specified"},
-      {"get cust next same cno\n", 15, "ERROR", "Only leading key fields allowed for SAME/DIFF"},
-      {"get numf last key 1\n", 14, "ERROR", "Cannot specify full key unless last field is alpha"},
-      {"insert cust lock\n", 14, "ERROR", "Must use GET to maintain locks"},
-      {"get cust on errors\n", 14, "ERROR", "Syntax error"},
-      {"get cust on error\n pause\nprocedure other\n", 15, "ERROR", "END-ON missing"},
-      {"extract cust next same region\nend-extract\n", 14, "WARNING", "No starting key given"},
-      {"extract cust\nbefore cname\n pause\nend-extract\n", 16, "WARNING", "Field is not a leading key field"},
-      {"extract cust\nbefore other\n pause\nend-extract\n", 15, "ERROR", "Field not contained in EXTRACTed object"},
-      {"extract cust\n pause\nprocedure other\n", 15, "ERROR", "END-EXTRACT missing"},
-      {"extract cust\n re-enter\nend-extract\n", 15, "ERROR", "Can't leave an EXTRACT loop this way"},
-      {"serial numf key cname\n", 14, "ERROR", "Field must be numeric"},
-      {"close all remove\n", 14, "ERROR", "Duplicate or incompatible clause"},
-      {"locking-method slowly\n", 14, "ERROR", "Syntax error"},
-      {"begin cust\n", 14, "ERROR", "Syntax error"},
-      {"restore cust leaving all\n", 14, "ERROR", "Duplicate or incompatible clause"},
-      {"audit cust to 5\n", 14, "ERROR", "Alpha-literal expected"},
-      {"update cno in seqf\n", 14, "ERROR", "Field not contained in object"},
+      {"get cust look-up lock\n", 14, "ERROR", "Duplicate or incompatible clause - 'lock'"},
+      {"get cust first key \"A\"\n", 14, "ERROR", "Duplicate or incompatible clause - 'key'"},
+      {"get cust last next\n", 14, "ERROR", "Duplicate or incompatible clause - 'next'"},
+      {"get seqf look-up\n", 14, "ERROR", "I/O operation invalid for object's file type - 'look-up'"},
+      {"get seqf key \"A\"\n", 14, "ERROR", "I/O operation invalid for object's file type - 'key'"},
+      {"get cust key 5\n", 14, "ERROR", "Key values not compatible with key format required - '5'"},
+      {"get cust key \"A\" on index 1\n", 14, "ERROR", "ON INDEX must preceed KEY IS clause - 'index'"},
+      {"get cust on index 3\n", 14, "ERROR", "No such index for object - '3'"},
+      {"get cust on errors\n", 14, "ERROR", "Syntax error - 'errors'"},
+      {"get numf last key 1\n", 14, "ERROR", "Cannot specify full key unless last field is alpha - '1'"},
+      {"get cust prev\n", 14, "WARNING", "Clause not supported on relational databases - 'prev'"},
+      // SAME and DIFFERENT fields.
+      {"get cust next same cno cno\n", 14, "WARNING", "Field already specified - 'cno'"},
+      {"get cust next same other\n", 14, "ERROR", "Field not contained in object - 'other'"},
+      {"get cust next same cno\n", 14, "ERROR", "Only leading key fields allowed for SAME/DIFF - 'cno'"},
+      {"get cust next\n same\n cno\n", 16, "ERROR", "Only leading key fields allowed for SAME/DIFF - 'cno'"},
+      // EXTRACT and its parts.
+      {"extract\n", 14, "ERROR", "Object name expected - 'extract'"},
+      {"extract cust all key \"A\"\nend-extract\n", 14, "ERROR", "Duplicate or incompatible clause - 'key'"},
+      {"extract cust when cno > 1 when cno > 2\nend-extract\n", 14, "ERROR", "Duplicate or incompatible clause - 'when'"},
+      {"extract cust next same region\nend-extract\n", 14, "WARNING", "No starting key given - 'region'"},
+      {"extract cust\nbefore cname\n pause\nend-extract\n", 15, "WARNING", "Field is not a leading key field - 'cname'"},
+      {"extract cust\nafter region\n cname\n pause\nend-extract\n", 16, "WARNING", "Field is not a leading key field - 'cname'"},
+      {"extract cust\nbefore other\n pause\nend-extract\n", 15, "ERROR", "Field not contained in EXTRACTed object - 'other'"},
+      {"extract cust\ndetail\n pause\ndetail\n pause\nend-extract\n", 17, "ERROR", "Duplicate or incompatible clause - 'detail'"},
+      {"extract cust\n pause\nprocedure other\n", 15, "ERROR", "END-EXTRACT missing - 'pause'"},
+      {"extract cust\n re-enter\nend-extract\n", 15, "ERROR", "Can't leave an EXTRACT loop this way - 're-enter'"},
+      // The writing statements and the lock states.
+      {"insert\n", 14, "ERROR", "Object name expected - 'insert'"},
+      {"insert cust lock\n", 14, "ERROR", "Must use GET to maintain locks - 'lock'"},
+      {"update cno in seqf\n", 14, "ERROR", "Field not contained in object - 'cno'"},
+      {"update cust key\n", 14, "ERROR", "Invalid clause - 'key'"},
+      {"get cust key \"A\"\nupdate cust\n", 15, "INFO", "Record may not be locked - 'cust'"},
+      {"get cust key \"A\"\ndelete cust\n", 15, "INFO", "Record may not be locked - 'cust'"},
+      {"get cust on error\n pause\nprocedure other\n", 15, "ERROR", "END-ON missing - 'pause'"},
+      // OPEN, CLOSE and the other statements.
+      {"open cust temporary permanent\n", 14, "ERROR", "Duplicate or incompatible clause - 'permanent'"},
+      {"open cust private\n", 14, "ERROR", "Duplicate or incompatible clause - 'private'"},
+      {"open cust file 5\n", 14, "ERROR", "Alpha-literal expected - '5'"},
+      {"open cust truncate\npause\n", 14, "INFO", "PERMANENT assumed for TRUNCATE without FILE IS - 'cust'"},
+      {"open cust truncate file \"x\"\npause\n", 14, "INFO", "TEMPORARY assumed for TRUNCATE with FILE IS - 'cust'"},
+      {"close all remove\n", 14, "ERROR", "Duplicate or incompatible clause - 'remove'"},
+      {"close cust remove and remove\n", 14, "ERROR", "Duplicate or incompatible clause - 'and'"},
+      {"serial numf key cname\n", 14, "ERROR", "Field must be numeric - 'cname'"},
+      {"locking-method slowly\n", 14, "ERROR", "Syntax error - 'slowly'"},
+      {"begin cust\n", 14, "ERROR", "Syntax error - 'begin'"},
+      {"transaction frob\n", 14, "ERROR", "Syntax error - 'frob'"},
+      {"commit\n", 14, "ERROR", "Syntax error - 'commit'"},
+      {"begin work on cust leaving cust\n", 14, "ERROR", "Duplicate or incompatible clause - 'leaving'"},
+      {"save cust on error\n", 14, "ERROR", "Invalid clause - 'on'"},
+      {"pop cust leaving cno leaving cname\n", 14, "ERROR", "Duplicate or incompatible clause - 'leaving'"},
+      {"restore cust leaving all\n", 14, "ERROR", "Duplicate or incompatible clause - 'all'"},
+      {"restore cname from cust leaving cno\n", 14, "ERROR", "Duplicate or incompatible clause - 'leaving'"},
+      {"initialise cust leaving 5\n", 14, "ERROR", "Field name expected - '5'"},
+      {"audit\n", 14, "ERROR", "Object name expected - 'audit'"},
+      {"audit cust to 5\n", 14, "ERROR", "Alpha-literal expected - '5'"},
+      {"audit off cust to \"x\"\n", 14, "ERROR", "Invalid clause - 'to'"},
   };
   for (const Case& c : cases) {
     const std::string out = messages(c.statements);
@@ -218,22 +371,90 @@ TEST(RecordAccess, ErrorsAndWarningsWithTheirLines) {
   EXPECT_EQ(quiet.find("WARNING"), std::string::npos) << quiet;
 }
 
-TEST(RecordAccess, BrokenStatementsInsideBlocksReportOnceAndCheckingGoesOn) {
-  const char* cases[] = {
-      "extract cust\ndetail\n get nosuch\n get cust frob\nend-extract\nbreak\n",
-      "get cust on error\n get nosuch\n get cust frob\nend-on\nbreak\n",
-      "extract cust key\nbefore\n get cust on error\n  get nosuch\n end-on\nend-extract\nbreak\n",
+// The checks that need more than the shared objects: several keys, nine fields, a memory file.
+TEST(RecordAccess, KeyChoiceAndFieldLimitMessages) {
+  struct Case {
+    const char* statements;
+    int line;
+    const char* severity;
+    const char* text;
   };
-  for (const char* c : cases) {
-    const std::string out = messages(c);
-    size_t n = 0;
-    for (size_t at = out.find("Object not defined"); at != std::string::npos; at = out.find("Object not defined", at + 1)) ++n;
-    EXPECT_EQ(n, 1u) << c << out;
-    EXPECT_NE(out.find("Not in a looping section of code"), std::string::npos) << "the depths closed: " << c << out;
-    EXPECT_EQ(out.find("Incorrect nesting"), std::string::npos) << c << out;
+  const Case cases[] = {
+      {"get wide on index f9\n", 19, "WARNING", "Possible confusion over ascending/descending key fields - 'f9'"},
+      {"get wide on index f3\n", 19, "ERROR", "No such index for object - 'f3'"},
+      {"get wide on index -1\n", 19, "ERROR", "Numeric value invalid or out of range - '-1'"},
+      {"get wide on index 1.5\n", 19, "ERROR", "Numeric value invalid or out of range - '1.5'"},
+      {"get wide next same f1 f2 f3 f4 f5 f6 f7 f8 f9\n", 19, "ERROR", "Too many fields specified - 'f9'"},
+      {"extract wide key \"a\" next same f1 f2\nend-extract\n", 19, "ERROR", "Too many fields specified for SAME/DIFF - 'f2'"},
+      {"open memo permanent\n", 19, "INFO", "PERMANENT ignored for MEMORY files - 'permanent'"},
+  };
+  for (const Case& c : cases) {
+    const std::string out = run_wide(c.statements).result.out;
+    EXPECT_TRUE(reports(out, c.line, c.severity, c.text)) << "[" << c.statements << "]" << out;
   }
-  const std::string out = messages("extract cust\ndetail\n get cust frob\nend-extract\nbreak\n");
-  EXPECT_NE(out.find("Invalid clause"), std::string::npos) << out;
+  const std::string quiet = run_wide("open memo truncate\nget wide on index f9 desc\n").result.out;
+  EXPECT_EQ(quiet.find("line"), std::string::npos) << "a memory file is never permanent; the direction matches" << quiet;
+}
+
+TEST(RecordAccess, TheProgramWideSwitchQuietensOnlyGetPrev) {
+  TempDir dir;
+  tavtest::Env env;
+  env.set = {"TAVNOPREVWARN=1"};
+  const std::string source = std::string(kObjects) +
+                             "procedure main\nget cust prev\nextract cust prev\nend-extract\nend\n";
+  const std::string out = tavtest::compile(dir, source, "prog.spl", {}, env).result.out;
+  EXPECT_FALSE(reports(out, 14, "WARNING", "Clause not supported")) << out;
+  EXPECT_TRUE(reports(out, 15, "WARNING", "Clause not supported on relational databases")) << out;
+  env.set = {"TAVNOPREVWARN="};  // set but empty: no switch
+  EXPECT_TRUE(reports(tavtest::compile(dir, source, "prog.spl", {}, env).result.out, 14, "WARNING", "Clause not supported"));
+}
+
+// Every message line of a listing, in order, without the file name.
+std::vector<std::string> message_lines(const std::string& out) {
+  std::vector<std::string> lines;
+  for (size_t at = out.find("line "); at != std::string::npos; at = out.find("line ", at + 1)) {
+    const size_t end = out.find('\n', at);
+    lines.push_back(out.substr(at, end == std::string::npos ? std::string::npos : end - at));
+    if (end == std::string::npos) break;
+    at = end;
+  }
+  return lines;
+}
+
+// A broken statement inside an EXTRACT or an ON ERROR block is reported once; the statements after
+// it are still checked, and the block's depths close (a BREAK after it is outside any loop).
+TEST(RecordAccess, BrokenStatementsInsideBlocksReportOnceAndCheckingGoesOn) {
+  struct Case {
+    const char* statements;
+    std::vector<std::string> lines;
+  };
+  const Case cases[] = {
+      {"extract cust\ndetail\n get nosuch\n get cust frob\nend-extract\nbreak\n",
+       {"line 16: ERROR  Object not defined in dictionary - 'nosuch'", "line 17: ERROR  Invalid clause - 'frob'",
+        "line 19: ERROR  Not in a looping section of code - 'break'"}},
+      {"extract nosuch key 1 when\n get cust frob\nend-extract\nbreak\n",
+       {"line 14: ERROR  Object not defined in dictionary - 'nosuch'", "line 15: ERROR  Invalid clause - 'frob'",
+        "line 17: ERROR  Not in a looping section of code - 'break'"}},
+      {"get cust on error\n get nosuch\n get cust frob\nend-on\nbreak\n",
+       {"line 15: ERROR  Object not defined in dictionary - 'nosuch'", "line 16: ERROR  Invalid clause - 'frob'",
+        "line 18: ERROR  Not in a looping section of code - 'break'"}},
+      {"get cust on error\n get cust frob\nelse\n get nosuch\nend-on\nupdate cust frob\nbreak\n",
+       {"line 15: ERROR  Invalid clause - 'frob'", "line 17: ERROR  Object not defined in dictionary - 'nosuch'",
+        "line 19: ERROR  Invalid clause - 'frob'", "line 19: INFO  Record may not be locked - 'cust'",
+        "line 20: ERROR  Not in a looping section of code - 'break'"}},
+      {"extract cust key\nbefore\n get cust on error\n  get nosuch\n end-on\nend-extract\nbreak\n",
+       {"line 14: ERROR  Key values not compatible with key format required - 'key'",
+        "line 17: ERROR  Object not defined in dictionary - 'nosuch'",
+        "line 20: ERROR  Not in a looping section of code - 'break'"}},
+      // Both blocks cut short by the next section: each closing word reported missing once.
+      {"extract cust\nbefore region\n get cust on error\n  pause\nprocedure other\nget cust frob\nbreak\n",
+       {"line 17: ERROR  END-ON missing - 'pause'", "line 17: ERROR  END-EXTRACT missing - 'pause'",
+        "line 19: ERROR  Invalid clause - 'frob'", "line 20: ERROR  Not in a looping section of code - 'break'"}},
+  };
+  for (const Case& c : cases) {
+    const std::string out = messages(c.statements);
+    EXPECT_EQ(message_lines(out), c.lines) << c.statements << out;
+  }
 }
 
 }  // namespace

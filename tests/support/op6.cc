@@ -16,7 +16,7 @@ RunResult tavcmp(const std::string& cwd, std::vector<std::string> args, Env env)
   for (const std::string& u : env.unset) own_tavrin |= u == "TAVRIN";
   if (!own_tavrin) options.env.push_back("TAVRIN=" + product_dir());
   for (std::string& e : env.set) options.env.push_back(std::move(e));
-  options.unset = {"TAVCMPINC", "TAVLANGUAGE", "TAVLANGDIR", "TERM"};
+  options.unset = {"TAVCMPINC", "TAVLANGUAGE", "TAVLANGDIR", "TAVNOPREVWARN", "TERM"};
   for (std::string& u : env.unset) options.unset.push_back(std::move(u));
   return run(args, options);
 }

@@ -86,6 +86,15 @@ TEST_F(Reporters, ContextsAndPrefixes) {
   EXPECT_EQ(diag.first_error(), 7);
 }
 
+TEST_F(Reporters, AContextKeepsTheLineOfItsWord) {
+  source.held = true;  // the statement after the one at fault has been read
+  source.line = 9;
+  diag.raise(Severity::error, "Kept", Context::at_line("word", 4));
+  diag.raise(Severity::warning, "Current", "word");
+  EXPECT_EQ(finish(), "\nprog.spl, line 4: ERROR  Kept - 'word'\nprog.spl, line 9: WARNING  Current - 'word'\n");
+  EXPECT_EQ(diag.first_error(), 4);
+}
+
 TEST(MessageTexts, ValuesFillTheirPlaces) {
   EXPECT_EQ(format_text(txt::verb_table_out_of_order, {"abc"}), "VERB TABLE OUT OF ORDER AT 'abc'");
   EXPECT_EQ(format_text(txt::cant_link_table, {"tavcmp", "a.tmp", "a.op6"}),
