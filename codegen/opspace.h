@@ -59,6 +59,16 @@ class OpSpace {
   uint32_t brk_ = 0;
 };
 
+// Appends record `entry` to a list kept by its head and tail, linked through the member at
+// `next` of each entry.
+inline void append_to_list(OpSpace& ops, uint32_t& head, uint32_t& tail, uint32_t entry, uint32_t next) {
+  if (tail != 0)
+    ops.put24(tail + next, entry);
+  else
+    head = entry;
+  tail = entry;
+}
+
 class DataArea {
  public:
   explicit DataArea(Diagnostics& diag) : diag_(diag) {}

@@ -125,11 +125,7 @@ uint32_t break_fields(Parser& p, const Extract& x) {
   for (const RecordIo::Named& f : fields) {
     const uint32_t e = ops.alloc(flist::size);
     ops.put24(e + flist::fl_field, f.field);
-    if (tail != 0)
-      ops.put24(tail + flist::fl_next, e);
-    else
-      head = e;
-    tail = e;
+    append_to_list(ops, head, tail, e, flist::fl_next);
   }
   return head;
 }

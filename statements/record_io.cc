@@ -79,11 +79,7 @@ uint32_t field_list_of(Parser& p, uint32_t object, const std::vector<std::string
     if (!field_in_object(p, object, f)) p.diag.error_with(msg::field_not_contained_object, name);
     const uint32_t e = ops.alloc(flist::size);
     ops.put24(e + flist::fl_field, f);
-    if (tail != 0)
-      ops.put24(tail + flist::fl_next, e);
-    else
-      head = e;
-    tail = e;
+    append_to_list(ops, head, tail, e, flist::fl_next);
   }
   return head;
 }

@@ -51,11 +51,7 @@ uint32_t object_list(Parser& p) {
     if (object == 0) return head;
     const uint32_t e = ops.alloc(objlist::size);
     ops.put24(e + objlist::ol_object, object);
-    if (tail != 0)
-      ops.put24(tail + objlist::ol_next, e);
-    else
-      head = e;
-    tail = e;
+    append_to_list(ops, head, tail, e, objlist::ol_next);
   }
   p.push_back();
   return head;
