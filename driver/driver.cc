@@ -179,9 +179,8 @@ void Driver::start_up() {
   diag_.set_suppression(o.no_warning, o.no_info);
   summary_start_ = o.summary_start;
 
-  if (o.screen && display_.open_screen(product_version() + " Compiler")) {
-    // progress window open; messages start at row 4
-  }
+  // Without a terminal the progress window does not open and output stays plain.
+  if (o.screen) display_.open_screen(product_version() + " Compiler");
   if (std::string_view bad = check_verb_table(); !bad.empty()) {
     display_.show(format_text(txt::verb_table_out_of_order, {bad}));
     display_.wait_ack();
