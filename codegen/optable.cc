@@ -13,6 +13,7 @@
 #include "codegen/header.h"
 #include "codegen/opspace.h"
 #include "diag/diag.h"
+#include "runtime/file_lock.h"
 
 namespace tav {
 
@@ -96,6 +97,9 @@ void OptableWriter::write() {
 
   fill_header();
 
+  // Two compiles writing the same table into one directory take their turns, so that neither
+  // removes or renames the other's work file.
+  const FileLock lock(directory_of(file_.op6_name));
   work_name_ = with_tmp_extension(file_.op6_name);
   // Only a work file that exists has to go; a path that cannot name a file (a missing
   // directory, or a plain file where the directory should be) is left to the create below.

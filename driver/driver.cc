@@ -29,6 +29,7 @@
 #include "driver/context.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
+#include "runtime/file_lock.h"
 #include "runtime/process.h"
 #include "statements/program.h"
 #include "symbols/compiler_stores.h"
@@ -253,6 +254,8 @@ void Driver::compile_file(const std::string& argument) {
     return;
   }
 
+  // Two compiles of the same source take their turns: they share its listing and its table.
+  const FileLock same_source(file.source_name);
   // A file the preprocessor refused has its message and no result line.
   const bool preprocessed = preprocess(file);
   if (preprocessed) {

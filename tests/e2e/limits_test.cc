@@ -1,12 +1,16 @@
 // What the format or the stack limits: deep nesting stops with a message, a NUL byte is reported, and an EXIT value too large for an immediate operand
-// becomes an op list. And faults of the machine: a closed output pipe, the file-size limit.
+// becomes an op list. And faults of the machine: a closed output pipe, the file-size limit, and
+// compilers writing the same table at once.
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "bench/generator.h"
+#include "codegen/header.h"
 #include "codegen/op_records.h"
 #include "codegen/ops.h"
 #include "tests/support/op6.h"
@@ -81,6 +85,44 @@ TEST(Faults, ClosedPipeAndFileSizeLimit) {
   EXPECT_NE(r.out.find("status=255"), std::string::npos) << r.out;
   EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "tmp"}));
   EXPECT_TRUE(tavtest::list_dir(dir / "tmp").empty());
+}
+
+}  // namespace
+
+namespace {
+
+// The table without the two things that change from run to run: the compile time and the date
+// in the compile text.
+std::string without_time(std::string image) {
+  const tavtest::Op6 view(image);
+  if (image.size() < tav::hdr::size) return image;
+  for (uint32_t i = 0; i < 4; ++i) image[tav::hdr::h_compile_time + i] = 0;
+  for (uint32_t i = view.u24(tav::hdr::h_compile_text); i != 0 && i < image.size() && image[i] != 0; ++i) image[i] = ' ';
+  return image;
+}
+
+// Eight compilers writing the same table into one directory, twenty times each: every run
+// succeeds and the table left is whole.
+TEST(Faults, ConcurrentCompilesOfOneProgram) {
+  TempDir dir;
+  tavbench::GenOptions o;
+  o.lines = 300;
+  tavtest::write_file(dir / "prog.spl", tavbench::generate_program(o));
+  ASSERT_EQ(tavtest::tavcmp(dir.path(), {"-l", "-n", "prog.spl"}).status, 0);
+  const std::string single = without_time(tavtest::read_file(dir / "prog.op6"));
+  const std::string listing = tavtest::read_file(dir / "prog.err");
+  std::vector<std::thread> runs;
+  std::vector<int> failures(8, 0);
+  for (int w = 0; w < 8; ++w)
+    runs.emplace_back([&, w] {
+      for (int i = 0; i < 20; ++i)
+        failures[static_cast<size_t>(w)] += tavtest::tavcmp(dir.path(), {"-l", "-n", "prog.spl"}).status != 0;
+    });
+  for (std::thread& t : runs) t.join();
+  for (int f : failures) EXPECT_EQ(f, 0);
+  EXPECT_EQ(without_time(tavtest::read_file(dir / "prog.op6")), single);
+  EXPECT_EQ(tavtest::read_file(dir / "prog.err"), listing);
+  EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"prog.err", "prog.op6", "prog.spl"}));
 }
 
 }  // namespace
