@@ -193,13 +193,7 @@ ClauseStep when(Accept& a) {
 // PICTURE or PIC p: read as one raw word. A second picture is read and thrown away.
 ClauseStep picture(Accept& a) {
   Parser& p = a.p;
-  p.tok.request_raw();
-  if (p.next() == verb("is")) {
-    p.tok.request_raw();
-    p.next();
-  }
-  std::string text(p.text());
-  p.accept();
+  const std::string text = read_raw_picture(p);
   if (a.picture) return ClauseStep::next;
   a.picture = true;
   PictureResult pic = parse_picture(text);

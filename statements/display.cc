@@ -45,13 +45,7 @@ struct Message {
 
 // PICTURE p after an item, read as one raw word.
 void item_picture(Parser& p, uint32_t item, bool alphanumeric) {
-  p.tok.request_raw();
-  if (p.next() == verb("is")) {
-    p.tok.request_raw();
-    p.next();
-  }
-  PictureResult pic = parse_picture(p.text());
-  p.accept();
+  PictureResult pic = parse_picture(read_raw_picture(p));
   if (pic.kind == PictureKind::invalid) {
     p.diag.error(msg::invalid_picture_string);
     return;

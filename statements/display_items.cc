@@ -114,13 +114,7 @@ ClauseStep column(Item& i) {
 // PICTURE or PIC p, read as one raw word.
 ClauseStep picture(Item& i) {
   Parser& p = i.p;
-  p.tok.request_raw();
-  if (p.next() == verb("is")) {
-    p.tok.request_raw();
-    p.next();
-  }
-  PictureResult pic = parse_picture(p.text());
-  p.accept();
+  PictureResult pic = parse_picture(read_raw_picture(p));
   if (pic.kind == PictureKind::invalid) {
     p.diag.error(msg::invalid_picture_string);
     return ClauseStep::next;

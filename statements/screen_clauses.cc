@@ -194,4 +194,15 @@ TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard) 
   return read;
 }
 
+std::string read_raw_picture(Parser& p) {
+  p.tok.request_raw();
+  if (p.next() == verb("is")) {
+    p.tok.request_raw();
+    p.next();
+  }
+  std::string text(p.text());
+  p.accept();
+  return text;
+}
+
 }  // namespace tav

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace tav {
 
@@ -17,6 +18,10 @@ void read_position(Parser& p, uint32_t dest);
 // window; a window corner takes whole numbers only. A literal row or column outside 1 to 255 is
 // error 3. Returns false when the statement was abandoned.
 bool read_coordinates(Parser& p, uint32_t dest, bool screen);
+
+// PICTURE [IS] p, the word after the clause word: the picture text, read as one raw word so that
+// "9(5)v99" stays whole (keywords are still recognised in raw mode, which lets IS come first).
+std::string read_raw_picture(Parser& p);
 
 // [IS] foreground [ON background]: colour operand values, no checks.
 void read_colour(Parser& p, uint32_t foreground, uint32_t background);
