@@ -110,4 +110,48 @@ inline constexpr uint16_t no_wait = 1;
 inline constexpr uint16_t wait = 2;
 }  // namespace lockmethod
 
+// select record, FROM entry, select field entry: the records of a compiled SELECT.
+namespace selrec {
+inline constexpr uint16_t distinct = 0x0001;  // also UNIQUE, DISTINCTROW
+inline constexpr uint16_t all_fields = 0x0002;  // SELECT *
+inline constexpr uint16_t correlated = 0x0004;  // refers to an object of an enclosing select
+inline constexpr uint16_t on_index = 0x0008;
+inline constexpr uint16_t whole_aggregates = 0x0010;
+inline constexpr uint16_t screen = 0x0040;
+inline constexpr uint16_t for_update = 0x0080;
+inline constexpr uint16_t union_first = 0x0100;
+inline constexpr uint16_t compiling = 0x8000;
+}  // namespace selrec
+
+namespace fromrec {
+inline constexpr uint16_t all_fields = 0x0001;
+inline constexpr uint16_t enclosing = 0x0002;
+inline constexpr uint16_t outer = 0x0004;
+inline constexpr uint16_t named = 0x0010;
+}  // namespace fromrec
+
+namespace column {
+inline constexpr uint16_t selected = 0x0002;
+}  // namespace column
+
+namespace selfield {
+inline constexpr uint16_t selected = 0x0001;
+inline constexpr uint16_t assigned = 0x0002;
+inline constexpr uint16_t aggregate = 0x0004;
+inline constexpr uint16_t in_aggregate = 0x0008;
+inline constexpr uint16_t enclosing = 0x0010;
+inline constexpr uint16_t descending = 0x0020;
+inline constexpr uint16_t copy = 0x0080;
+inline constexpr uint16_t referenced = 0x0100;
+inline constexpr uint16_t equality = 0x0200;
+inline constexpr uint16_t host = 0x0400;
+inline constexpr uint16_t field_bound = 0x0800;
+inline constexpr uint16_t ordered = 0x1000;
+inline constexpr uint16_t qualified = 0x4000;
+}  // namespace selfield
+
+namespace aggrec {
+inline constexpr uint32_t kWholeSelect = 0x800000;  // ae_break_next of an aggregate over the whole select
+}  // namespace aggrec
+
 }  // namespace tav
