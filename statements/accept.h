@@ -12,8 +12,8 @@ class Parser;
 // `refresh`. A field of 0 finds the first op examined.
 uint32_t find_accept(Parser& p, uint32_t head, uint32_t field, uint32_t object, bool refresh);
 
-// Whether the field's dictionary holds documentation of `kind` (kDocValidation, kDocColumnTitle)
-// for it; always false for a field of no dictionary.
-bool has_dictionary_text(Parser& p, uint32_t field, int kind);
+// The column title the field's dictionary gives it, as a one-op list holding the text (a text
+// item of kind 'D'); 0 for a field of no dictionary or without a title.
+uint32_t dictionary_column_title(Parser& p, uint32_t field);
 
 }  // namespace tav

@@ -126,10 +126,16 @@ ClauseStep picture(Item& i) {
   return ClauseStep::next;
 }
 
-// BLANK-WHEN-ZERO, BLANK-DECIMALS-WHEN-ZERO: the picture they generate is not built yet.
+// BLANK-WHEN-ZERO, BLANK-DECIMALS-WHEN-ZERO: a picture made from the value's type.
 ClauseStep blank(Item& i) {
-  if (i.type.alphanumeric()) i.p.diag.error(msg::field_must_numeric);
-  else i.p.diag.error_text(txt::clause_not_built, Context::current_token());
+  Parser& p = i.p;
+  if (i.type.alphanumeric()) {
+    p.diag.error(msg::field_must_numeric);
+    return ClauseStep::next;
+  }
+  const auto format = static_cast<uint16_t>(p.ops.get16(i.d + ditem::di_type));
+  PictureResult pic = blank_zero_picture(format, p.cls() == verb("blank_decimals_when_zero"));
+  if (pic.kind != PictureKind::invalid) p.ops.put24(i.d + ditem::di_picture, p.ops.store_text(pic.text));
   return ClauseStep::next;
 }
 
@@ -249,8 +255,12 @@ void display_context(Item& i) {
   if (screen && p.part != SectionPart::detail && !i.foreground && (flags(i) & item::data) != item::data)
     set_flags(i, item::dim);
   bool grid_detail = p.part == SectionPart::detail && (p.ops.get16(p.section + ssym::s_flags) & ssym::review_data_grid);
-  if (grid_detail && i.field != 0 && !i.no_title && has_dictionary_text(p, i.field, kDocColumnTitle))
-    p.diag.error_text(txt::clause_not_built, p.syms.text(p.ops.get24(i.field + fsym::f_name)));
+  if (grid_detail && i.field != 0 && !i.no_title && p.ops.get24(i.d + ditem::di_title) == 0) {
+    if (const uint32_t title = dictionary_column_title(p, i.field); title != 0) {
+      p.ops.put24(i.d + ditem::di_title, title);
+      set_flags(i, item::long_form);
+    }
+  }
 }
 
 uint32_t item_length(const Item& i) {

@@ -40,6 +40,7 @@ class Parser : public ParserCore {
   // The ACCEPT ops being compiled (an ACCEPT may stand in another's blocks), each with the
   // descriptor it is building.
   std::vector<std::pair<uint32_t, uint32_t>> accepts_open;
+  uint32_t validating_field = 0;  // the field whose dictionary validation text is being read
   // REFRESH ops whose field had no ACCEPT yet, resolved when the section ends.
   struct PendingRefresh {
     uint32_t op, field, object;

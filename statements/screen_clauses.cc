@@ -178,13 +178,13 @@ bool read_tag(Parser& p, uint32_t dest) {
   return true;
 }
 
-TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard) {
+TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard, bool quiet) {
   TitleRead read;
   bool column = p.cls() == verb("column_title");
   p.take(verb("is"));
   if (!p.take(verb("@"))) {
     bool ignored = column && (p.part != SectionPart::detail || !(review_word(p) & ssym::review_data_grid));
-    if (ignored) p.diag.warning_text(txt::clause_ignored, Context::current_token());
+    if (ignored && !quiet) p.diag.warning_text(txt::clause_ignored, Context::current_token());
     alpha_list(p, ignored || discard ? p.ops.alloc(3) : text, 'D');  // a discarded one is still compiled
     read.text = true;
     if (!p.take(verb("@"))) return read;

@@ -66,7 +66,8 @@ struct TitleRead {
 // TITLE, PROMPT or COLUMN-TITLE [IS] [text] [@ r,c], the clause word current: the text as an
 // alphanumeric list at `text` (a literal as a text item of kind 'D'), the position at
 // `position`. A COLUMN-TITLE outside the DETAIL of a DATA-GRID is warned about and, like any
-// title after NO-TITLE (`discard`), compiled and thrown away.
-TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard);
+// title after NO-TITLE (`discard`), compiled and thrown away; `quiet` leaves the warning out (a
+// title of a field's dictionary validation text).
+TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard, bool quiet = false);
 
 }  // namespace tav

@@ -98,6 +98,10 @@ class Dictionaries {
   // Line `line_no` of a documentation text (doc_type, doc_id), without trailing blanks; empty
   // when there is none.
   virtual std::string documentation(int dictno, int type, uint16_t id, uint16_t line_no) = 0;
+
+  // The lines of a documentation text (doc_type, doc_id) from line 1 on, in key order, each
+  // without trailing blanks (gaps in the line numbers are passed over); empty when there is none.
+  virtual std::vector<std::string> documentation_text(int dictno, int type, uint16_t id) = 0;
 };
 
 // No dictionary is open (the compiler was run without them, or they are not available yet).
@@ -113,6 +117,7 @@ class NoDictionaries : public Dictionaries {
   bool record_has(int, uint16_t, uint16_t) override { return false; }
   bool record_holds(int, uint16_t, std::string_view) override { return false; }
   std::string documentation(int, int, uint16_t, uint16_t) override { return {}; }
+  std::vector<std::string> documentation_text(int, int, uint16_t) override { return {}; }
 };
 
 }  // namespace tav

@@ -499,4 +499,17 @@ std::string DictionaryFiles::documentation(int dictno, int type, uint16_t id, ui
   return r.text(dict_documentation::doc_line);
 }
 
+std::vector<std::string> DictionaryFiles::documentation_text(int dictno, int type, uint16_t id) {
+  std::vector<std::string> lines;
+  DictRow r(DictTable::documentation);
+  r.set(dict_documentation::doc_type, type);
+  r.set(dict_documentation::doc_id, id);
+  r.set(dict_documentation::doc_line_no, 1);
+  if (start(r, dictno, 1) != 0) return lines;
+  while (next(r, dictno) == 0 && r.number(dict_documentation::doc_type) == type &&
+         r.number(dict_documentation::doc_id) == id)
+    lines.push_back(r.text(dict_documentation::doc_line));
+  return lines;
+}
+
 }  // namespace tav

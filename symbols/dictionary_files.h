@@ -125,6 +125,7 @@ class DictionaryFiles final : public Dictionaries {
   bool record_has(int dictno, uint16_t obj_id, uint16_t field_id) override;
   bool record_holds(int dictno, uint16_t obj_id, std::string_view field_name) override;
   std::string documentation(int dictno, int type, uint16_t id, uint16_t line_no) override;
+  std::vector<std::string> documentation_text(int dictno, int type, uint16_t id) override;
 
  private:
   // What the compiler has read of a dictionary's descriptions, kept for the run: they do not

@@ -1,6 +1,7 @@
 #include "symbols/picture.h"
 
 #include <limits>
+#include <string>
 
 #include "codegen/convert.h"
 
@@ -345,5 +346,15 @@ class PictureParser {
 }  // namespace
 
 PictureResult parse_picture(std::string_view picture) { return PictureParser(picture).run(); }
+
+PictureResult blank_zero_picture(uint16_t format, bool decimals_only) {
+  const int digits = (format & 0x03e0) >> 5;
+  const int decimals = format & 0x001f;
+  auto repeat = [](char c, int n) { return n <= 0 ? std::string() : std::string(1, c) + "(" + std::to_string(n) + ")"; };
+  std::string text = (format & 0x0400) ? "-" : "";
+  text += decimals_only && digits > 0 ? repeat('z', digits - 1) + "9" : repeat('z', digits);
+  if (decimals > 0) text += "." + repeat('z', decimals);
+  return parse_picture(text);
+}
 
 }  // namespace tav

@@ -43,4 +43,9 @@ struct PictureResult {
 // Parses a picture as the tokenizer delivers it (lower case).  Pure: reports nothing.
 PictureResult parse_picture(std::string_view picture);
 
+// The display picture of a numeric format word that shows a zero value as blanks
+// (BLANK-WHEN-ZERO: every digit position suppressed) or shows zero decimals as blanks
+// (BLANK-DECIMALS-WHEN-ZERO: the units digit always shown).
+PictureResult blank_zero_picture(uint16_t format, bool decimals_only);
+
 }  // namespace tav

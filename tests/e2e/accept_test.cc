@@ -103,13 +103,63 @@ TEST(Accept, Messages) {
       {" accept n @ 1,1 colour 5\n", "ERROR  Not a valid color - '5'"},
       {" accept n @ 1,1 when n = 1 title \"t\"\n", "WARNING  TITLEs are not conditional - 'n'"},
       {" accept 5\n", "ERROR  Field name expected - '5'"},
-      {" accept n @ 1,1 validations\n  exit\n end-validations\n", "ERROR  Clause not supported by this compiler yet - 'validations'"},
+      {" accept n @ 1,1 validations\n  exit\n", "ERROR  END-VALIDATIONS missing"},
+      {" accept n @ 1,1 before-accept\n  exit\n", "ERROR  END-BEFORE-ACCEPT missing"},
+      {" accept n @ 1,1 on up-arrow\n  exit\nprocedure p2\n", "ERROR  END-ON (function key) missing"},
+      {" accept n @ 1,1 on help-key exit end-on on help-key exit end-on\n", "line 4: ERROR  Duplicate or incompatible clause"},
+      {" accept n @ 1,1 on frob\n", "ERROR  Syntax error - 'frob'"},
+      {" accept n @ 1,1 allowed 1 \"a\"\n", "ERROR  Literal value not compatible with field - 'a'"},
+      {" accept n @ 1,1 allowed n\n", "ERROR  Literal value expected - 'n'"},
+      {" accept s @ 1,1 blank-when-zero\n", "ERROR  Field must be numeric"},
+      {" accept n @ 1,1 picture 9(4) blank-when-zero\n", "ERROR  Duplicate or incompatible clause - 'blank-when-zero'"},
       {" accept n @ 1,1 frob\n", "ERROR  Invalid clause - 'frob'"},
   };
   for (const Case& c : cases) {
     std::string out = compile(c.body).result.out;
     EXPECT_NE(out.find(c.message), std::string::npos) << c.body << out;
   }
+}
+
+// The clauses that hold statements and lists: BEFORE-ACCEPT sees the ACCEPTs before this one,
+// VALIDATIONS and ON blocks see this one; ON ERROR compiles its block after the op.
+TEST(Accept, BlocksListsAndKeys) {
+  tavtest::Compiled c = compile(
+      " accept s @ 1,1\n"
+      " accept n @ 2,1 allowed 1 to 5 value-title \"low\" 9 disallowed 7\n"
+      "  before-accept accept s @ 3,1 end-before-accept\n"
+      "  validations re-enter n end-validations\n"
+      "  on up-arrow exit end-on on help-key exit end-on\n"
+      "  time-out 5 on error exit end-on blank-when-zero\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = accepts(t);
+  ASSERT_EQ(ops.size(), 2u);
+  const uint32_t d = t.u24(ops[1] + acceptop::ao_desc);
+  EXPECT_EQ(t.u16(ops[1] + acceptop::ao_length), 75u);
+  auto allowed = t.list(t.u24(d + adesc::ad_allowed));
+  ASSERT_EQ(allowed.size(), 2u);
+  EXPECT_NE(t.u24(allowed[0] + valnode::vn_upper), 0u);
+  EXPECT_EQ(t.opcode(t.u24(allowed[0] + valnode::vn_title)), Op::text_item);
+  EXPECT_EQ(t.u24(allowed[1] + valnode::vn_upper), 0u);
+  EXPECT_EQ(t.list(t.u24(d + adesc::ad_disallowed)).size(), 1u);
+  // The last ON first.
+  auto keys = t.list(t.u24(d + adesc::ad_on_keys));
+  ASSERT_EQ(keys.size(), 2u);
+  EXPECT_EQ(static_cast<int16_t>(t.u16(keys[0] + onkey::ok_key)), -5);
+  EXPECT_EQ(static_cast<int16_t>(t.u16(keys[1] + onkey::ok_key)), -7);
+  EXPECT_EQ(t.codes(t.u24(keys[1] + onkey::ok_block)), std::vector<Op>{Op::exit});
+  // The ACCEPT inside BEFORE-ACCEPT chains to the first ACCEPT and is nested.
+  uint32_t inner = 0;
+  for (uint32_t op : t.list(t.u24(d + adesc::ad_before)))
+    if (t.opcode(op) == Op::accept) inner = t.u24(op + acceptop::ao_desc);
+  ASSERT_NE(inner, 0u);
+  EXPECT_EQ(t.u24(inner + adesc::ad_chain), ops[0]);
+  EXPECT_EQ(t.u16(inner + adesc::ad_options) & 0x0800u, 0x0800u);
+  // RE-ENTER in VALIDATIONS finds the ACCEPT that owns them.
+  for (uint32_t op : t.list(t.u24(d + adesc::ad_validations)))
+    if (t.opcode(op) == Op::re_enter) EXPECT_EQ(t.u24(op + reenter::re_target), ops[0]);
+  EXPECT_NE(t.u24(ops[1] + acceptop::ao_on_error), 0u);
+  EXPECT_EQ(t.text(t.u24(d + adesc::ad_picture)), "zzzz");
 }
 
 // RE-ENTER finds the field's ACCEPT through the chain; a READ-ONLY or SUPPRESSed one is not a
