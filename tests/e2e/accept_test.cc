@@ -189,3 +189,103 @@ TEST(Accept, ReEnterSearchesTheChain) {
 }
 
 }  // namespace
+
+namespace {
+
+// Compiles `program` against a dictionary loaded from `schema` with tavdict.
+tavtest::Compiled compile_against(const TempDir& dir, const std::string& schema, const std::string& program) {
+  tavtest::write_file(dir / "shop.sch", schema);
+  tavtest::RunOptions options;
+  options.cwd = dir.path();
+  const tavtest::RunResult r = tavtest::run({tavtest::program("tavdict"), "load", "shop", "shop.sch"}, options);
+  EXPECT_EQ(r.status, 0) << r.err;
+  tavtest::write_file(dir / "prog.spl", program);
+  tavtest::Env env{{"TAVDICT=shop"}, {"TAVUSRDICT", "TAVDISTDICT", "TAVPATH"}};
+  tavtest::Compiled c;
+  c.result = tavtest::tavcmp(dir.path(), {"-l", "prog.spl"}, env);
+  if (tavtest::file_exists(dir / "prog.op6")) c.image = Op6(tavtest::read_file(dir / "prog.op6"));
+  return c;
+}
+
+// The validation text of a dictionary field is read as if it followed every ACCEPT of the
+// field: its clauses add what the program left unset, a clause the program gave stays the
+// program's, and a clause the text may not hold is reported on the text's own line under the
+// field's name, after which the program goes on.
+TEST(Accept, DictionaryValidationText) {
+  TempDir dir;
+  const tavtest::Compiled c = compile_against(dir,
+      "field cust-no pic 9(6)\n"
+      "field cust-name pic x(30)\n"
+      "//% field cust-name validation upper-case default \"dict\"\n"
+      "//% field cust-name validation tag 9 when cust-no = 1\n",
+      "procedure main\n"
+      " accept cust-name @ 1,1 default \"program\"\n"
+      " accept cust-no @ 2,1 frob\n"
+      "end\n");
+  EXPECT_NE(c.result.out.find("[cust-name], line 2: ERROR  Clause cannot be specified in dictionary - 'when'"),
+            std::string::npos) << c.result.out;
+  EXPECT_NE(c.result.out.find("prog.spl, line 3: ERROR  Invalid clause - 'frob'"), std::string::npos) << c.result.out;
+  EXPECT_EQ(c.result.out.find("Duplicate"), std::string::npos) << c.result.out;
+}
+
+TEST(Accept, DictionaryValidationDescriptor) {
+  TempDir dir;
+  const tavtest::Compiled c = compile_against(dir,
+      "field cust-name pic x(30)\n"
+      "//% field cust-name validation upper-case default \"dict\"\n"
+      "//% field cust-name validation tag 9 fill zeros\n",
+      "procedure main\n"
+      " accept cust-name @ 1,1 lower-case fill spaces\n"
+      "end\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = accepts(t);
+  ASSERT_EQ(ops.size(), 1u);
+  const uint32_t d = t.u24(ops[0] + acceptop::ao_desc);
+  EXPECT_EQ(t.u16(ops[0] + acceptop::ao_length), 80u);
+  EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u | 0x0004u | 0x0001u);  // the program's LOWER-CASE; DEFAULT
+  EXPECT_EQ(t.u8(d + adesc::ad_fill), ' ');
+  EXPECT_EQ(t.u16(d + adesc::ad_tag), 9u);
+  EXPECT_NE(t.u24(d + adesc::ad_default), 0u);
+}
+
+// LOOKUP: the object's key and, when the ACCEPTed field is not part of it, the field as the key
+// value; its checks.
+TEST(Accept, LookUp) {
+  TempDir dir;
+  const std::string defs =
+      "field code pic x(4)\nfield other pic x(4)\nfield qty pic 9(4)\n"
+      "object codes type indexed file \"codes\" record code end-record key code unique\n"
+      "object plain type sequential file \"p\" record other end-record\n"
+      "procedure main\n";
+  tavtest::Compiled c = tavtest::compile(dir, defs + " accept other @ 1,1 lookup not in codes\n accept code @ 2,1 lookup codes\nend\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = accepts(t);
+  ASSERT_EQ(ops.size(), 2u);
+  const uint32_t d1 = t.u24(ops[0] + acceptop::ao_desc), d0 = t.u24(ops[1] + acceptop::ao_desc);
+  const uint32_t l0 = t.u24(d0 + adesc::ad_lookup), l1 = t.u24(d1 + adesc::ad_lookup);
+  EXPECT_EQ(t.u24(l0 + accesskey::a_object), t.object("codes"));
+  EXPECT_EQ(t.u24(t.u24(l0 + accesskey::a_list) + lookupkey::lk_field), t.field("code"));
+  EXPECT_EQ(t.u24(l0 + accesskey::a_values), 0u);  // code is the key itself
+  const uint32_t value = t.u24(t.u24(l1 + accesskey::a_values) + exprlist::el_list);
+  EXPECT_EQ(t.opcode(value), Op::field_ref);
+  EXPECT_EQ(t.u24(value + fieldref::fr_field), t.field("other"));
+  EXPECT_EQ(t.u16(d1 + adesc::ad_options) & 0x0008u, 0x0008u);
+
+  const struct {
+    const char* body;
+    const char* message;
+  } cases[] = {
+      {" accept qty @ 1,1 lookup codes\n", "ERROR  Key values not compatible with key format required"},
+      {" accept other @ 1,1 lookup plain\n", "ERROR  I/O operation invalid for object's file type"},
+      {" accept code @ 1,1\n accept other @ 2,1 lookup codes\n", "WARNING  ACCEPTed field not in index for LOOKUP"},
+      {" accept other @ 1,1 lookup codes lookup codes\n", "ERROR  Duplicate or incompatible clause"},
+  };
+  for (const auto& k : cases) {
+    const std::string out = tavtest::compile(dir, defs + k.body + "end\n").result.out;
+    EXPECT_NE(out.find(k.message), std::string::npos) << k.body << out;
+  }
+}
+
+}  // namespace
