@@ -151,26 +151,57 @@ void compile_accept(Parser& p) {
   p.accepts_open.pop_back();
 }
 
-uint32_t find_accept(Parser& p, uint32_t head, uint32_t field, uint32_t object, bool refresh) {
+namespace {
+
+// One member of the chain: what it accepts and the member before it.
+struct ChainMember {
+  uint32_t field = 0, object = 0, next = 0;
+  bool skipped = false;  // not a target of this search
+};
+
+ChainMember accept_member(Parser& p, uint32_t op, uint16_t skip) {
   const OpSpace& ops = p.ops;
+  uint32_t d = ops.get24(op + acceptop::ao_desc);
+  uint32_t length = ops.get16(op + acceptop::ao_length);
+  if (d == 0) {
+    d = open_descriptor(p, op);
+    length = adesc::size;
+  }
+  if (d == 0) p.diag.fatal_text(txt::find_accept_internal, Context::current_token());
+  const uint32_t object = length > adesc::ad_object ? ops.get24(d + adesc::ad_object) : 0;
+  return {ops.get24(d + adesc::ad_field), object, ops.get24(d + adesc::ad_chain),
+          (ops.get16(d + adesc::ad_options) & skip) != 0};
+}
+
+ChainMember check_box_member(Parser& p, uint32_t op) {
+  const uint32_t d = p.ops.get24(op + checkboxop::cbo_desc);
+  if (d == 0) p.diag.fatal_text(txt::find_accept_check_box, Context::current_token());
+  return {p.ops.get24(d + chkdesc::cb_field), p.ops.get24(d + chkdesc::cb_object), p.ops.get24(d + chkdesc::cb_chain)};
+}
+
+ChainMember radio_member(Parser& p, uint32_t op) {
+  const uint32_t d = p.ops.get24(op + radioop::rbo_desc);
+  if (d == 0) p.diag.fatal_text(txt::find_accept_radio_button, Context::current_token());
+  return {p.ops.get24(d + raddesc::rd_field), p.ops.get24(d + raddesc::rd_object), p.ops.get24(d + raddesc::rd_chain)};
+}
+
+}  // namespace
+
+uint32_t find_accept(Parser& p, uint32_t head, uint32_t field, uint32_t object, bool refresh) {
   const uint16_t skip = refresh ? opt::suppress_bit : opt::suppress_bit | opt::read_only_bit | opt::display_only;
   for (uint32_t op = head; op != 0;) {
-    if (ops.opcode(op) != Op::accept) {
-      p.diag.warning_text(txt::find_accept_unknown_op, Context::current_token());
-      return 0;
+    ChainMember m;
+    switch (p.ops.opcode(op)) {
+      case Op::accept: m = accept_member(p, op, skip); break;
+      case Op::check_box: m = check_box_member(p, op); break;
+      case Op::radio_button: m = radio_member(p, op); break;
+      default:
+        p.diag.warning_text(txt::find_accept_unknown_op, Context::current_token());
+        return 0;
     }
-    uint32_t d = ops.get24(op + acceptop::ao_desc);
-    uint32_t length = ops.get16(op + acceptop::ao_length);
-    if (d == 0) {
-      d = open_descriptor(p, op);
-      length = adesc::size;
-    }
-    if (d == 0) p.diag.fatal_text(txt::find_accept_internal, Context::current_token());
     if (field == 0) return op;
-    uint32_t qualifier = length > adesc::ad_object ? ops.get24(d + adesc::ad_object) : 0;
-    if (!(ops.get16(d + adesc::ad_options) & skip) && ops.get24(d + adesc::ad_field) == field && qualifier == object)
-      return op;
-    op = ops.get24(d + adesc::ad_chain);
+    if (!m.skipped && m.field == field && m.object == object) return op;
+    op = m.next;
   }
   return 0;
 }

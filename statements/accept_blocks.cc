@@ -3,7 +3,6 @@
 
 #include "expr/expr.h"
 #include "statements/accept_internal.h"
-#include "statements/block.h"
 #include "statements/record_io.h"
 #include "statements/screen_clauses.h"
 
@@ -11,35 +10,11 @@ namespace tav {
 
 namespace {
 
-// The statements of a block inside the ACCEPT up to `end_word` (taken; `end_too` takes END as
-// well), on a level of their own, with `head` as the ACCEPT chain while they are compiled.
-// Returns the block's op list.
-uint32_t nested_block(Accept& a, uint32_t head, uint32_t end_word, bool end_too, txt::Text missing) {
-  Parser& p = a.p;
-  uint32_t list = 0;
-  {
-    BlockScope block(p, BlockScope::branch);
-    p.accept_chain = head;
-    p.ob.open_level();
-    const uint32_t stop = compile_statements_until(p, {end_word, end_too ? verb("end") : end_word});
-    list = p.ob.top().head;
-    p.ob.close_level();
-    if (stop == end_word || (end_too && stop == verb("end"))) {
-      p.next();
-      p.accept();
-    } else {
-      p.diag.error_text(missing, Context::current_token());
-    }
-  }
-  p.locks.settle_branches();
-  return list;
-}
-
 // A block the descriptor holds at `member`; a second one is compiled and dropped.
 ClauseStep block_clause(Accept& a, uint32_t member, uint32_t head, uint32_t end_word, txt::Text missing) {
   const bool kept = a.p.ops.get24(a.d + member) != 0;
   if (kept && !a.dictionary) a.p.diag.error(msg::duplicate_incompatible_clause);
-  const uint32_t list = nested_block(a, head, end_word, false, missing);
+  const uint32_t list = compile_input_block(a.p, head, end_word, false, missing);
   if (!kept) a.p.ops.put24(a.d + member, list);
   a.reach(member + 3);
   return ClauseStep::next;
@@ -70,7 +45,7 @@ void key_block(Accept& a, int16_t code) {
   bool twice = key_listed(a, code) || (code == onkey::help_key && a.help_key);
   if (twice) p.diag.error(msg::duplicate_incompatible_clause);
   if (code == onkey::help_key) a.help_key = true;
-  const uint32_t list = nested_block(a, a.op, verb("end_on"), true, txt::end_on_key_missing);
+  const uint32_t list = compile_input_block(p, a.op, verb("end_on"), true, txt::end_on_key_missing);
   a.reach(adesc::ad_on_keys + 3);
   if (twice) return;
   const uint32_t node = ops.alloc(onkey::size);

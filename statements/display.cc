@@ -33,6 +33,67 @@ void display_items(Parser& p) {
   if (run.items == 0) p.diag.error(msg::syntax_error);
 }
 
+// --- DISPLAY BITMAP -------------------------------------------------------------------------
+
+namespace bitmap {
+inline constexpr uint16_t background = 0x0001, foreground = 0x0002, no_aspect_ratio = 0x0004, absolute = 0x0008;
+}  // namespace bitmap
+
+struct Bitmap {
+  Parser& p;
+  uint32_t op;
+};
+
+void set_bitmap_flag(Bitmap& b, uint16_t bits) {
+  b.p.ops.put16(b.op + bitmapop::bm_flags, b.p.ops.get16(b.op + bitmapop::bm_flags) | bits);
+}
+
+// @ r,c [TO @ r,c]: the corners, each its own position record.
+ClauseStep bitmap_position(Bitmap& b) {
+  Parser& p = b.p;
+  const uint32_t first = p.ops.alloc(position::size);
+  p.ops.put24(b.op + bitmapop::bm_first, first);
+  if (!read_coordinates(p, first, true)) return ClauseStep::done;
+  if (!p.take(verb("to"))) return ClauseStep::next;
+  if (!p.take(verb("@"))) {
+    p.fail(msg::syntax_error);
+    return ClauseStep::done;
+  }
+  const uint32_t second = p.ops.alloc(position::size);
+  p.ops.put24(b.op + bitmapop::bm_second, second);
+  return read_coordinates(p, second, true) ? ClauseStep::next : ClauseStep::done;
+}
+
+template <uint16_t Bits, bool Extended>
+ClauseStep bitmap_flag(Bitmap& b) {
+  if (Extended) b.p.max_opt_ver(7);
+  set_bitmap_flag(b, Bits);
+  return ClauseStep::next;
+}
+
+ClauseStep bitmap_other(Bitmap& b) {
+  b.p.fail(msg::syntax_error);
+  return ClauseStep::done;
+}
+
+constexpr ClauseRow<Bitmap> kBitmapClauses[] = {
+    {verb("@"), Given::once, {}, bitmap_position},
+    {verb("background"), Given::once, {verb("foreground")}, bitmap_flag<bitmap::background, false>},
+    {verb("foreground"), Given::once, {verb("background")}, bitmap_flag<bitmap::foreground, false>},
+    {verb("no_aspect_ratio"), Given::once, {}, bitmap_flag<bitmap::no_aspect_ratio, true>},
+    {verb("absolute_coordinates"), Given::once, {}, bitmap_flag<bitmap::absolute, true>},
+};
+
+// DISPLAY BITMAP name @ r,c [TO @ r,c] [BACKGROUND | FOREGROUND] [NO-ASPECT-RATIO]
+// [ABSOLUTE-COORDINATES], the BITMAP read.
+void display_bitmap(Parser& p) {
+  p.ob.emit_statement_marker(verb("display"));
+  Bitmap b{p, p.ob.emit(Op::display_bitmap)};
+  alpha_list(p, b.op + bitmapop::bm_name, 0);
+  read_clauses(p, kBitmapClauses, b, bitmap_other);
+  if (p.ops.get24(b.op + bitmapop::bm_first) == 0) p.diag.error(msg::syntax_error);
+}
+
 // --- MESSAGE, ABORT, ACKNOWLEDGE ------------------------------------------------------------
 
 struct Message {
@@ -150,9 +211,8 @@ void compile_display(Parser& p) {
     return;
   }
   if (c == verb("bitmap")) {
-    p.diag.error_text(txt::statement_not_built, Context::current_token());
     p.accept();
-    p.tok.skip_to_statement();
+    display_bitmap(p);
     return;
   }
   p.push_back();

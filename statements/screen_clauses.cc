@@ -2,9 +2,12 @@
 
 #include "statements/screen_clauses.h"
 
+#include <utility>
+
 #include "codegen/convert.h"
 #include "codegen/op_records.h"
 #include "expr/expr.h"
+#include "statements/block.h"
 #include "statements/parser.h"
 #include "symbols/records.h"
 
@@ -203,6 +206,42 @@ std::string read_raw_picture(Parser& p) {
   std::string text(p.text());
   p.accept();
   return text;
+}
+
+namespace {
+
+// Compiles the block; the stop token is left to be read.
+std::pair<uint32_t, uint32_t> input_block(Parser& p, uint32_t head, uint32_t end_word, bool end_too) {
+  BlockScope block(p, BlockScope::branch);
+  p.accept_chain = head;
+  p.ob.open_level();
+  const uint32_t stop = compile_statements_until(p, {end_word, end_too ? verb("end") : end_word});
+  const uint32_t list = p.ob.top().head;
+  p.ob.close_level();
+  return {list, stop};
+}
+
+bool take_end(Parser& p, uint32_t stop, uint32_t end_word, bool end_too) {
+  if (stop != end_word && !(end_too && stop == verb("end"))) return false;
+  p.next();
+  p.accept();
+  return true;
+}
+
+}  // namespace
+
+uint32_t compile_input_block(Parser& p, uint32_t head, uint32_t end_word, bool end_too, txt::Text missing) {
+  auto [list, stop] = input_block(p, head, end_word, end_too);
+  if (!take_end(p, stop, end_word, end_too)) p.diag.error_text(missing, Context::current_token());
+  p.locks.settle_branches();
+  return list;
+}
+
+uint32_t compile_input_block(Parser& p, uint32_t head, uint32_t end_word, msg::Code missing) {
+  auto [list, stop] = input_block(p, head, end_word, false);
+  if (!take_end(p, stop, end_word, false)) p.diag.error(missing);
+  p.locks.settle_branches();
+  return list;
 }
 
 }  // namespace tav

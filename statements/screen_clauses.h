@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "diag/diag.h"
+
 namespace tav {
 
 class Parser;
@@ -69,5 +71,13 @@ struct TitleRead {
 // title after NO-TITLE (`discard`), compiled and thrown away; `quiet` leaves the warning out (a
 // title of a field's dictionary validation text).
 TitleRead read_title(Parser& p, uint32_t text, uint32_t position, bool discard, bool quiet = false);
+
+// The statements of a block inside an input statement (BEFORE-ACCEPT, VALIDATIONS, an ON key,
+// BEFORE-CHECK-BOX ...) up to `end_word` (taken; with `end_too` END is taken as well), on a level
+// of their own, with `head` as the ACCEPT chain while they are compiled. A missing end word is
+// reported with `missing`. Returns the block's op list.
+uint32_t compile_input_block(Parser& p, uint32_t head, uint32_t end_word, bool end_too, txt::Text missing);
+// The same, with a numbered message for the missing end word.
+uint32_t compile_input_block(Parser& p, uint32_t head, uint32_t end_word, msg::Code missing);
 
 }  // namespace tav

@@ -123,7 +123,10 @@ TEST(Display, Messages) {
            Case{" display n @ 1,1 bold pic 9(4) blank-when-zero\n", "line 5: ERROR  Duplicate or incompatible clause"},
            Case{" display n @ 1,1 optional\n", "line 5: ERROR  Syntax error - 'optional'"},
            Case{" display n + s @ 1,1\n", "line 5: ERROR  Mixed numeric and alpha operands in expression"},
-           Case{" display bitmap \"a\" @ 1,1\n", "line 5: ERROR  Statement not supported by this compiler yet"},
+           Case{" display bitmap \"a\"\n", "line 5: ERROR  Syntax error"},
+           Case{" display bitmap \"a\" @ 1,1 to 2,2\n", "line 5: ERROR  Syntax error"},
+           Case{" display bitmap \"a\" @ 1,1 background foreground\n", "line 5: ERROR  Duplicate or incompatible clause"},
+           Case{" display bitmap n @ 1,1\n", "line 5: ERROR  Alphanumeric expression required"},
        }) {
     tavtest::Compiled c = compile(k.body);
     EXPECT_TRUE(says(c, k.line)) << k.body << c.result.out;
@@ -247,6 +250,81 @@ TEST(ScreenOutput, RefreshFindsTheAcceptNowOrAtTheSectionEnd) {
   EXPECT_TRUE(says(never, "line 6: ERROR  REFRESHed field not ACCEPTed - 's'")) << never.result.out;
   tavtest::Compiled review = compile(" refresh review\n");
   EXPECT_TRUE(says(review, "line 5: WARNING  Not in a REVIEW screen")) << review.result.out;
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Display, Bitmap) {
+  tavtest::Compiled c = compile(" display bitmap \"logo\" @ 2,3 to @ 10,40 foreground no-aspect-ratio\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  auto ops = ops_of(t, t.detail(), Op::display_bitmap);
+  ASSERT_EQ(ops.size(), 1u);
+  EXPECT_EQ(t.u16(ops[0] + bitmapop::bm_flags), 0x0006u);
+  EXPECT_EQ(t.u24(t.u24(ops[0] + bitmapop::bm_first) + position::ps_column), 3u);
+  EXPECT_EQ(t.u24(t.u24(ops[0] + bitmapop::bm_second) + position::ps_row), 10u);
+  EXPECT_EQ(t.u16(4), 7u);  // NO-ASPECT-RATIO needs table version 6.7
+}
+
+// CHECK-BOX and RADIO-BUTTON join the ACCEPT chain, where RE-ENTER finds them.
+TEST(Choices, DescriptorsAndTheChain) {
+  tavtest::Compiled c = compile_screen("form-entry",
+      "detail\n"
+      " accept s @ 1,1\n"
+      " check-box n @ 2,1 title \"Paid\" values 1 0 read-only\n"
+      " radio-button p @ 3,1 1 title \"one\" @ 3,20 2 value-title \"two\" 3 title \"three\"\n"
+      "  before-radio-button re-enter n end-before-radio-button\n"
+      " end-radio-button\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  const uint32_t s = t.section_named("main");
+  const uint32_t detail = t.u24(s + ssym::s_detail);
+  auto boxes = ops_of(t, detail, Op::check_box);
+  auto radios = ops_of(t, detail, Op::radio_button);
+  auto accepts = ops_of(t, detail, Op::accept);
+  ASSERT_EQ(boxes.size(), 1u);
+  ASSERT_EQ(radios.size(), 3u);
+  const uint32_t cb = t.u24(boxes[0] + checkboxop::cbo_desc);
+  EXPECT_EQ(t.u24(cb + chkdesc::cb_chain), accepts[0]);
+  EXPECT_EQ(t.u16(cb + chkdesc::cb_flags), 0x5000u);
+  EXPECT_NE(t.u24(cb + chkdesc::cb_unchecked), 0u);
+  const uint32_t rd = t.u24(radios[0] + radioop::rbo_desc);
+  EXPECT_EQ(t.u24(radios[2] + radioop::rbo_desc), rd);
+  EXPECT_EQ(t.u24(rd + raddesc::rd_first), radios[0]);
+  EXPECT_EQ(t.u24(rd + raddesc::rd_chain), boxes[0]);
+  EXPECT_EQ(t.u24(t.u24(radios[1] + radioop::rbo_value) + radval::rv_position + 3), 20u);
+  EXPECT_EQ(t.u24(t.u24(radios[2] + radioop::rbo_value) + radval::rv_position), 0u);
+  // RE-ENTER in BEFORE-RADIO-BUTTON goes back to the op before the CHECK-BOX.
+  uint32_t before_box = 0;
+  for (uint32_t op : t.list(detail))
+    if (t.u24(op) == boxes[0]) before_box = op;
+  for (uint32_t op : t.list(t.u24(rd + raddesc::rd_before)))
+    if (t.opcode(op) == Op::re_enter) EXPECT_EQ(t.u24(op + reenter::re_target), before_box);
+}
+
+TEST(Choices, Messages) {
+  struct Case {
+    const char* header;
+    const char* body;
+    const char* line;
+  };
+  for (const Case& k : {
+           Case{"form-entry", "before\n check-box n @ 1,1\n", "line 6: ERROR  Statement only valid within the DETAIL of a SCREEN"},
+           Case{"", "detail\n check-box n @ 1,1\n", "ERROR  Statement requires FORM-ENTRY screen"},
+           Case{"form-entry", "detail\n check-box n\n", "ERROR  Row/Column coordinates are mandatory"},
+           Case{"form-entry", "detail\n check-box n @ 1,1 values \"a\" \"b\"\n", "ERROR  Value not compatible with field"},
+           Case{"form-entry", "detail\n check-box n @ 1,1 validations exit\n", "ERROR  END missing"},
+           Case{"form-entry", "detail\n if n = 1\n  check-box n @ 1,1\n end-if\n", "ERROR  Statement is not conditional"},
+           Case{"form-entry", "detail\n radio-button n 1 title \"a\"\n", "ERROR  Row/Column coordinates are mandatory"},
+           Case{"form-entry", "detail\n radio-button n @ 1,1 1 2 title \"b\"\n", "ERROR  TITLE expected"},
+           Case{"form-entry", "detail\n radio-button n read-only\n", "ERROR  No values specified for RADIO-BUTTON"},
+       }) {
+    tavtest::Compiled c = compile_screen(k.header, k.body);
+    EXPECT_TRUE(says(c, k.line)) << k.body << c.result.out;
+    EXPECT_TRUE(c.image.empty()) << k.body;
+  }
 }
 
 }  // namespace
