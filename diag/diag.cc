@@ -278,6 +278,8 @@ int Diagnostics::report(Severity severity, std::string_view message, Context con
   return 0;
 }
 
+void Diagnostics::trace(std::string_view text) { display_.show(text); }
+
 void Diagnostics::new_message_line() {
   if (!display_.screen()) {
     display_.line_out("\n");
