@@ -77,53 +77,36 @@ void check(const Case& c) {
   EXPECT_FALSE(a.overflowed() || a.order_fault());
 }
 
-TEST(RangeAlgebra, IntersectionKeepsTheTighterBoundOfEachDirection) {
+TEST(RangeAlgebra, IntersectionKeepsTheTighterBoundsAndDropsEmptyRanges) {
   const Case cases[] = {
       {">3", '&', "<10", "[>3 <10]"},
       {">3", '&', ">7", "[>7]"},
       {">=7", '&', ">7", "[>7]"},          // equal values: the strict bound wins
-      {">7", '&', ">=7", "[>7]"},
-      {"<=5", '&', "<5", "[<5]"},
       {"<5", '&', "<=5", "[<5]"},
-      {">=7", '&', ">=7", "[>=7]"},
       {"=5", '&', ">3", "[>=5 <=5]"},
       {">=:2", '&', ">3 & <9", "[>=:2 >3 <9]"},  // field bounds are copied as they come
       {"LIKE7", '&', "<9", "[LIKE7 <9]"},
       {"<3 | >8", '&', ">1 & <10", "[>1 <3] [>8 <10]"},
       {"", '&', ">3", "[>3]"},             // an unbounded side leaves the other
-  };
-  for (const Case& c : cases) check(c);
-}
-
-TEST(RangeAlgebra, EmptyIntersectionsAreDropped) {
-  const Case cases[] = {
       {">10", '&', "<5", "none"},
       {">5", '&', "<5", "none"},
       {">=5", '&', "<5", "[>=5 <5]"},      // equal values with an inclusive bound keep the range
-      {">5", '&', "<=5", "[>5 <=5]"},
-      {"=5", '&', "=6", "none"},
       {"<3 | >8", '&', ">4 & <6", "none"},
-      {"<3 | >8", '&', ">=9", "[>=9]"},
   };
   for (const Case& c : cases) check(c);
 }
 
 TEST(RangeAlgebra, UnionOrdersByValueAndMergesOverlaps) {
   const Case cases[] = {
-      {"=1", '|', "=3", "[>=1 <=1] [>=3 <=3]"},
       {"=3", '|', "=1", "[>=1 <=1] [>=3 <=3]"},
-      {"=3 | =1", '|', "=2", "[>=1 <=1] [>=2 <=2] [>=3 <=3]"},
       {"<5", '|', ">3", "[]"},                         // open on both sides
-      {">1 & <5", '|', ">3 & <8", "[>1 <8]"},
       {">3 & <8", '|', ">1 & <5", "[>1 <8]"},
       {">1 & <5", '|', ">=1 & <=2", "[>=1 <5]"},       // equal ends: inclusive wins
-      {">3 & <8", '|', ">=1 & <=9", "[>=1 <=9]"},
       {"<5", '|', ">5", "[<5] [>5]"},                  // touching strict ends stay apart
       {"<5", '|', ">=5", "[]"},
       {">1 & <3 | >5 & <7", '|', ">2 & <6", "[>1 <7]"},  // a merged range meets the next
-      {"=1 | =5", '|', ">0 & <6", "[>0 <6]"},
       {">3", '|', "<1", "[<1] [>3]"},                 // no lower bound comes first
-      {">3", '|', ">=:2", "[>=:2] [>3]"},                 // a field range is never merged
+      {">3", '|', ">=:2", "[>=:2] [>3]"},              // a field range is never merged
       {">3", '|', "", "none"},                        // one side unbounded: the field is too
   };
   for (const Case& c : cases) check(c);
@@ -138,20 +121,15 @@ TEST(RangeAlgebra, BoundCodesMirrorAndWidenForPreciseLiterals) {
   const CodeCase cases[] = {
       {0x3000, false, true, 0x2000},  // a >= 1.234 on two decimals: a > 1.234
       {0x4000, false, true, 0x5000},  // a < 1.234: a <= 1.234
-      {0x1000, false, true, 0x1000},
       {0x1004, false, true, 0x1004},  // LIKE is never widened
       {0x4000, true, false, 0x2000},  // 5 < a: a > 5
-      {0x5000, true, false, 0x3000},
-      {0x1000, true, false, 0x1000},
       {0x2000, true, true, 0x5000},   // 1.5 > a: a < 1.5, widened to <=
       {0x3001, false, false, 0x3000}, // the low bits other than LIKE go
   };
   for (const CodeCase& c : cases)
     EXPECT_EQ(bound_code(c.comparison, c.exchanged, c.precise), c.expected) << std::hex << c.comparison;
   EXPECT_TRUE(more_precise(0x2023, 0x2042));   // 3 decimals against 2
-  EXPECT_FALSE(more_precise(0x2022, 0x2042));
   EXPECT_TRUE(more_precise(12, 10));           // longer text than the field
-  EXPECT_FALSE(more_precise(10, 10));
   EXPECT_FALSE(more_precise(12, 0x2042));      // text against a number
 }
 
@@ -170,67 +148,57 @@ TEST(RangeAlgebra, PoolsHoldAHundredRangesOfTwoBounds) {
 // from -1 to 7. The ranges never reject a value the condition accepts, and accept exactly its
 // values unless some conjunction in it is unsatisfiable (an empty intersection counts as no
 // bound at all).
-struct Node {
+struct Cond {
   char op;  // '&', '|', or 0 for a comparison
-  uint32_t code = 0, value = 0;
-  int l = -1, r = -1;
+  uint32_t code, value;
+  int l, r;
 };
+
+double sample(size_t k) { return -1 + 0.5 * static_cast<double>(k); }
 
 bool holds(uint32_t code, uint32_t value, double x) {
   const double v = value;
   if (code == kEqual) return x == v;
-  const bool eq = (code & kEqual) != 0;
-  return (code & kLower) ? (x > v || (eq && x == v)) : (x < v || (eq && x == v));
+  return (code & kLower) ? (x > v || ((code & kEqual) && x == v)) : (x < v || ((code & kEqual) && x == v));
 }
 
 TEST(RangeAlgebra, RangesAcceptWhatTheConditionAccepts) {
   std::mt19937 rng(14);
   const uint32_t kCodes[] = {kEqual, kLower, kLower | kEqual, kUpper, kUpper | kEqual};
   for (int trial = 0; trial < 3000; ++trial) {
-    std::vector<Node> t;
+    std::vector<Cond> t;  // children before their parents; the whole condition last
     auto grow = [&](auto& self, int depth) -> int {
-      if (depth == 0 || rng() % 3 == 0) {
-        t.push_back(Node{0, kCodes[rng() % 5], static_cast<uint32_t>(rng() % 7)});
-      } else {
-        const char op = rng() % 2 ? '&' : '|';
-        const int l = self(self, depth - 1), r = self(self, depth - 1);
-        t.push_back(Node{op, 0, 0, l, r});
-      }
+      Cond c{0, kCodes[rng() % 5], static_cast<uint32_t>(rng() % 7), -1, -1};
+      if (depth > 0 && rng() % 3 != 0) c = Cond{rng() % 2 ? '&' : '|', 0, 0, self(self, depth - 1), self(self, depth - 1)};
+      t.push_back(c);
       return static_cast<int>(t.size()) - 1;
     };
-    const int root = grow(grow, 4);
+    grow(grow, 4);
     Algebra a(by_value);
-    std::vector<Algebra::List> lists(t.size());
-    for (size_t i = 0; i < t.size(); ++i) {  // children come before their parents
-      const Node& n = t[i];
-      lists[i] = n.op == 0   ? a.make(Bound{n.value, n.code, false})
-                 : n.op == '&' ? a.conjunction(lists[n.l], lists[n.r])
-                               : a.disjunction(lists[n.l], lists[n.r]);
+    std::vector<Algebra::List> lists;
+    std::vector<std::vector<bool>> accepts;  // per node and sample
+    bool degenerate = false;
+    for (const Cond& c : t) {
+      lists.push_back(c.op == 0     ? a.make(Bound{c.value, c.code, false})
+                      : c.op == '&' ? a.conjunction(lists[c.l], lists[c.r])
+                                    : a.disjunction(lists[c.l], lists[c.r]));
+      std::vector<bool> v;
+      for (size_t k = 0; k < 17; ++k)
+        v.push_back(c.op == 0     ? holds(c.code, c.value, sample(k))
+                    : c.op == '&' ? accepts[c.l][k] && accepts[c.r][k]
+                                  : accepts[c.l][k] || accepts[c.r][k]);
+      degenerate = degenerate || (c.op == '&' && std::count(v.begin(), v.end(), true) == 0);
+      accepts.push_back(std::move(v));
     }
     ASSERT_FALSE(a.overflowed() || a.order_fault());
-    const auto ranges = a.ranges(lists[root]);
-    std::vector<std::vector<bool>> accepts(t.size());
-    bool degenerate = false;
-    for (size_t i = 0; i < t.size(); ++i) {
-      const Node& n = t[i];
-      for (double x = -1; x <= 7; x += 0.5)
-        accepts[i].push_back(n.op == 0 ? holds(n.code, n.value, x)
-                             : n.op == '&' ? accepts[n.l][accepts[i].size()] && accepts[n.r][accepts[i].size()]
-                                           : accepts[n.l][accepts[i].size()] || accepts[n.r][accepts[i].size()]);
-      if (n.op == '&' && std::find(accepts[i].begin(), accepts[i].end(), true) == accepts[i].end())
-        degenerate = true;
-    }
-    int k = 0;
-    for (double x = -1; x <= 7; x += 0.5, ++k) {
-      bool in = lists[root] == Algebra::kNone;
-      for (const auto& range : ranges) {
-        bool all = true;
-        for (const Bound& b : range) all = all && holds(b.code, b.value, x);
-        in = in || all;
-      }
-      const bool want = accepts[static_cast<size_t>(root)][static_cast<size_t>(k)];
-      if (want) EXPECT_TRUE(in) << "trial " << trial << " rejects " << x;
-      if (!degenerate) EXPECT_EQ(in, want) << "trial " << trial << " at " << x << ": " << show(a, lists[root]);
+    const auto ranges = a.ranges(lists.back());
+    for (size_t k = 0; k < 17; ++k) {
+      const double x = sample(k);
+      bool in = lists.back() == Algebra::kNone;
+      for (const auto& range : ranges)
+        in = in || std::all_of(range.begin(), range.end(), [&](const Bound& b) { return holds(b.code, b.value, x); });
+      EXPECT_TRUE(in || !accepts.back()[k]) << "trial " << trial << " rejects " << x;
+      if (!degenerate) EXPECT_EQ(in, accepts.back()[k]) << "trial " << trial << " at " << x << ": " << show(a, lists.back());
     }
   }
 }
