@@ -278,8 +278,6 @@ int Diagnostics::report(Severity severity, std::string_view message, Context con
   return 0;
 }
 
-void Diagnostics::trace(std::string_view text) { display_.show(text); }
-
 void Diagnostics::new_message_line() {
   if (!display_.screen()) {
     display_.line_out("\n");
@@ -304,6 +302,10 @@ std::string Diagnostics::io_error_text(int code) {
     std::snprintf(buf, sizeof buf, "error = %d", code);
   }
   return buf;
+}
+
+void Diagnostics::trace(std::string_view line) {
+  display_.print("%.*s\n", static_cast<int>(line.size()), line.data());
 }
 
 }  // namespace tav

@@ -160,9 +160,9 @@ class Diagnostics {
   int raise(Severity severity, std::string_view message, Context context);
   int report(Severity severity, std::string_view message, Context context);
   void new_message_line();
-  // A trace line of the debug level (-x): shown on a line of its own like a message, but not
-  // part of the listing, which holds only messages about the program.
-  void trace(std::string_view text);
+
+  // A line of the compile trace (-x 1): printed in plain mode, not listed, not counted.
+  void trace(std::string_view line);
 
   // The abort path of a file: the first-error value becomes -1 when it is 0, the abort counts as
   // an error, and FileAbort is thrown.

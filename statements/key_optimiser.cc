@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -59,22 +58,6 @@ bool is_host(const OpSpace& ops, uint32_t entry) {
   return (ops.get16(entry + selfield::sf_flags) & selfield::host) != 0;
 }
 uint32_t entry_of(const OpSpace& ops, uint32_t ref) { return ops.get24(ref + selref::sref_entry); }
-
-// A message text of the table with each "%s" or "%d" replaced by the next value.
-std::string fill(txt::Text text, std::initializer_list<std::string_view> values) {
-  const std::string_view t = text_of(text);
-  std::string out;
-  const std::string_view* value = values.begin();
-  for (size_t i = 0; i < t.size(); ++i) {
-    if (t[i] == '%' && i + 1 < t.size() && (t[i + 1] == 's' || t[i + 1] == 'd') && value != values.end()) {
-      out += *value++;
-      ++i;
-    } else {
-      out += t[i];
-    }
-  }
-  return out;
-}
 
 // A literal operand's value: a number, or the characters of an alphanumeric literal.
 struct LiteralValue {
@@ -239,7 +222,7 @@ struct JoinPass {
   }
   void unknown_op(uint32_t op) {
     if (p.diag.error_count() != 0) return;
-    p.diag.trace(fill(txt::trace_op_code, {std::to_string(static_cast<unsigned>(op_byte(p.ops.opcode(op))))}));
+    p.diag.trace(format_text(txt::trace_op_code, {std::to_string(static_cast<unsigned>(op_byte(p.ops.opcode(op))))}));
     p.diag.fatal_text(txt::internal_compiler_error, Context("key opt."));
   }
 };
@@ -254,7 +237,7 @@ void splice(ParserCore& p, uint32_t entry, uint32_t joined) {
   ops.put24(before + selfield::sf_ring, ring_next(ops, entry));
   ops.put24(entry + selfield::sf_ring, joined);
   if (p.settings.debug_level == 1)
-    p.diag.trace(fill(txt::trace_joined_to, {field_name(ops, before), field_name(ops, entry)}));
+    p.diag.trace(format_text(txt::trace_joined_to, {field_name(ops, before), field_name(ops, entry)}));
 }
 
 // ---- Range pass --------------------------------------------------------------------------------
@@ -337,14 +320,14 @@ uint16_t range_flags(const std::vector<std::vector<ranges::Bound>>& list) {
 void store(ParserCore& p, uint32_t entry, const std::vector<std::vector<ranges::Bound>>& list) {
   OpSpace& ops = p.ops;
   const bool trace = p.settings.debug_level == 1;
-  if (trace) p.diag.trace(fill(txt::trace_range_list, {field_name(ops, entry)}));
+  if (trace) p.diag.trace(format_text(txt::trace_range_list, {field_name(ops, entry)}));
   uint32_t head = 0;
   uint32_t tail = 0;
   int number = 0;
   for (const auto& range : list) {
     const uint32_t r = ops.alloc(rangerec::size);
     append_to_list(ops, head, tail, r, rangerec::rg_next);
-    if (trace) p.diag.trace(fill(txt::trace_range, {std::to_string(++number)}));
+    if (trace) p.diag.trace(format_text(txt::trace_range, {std::to_string(++number)}));
     uint32_t first = 0;
     uint32_t last = 0;
     for (const ranges::Bound& b : range) {
@@ -355,7 +338,7 @@ void store(ParserCore& p, uint32_t entry, const std::vector<std::vector<ranges::
       if (trace) {
         const std::string value = b.field ? std::string(field_name(ops, entry_of(ops, b.value)))
                                           : format_literal(p, b.value);
-        p.diag.trace(fill(txt::trace_bound, {relation_text(b.code), value}));
+        p.diag.trace(format_text(txt::trace_bound, {relation_text(b.code), value}));
       }
     }
     ops.put24(r + rangerec::rg_bounds, first);
