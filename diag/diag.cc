@@ -304,4 +304,8 @@ std::string Diagnostics::io_error_text(int code) {
   return buf;
 }
 
+void Diagnostics::trace(std::string_view line) {
+  display_.print("%.*s\n", static_cast<int>(line.size()), line.data());
+}
+
 }  // namespace tav

@@ -161,6 +161,9 @@ class Diagnostics {
   int report(Severity severity, std::string_view message, Context context);
   void new_message_line();
 
+  // A line of the compile trace (-x 1): printed in plain mode, not listed, not counted.
+  void trace(std::string_view line);
+
   // The abort path of a file: the first-error value becomes -1 when it is 0, the abort counts as
   // an error, and FileAbort is thrown.
   [[noreturn]] void abort_file(std::string message = {});
