@@ -92,6 +92,10 @@ class SelectFrame {
 // Finds or creates the field entry of a field bound to a FROM entry (0: not bound), a host field
 // when `host`. The entry is numbered and appended to the field list.
 uint32_t add_field(Select& s, uint32_t from, uint32_t field, bool host);
+// A new entry of the field, appended to the field list.
+uint32_t new_entry(Select& s, uint32_t field);
+// The entry a field was assigned an expression in, 0 when there is none.
+uint32_t assigned_entry(const Select& s, uint32_t field);
 // The same for a name (":" prefix for a host field); fatal when the name cannot be entered.
 uint32_t add_field(Select& s, uint32_t from, std::string_view name);
 // The FROM entry of an object, 0 when it has none.

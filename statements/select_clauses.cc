@@ -66,12 +66,19 @@ void assigned_item(Select& s, std::string_view name) {
   const uint32_t head = p.ob.top().head;
   p.ob.close_level();
   if (field == 0) return;
+  if (assigned_entry(s, field) != 0) {
+    p.diag.error_text(txt::field_already_selected, field_name(p, field));
+    return;
+  }
   const uint32_t entry = add_field(s, 0, field, false);
-  select_entry(s, entry);
+  // A new entry: the field's own references stay with the entries the expression made.
+  uint32_t own = entry;
+  if (entry_flags(p, entry) != 0) own = new_entry(s, field);
+  select_entry(s, own);
   uint16_t bits = selfield::assigned;
   if (ops.get16(s.rec + selrec::sr_aggregate_count) != aggregates) bits |= selfield::aggregate;
-  set_entry_flags(p, entry, bits);
-  ops.put24(entry + selfield::sf_expression, head);
+  set_entry_flags(p, own, bits);
+  ops.put24(own + selfield::sf_expression, head);
 }
 
 // Any other item: a single field reference selects the field; anything else must be assigned.
@@ -199,6 +206,8 @@ uint32_t named_order_entry(Select& s, std::string_view name) {
     if (e == 0) p.diag.error(msg::field_not_select_list);
     return e;
   }
+  if (from == 0)
+    if (const uint32_t assigned = assigned_entry(s, field)) return assigned;
   const uint32_t e = add_field(s, from, field, false);
   set_entry_flags(p, e, static_cast<uint16_t>(selfield::referenced | (from ? selfield::qualified : 0)));
   return e;

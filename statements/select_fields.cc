@@ -70,30 +70,44 @@ uint32_t new_from_entry(Select& s, uint32_t object) {
   uint32_t link = s.rec + selrec::sr_from;
   while (ops.get24(link) != 0) link = ops.get24(link) + fromrec::fe_next;
   ops.put24(link, f);
+  s.lines.emplace(f, s.p.tok.line());
   return f;
 }
 
 uint32_t add_field(Select& s, uint32_t from, uint32_t field, bool host) {
   Parser& p = s.p;
   OpSpace& ops = p.ops;
-  uint32_t link = s.rec + selrec::sr_fields;
-  for (uint32_t e = ops.get24(link); e != 0; link = e, e = ops.get24(e)) {
+  for (uint32_t e = ops.get24(s.rec + selrec::sr_fields); e != 0; e = ops.get24(e)) {
     const uint16_t f = entry_flags(p, e);
     if (ops.get24(e + selfield::sf_field) == field && ops.get24(e + selfield::sf_from) == from &&
-        ((f & selfield::host) != 0) == host && !(f & selfield::copy))
+        ((f & selfield::host) != 0) == host && !(f & (selfield::copy | selfield::assigned)))
       return e;
   }
+  const uint32_t e = new_entry(s, field);
+  ops.put24(e + selfield::sf_from, from);
+  if (host) ops.put16(e + selfield::sf_flags, selfield::host);
+  return e;
+}
+
+uint32_t new_entry(Select& s, uint32_t field) {
+  OpSpace& ops = s.p.ops;
   const uint32_t e = ops.alloc(selfield::size);
   const uint32_t count = ops.get16(s.rec + selrec::sr_field_count) + 1;
   ops.put16(s.rec + selrec::sr_field_count, count);
   ops.put16(e + selfield::sf_number, count);
   ops.put24(e + selfield::sf_field, field);
-  ops.put24(e + selfield::sf_from, from);
   ops.put24(e + selfield::sf_ring, e);
-  if (host) ops.put16(e + selfield::sf_flags, selfield::host);
+  uint32_t link = s.rec + selrec::sr_fields;
+  while (ops.get24(link) != 0) link = ops.get24(link) + selfield::sf_next;
   ops.put24(link, e);
-  s.lines.emplace(e, p.tok.line());
+  s.lines.emplace(e, s.p.tok.line());
   return e;
+}
+
+uint32_t assigned_entry(const Select& s, uint32_t field) {
+  for (uint32_t e : chain(s.p, s.p.ops.get24(s.rec + selrec::sr_fields)))
+    if (s.p.ops.get24(e + selfield::sf_field) == field && (entry_flags(s.p, e) & selfield::assigned)) return e;
+  return 0;
 }
 
 uint32_t add_field(Select& s, uint32_t from, std::string_view name) {
@@ -190,7 +204,8 @@ bool Select::field_operand(ParserCore&, std::string_view name, bool in_aggr, uin
     return true;
   }
   check_prefixes(*this, n, written);
-  const uint32_t entry = add_field(*this, n.from, n.field, n.host);
+  uint32_t entry = n.host || n.qualified || in_aggr || in_aggregate ? 0 : assigned_entry(*this, n.field);
+  if (entry == 0) entry = add_field(*this, n.from, n.field, n.host);
   set_entry_flags(p, entry, static_cast<uint16_t>(selfield::referenced | (n.qualified ? selfield::qualified : 0)));
   if (n.host) ops.put24(entry + selfield::sf_host_object, n.host_object);
   check_aggregates(*this, entry, in_aggr || in_aggregate);

@@ -149,7 +149,10 @@ void resolve_references(Select& s, bool) {
   OpSpace& ops = p.ops;
   for (uint32_t from : from_entries(s)) {
     if (!(from_flags(p, from) & fromrec::named)) {
-      p.diag.error_text(txt::referenced_object_not_in_from, object_name_of(p, ops.get24(from + fromrec::fe_object)));
+      const auto line = s.lines.find(from);
+      p.diag.error_text(txt::referenced_object_not_in_from,
+                        Context::at_line(object_name_of(p, ops.get24(from + fromrec::fe_object)),
+                                         line == s.lines.end() ? 0 : line->second));
       continue;
     }
     if (from_flags(p, from) & fromrec::all_fields) select_all_fields(s, from);

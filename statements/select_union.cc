@@ -32,14 +32,14 @@ bool incompatible(const Parser& p, uint32_t a, uint32_t b) {
   return na && la != lb && (special_letter(la) || special_letter(lb));
 }
 
-void compare_members(Parser& p, uint32_t head, uint32_t member) {
+void compare_members(Parser& p, uint32_t head, uint32_t member, int line) {
   const std::vector<uint32_t> a = selected_fields(p, head), b = selected_fields(p, member);
   if (a.size() != b.size()) {
     p.diag.error_text(txt::union_field_count, Context::current_token());
     return;
   }
   for (size_t i = 0; i < a.size(); ++i)
-    if (incompatible(p, a[i], b[i])) p.diag.error_text(txt::union_fields_incompatible, field_name(p, b[i]));
+    if (incompatible(p, a[i], b[i])) p.diag.error_text(txt::union_fields_incompatible, Context::at_line(field_name(p, b[i]), line));
 }
 
 // The first select's contents move to a new record, the first member; the head keeps the FROM
@@ -93,12 +93,13 @@ void compile_union(Select& s) {
   uint32_t member = split_head(s);
   for (;;) {
     check_member_order(p, member);
+    const int line = p.tok.line();
     const uint32_t next = next_member(s);
     if (next == 0) return;
     ops.put24(member + selrec::sr_union_next, next);
     if ((ops.get16(member + selrec::sr_flags) | ops.get16(next + selrec::sr_flags)) & selrec::for_update)
       p.diag.error(msg::update_not_allowed_union);
-    compare_members(p, s.rec, next);
+    compare_members(p, s.rec, next, line);
     member = next;
     const bool more = p.next() == verb("union");
     p.push_back();
