@@ -484,6 +484,7 @@ bool Compiler::name_operand(std::string_view word) {
 bool Compiler::select_operand(uint32_t) {
   if (!(allow_ & allow_select) || select_ == nullptr) {
     p_.diag.error_text(txt::select_not_allowed, Context::current_token());
+    p_.accept();  // the SELECT word starts no statement here
     p_.tok.skip_to_statement();
     type_.failed = true;
     return false;

@@ -81,6 +81,10 @@ TEST(Select, MessagesWithTheirLines) {
       {loop("select cno amount = sum(amount) from ord group by cno having sum(amount) > 10"), 0, ""},
       {" select cno\n", 13, "ERROR  FROM expected"},
       {" re-select\n", 13, "ERROR  Statement only valid in a SCREEN"},
+      {loop("select cname from cust where cno in (select cno from ord where amount > 5)"), 0, ""},
+      {loop("select cname from cust where cno = (select cno amount from ord)"), 13,
+       "ERROR  Sub-query must only SELECT one field"},
+      {" if (select cno from ord) = 1\n  pause\n end-if\n", 13, "ERROR  Illegal use of SELECT statement"},
   };
   for (const Case& c : cases) {
     const tavtest::Compiled r = run(c.body);
