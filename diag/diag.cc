@@ -305,7 +305,8 @@ std::string Diagnostics::io_error_text(int code) {
 }
 
 void Diagnostics::trace(std::string_view line) {
-  display_.print("%.*s\n", static_cast<int>(line.size()), line.data());
+  // Lines of the output start with their line break, as the messages do.
+  display_.print("\n%.*s", static_cast<int>(line.size()), line.data());
 }
 
 }  // namespace tav

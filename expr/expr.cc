@@ -50,6 +50,7 @@ Compiler::Compiler(ParserCore& p, uint32_t allow, const Compiler* parent)
     : p_(p), allow_(allow), entry_depth_(p.ob.op_stack_depth) {
   if (parent) {
     sink_ = parent->sink_;
+    select_ = parent->select_;
     in_aggregate_ = parent->in_aggregate_;
   }
 }
@@ -376,6 +377,13 @@ void Compiler::check_mixed() {
 }
 
 bool Compiler::operand() {
+  if (!first_name_.empty()) {
+    const std::string name = std::move(first_name_);
+    first_name_.clear();
+    if (!name_operand(name)) return false;
+    check_mixed();
+    return true;
+  }
   for (;;) {
     uint32_t c = p_.next();
     if (flags() & kFlagSetExpected) {
@@ -436,13 +444,7 @@ bool Compiler::operand_word(uint32_t c) {
   }
   if (c == verb("{")) return brace_literal();
   if (c == verb("if_then_else")) return if_then_else();
-  if (c == verb("select")) {
-    // SELECT inside an expression belongs to the SELECT compiler, which no caller offers yet.
-    p_.diag.error_text(txt::select_not_allowed, Context::current_token());
-    p_.tok.skip_to_statement();
-    type_.failed = true;
-    return false;
-  }
+  if (c == verb("select")) return select_operand(c);
   if (c == verb("show")) {
     mode_constant(0, true);
     return true;
@@ -464,7 +466,34 @@ bool Compiler::operand_word(uint32_t c) {
     return true;
   }
   if (c != kClassName) return abandon(msg::field_name_expected);
+  return name_operand(word);
+}
+
+// A name as an operand: a field, or within a select a field of its rows.
+bool Compiler::name_operand(std::string_view word) {
+  if (select_) {
+    SelectScope::Operand r;
+    if (!select_->field_operand(p_, word, in_aggregate_, allow_, r)) return type_.failed = true, false;
+    note_type(r.format, r.datetime);
+    return true;
+  }
   return field_reference(word);
+}
+
+// A SELECT operand: a sub-query where the caller allows one, else an error.
+bool Compiler::select_operand(uint32_t) {
+  if (!(allow_ & allow_select) || select_ == nullptr) {
+    p_.diag.error_text(txt::select_not_allowed, Context::current_token());
+    p_.accept();  // the SELECT word starts no statement here
+    p_.tok.skip_to_statement();
+    type_.failed = true;
+    return false;
+  }
+  p_.accept();
+  ExprType t;
+  if (!select_->sub_query(p_, t)) return type_.failed = true, false;
+  raise(t);
+  return true;
 }
 
 void Compiler::numeric_literal(double value, uint16_t attribute) {
@@ -663,10 +692,14 @@ uint32_t operand_value(ParserCore& p, uint32_t head, int32_t maximum, bool& lite
 
 namespace {
 
-ExprType compile_here(ParserCore& p, uint32_t allow, AggregateSink* aggregates, bool condition) {
+ExprType compile_here(ParserCore& p, uint32_t allow, AggregateSink* aggregates, SelectScope* select,
+                      bool condition, std::string_view first_name = {}) {
   p.field_notes = FieldNotes{};
   expr::Compiler c(p, allow);
+  c.set_first_name(first_name);
   c.set_aggregates(aggregates);
+  c.set_select(select);
+  c.set_nested((allow & inside_brackets) != 0);
   bool ok = c.run(condition);
   ExprType t = c.type();
   t.failed = !ok;
@@ -675,12 +708,17 @@ ExprType compile_here(ParserCore& p, uint32_t allow, AggregateSink* aggregates, 
 
 }  // namespace
 
-ExprType compile_expression(ParserCore& p, uint32_t allow, AggregateSink* aggregates) {
-  return compile_here(p, allow, aggregates, false);
+ExprType compile_expression(ParserCore& p, uint32_t allow, AggregateSink* aggregates, SelectScope* select) {
+  return compile_here(p, allow, aggregates, select, false);
 }
 
-ExprType compile_condition(ParserCore& p, uint32_t allow, AggregateSink* aggregates) {
-  return compile_here(p, allow, aggregates, true);
+ExprType compile_expression_after(ParserCore& p, std::string_view first_name, uint32_t allow,
+                                  AggregateSink* aggregates, SelectScope* select) {
+  return compile_here(p, allow, aggregates, select, false, first_name);
+}
+
+ExprType compile_condition(ParserCore& p, uint32_t allow, AggregateSink* aggregates, SelectScope* select) {
+  return compile_here(p, allow, aggregates, select, true);
 }
 
 ExprType compile_expression_list(ParserCore& p, uint32_t dest, uint32_t allow) {

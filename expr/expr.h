@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace tav {
 
@@ -29,6 +30,7 @@ enum ExprAllow : uint32_t {
   allow_aggregates = 0x1,    // MAX, MIN, AVERAGE, COUNT, SUM
   allow_whole_arrays = 0x2,  // an array field without subscript, or [*]
   allow_select = 0x4,        // a SELECT in the expression
+  inside_brackets = 0x8,     // the caller's ")" without its "(" ends the expression
 };
 
 // Aggregate functions (MAX, MIN, AVERAGE, COUNT, SUM) are compiled by the SELECT compiler. A
@@ -43,15 +45,41 @@ class AggregateSink {
   virtual uint32_t aggregate(ParserCore& p, uint32_t verb_code, uint16_t number, ExprType& type) = 0;
 };
 
+// While a select is compiled, the names in its expressions are fields of the rows it reads, not
+// program fields, and a SELECT may stand as an operand (a sub-query). The SELECT compiler
+// implements this scope and passes it with the expressions of its clauses; arguments and
+// nested expressions of such an expression keep it.
+class SelectScope {
+ public:
+  virtual ~SelectScope() = default;
+  // What an operand that the scope compiled contributes to the expression's type.
+  struct Operand {
+    uint16_t format = 0;    // format word of the field
+    bool datetime = false;  // a date, time, Julian or logical field
+  };
+  // A name read as an operand (the current token): emits its reference. `in_aggregate` when it
+  // is the argument of an aggregate function. False when the statement was abandoned.
+  virtual bool field_operand(ParserCore& p, std::string_view name, bool in_aggregate, uint32_t allow,
+                             Operand& result) = 0;
+  // SELECT read as an operand (the word taken): compiles the sub-query into the current list.
+  // `type` receives the type of its one selected field. False when the statement was abandoned.
+  virtual bool sub_query(ParserCore& p, ExprType& type) = 0;
+};
+
 // Compiles a value expression into the current level's op list. Aggregates are accepted only
-// with allow_aggregates and a sink.
+// with allow_aggregates and a sink; a SELECT operand only with allow_select and a scope.
 ExprType compile_expression(ParserCore& p, uint32_t allow = allow_nothing,
-                            AggregateSink* aggregates = nullptr);
+                            AggregateSink* aggregates = nullptr, SelectScope* select = nullptr);
+
+// The same for an expression whose first operand is a name the caller has already read (and
+// read past, to see what follows it).
+ExprType compile_expression_after(ParserCore& p, std::string_view first_name, uint32_t allow = allow_nothing,
+                                  AggregateSink* aggregates = nullptr, SelectScope* select = nullptr);
 
 // Compiles a condition into the current level's op list; a bare numeric value becomes a test
 // against zero.
 ExprType compile_condition(ParserCore& p, uint32_t allow = allow_nothing,
-                           AggregateSink* aggregates = nullptr);
+                           AggregateSink* aggregates = nullptr, SelectScope* select = nullptr);
 
 // Compiles an expression on a new level and stores the head of its op list at the 24-bit `dest`
 // in the op space (0 when nothing was compiled).

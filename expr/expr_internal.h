@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <string>
 #include <cstdint>
 #include <string_view>
 
@@ -155,6 +156,9 @@ class Compiler {
   // The condition of an IF-THEN-ELSE function: its comparisons are marked.
   void set_ite_condition(bool on) { ite_condition_ = on; }
   void set_aggregates(AggregateSink* sink) { sink_ = sink; }
+  void set_select(SelectScope* scope) { select_ = scope; }
+  // The first operand is this name, already read by the caller.
+  void set_first_name(std::string_view name) { first_name_ = name; }
 
   // Compiles into the current level; false when the statement was abandoned.
   bool run(bool condition);
@@ -190,6 +194,8 @@ class Compiler {
   void date_literal(uint32_t cls);
   bool brace_literal();
   bool field_reference(std::string_view name);
+  bool select_operand(uint32_t c);
+  bool name_operand(std::string_view word);
   void mode_constant(uint32_t mode_entry, bool show);
   bool if_then_else();
   // The argument of a function call that decides the type of its result.
@@ -213,6 +219,8 @@ class Compiler {
   ParserCore& p_;
   uint32_t allow_;
   AggregateSink* sink_ = nullptr;
+  SelectScope* select_ = nullptr;
+  std::string first_name_;
   bool nested_ = false;
   bool ite_condition_ = false;
   bool in_aggregate_ = false;

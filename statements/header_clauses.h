@@ -33,6 +33,7 @@ struct Header {
   bool title = false;
   bool when = false;
   bool exported = false;
+  uint32_t implicit_select = 0;  // the select a PRIMARY clause made
 };
 
 inline uint16_t get16(const Header& h, uint32_t member) { return static_cast<uint16_t>(h.p.ops.get16(h.s + member)); }

@@ -6,6 +6,7 @@
 #include "statements/modes.h"
 #include "statements/records.h"
 #include "statements/screen_clauses.h"
+#include "statements/select.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
 
@@ -15,6 +16,7 @@ namespace {
 
 constexpr uint32_t kMinReviewOccurs = 2;
 constexpr uint32_t kMaxRowsPerEntry = 5;
+constexpr uint16_t kSelectExcludedReview = 0x0304;
 constexpr uint16_t kReviewOptions = ssym::review_bottom_to_top | ssym::review_from_end | ssym::review_from_current |
                                     ssym::review_from_start;
 
@@ -121,28 +123,28 @@ ClauseStep primary(Header& h) {
     p.diag.error_text(txt::primary_no_rowid, Context::current_token());
   p.ops.put24(h.s + ssym::s_primary, object);
   primary_key(h, object);
+  h.implicit_select = conv_primary_start(p, h.s, object);
   return ClauseStep::next;
 }
 
 bool select_is_clause(const Header& h) { return (h.p.section_kind & ssym::kind_mask) != ssym::kind_procedure; }
 
-// SELECT ...: the screen's select, which the SELECT compiler builds; not compiled yet.
+// SELECT ...: the screen's select. A review running from the end cannot read a select.
 ClauseStep select(Header& h) {
   if (!is_kind(h, kScreen)) return wrong_section(h);
-  h.p.diag.error_text(txt::clause_not_built, Context::current_token());
-  h.p.tok.skip_to_statement();
-  return ClauseStep::done;
+  if (get16(h, ssym::s_flags) & kSelectExcludedReview) h.p.diag.error(msg::duplicate_incompatible_clause);
+  compile_screen_select(h.p, h.s);
+  return ClauseStep::next;
 }
 
-// WHEN condition: with a PRIMARY object it joins the screen select's condition (not compiled
-// yet); otherwise the section's own condition.
+// WHEN condition: with a PRIMARY object it joins the condition of the screen's implicit select;
+// otherwise it is the section's own condition.
 ClauseStep when(Header& h) {
   Parser& p = h.p;
   if (!is_kind(h, kScreen)) return wrong_section(h);
   h.when = true;
-  if (p.ops.get24(h.s + ssym::s_primary) != 0) {
-    p.diag.error_text(txt::primary_select_not_built, Context::current_token());
-    p.tok.skip_to_clause();
+  if (h.implicit_select != 0) {
+    conv_primary_when(p, h.s, h.implicit_select, true);
     return ClauseStep::next;
   }
   compile_condition_list(p, h.s + ssym::s_when);
@@ -282,7 +284,7 @@ void finish(Header& h) {
   if ((review_word & kReviewOptions) && !(review_word & ssym::review))
     p.diag.warning_text(txt::review_options_not_review, Context::current_token());
   if (object != 0) primary_access(h, object);
-  if (object != 0 && !select && !h.when) p.diag.error_text(txt::primary_select_not_built, Context::current_token());
+  if (object != 0 && !select && h.implicit_select != 0) conv_primary(p, h.s, h.implicit_select);
 }
 
 }  // namespace tav::header

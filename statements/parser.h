@@ -15,6 +15,8 @@
 
 namespace tav {
 
+class Select;
+
 // Which part of a section is being compiled.
 enum class SectionPart : int { before = 0, detail = 1, after = -1 };
 
@@ -50,6 +52,7 @@ class Parser : public ParserCore {
   uint32_t version_tail = 0;     // last entry of the header's version list
 
   LockFrames locks;              // lock states of indexed records, per open block
+  Select* select = nullptr;      // the innermost select being compiled
 };
 
 }  // namespace tav

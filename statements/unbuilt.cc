@@ -19,7 +19,6 @@ void skip_statement(Parser& p) {
 
 }  // namespace
 
-void compile_select_statement(Parser& p) { skip_statement(p); }
 void compile_report_statement(Parser& p) { skip_statement(p); }
 
 }  // namespace tav

@@ -188,7 +188,7 @@ TEST_F(KeyOpt, EqualFieldsShareARingAndItsRanges) {
   EXPECT_EQ(ops.get24(k2 + selfield::sf_ranges), ops.get24(k1 + selfield::sf_ranges));
   EXPECT_EQ(flags(k2), selfield::equality);
   EXPECT_EQ(stored(arr), "");
-  EXPECT_EQ(trace(), "ref JOINED TO cust\nRange list : cust\n RANGE 1\n  >= 7\n  <= 7\n");
+  EXPECT_EQ(trace(), "\nref JOINED TO cust\nRange list : cust\n RANGE 1\n  >= 7\n  <= 7");
 }
 
 TEST_F(KeyOpt, PoolLimits) {
