@@ -4,6 +4,7 @@
 #include "expr/expr.h"
 #include "statements/header_clauses.h"
 #include "statements/modes.h"
+#include "statements/record_io.h"
 #include "statements/records.h"
 #include "statements/screen_clauses.h"
 #include "statements/select.h"
@@ -73,8 +74,28 @@ ClauseStep data_grid(Header& h) {
   return review(h);
 }
 
-// [ON INDEX n | ON INDEX field ...] after the PRIMARY object: its key number and the leading key
-// parts used. SAME and DIFFERENT key clauses are not compiled yet.
+// SAME or DIFFERENT fields after the PRIMARY object: read and checked as a record statement's key
+// clause on the key chosen; the fields count as the leading key parts used, and the key flags go
+// to the kind word.
+void same_different(Header& h, uint32_t object) {
+  Parser& p = h.p;
+  OpSpace& ops = p.ops;
+  RecordIo r{p, RecordIo::get};
+  r.block = new_record_io(p);
+  r.object = object;
+  if (const uint8_t key = ops.at(h.s + ssym::s_key_number)[0]; key != 0) ops.at(r.block + accesskey::a_index)[0] = key;
+  ops.at(r.block + accesskey::a_key_count)[0] = ops.at(h.s + ssym::s_key_parts)[0];
+  if (io_same_different(r) == ClauseStep::done) return;
+  finish_record_io(r);
+  ops.at(h.s + ssym::s_key_parts)[0] = ops.at(r.block + accesskey::a_key_count)[0];
+  const uint16_t flags = r.flags();
+  if (flags & access::first) set_bits(h, ssym::s_kind, ssym::kind_primary_key10);
+  if (flags & access::different) set_bits(h, ssym::s_kind, ssym::kind_primary_access1);
+  if (flags & access::same) set_bits(h, ssym::s_kind, ssym::kind_primary_same);
+}
+
+// [ON INDEX n | ON INDEX field ...] [SAME | DIFFERENT field ...] after the PRIMARY object: its key
+// number and the leading key parts used.
 void primary_key(Header& h, uint32_t object) {
   Parser& p = h.p;
   OpSpace& ops = p.ops;
@@ -94,12 +115,12 @@ void primary_key(Header& h, uint32_t object) {
     }
   }
   uint32_t c = p.next();
-  p.push_back();
-  if (c == verb("same") || c == verb("different")) {
-    p.diag.error_text(txt::clause_not_built, Context::current_token());
-    p.accept();
-    p.tok.skip_to_clause();
+  if (c != verb("same") && c != verb("different")) {
+    p.push_back();
+    return;
   }
+  p.accept();
+  same_different(h, object);
 }
 
 // PRIMARY [SAME | IS] object [ON INDEX ...].

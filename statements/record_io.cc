@@ -317,6 +317,12 @@ ClauseStep read_direction(RecordIo& r) {
   return read_same_fields(r) ? ClauseStep::next : ClauseStep::done;
 }
 
+ClauseStep read_same_different(RecordIo& r) {
+  require_file_type(r.p, r.object, "IM");
+  r.set(r.p.cls() == verb("same") ? access::same : access::different);
+  return read_same_fields(r) ? ClauseStep::next : ClauseStep::done;
+}
+
 ClauseStep read_lock(RecordIo& r) {
   Parser& p = r.p;
   r.set(access::lock);
@@ -334,6 +340,7 @@ ClauseStep io_index(RecordIo& r) { return clause<read_index>(r); }
 ClauseStep io_next(RecordIo& r) { return clause<read_direction<access::next>>(r); }
 ClauseStep io_prev(RecordIo& r) { return clause<read_direction<access::prev>>(r); }
 ClauseStep io_lock(RecordIo& r) { return clause<read_lock>(r); }
+ClauseStep io_same_different(RecordIo& r) { return clause<read_same_different>(r); }
 ClauseStep io_no_warning(RecordIo& r) {
   r.no_warning = true;
   return ClauseStep::next;

@@ -88,6 +88,8 @@ ClauseStep io_index(RecordIo& r);
 ClauseStep io_next(RecordIo& r);
 ClauseStep io_prev(RecordIo& r);
 ClauseStep io_lock(RecordIo& r);
+// SAME or DIFFERENT (the word current) and its fields, without NEXT or PREV before it.
+ClauseStep io_same_different(RecordIo& r);
 ClauseStep io_no_warning(RecordIo& r);
 ClauseStep io_other(RecordIo& r);
 

@@ -218,4 +218,27 @@ TEST(Select, ScreensSelectTheirPrimaryObject) {
   EXPECT_EQ(listed, (std::vector<uint32_t>{sel, s2, rec}));
 }
 
+// SAME or DIFFERENT after the PRIMARY object: the leading key parts used, and the key flags in the
+// kind word. SAME makes the implicit select keep to the records that share the key; DIFFERENT
+// makes it DISTINCT over the leading parts.
+TEST(Select, PrimaryKeyClauses) {
+  const tavtest::Compiled r = compile(
+      "procedure main\n do s1\n do s2\nend\n"
+      "screen s1 primary cust same region\ndetail\n accept cname @ 1,1\nend\n"
+      "screen s2 primary cust different region\ndetail\n accept cname @ 1,1\nend\n");
+  ASSERT_EQ(r.result.status, 0) << r.result.out;
+  const Op6& t = r.image;
+  const uint32_t s1 = t.section_named("s1"), s2 = t.section_named("s2");
+  EXPECT_EQ(t.u16(s1 + ssym::s_kind) & 0x0300u, 0u) << "SAME settled into the select's condition";
+  EXPECT_EQ(t.u8(s1 + ssym::s_key_parts), 1u);
+  EXPECT_EQ(t.codes(t.u24(t.u24(s1 + ssym::s_select) + selrec::sr_where)).size(), 7u);
+  EXPECT_EQ(t.u16(s2 + ssym::s_kind) & 0x0300u, 0x0100u);
+  const uint32_t distinct = t.u24(s2 + ssym::s_select);
+  EXPECT_EQ(t.u16(distinct + selrec::sr_flags) & selrec::distinct, selrec::distinct);
+  EXPECT_EQ(t.list(t.u24(distinct + selrec::sr_order)).size(), 1u);
+  EXPECT_NE(compile("procedure main\n do s1\nend\nscreen s1 primary cust same cno\nend\n")
+                .result.out.find("ERROR  Only leading key fields allowed for SAME/DIFF - 'cno'"),
+            std::string::npos);
+}
+
 }  // namespace
