@@ -3,7 +3,9 @@
 
 #include "statements/accept.h"
 
+#include <cstring>
 #include <string>
+#include <tuple>
 
 #include "codegen/convert.h"
 #include "expr/expr.h"
@@ -149,6 +151,89 @@ void compile_accept(Parser& p) {
   }
   store(a);
   p.accepts_open.pop_back();
+}
+
+namespace {
+
+constexpr uint16_t kDisplayOnlyOptions = opt::detail | opt::read_only_bit | opt::display_only;
+constexpr uint16_t kDisplayFlagsKept = 0x096c;
+constexpr uint16_t kItemPrompt = 0x1000, kItemDim = 0x0200;
+
+// Whether the screen's select reads the field.
+bool select_reads(const Parser& p, uint32_t field) {
+  const OpSpace& ops = p.ops;
+  const uint32_t select = ops.get24(p.section + ssym::s_select);
+  for (uint32_t e = select ? ops.get24(select + selrec::sr_fields) : 0; e != 0; e = ops.get24(e + selfield::sf_next))
+    if (ops.get24(e + selfield::sf_field) == field) return true;
+  return false;
+}
+
+// The field reference a display item shows, when its value is one field without subscript.
+uint32_t single_field_ref(const Parser& p, uint32_t item) {
+  const OpSpace& ops = p.ops;
+  const uint32_t head = ops.get24(item + ditem::di_value);
+  if (head == 0 || ops.get24(head) != 0 || ops.opcode(head) != Op::field_ref) return 0;
+  return ops.get24(head + fieldref::fr_subscript) == 0 ? head : 0;
+}
+
+bool shown_as_accept(const Parser& p, uint32_t item, bool long_form) {
+  const OpSpace& ops = p.ops;
+  if (!(ops.get16(p.section + ssym::s_flags) & ssym::review_data_grid) || ops.get24(p.section + ssym::s_select) == 0) return false;
+  if (p.part == SectionPart::before || p.cond_depth > 0 || !p.accepts_open.empty()) return false;
+  if (ops.get24(p.section + ssym::s_confirm) != 0 || ops.get24(item + ditem::di_row) == 0) return false;
+  if (ops.get16(item + ditem::di_flags) & (kItemPrompt | kItemDim)) return false;
+  if (long_form && ops.get24(item + ditem::di_scale) != 0) return false;
+  const uint32_t ref = single_field_ref(p, item);
+  return ref != 0 && select_reads(p, ops.get24(ref + fieldref::fr_field));
+}
+
+// The descriptor of a display-only ACCEPT, filled from the display item.
+void copy_item(Accept& a, uint32_t item, uint32_t ref, bool long_form) {
+  OpSpace& ops = a.p.ops;
+  a.field = ops.get24(ref + fieldref::fr_field);
+  a.object = ops.get24(ref + fieldref::fr_object);
+  ops.put24(a.d + adesc::ad_field, a.field);
+  if (a.object != 0) {
+    ops.put24(a.d + adesc::ad_object, a.object);
+    a.reach(adesc::ad_object + 3);
+  }
+  std::memcpy(ops.at(a.d + adesc::ad_row), ops.at(item + ditem::di_row), 6);
+  ops.put24(a.d + adesc::ad_picture, ops.get24(item + ditem::di_picture));
+  ops.put16(a.d + adesc::ad_options, kDisplayOnlyOptions);
+  ops.put16(a.d + adesc::ad_display, ops.get16(item + ditem::di_flags) & kDisplayFlagsKept);
+  ops.put16(a.d + adesc::ad_type, ops.get16(item + ditem::di_type));
+  const uint32_t width = ops.at(item + ditem::di_width)[0];
+  ops.put16(a.d + adesc::ad_length, width != 0 ? width : display_length(a.field_format(), static_cast<char>(ops.at(a.field + fsym::f_type)[0])));
+  for (auto [to, from, n] : {std::tuple{adesc::ad_colour, ditem::di_foreground, 3u},
+                             std::tuple{adesc::ad_colour + 3, ditem::di_background, 3u},
+                             std::tuple{adesc::ad_title, ditem::di_title, 3u},
+                             std::tuple{adesc::ad_title_pos, ditem::di_title_pos, 6u}}) {
+    if (!long_form) break;
+    bool set = false;
+    for (uint32_t k = 0; k < n; ++k) set = set || ops.at(item + from)[k] != 0;
+    if (!set) continue;
+    std::memcpy(ops.at(a.d + to), ops.at(item + from), n);
+    a.reach(to + n);
+  }
+}
+
+}  // namespace
+
+bool display_as_accept(Parser& p, uint32_t item, uint32_t length) {
+  const bool long_form = length > ditem::di_title_pos;
+  if (!shown_as_accept(p, item, long_form)) return false;
+  if (p.ob.top().head == 0) p.ob.emit(Op::placeholder);
+  p.ob.emit_statement_marker(verb("accept"));
+  Accept a{p, p.ob.emit(Op::accept), p.ops.alloc(adesc::size), p.accept_chain};
+  p.ops.put24(a.d + adesc::ad_chain, a.previous);
+  p.accept_chain = a.op;
+  p.accepts_open.emplace_back(a.op, a.d);
+  copy_item(a, item, single_field_ref(p, item), long_form);
+  run_dictionary_validations(a);
+  finalise(a);
+  store(a);
+  p.accepts_open.pop_back();
+  return true;
 }
 
 namespace {

@@ -4,6 +4,7 @@
 
 #include "codegen/convert.h"
 #include "expr/expr.h"
+#include "statements/accept.h"
 #include "statements/display_items.h"
 #include "statements/handlers.h"
 #include "statements/parser.h"
@@ -26,6 +27,7 @@ void display_items(Parser& p) {
     p.push_back();
     ReadItem read = read_item(p, run);
     if (read.item == 0) return;
+    if (display_as_accept(p, read.item, read.length)) continue;
     p.ob.emit_statement_marker(verb("display"));
     p.ops.put24(p.ob.emit(Op::display_item) + displayop::dio_item, read.item);
   }

@@ -288,4 +288,24 @@ TEST(Accept, LookUp) {
   }
 }
 
+// In the DETAIL of a DATA-GRID, a dictionary field accepted in the review area without a title of
+// its own takes the dictionary's column title.
+TEST(Accept, DictionaryColumnTitle) {
+  TempDir dir;
+  const tavtest::Compiled c = compile_against(dir,
+      "field cust-no pic 9(6)\nfield cust-name pic x(30)\n//% field cust-name title Customer\n"
+      "object cust type indexed file \"cust\" record cust-no cust-name end-record key cust-no unique\n",
+      "screen g data-grid occurs 5 primary cust\ndetail\n"
+      " accept cust-name @ 3,1\n accept cust-name @ 3,40 no-title\n accept cust-name @ 9,1\n"
+      " accept cust-no @ 3,60\nend\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  std::vector<uint32_t> titles;
+  for (uint32_t op : t.list(t.u24(t.section_named("g") + ssym::s_detail)))
+    if (t.opcode(op) == Op::accept) titles.push_back(t.u16(op + acceptop::ao_length) > adesc::ad_title ? t.u24(t.u24(op + acceptop::ao_desc) + adesc::ad_title) : 0);
+  ASSERT_EQ(titles.size(), 4u);
+  EXPECT_EQ(t.opcode(titles[0]), Op::text_item);
+  EXPECT_EQ((std::vector<uint32_t>{titles[1], titles[2], titles[3]}), (std::vector<uint32_t>{0, 0, 0}));
+}
+
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "codegen/header.h"
+#include "codegen/op_records.h"
 #include "lexer/verbs.h"
 #include "statements/records.h"
 #include "symbols/records.h"
@@ -239,6 +240,30 @@ TEST(Select, PrimaryKeyClauses) {
   EXPECT_NE(compile("procedure main\n do s1\nend\nscreen s1 primary cust same cno\nend\n")
                 .result.out.find("ERROR  Only leading key fields allowed for SAME/DIFF - 'cno'"),
             std::string::npos);
+}
+
+// In the DETAIL of a DATA-GRID with a SELECT, a DISPLAY of a field the select reads is a
+// display-only ACCEPT in the chain; a PROMPT, or a field the select does not read, stays a DISPLAY.
+TEST(Select, DataGridDisplaysBecomeAccepts) {
+  const tavtest::Compiled r = compile(
+      "procedure main\n do g\nend\n"
+      "screen g data-grid occurs 5 select cname amount from cust ord\ndetail\n"
+      " display cname @ 3,1 bold\n display amount @ 3,40 prompt\n display hx @ 3,60\nend\n");
+  ASSERT_EQ(r.result.status, 0) << r.result.out;
+  const Op6& t = r.image;
+  const std::vector<Op> codes = t.codes(t.u24(t.section_named("g") + ssym::s_detail));
+  std::vector<Op> shown;
+  for (Op op : codes)
+    if (op == Op::accept || op == Op::display_item) shown.push_back(op);
+  EXPECT_EQ(shown, (Codes{Op::accept, Op::display_item, Op::display_item}));
+  uint32_t accept = 0;
+  for (uint32_t op : t.list(t.u24(t.section_named("g") + ssym::s_detail)))
+    if (t.opcode(op) == Op::accept) accept = op;
+  const uint32_t d = t.u24(accept + acceptop::ao_desc);
+  EXPECT_EQ(t.u16(d + adesc::ad_options), 0x5080u);
+  EXPECT_EQ(t.u16(d + adesc::ad_display), 0x0020u);
+  EXPECT_EQ(t.u24(d + adesc::ad_field), t.field("cname"));
+  EXPECT_EQ(t.u24(d + adesc::ad_column), 1u);
 }
 
 }  // namespace
