@@ -52,6 +52,9 @@ Compiler::Compiler(ParserCore& p, uint32_t allow, const Compiler* parent)
     sink_ = parent->sink_;
     select_ = parent->select_;
     in_aggregate_ = parent->in_aggregate_;
+  } else if (p.block_aggregates != nullptr) {
+    sink_ = p.block_aggregates;  // an expression of a block whose aggregates have a home
+    allow_ |= allow_aggregates;
   }
 }
 
@@ -697,7 +700,7 @@ ExprType compile_here(ParserCore& p, uint32_t allow, AggregateSink* aggregates, 
   p.field_notes = FieldNotes{};
   expr::Compiler c(p, allow);
   c.set_first_name(first_name);
-  c.set_aggregates(aggregates);
+  if (aggregates != nullptr) c.set_aggregates(aggregates);
   c.set_select(select);
   c.set_nested((allow & inside_brackets) != 0);
   bool ok = c.run(condition);

@@ -220,7 +220,10 @@ void compile_break(Select& s, uint32_t list, bool after) {
   while (ops.get24(link) != 0) link = ops.get24(link) + breakrec::br_next;
   ops.put24(link, brk);
   s.after_break = after ? brk : 0;
+  AggregateSink* const outer = s.p.block_aggregates;
+  s.p.block_aggregates = after ? &s : nullptr;
   ops.put24(brk + breakrec::br_block, compile_select_part(s.p));
+  s.p.block_aggregates = outer;
   s.after_break = 0;
 }
 

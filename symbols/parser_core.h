@@ -19,6 +19,8 @@
 
 namespace tav {
 
+class AggregateSink;  // expr/expr.h
+
 class ParserCore {
  public:
   ParserCore(CompilerStores& c, FileContext& file_context)
@@ -81,6 +83,11 @@ class ParserCore {
   FieldNotes field_notes;        // types of the fields used, for the expression compiler
   NoDictionaries no_dictionaries;
   Dictionaries* dictionaries;    // the open data dictionaries
+
+  // --- Expressions ---------------------------------------------------------------------------
+  // Where the aggregate functions of every expression go while the statements of a block that
+  // may hold them are compiled (the AFTER block of a SELECT); null elsewhere.
+  AggregateSink* block_aggregates = nullptr;
 };
 
 }  // namespace tav
