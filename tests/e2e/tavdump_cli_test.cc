@@ -88,6 +88,93 @@ TEST(TavdumpCli, ListsACompiledProgram) {
   EXPECT_EQ(r.out.rfind(header.out, 0), 0u) << "-h prints the start of the full listing";
 }
 
+// A SELECT joining two objects, a screen select, ACCEPT lists, CHECK-BOX, RADIO-BUTTON and
+// DISPLAY BITMAP, as one program.
+const char kScreenProgram[] =
+    "field a pic 9(6)\nfield region pic x(4)\nfield cname pic x(30)\nfield amount pic 9(6)v99\n"
+    "field code pic x(4)\nfield n pic 9(4)\nfield p pic s9(3)v99\n"
+    "object cust type indexed file \"cust\" record region a cname end-record key region a unique\n"
+    "object ord type indexed file \"ord\" record a amount end-record key a\n"
+    "object codes type indexed file \"codes\" record code end-record key code unique\n"
+    "procedure main\n"
+    " select cname amount region from cust ord where a = 5 or a > 10\n"
+    " before region\n  pause\n detail\n  pause\n end-select\n"
+    " do s1\n do s2\nend\n"
+    "screen s1 form-entry\ndetail\n"
+    " accept n @ 1,1 allowed 1 to 5 value-title \"low\" 9 disallowed 7 on up-arrow exit end-on\n"
+    " accept code @ 2,1 lookup codes\n"
+    " check-box n @ 3,1 values 1 0\n"
+    " radio-button p @ 4,1 1 title \"one\" 2 title \"two\"\n end-radio-button\n"
+    " display bitmap \"logo\" @ 2,3 to @ 10,40 foreground\nend\n"
+    "screen s2 select * from cust where a > 5\ndetail\n accept cname @ 1,1\n re-select\nend\n";
+
+TEST(TavdumpCli, ListsSelectsAndScreenInput) {
+  TempDir dir;
+  RunResult r = tavdump({compile(dir, kScreenProgram)});
+  ASSERT_EQ(r.status, 0) << r.err;
+  for (const char* line : {
+           "      from 2 \"ord\" flags 0x0010 (named) index 0 level 0 joined to 0\n",
+           "        columns \"amount\"(selected) \"a\"\n",
+           " entry 4 \"a\" from 1 flags 0x0100 (referenced)\n            ring: 5 \"a\"\n"
+           "            ranges: a >= 5 AND a <= 5 OR a > 10\n",
+           " entry 5 \"a\" from 2 flags 0x0180 (copy referenced)\n            ring: 4 \"a\"\n",
+           " select-field-ref(76) entry 4 \"a\" format 0x20c0 subscript 0\n",
+           "        before 3 \"region\"\n          block:\n",
+           "    detail:\n",
+           "    allowed 1 to 5 title \"low\"\n        allowed 9\n",
+           "    on up-arrow:\n",
+           "    disallowed 7\n",
+           "    ad_options 0x1000 (in-detail)\n",
+           "    lookup \"codes\" key 1 key field \"code\"\n",
+           "    cb_flags 0x1000 (in-detail)\n",
+           "    rv_title:\n",
+           "    rd_flags 0x1000 (in-detail)\n",
+           " shown above\n",
+           " display-bitmap(79) at 2,3 to 10,40 flags 0x0002 (foreground)\n",
+           " re-select(82)\n",
+           "    select record 0x",
+           "      sr_flags 0x00c2 (select-* screen for-update)\n",
+           "screen selects\n  select record 0x",
+       })
+    EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+  EXPECT_NE(r.out.find(" for \"s2\" (shown above)\n"), std::string::npos) << r.out;
+}
+
+// A join ring that loops without coming back to its entry, and a select link into the header,
+// are reported as damage.
+TEST(TavdumpCli, DamagedSelectRecordsAreReported) {
+  TempDir dir;
+  const std::string bytes = tavtest::read_file(compile(dir, kScreenProgram));
+  const RunResult listing = tavdump({dir / "prog.op6"});
+  const size_t at = listing.out.find("select record 0x");
+  ASSERT_NE(at, std::string::npos);
+  const auto rec = static_cast<uint32_t>(std::stoul(listing.out.substr(at + 16, 6), nullptr, 16));
+  auto get24 = [&](const std::string& b, uint32_t off) {
+    return static_cast<uint32_t>(static_cast<uint8_t>(b[off]) << 16 | static_cast<uint8_t>(b[off + 1]) << 8 |
+                                 static_cast<uint8_t>(b[off + 2]));
+  };
+  auto put24 = [](std::string& b, uint32_t off, uint32_t v) {
+    b[off] = static_cast<char>(v >> 16), b[off + 1] = static_cast<char>(v >> 8), b[off + 2] = static_cast<char>(v);
+  };
+  const uint32_t first = get24(bytes, rec + 12), second = get24(bytes, first);  // sr_fields, sf_next
+  struct Case {
+    uint32_t at, value;
+    const char* damage;
+  };
+  const Case cases[] = {
+      {first + 17, second, "damaged: join ring loops back to "},  // entry 1's ring into entry 2's own
+      {rec + 9, 1, "damaged: FROM entry at 0x000001 lies inside the header"},
+  };
+  for (const Case& c : cases) {
+    std::string broken = bytes;
+    put24(broken, c.at, c.value);
+    tavtest::write_file(dir / "broken.op6", broken);
+    const RunResult r = tavdump({dir / "broken.op6"});
+    EXPECT_EQ(r.status, 1) << c.damage;
+    EXPECT_NE(r.err.find(c.damage), std::string::npos) << r.err;
+  }
+}
+
 TEST(TavdumpCli, DamagedFileExitsOneWithItsReason) {
   TempDir dir;
   std::string op6 = compile(dir, "procedure main\n  pause\nend-procedure\n");

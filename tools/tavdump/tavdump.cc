@@ -28,9 +28,11 @@ namespace {
 constexpr int kMaxDepth = 256;
 constexpr int kRawWidth = 16;
 
+// A flag bit, or a value of the bits under `mask` (an alignment held in a nibble, say).
 struct FlagName {
   uint32_t bit;
   const char* name;
+  uint32_t mask = 0;  // 0: the bit alone
 };
 
 constexpr FlagName kModeFlags[] = {
@@ -121,16 +123,76 @@ constexpr FlagName kAccessFlags[] = {
     {access::look_up, "look-up/extract"}, {0x8000, "full-key"},
 };
 
-// The flag names of the members that hold flags.
+// SELECT: the select record, FROM entries, column nodes and select field entries.
+constexpr FlagName kSelectFlags[] = {
+    {selrec::distinct, "distinct"},      {selrec::all_fields, "select-*"},
+    {selrec::correlated, "correlated"},  {selrec::on_index, "on-index"},
+    {selrec::whole_aggregates, "whole-aggregates"}, {selrec::screen, "screen"},
+    {selrec::for_update, "for-update"},  {selrec::union_first, "union-first"},
+    {selrec::compiling, "compiling"},
+};
+
+constexpr FlagName kFromFlags[] = {
+    {fromrec::all_fields, "all-fields"}, {fromrec::enclosing, "enclosing"},
+    {fromrec::outer, "outer"},           {fromrec::named, "named"},
+};
+
+constexpr FlagName kEntryFlags[] = {
+    {selfield::selected, "selected"},      {selfield::assigned, "assigned"},
+    {selfield::aggregate, "aggregate"},    {selfield::in_aggregate, "in-aggregate"},
+    {selfield::enclosing, "enclosing"},    {selfield::descending, "descending"},
+    {selfield::copy, "copy"},              {selfield::referenced, "referenced"},
+    {selfield::equality, "equality"},      {selfield::host, "host"},
+    {selfield::field_bound, "field-bound"}, {selfield::ordered, "ordered"},
+    {selfield::qualified, "qualified"},
+};
+
+// ACCEPT: the option and display words of the field descriptor; the display word's low
+// nibble is the alignment.
+constexpr FlagName kAcceptOptions[] = {
+    {0x0001, "optional"},    {0x0002, "upper-case"}, {0x0004, "lower-case"}, {0x0008, "lookup-not"},
+    {0x0010, "edited"},      {0x0020, "fill-left"},  {0x0040, "show-value"}, {0x0100, "no-clear"},
+    {0x0200, "blank"},       {0x0400, "auto-return"}, {0x0800, "nested"},    {0x1000, "in-detail"},
+    {0x2000, "suppress"},    {0x4000, "read-only"},
+};
+
+constexpr FlagName kAcceptDisplay[] = {
+    {0x0004, "right", 0x000f},  {0x0006, "right-coordinate", 0x000f}, {0x0008, "centre", 0x000f},
+    {0x000a, "centre-coordinate", 0x000f}, {0x000c, "left", 0x000f},
+    {0x0010, "italic"},         {0x0020, "bold"},    {0x0040, "blink"},  {0x0080, "underline"},
+    {0x0100, "inverse"},        {0x0200, "dim"},     {0x0400, "sunken"}, {0x0800, "fixed-width-font"},
+};
+
+// CHECK-BOX and RADIO-BUTTON descriptors, DISPLAY BITMAP.
+constexpr FlagName kChoiceFlags[] = {{0x1000, "in-detail"}, {0x4000, "read-only"}};
+
+constexpr FlagName kBitmapFlags[] = {
+    {0x0001, "background"}, {0x0002, "foreground"}, {0x0004, "no-aspect-ratio"}, {0x0008, "absolute"},
+};
+
+// The key codes of ON-key nodes.
+struct KeyName {
+  int32_t code;
+  const char* name;
+};
+constexpr KeyName kKeyNames[] = {
+    {-5, "help-key"}, {-7, "up-arrow"}, {-8, "down-arrow"}, {-9, "right-arrow"}, {-10, "left-arrow"},
+};
+
+// The flag names of the members that hold flags; `record` tells apart members of the same name
+// in different records (empty: any record).
 struct MemberFlags {
   std::string_view member;
   std::span<const FlagName> names;
+  std::string_view record = {};
 };
 
 constexpr MemberFlags kMemberFlags[] = {
     {"m_flags", kModeFlags},   {"s_kind", kKindFlags},   {"s_flags", kSectionFlags},
     {"s_marks", kMarks},       {"c_flags", kConfirmFlags}, {"f_flags", kFieldFlags},
     {"o_attr", kObjectAttrs},  {"k_flags", kKeyFlags},   {"a_flags", kAccessFlags},
+    {"sr_flags", kSelectFlags}, {"ad_options", kAcceptOptions}, {"ad_display", kAcceptDisplay},
+    {"cb_flags", kChoiceFlags, "chkdesc"}, {"rd_flags", kChoiceFlags},
 };
 
 // The ops of the record access statements and the layouts of their operands.
@@ -153,9 +215,9 @@ std::string_view record_op_layout(Op op) {
   return {};
 }
 
-std::span<const FlagName> flags_of(std::string_view member) {
+std::span<const FlagName> flags_of(const MemberRow& m) {
   for (const MemberFlags& f : kMemberFlags)
-    if (f.member == member) return f.names;
+    if (f.member == m.name && (f.record.empty() || f.record == m.record)) return f.names;
   return {};
 }
 
@@ -164,10 +226,11 @@ std::string flag_words(uint32_t value, std::span<const FlagName> names) {
   std::string words;
   uint32_t rest = value;
   for (const FlagName& f : names) {
-    if ((value & f.bit) == f.bit && f.bit != 0) {
+    const uint32_t mask = f.mask != 0 ? f.mask : f.bit;
+    if ((value & mask) == f.bit && f.bit != 0) {
       words += words.empty() ? "" : " ";
       words += f.name;
-      rest &= ~f.bit;
+      rest &= ~mask;
     }
   }
   if (rest != 0) {
@@ -308,12 +371,17 @@ class Printer {
   // Every member of the record at `rec` in row order, one line each: "<member> <value>", the
   // value shown by what the row says the member holds. The record is checked first, so every
   // read lies inside the image.
+  // `special`, when given, is offered each member first and prints those it returns true for.
+  using Special = std::function<bool(int indent, const MemberRow& m, uint32_t at)>;
+
   template <size_t R, size_t M>
   void members(int indent, const RecordRow (&records)[R], const MemberRow (&rows)[M],
-               std::string_view record, uint32_t rec) {
+               std::string_view record, uint32_t rec, const Special& special = {}) {
     for (const RecordRow& r : records)
       if (r.record == record) img_.check_record(rec, r.size, std::string(r.title));
-    for_each_member(rows, record, [&](const MemberRow& m) { member(indent, m, rec + m.offset); });
+    for_each_member(rows, record, [&](const MemberRow& m) {
+      if (!special || !special(indent, m, rec + m.offset)) member(indent, m, rec + m.offset);
+    });
   }
 
   void member(int indent, const MemberRow& m, uint32_t at) {
@@ -326,7 +394,7 @@ class Printer {
     const uint32_t v = m.width == 1 ? img_.u8(at) : m.width == 2 ? img_.u16(at) : m.width == 3 ? img_.u24(at) : img_.u32(at);
     if (m.width == 3 && has_word(d, "op list")) return op_list_member(indent, name, v);
     if (m.width == 2 && has_word(d, "text item")) return line(indent, name + " " + text_item(v));
-    if (std::span<const FlagName> names = flags_of(m.name); !names.empty())
+    if (std::span<const FlagName> names = flags_of(m); !names.empty())
       return line(indent, name + " " + flag_words(v, names));
     line(indent, name + " " + member_value(m, v));
   }
@@ -448,6 +516,7 @@ class Printer {
       raw(2, s, ssym::size);
       members(2, symbol_rows::kRecords, symbol_rows::kMembers, "ssym", s);
       if (uint32_t l = img_.u24(s + ssym::s_locals)) field_chain(2, "locals", l);
+      if (uint32_t sel = img_.u24(s + ssym::s_select)) select_record(2, sel);
     }
   }
 
@@ -569,6 +638,45 @@ class Printer {
         accept_desc(indent + 1, d, length);
         break;
       }
+      case Op::select:
+        line(indent, head);
+        select_op(indent + 1, op);
+        break;
+      case Op::select_field_ref: {
+        const uint32_t sub = img_.u24(op + selref::sref_subscript);
+        line(indent, head + " entry " + entry_name(img_.u24(op + selref::sref_entry)) + " format " +
+                         hex16(img_.u16(op + selref::sref_format)) + " subscript " + operand(sub));
+        if (sub & kOperandList) op_list(indent + 1, sub & ~kOperandList);
+        break;
+      }
+      case Op::aggregate: {
+        const uint32_t a = img_.u24(op + aggop::ag_record);
+        std::string what = "none";
+        if (a != 0) {
+          img_.check_record(a, aggrec::size, "aggregate entry");
+          what = hex24(a) + " " + number(img_.u16(a + aggrec::ae_number)) + " " + verb_name(img_.u32(a + aggrec::ae_verb));
+        }
+        line(indent, head + " aggregate " + what);
+        break;
+      }
+      case Op::re_select:
+        line(indent, head);
+        break;
+      case Op::check_box: {
+        const uint32_t d = img_.u24(op + checkboxop::cbo_desc);
+        line(indent, head + " descriptor " + hex24(d));
+        if (d != 0) record(indent + 1, "chkdesc", d);
+        break;
+      }
+      case Op::radio_button:
+        radio_button(indent, op, head);
+        break;
+      case Op::display_bitmap:
+        line(indent, head + " at " + position_text(img_.u24(op + bitmapop::bm_first)) + " to " +
+                         position_text(img_.u24(op + bitmapop::bm_second)) + " flags " +
+                         flag_words(img_.u16(op + bitmapop::bm_flags), kBitmapFlags));
+        op_list_member(indent + 1, "name", img_.u24(op + bitmapop::bm_name));
+        break;
       case Op::statement_marker: {
         uint32_t v = img_.u24(op + marker::mk_verb);
         std::string verb = "none";
@@ -607,12 +715,16 @@ class Printer {
     if (b == 0) return;
     line(indent, "record I/O block " + hex24(b));
     members(indent + 1, symbol_rows::kRecords, symbol_rows::kMembers, "accesskey", b);
+    key_values(indent + 1, img_.u24(b + accesskey::a_values));
+  }
+
+  void key_values(int indent, uint32_t head) {
     Walk walk("key value list");
     int n = 0;
-    for (uint32_t e = img_.u24(b + accesskey::a_values); e != 0; e = img_.u24(e + exprlist::el_next)) {
+    for (uint32_t e = head; e != 0; e = img_.u24(e + exprlist::el_next)) {
       walk.visit(e);
       img_.check_record(e, exprlist::size, "key value");
-      op_list_member(indent + 1, "key value " + number(++n), img_.u24(e + exprlist::el_list));
+      op_list_member(indent, "key value " + number(++n), img_.u24(e + exprlist::el_list));
     }
   }
 
@@ -678,7 +790,7 @@ class Printer {
     if (d == 0) return;
     img_.check_record(d, length, "accept_desc");
     for_each_member(statement_rows::kMembers, "adesc", [&](const MemberRow& m) {
-      if (m.offset + m.width <= length) member(indent, m, d + m.offset);
+      if (m.offset + m.width <= length && !accept_member(indent, m, d + m.offset)) member(indent, m, d + m.offset);
     });
     raw(indent, d, length);
   }
@@ -686,6 +798,360 @@ class Printer {
   void confirm_block(int indent, uint32_t b) {
     members(indent, statement_rows::kRecords, statement_rows::kMembers, "confirm", b);
     raw(indent, b, confirm::size);
+  }
+
+  // A record of statements/records.def, member by member, with its bytes under it (-r).
+  void record(int indent, std::string_view name, uint32_t rec, const Special& special = {}) {
+    members(indent, statement_rows::kRecords, statement_rows::kMembers, name, rec, special);
+    for (const RecordRow& r : statement_rows::kRecords)
+      if (r.record == name) raw(indent, rec, r.size);
+  }
+
+  // --- screen input: ACCEPT lists, CHECK-BOX, RADIO-BUTTON -------------------------------------
+
+  // The members of an accept_desc that link to lists: decoded in place of the link.
+  bool accept_member(int indent, const MemberRow& m, uint32_t at) {
+    const uint32_t v = img_.u24(at);
+    const std::string name(m.name);
+    if (name == "ad_allowed" || name == "ad_disallowed") {
+      value_list(indent, name == "ad_allowed" ? "allowed" : "disallowed", v);
+    } else if (name == "ad_on_keys") {
+      on_keys(indent, v);
+    } else if (name == "ad_lookup") {
+      if (v != 0) lookup_record(indent, v);
+    } else {
+      return false;
+    }
+    return true;
+  }
+
+  // ALLOWED or DISALLOWED: one line per node, "allowed 1 to 5 title "low"". A value that is
+  // more than one literal is shown as its op list under the line.
+  void value_list(int indent, const std::string& label, uint32_t head) {
+    Walk walk(label + " value list");
+    for (uint32_t n = head; n != 0; n = img_.u24(n + valnode::vn_next)) {
+      walk.visit(n);
+      img_.check_record(n, valnode::size, "value-list node");
+      std::string text = label;
+      std::vector<std::pair<std::string, uint32_t>> nested;
+      auto part = [&](const char* word, uint32_t list) {
+        if (list == 0) return;
+        if (simple_value(list)) {
+          text += std::string(word) + operand_text(list);
+        } else {
+          text += std::string(word) + "list " + hex24(list);
+          nested.emplace_back(word + 1, list);
+        }
+      };
+      part(" ", img_.u24(n + valnode::vn_value));
+      part(" to ", img_.u24(n + valnode::vn_upper));
+      part(" title ", img_.u24(n + valnode::vn_title));
+      line(indent, text);
+      raw(indent + 1, n, valnode::size);
+      for (const auto& [word, list] : nested) op_list_member(indent + 1, word, list);
+    }
+  }
+
+  void on_keys(int indent, uint32_t head) {
+    Walk walk("ON-key list");
+    for (uint32_t n = head; n != 0; n = img_.u24(n + onkey::ok_next)) {
+      walk.visit(n);
+      img_.check_record(n, onkey::size, "ON-key node");
+      const int32_t code = img_.s16(n + onkey::ok_key);
+      std::string key = "key " + number(code);
+      for (const KeyName& k : kKeyNames)
+        if (k.code == code) key = k.name;
+      op_list_member(indent, "on " + key, img_.u24(n + onkey::ok_block));
+      raw(indent + 1, n, onkey::size);
+    }
+  }
+
+  // The LOOKUP record: an access key block whose own list is the LOOKUP key field.
+  void lookup_record(int indent, uint32_t b) {
+    img_.check_record(b, accesskey::size, "LOOKUP record");
+    std::string key_field = "none";
+    if (uint32_t k = img_.u24(b + accesskey::a_list); k != 0) {
+      img_.check_record(k, lookupkey::size, "LOOKUP key field");
+      key_field = field_name(img_.u24(k + lookupkey::lk_field));
+    }
+    line(indent, "lookup " + object_name(img_.u24(b + accesskey::a_object)) + " key " +
+                     number(img_.u8(b + accesskey::a_index)) + " key field " + key_field);
+    raw(indent + 1, b, accesskey::size);
+    key_values(indent + 1, img_.u24(b + accesskey::a_values));
+  }
+
+  // Every op of a RADIO-BUTTON shows its value record; the descriptor they share is shown with
+  // the first.
+  void radio_button(int indent, uint32_t op, const std::string& head) {
+    const uint32_t v = img_.u24(op + radioop::rbo_value), d = img_.u24(op + radioop::rbo_desc);
+    line(indent, head + " value " + hex24(v) + " descriptor " + hex24(d));
+    if (v != 0) record(indent + 1, "radval", v);
+    if (d == 0) return;
+    if (!shown_records_.insert(d).second) return line(indent + 1, "descriptor " + hex24(d) + " shown above");
+    line(indent + 1, "radio-button descriptor " + hex24(d));
+    record(indent + 2, "raddesc", d);
+  }
+
+  std::string position_text(uint32_t p) {
+    if (p == 0) return "none";
+    img_.check_record(p, position::size, "position record");
+    return operand(img_.u24(p + position::ps_row)) + "," + operand(img_.u24(p + position::ps_column));
+  }
+
+  // --- values --------------------------------------------------------------------------------
+
+  // An op that checks as a whole op record.
+  Op checked_op(uint32_t op, const std::string& what) {
+    img_.check_record(op, kOpOperands, what);
+    const Op code{img_.u8(op + kOpcodeByte)};
+    img_.check_record(op, op_size(code, img_.debug_ops()), what);
+    return code;
+  }
+
+  // An op list of a single literal or field op, shown as its value.
+  bool simple_value(uint32_t head) {
+    const Op code = checked_op(head, "value op");
+    if (img_.u24(head + kOpLink) != 0) return false;
+    return code == Op::literal || code == Op::date_literal || code == Op::text_item ||
+           code == Op::select_field_ref || code == Op::field_ref;
+  }
+
+  // One operand op as the program would write it: a literal by its value, a field by its name.
+  std::string operand_text(uint32_t op) {
+    if (op == 0) return "none";
+    switch (checked_op(op, "value op")) {
+      case Op::literal:
+      case Op::date_literal:
+        return literal_text(op);
+      case Op::text_item: {
+        const uint32_t item = img_.u16(op + textitem::ti_item);
+        if (item == 0 || item >= text_count_) return "text item " + number(item);
+        return quoted(img_.text(img_.u24(h_text_ + item * textent::size + textent::te_text), "text item"));
+      }
+      case Op::select_field_ref: {
+        const uint32_t e = img_.u24(op + selref::sref_entry);
+        img_.check_record(e, selfield::size, "select field entry");
+        return bare_field_name(img_.u24(e + selfield::sf_field));
+      }
+      case Op::field_ref:
+        return bare_field_name(img_.u24(op + fieldref::fr_field));
+      default:
+        return std::string(op_name(Op{img_.u8(op + kOpcodeByte)})) + " op " + hex24(op);
+    }
+  }
+
+  std::string literal_text(uint32_t op) {
+    const uint32_t value = img_.u24(op + literal::lit_value);
+    const auto format = static_cast<uint16_t>(img_.u16(op + literal::lit_format));
+    if (value == 0) return "none";
+    if (!conv::fmt_numeric(format)) {
+      img_.check_record(value, format, "literal text");
+      return quoted(std::string(reinterpret_cast<const char*>(img_.bytes() + value), format));
+    }
+    img_.check_record(value, conv::format_size(format), "literal value");
+    char buf[512];
+    std::snprintf(buf, sizeof buf, "%.*f", conv::fmt_decimals(format), conv::to_double(img_.bytes() + value, format));
+    return buf;
+  }
+
+  std::string bare_field_name(uint32_t f) {
+    if (f == 0) return "none";
+    img_.check_record(f, fsym::size, "field");
+    return img_.text(img_.u24(f + fsym::f_name), "field name");
+  }
+
+  // --- SELECT ----------------------------------------------------------------------------------
+
+  void select_op(int indent, uint32_t op) {
+    select_record(indent, img_.u24(op + selectop::so_record));
+    breaks(indent, "before", img_.u24(op + selectop::so_before));
+    if (uint32_t detail = img_.u24(op + selectop::so_detail)) op_list_member(indent, "detail", detail);
+    breaks(indent, "after", img_.u24(op + selectop::so_after));
+  }
+
+  // A select record with its lists; the members of a UNION nested under the record they follow.
+  void select_record(int indent, uint32_t rec) {
+    if (rec == 0) return line(indent, "select record none");
+    img_.check_record(rec, selrec::size, "select record");
+    std::string head = "select record " + hex24(rec);
+    if (uint32_t screen = img_.u24(rec + selrec::sr_screen)) head += " for " + quoted(img_.text(screen, "screen name"));
+    if (!shown_records_.insert(rec).second) return line(indent, head + " (shown above)");
+    if (depth_ >= kMaxDepth) throw Damaged{"select records nested more than " + number(kMaxDepth) + " deep"};
+    ++depth_;
+    line(indent, head);
+    record(indent + 1, "selrec", rec, [this](int in, const MemberRow& m, uint32_t at) { return select_member(in, m, at); });
+    --depth_;
+  }
+
+  bool select_member(int indent, const MemberRow& m, uint32_t at) {
+    const uint32_t v = img_.u24(at);
+    const std::string name(m.name);
+    if (name == "sr_from") {
+      from_entries(indent, v);
+    } else if (name == "sr_fields") {
+      select_fields(indent, v);
+    } else if (name == "sr_order" || name == "sr_group") {
+      line(indent, name + (v == 0 ? " none" : " " + order_text(v, name == "sr_order")));
+    } else if (name == "sr_aggregates") {
+      aggregates(indent, v);
+    } else if (name == "sr_union_next" && v != 0) {
+      line(indent, name + ":");
+      select_record(indent + 1, v);
+    } else {
+      return false;
+    }
+    return true;
+  }
+
+  // "from 1 "cust" flags ..." and its columns, a selected one marked "(selected)".
+  void from_entries(int indent, uint32_t head) {
+    Walk walk("FROM list");
+    for (uint32_t f = head; f != 0; f = img_.u24(f + fromrec::fe_next)) {
+      walk.visit(f);
+      img_.check_record(f, fromrec::size, "FROM entry");
+      line(indent, "from " + number(img_.u16(f + fromrec::fe_number)) + " " + object_name(img_.u24(f + fromrec::fe_object)) +
+                       " flags " + flag_words(img_.u16(f + fromrec::fe_flags), kFromFlags) + " index " +
+                       number(img_.u8(f + fromrec::fe_index)) + " level " + number(img_.u16(f + fromrec::fe_level)) +
+                       " joined to " + number(img_.u16(f + fromrec::fe_joined_to)));
+      raw(indent + 1, f, fromrec::size);
+      std::string columns;
+      Walk cw("column list");
+      for (uint32_t c = img_.u24(f + fromrec::fe_columns); c != 0; c = img_.u24(c + column::cn_next)) {
+        cw.visit(c);
+        img_.check_record(c, column::size, "column node");
+        columns += " " + field_name(img_.u24(c + column::cn_field));
+        if (img_.u16(c + column::cn_flags) & column::selected) columns += "(selected)";
+      }
+      if (!columns.empty()) line(indent + 1, "columns" + columns);
+    }
+  }
+
+  // "3 "cno"": a select field entry by its number and field name.
+  std::string entry_name(uint32_t e) {
+    if (e == 0) return "none";
+    img_.check_record(e, selfield::size, "select field entry");
+    return number(img_.u16(e + selfield::sf_number)) + " " + field_name(img_.u24(e + selfield::sf_field));
+  }
+
+  void select_fields(int indent, uint32_t head) {
+    Walk walk("select field list");
+    for (uint32_t e = head; e != 0; e = img_.u24(e + selfield::sf_next)) {
+      walk.visit(e);
+      img_.check_record(e, selfield::size, "select field entry");
+      std::string from = "none";
+      if (uint32_t f = img_.u24(e + selfield::sf_from)) {
+        img_.check_record(f, fromrec::size, "FROM entry");
+        from = number(img_.u16(f + fromrec::fe_number));
+      }
+      line(indent, "entry " + entry_name(e) + " from " + from + " flags " +
+                       flag_words(img_.u16(e + selfield::sf_flags), kEntryFlags));
+      raw(indent + 1, e, selfield::size);
+      if (std::string ring = ring_text(e); !ring.empty()) line(indent + 1, "ring:" + ring);
+      if (uint32_t r = img_.u24(e + selfield::sf_ranges)) line(indent + 1, "ranges: " + ranges_text(e, r));
+      if (uint32_t o = img_.u24(e + selfield::sf_host_object)) line(indent + 1, "host object " + object_name(o));
+      if (uint32_t x = img_.u24(e + selfield::sf_expression)) op_list_member(indent + 1, "expression", x);
+    }
+  }
+
+  // The other members of an entry's join ring, in ring order.
+  std::string ring_text(uint32_t entry) {
+    std::string out;
+    Walk walk("join ring");
+    for (uint32_t e = img_.u24(entry + selfield::sf_ring); e != entry && e != 0; e = img_.u24(e + selfield::sf_ring)) {
+      walk.visit(e);
+      out += " " + entry_name(e);
+    }
+    return out;
+  }
+
+  // "a >= 5 AND a <= 5 OR a > 10": bounds joined by AND, ranges by OR.
+  std::string ranges_text(uint32_t entry, uint32_t head) {
+    const std::string name = bare_field_name(img_.u24(entry + selfield::sf_field));
+    std::string out;
+    Walk walk("range list");
+    for (uint32_t r = head; r != 0; r = img_.u24(r + rangerec::rg_next)) {
+      walk.visit(r);
+      img_.check_record(r, rangerec::size, "range record");
+      std::string bounds;
+      Walk bw("bound list");
+      for (uint32_t b = img_.u24(r + rangerec::rg_bounds); b != 0; b = img_.u24(b + boundrec::bd_next)) {
+        bw.visit(b);
+        img_.check_record(b, boundrec::size, "bound record");
+        bounds += (bounds.empty() ? "" : " AND ") + name + " " + relation(img_.u16(b + boundrec::bd_code)) + " " +
+                  operand_text(img_.u24(b + boundrec::bd_value));
+      }
+      out += (out.empty() ? "" : " OR ") + (bounds.empty() ? std::string("(no bounds)") : bounds);
+    }
+    return out;
+  }
+
+  static std::string relation(uint32_t code) {
+    if (code & 0x0004) return "LIKE";
+    static constexpr const char* kRelations[] = {"?", "=", ">", ">=", "<", "<=", "!=", "?"};
+    return kRelations[(code >> 12) & 7];
+  }
+
+  // ORDER BY, GROUP BY and break fields: "1 "cno" desc, 2 "region"".
+  std::string order_text(uint32_t head, bool show_desc) {
+    std::string out;
+    Walk walk("order list");
+    for (uint32_t n = head; n != 0; n = img_.u24(n + ordernode::on_next)) {
+      walk.visit(n);
+      img_.check_record(n, ordernode::size, "order node");
+      const uint32_t e = img_.u24(n + ordernode::on_entry);
+      out += (out.empty() ? "" : ", ") + entry_name(e);
+      if (show_desc && e != 0 && (img_.u16(e + selfield::sf_flags) & selfield::descending)) out += " desc";
+    }
+    return out;
+  }
+
+  void aggregates(int indent, uint32_t head) {
+    Walk walk("aggregate list");
+    for (uint32_t a = head; a != 0; a = img_.u24(a + aggrec::ae_next)) {
+      walk.visit(a);
+      img_.check_record(a, aggrec::size, "aggregate entry");
+      const bool whole = img_.u24(a + aggrec::ae_break_next) == aggrec::kWholeSelect;
+      line(indent, "aggregate " + number(img_.u16(a + aggrec::ae_number)) + " " + verb_name(img_.u32(a + aggrec::ae_verb)) +
+                       " type " + hex16(img_.u16(a + aggrec::ae_type)) + " flags " + hex16(img_.u16(a + aggrec::ae_flags)) +
+                       (whole ? " over the whole select" : ""));
+      raw(indent + 1, a, aggrec::size);
+      op_list_member(indent + 1, "argument", img_.u24(a + aggrec::ae_argument));
+    }
+  }
+
+  // BEFORE and AFTER breaks of a SELECT statement, with their fields, aggregates and blocks.
+  void breaks(int indent, const std::string& label, uint32_t head) {
+    Walk walk(label + " break list");
+    for (uint32_t b = head; b != 0; b = img_.u24(b + breakrec::br_next)) {
+      walk.visit(b);
+      img_.check_record(b, breakrec::size, "control-break record");
+      std::string text = label + " " + order_text(img_.u24(b + breakrec::br_fields), false);
+      std::string numbers;
+      Walk aw(label + " break aggregates");
+      for (uint32_t a = img_.u24(b + breakrec::br_aggregates); a != 0 && a != aggrec::kWholeSelect;
+           a = img_.u24(a + aggrec::ae_break_next)) {
+        aw.visit(a);
+        img_.check_record(a, aggrec::size, "aggregate entry");
+        numbers += " " + number(img_.u16(a + aggrec::ae_number));
+      }
+      if (!numbers.empty()) text += " aggregates" + numbers;
+      line(indent, text);
+      raw(indent + 1, b, breakrec::size);
+      op_list_member(indent + 1, "block", img_.u24(b + breakrec::br_block));
+    }
+  }
+
+  // The header's list of screen selects, latest first; most are shown with their screens.
+  void screen_selects() {
+    const uint32_t head = img_.h24(hdr::h_select_list);
+    if (head == 0) return;
+    line(0, "screen selects");
+    Walk walk("screen select list");
+    for (uint32_t r = head; r != 0; r = img_.u24(r + selrec::sr_screen_next)) {
+      walk.visit(r);
+      img_.check_record(r, selrec::size, "select record");
+      select_record(1, r);
+    }
   }
 
   // --- fields and objects --------------------------------------------------------------------
@@ -779,7 +1245,7 @@ class Printer {
   // Lists whose records this dump does not decode yet: their heads only.
   void other_lists() {
     if (uint32_t r = img_.h24(hdr::h_report_list)) line(0, "report list at " + hex24(r));
-    if (uint32_t s = img_.h24(hdr::h_select_list)) line(0, "select list at " + hex24(s));
+    screen_selects();
     if (uint32_t e = img_.h24(hdr::h_export_list)) line(0, "export list at " + hex24(e));
   }
 
@@ -795,6 +1261,7 @@ class Printer {
   uint32_t h_text_ = 0;
   int depth_ = 0;
   std::unordered_set<uint32_t> shown_ops_;
+  std::unordered_set<uint32_t> shown_records_;  // select records and radio-button descriptors
 };
 
 }  // namespace
