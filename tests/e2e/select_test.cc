@@ -266,4 +266,21 @@ TEST(Select, DataGridDisplaysBecomeAccepts) {
   EXPECT_EQ(t.u24(d + adesc::ad_column), 1u);
 }
 
+// The aggregates of the statements in an AFTER block belong to that break.
+TEST(Select, AggregatesOfAnAfterBlock) {
+  const tavtest::Compiled r = run(
+      " select cno amount from ord order by cno\n after cno\n  set hx = count(amount)\n"
+      "  if sum(amount) > 1\n   pause\n  end-if\n detail\n  pause\n end-select\n");
+  ASSERT_EQ(r.result.status, 0) << r.result.out;
+  const Op6& t = r.image;
+  const uint32_t op = t.detail();
+  const uint32_t after = t.u24(op + selectop::so_after);
+  ASSERT_NE(after, 0u);
+  int in_break = 0;
+  for (uint32_t a = t.u24(after + breakrec::br_aggregates); a != 0 && in_break < 10; a = t.u24(a + aggrec::ae_break_next))
+    ++in_break;
+  EXPECT_EQ(in_break, 2);
+  EXPECT_EQ(t.u16(t.u24(op + selectop::so_record) + selrec::sr_aggregate_count), 2u);
+}
+
 }  // namespace
