@@ -283,4 +283,32 @@ TEST(Select, AggregatesOfAnAfterBlock) {
   EXPECT_EQ(t.u16(t.u24(op + selectop::so_record) + selrec::sr_aggregate_count), 2u);
 }
 
+// The key optimiser's result as the -x 1 trace prints it, for conditions as a program writes them.
+TEST(Select, KeyRangesOfConditions) {
+  const struct {
+    const char* where;
+    const char* trace;  // "" when no range may be printed
+  } cases[] = {
+      {"cno = 5", "Range list : cno\n RANGE 1\n  >= 5\n  <= 5\n"},
+      {"cno > 3 and cno < 10", " RANGE 1\n  > 3\n  < 10\n"},
+      {"cno > 3 and cno > 7", " RANGE 1\n  > 7\nprog.spl, INFO"},
+      {"cno > 10 and cno < 5", ""},
+      {"cno = 3 or cno = 1", " RANGE 1\n  >= 1\n  <= 1\n RANGE 2\n  >= 3\n  <= 3\n"},
+      {"cno = 1 or amount = 2", ""},
+      {"5 < cno", " RANGE 1\n  > 5\n"},
+      {"amount >= 1.234", "  > 1.234\n"},
+      {"amount < 1.234", "  <= 1.234\n"},
+      {"cno != 5", ""},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    const std::string source = std::string(kObjects) + "procedure main\n" +
+                               loop(std::string("select cno amount from ord where ") + c.where) + "end\n";
+    const tavtest::Compiled r = tavtest::compile(dir, source, "prog.spl", {"-x", "1"});
+    ASSERT_EQ(r.result.status, 0) << c.where << r.result.out;
+    if (*c.trace == 0) EXPECT_EQ(r.result.out.find("RANGE"), std::string::npos) << c.where << r.result.out;
+    else EXPECT_NE(r.result.out.find(c.trace), std::string::npos) << c.where << r.result.out;
+  }
+}
+
 }  // namespace
