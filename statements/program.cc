@@ -9,6 +9,7 @@
 #include "codegen/header.h"
 #include "statements/block.h"
 #include "statements/handlers.h"
+#include "statements/libraries.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/records.h"
@@ -119,6 +120,8 @@ void check_sections(Parser& p) {
       }
     } else if (!referenced && !exported && !(kind & ssym::kind_api) && s != entry) {
       if (name != "library-init") p.diag.info_text(txt::routine_not_referenced, name);
+    } else if (!exported && ops.get16(s + ssym::s_routine) != 0) {
+      p.diag.warning_text(txt::library_override_not_exported, name);
     }
   }
 }
@@ -145,6 +148,7 @@ void compile_program(CompilerStores& c, FileContext& file) {
   if (p.in_section) end_section(p);
 
   if (p.diag.error_count() == 0) {
+    resolve_libraries(p);
     check_sections(p);
     object_post_processing(p);
     joined_field_data(p);
