@@ -12,6 +12,7 @@
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/records.h"
+#include "statements/reports.h"
 #include "statements/screen_output.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
@@ -146,6 +147,7 @@ void compile_program(CompilerStores& c, FileContext& file) {
 
   if (p.diag.error_count() == 0) {
     check_sections(p);
+    check_reports(p);
     object_post_processing(p);
     joined_field_data(p);
     assign_default_modes(p);
