@@ -88,8 +88,8 @@ ClauseStep report_title(Report& rp) {
 ClauseStep form_type(Report& rp) {
   Parser& p = rp.p;
   if (p.next() != verb("type")) {
-    p.push_back();
     p.diag.error(msg::syntax_error);
+    p.push_back();
     p.tok.skip_to_clause();
     return ClauseStep::next;
   }
@@ -119,8 +119,8 @@ ClauseStep report_section_name(Report& rp) {
   Parser& p = rp.p;
   p.take(verb("is"));
   if (p.next() != kClassName) {
-    p.push_back();
     p.diag.error(msg::syntax_error);
+    p.push_back();
     p.tok.skip_to_clause();
     return ClauseStep::next;
   }
@@ -174,8 +174,8 @@ ClauseStep report_default(Report& rp) {
   const uint32_t c = p.next();
   bool* given = c == verb("font") ? &rp.font : c == verb("pitch") ? &rp.pitch : c == verb("point") ? &rp.point : nullptr;
   if (given == nullptr) {
-    p.push_back();
     p.diag.error(msg::syntax_error);
+    p.push_back();
     p.tok.skip_to_clause();
     return ClauseStep::next;
   }
