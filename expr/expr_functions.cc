@@ -14,6 +14,7 @@
 #include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
+#include "symbols/reports.h"
 
 namespace tav {
 namespace expr {
@@ -65,23 +66,6 @@ const FunctionRow* find_function(uint32_t code) {
 
 bool is_aggregate(uint32_t code) {
   return std::find(std::begin(kAggregates), std::end(kAggregates), code) != std::end(kAggregates);
-}
-
-uint32_t report_by_name(ParserCore& p, std::string_view name) {
-  OpSpace& ops = p.ops;
-  for (uint32_t r = ops.get24(hdr::h_report_list); r != 0; r = ops.get24(r + report::r_next)) {
-    uint32_t n = ops.get24(r + report::r_name);
-    if (n != 0 && SymbolTable::compare_names(ops.text_at(n), name) == 0) return r;
-  }
-  uint32_t count = ops.next_count(hdr::h_report_count, "reports");
-  uint32_t text = ops.store_text(name);
-  uint32_t r = ops.alloc(report::size);
-  ops.put16(r + report::r_number, count);
-  ops.put24(r + report::r_name, text);
-  ops.put24(r + report::r_next, ops.get24(hdr::h_report_list));
-  ops.put16(r + report::r_flags, report::flag_referenced);
-  ops.put24(hdr::h_report_list, r);
-  return r;
 }
 
 namespace {
@@ -225,7 +209,7 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
     ops.put24(op + nameop::na_value, value);
     *ops.at(op + nameop::na_type) = kNameTypeWord;
   } else if (kind == kParamReport) {
-    ops.put32(value, report_by_name(p_, name));
+    ops.put32(value, find_or_create_report(p_.ops, name));
     uint32_t op = p_.ob.emit(Op::literal);
     ops.put24(op + literal::lit_value, value);
     ops.put16(op + literal::lit_format, conv::kFmtTime);

@@ -248,8 +248,5 @@ uint32_t operand_value(ParserCore& p, uint32_t head, int32_t maximum, bool& lite
 // The single numeric literal a list consists of, if it does.
 bool single_literal(ParserCore& p, uint32_t head, double& value, uint16_t& format);
 
-// The report record of a name, created (marked referenced but not defined) when there is none.
-uint32_t report_by_name(ParserCore& p, std::string_view name);
-
 }  // namespace expr
 }  // namespace tav

@@ -17,6 +17,7 @@
 #include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
+#include "symbols/reports.h"
 
 namespace tav {
 
@@ -242,7 +243,7 @@ bool read_report(ParserCore& p, uint32_t op) {
       p.fail(msg::report_name_not_defined);
       return false;
     }
-    ops.put24(op + setvar::sv_report, report_by_name(p, p.text()));
+    ops.put24(op + setvar::sv_report, find_or_create_report(p.ops, p.text()));
   } else {
     p.push_back();
   }

@@ -16,6 +16,7 @@
 #include "symbols/dictionary.h"
 #include "symbols/picture.h"
 #include "symbols/records.h"
+#include "symbols/reports.h"
 
 namespace tav {
 
@@ -30,6 +31,7 @@ struct Item {
   ExprType type;
   uint32_t field = 0;  // the value's field when the value is one field reference
   bool positioned = false;
+  bool column_given = false;  // PRINT: COL or IN COL
   bool no_title = false;
   bool foreground = false;
 };
@@ -91,24 +93,106 @@ ClauseStep flag(Item& i) {
   return ClauseStep::next;
 }
 
-// A clause of the reports work, which PRINT reads.
-ClauseStep print_clause(Item& i) {
-  i.p.diag.error_text(txt::clause_not_built, Context::current_token());
-  i.p.tok.skip_to_clause();
+// --- the clauses of PRINT alone ---------------------------------------------------------------
+
+constexpr uint32_t kMaxPrintRow = 999, kMaxPrintColumn = 255, kMaxColumn = 300, kMaxFont = 15;
+
+bool immediate(uint32_t operand) { return (operand & kOperandList) == 0; }
+
+// @ r,c on a page: the row up to 999, the column 1 to 255; a literal 0 is no place on it.
+ClauseStep print_position(Item& i) {
+  Parser& p = i.p;
+  if (i.column_given) p.diag.error(msg::duplicate_incompatible_clause);
+  i.positioned = true;
+  compile_operand(p, i.d + ditem::di_row, kMaxPrintRow);
+  if (p.ops.get24(i.d + ditem::di_row) == 0) p.diag.error(msg::row_column_invalid_out_range);
+  if (!expression_follows(p)) {
+    p.diag.error(msg::row_column_coordinates_expected);
+    return ClauseStep::next;
+  }
+  Operand c = compile_operand(p, i.d + ditem::di_column, 0);
+  const uint32_t column = p.ops.get24(i.d + ditem::di_column);
+  if (c.literal && immediate(column) && (column == 0 || column > kMaxPrintColumn))
+    p.diag.error(msg::row_column_invalid_out_range);
   return ClauseStep::next;
 }
 
 ClauseStep position(Item& i) {
-  if (is_print(i)) return print_clause(i);
+  if (is_print(i)) return print_position(i);
   i.positioned = true;
   if (read_coordinates(i.p, i.d + ditem::di_row, true)) check_review_area(i.p, i.d + ditem::di_row, false);
   return ClauseStep::next;
 }
 
-// COL, COLUMN: a PRINT column; no DISPLAY clause.
+// COL, COLUMN n: a PRINT column, 1 to 300; no DISPLAY clause.
 ClauseStep column(Item& i) {
-  if (is_print(i)) return print_clause(i);
-  return skip_invalid_clause(i.p);
+  Parser& p = i.p;
+  if (!is_print(i)) return skip_invalid_clause(p);
+  if (i.positioned || i.column_given) p.diag.error(msg::duplicate_incompatible_clause);
+  i.column_given = true;
+  Operand c = compile_operand(p, i.d + ditem::di_column, kMaxColumn);
+  if (c.literal && p.ops.get24(i.d + ditem::di_column) == 0) p.diag.error(msg::numeric_value_invalid_out_range);
+  return ClauseStep::next;
+}
+
+// IN COL n: the same as COL n.
+ClauseStep in_column(Item& i) {
+  Parser& p = i.p;
+  if (is_print(i) && p.next() == verb("column")) return column(i);
+  if (is_print(i)) p.push_back();
+  p.diag.error(msg::syntax_error);
+  p.tok.skip_to_clause();
+  return ClauseStep::next;
+}
+
+// FONT [IS] n: a numeric literal 1 to 15.
+ClauseStep font(Item& i) {
+  Parser& p = i.p;
+  p.take(verb("is"));
+  if (p.next() != kClassNumeric) {
+    p.diag.error(msg::numeric_literal_expected);
+    p.tok.skip_to_clause();
+    return ClauseStep::next;
+  }
+  const double v = p.tok.value();
+  if (v < 1 || v > kMaxFont || v != static_cast<uint32_t>(v)) {
+    p.diag.error(msg::numeric_value_invalid_out_range);
+    return ClauseStep::next;
+  }
+  p.ops.at(i.d + ditem::di_font)[0] = static_cast<uint8_t>(v);
+  return ClauseStep::next;
+}
+
+// SECTION text: the report section of every item of the statement.
+ClauseStep section(Item& i) {
+  PrintRun& run = i.run.print;
+  if (run.section_given) i.p.diag.error(msg::duplicate_incompatible_clause);
+  run.section_given = true;
+  alpha_list(i.p, i.d + ditem::di_section, 0);
+  run.section = i.p.ops.get24(i.d + ditem::di_section);
+  i.p.ops.put24(i.d + ditem::di_section, 0);  // set on every item when the statement ends
+  return ClauseStep::next;
+}
+
+// ON name: the report every item of the statement goes to.
+ClauseStep on_report(Item& i) {
+  Parser& p = i.p;
+  PrintRun& run = i.run.print;
+  if (run.on_given) p.diag.error(msg::duplicate_incompatible_clause);
+  run.on_given = true;
+  if (p.next() != kClassName) {
+    p.diag.error(msg::report_name_not_defined);
+    p.push_back();
+    p.tok.skip_to_clause();
+    return ClauseStep::next;
+  }
+  run.report = find_or_create_report(p.ops, p.text());
+  return ClauseStep::next;
+}
+
+ClauseStep no_new_line(Item& i) {
+  i.run.print.no_new_line = true;
+  return ClauseStep::next;
 }
 
 // PICTURE or PIC p, read as one raw word.
@@ -186,8 +270,13 @@ ClauseStep not_implemented(Item& i) {
   return ClauseStep::next;
 }
 
-// A clause keyword no row opens is a syntax error; any other word starts the next item.
+// A clause keyword no row opens is a syntax error; any other word starts the next item. NO
+// NEW-LINE is the two-word form of NO-NEW-LINE.
 ClauseStep other_word(Item& i) {
+  if (is_print(i) && i.p.cls() == verb("no")) {
+    if (i.p.next() == verb("new_line")) return no_new_line(i);
+    i.p.push_back();
+  }
   if (i.p.cls() & kClauseWord) {
     i.p.diag.error(msg::syntax_error);
     i.p.tok.skip_to_clause();
@@ -207,6 +296,7 @@ constexpr uint32_t kPrompt = verb("prompt"), kData = verb("data"), kSunken = ver
 constexpr ClauseRow<Item> kItemClauses[] = {
     {verb("@"), Given::once, {}, position},
     {verb("column"), Given::once, {}, column},
+    {verb("in"), Given::once, {}, in_column},
     {verb("picture"), Given::once, {kBlank, kBlankDecimals}, picture},
     {verb("blank_when_zero"), Given::once, {kPicture, kBlankDecimals}, blank},
     {verb("blank_decimals_when_zero"), Given::once, {kPicture, kBlank}, blank},
@@ -237,10 +327,10 @@ constexpr ClauseRow<Item> kItemClauses[] = {
     {verb("dim"), Given::repeatable, {}, flag<item::dim>},
     {verb("fixed_width_font"), Given::repeatable, {}, flag<item::fixed_font>},
     {verb("bell"), Given::repeatable, {}, flag<item::bell>},
-    {verb("font"), Given::repeatable, {}, print_clause, print_only},
-    {verb("section"), Given::repeatable, {}, print_clause, print_only},
-    {verb("on"), Given::repeatable, {}, print_clause, print_only},
-    {verb("no_new_line"), Given::repeatable, {}, print_clause, print_only},
+    {verb("font"), Given::once, {}, font, print_only},
+    {verb("section"), Given::repeatable, {}, section, print_only},
+    {verb("on"), Given::repeatable, {}, on_report, print_only},
+    {verb("no_new_line"), Given::repeatable, {}, no_new_line, print_only},
     {verb("point"), Given::repeatable, {}, not_implemented, print_only},
     {verb("pitch"), Given::repeatable, {}, not_implemented, print_only},
 };
@@ -263,6 +353,21 @@ void display_context(Item& i) {
   }
 }
 
+// The part of the page a PRINT item covers: the running column moves to the item's literal
+// column and past its width; the row counts when it is a literal.
+void print_extent(Item& i) {
+  OpSpace& ops = i.p.ops;
+  PrintRun& run = i.run.print;
+  const uint32_t column = ops.get24(i.d + ditem::di_column);
+  if (column != 0 && immediate(column)) run.column = column;
+  run.column += ops.at(i.d + ditem::di_width)[0];
+  run.widest_column = std::max(run.widest_column, run.column);
+  const uint32_t row = ops.get24(i.d + ditem::di_row);
+  if (row == 0 && !i.positioned) return;
+  run.row_given = true;
+  run.lowest_row = std::max(run.lowest_row, immediate(row) ? row : 1u);
+}
+
 uint32_t item_length(const Item& i) {
   if (is_print(i)) return kPrintItem;
   return (flags(i) & item::long_form) ? kLongItem : kShortItem;
@@ -272,9 +377,11 @@ uint32_t item_length(const Item& i) {
 
 ReadItem read_item(Parser& p, ItemRun& run) {
   Item i{p, run, p.ops.alloc(ditem::size), {}};
+  if (is_print(i)) set_flags(i, item::long_form);  // a PRINT item is always whole
   if (!read_value(i)) return {};
   read_clauses(p, kItemClauses, i, other_word);
   if (is_display(i)) display_context(i);
+  else print_extent(i);
   ++run.items;
   uint32_t length = item_length(i);
   return {p.ops.copy_in(p.ops.at(i.d), length), length};

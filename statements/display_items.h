@@ -23,10 +23,25 @@ inline constexpr uint32_t kShortItem = 18, kLongItem = 38, kPrintItem = 48;
 
 enum class ItemStatement { display, print };
 
+// What the items of one PRINT share: the clauses that hold for the whole statement, and the
+// part of the page its items cover.
+struct PrintRun {
+  uint32_t report = 0;         // ON name: the report record
+  uint32_t section = 0;        // SECTION: the op list of the section's text
+  bool on_given = false;
+  bool section_given = false;
+  bool no_new_line = false;
+  bool row_given = false;      // some item was placed with @
+  uint32_t lowest_row = 0;     // the largest literal row (1 when only expression rows were given)
+  uint32_t column = 1;         // the running column: past the last item
+  uint32_t widest_column = 1;  // the furthest the running column went
+};
+
 // What the items of one statement share.
 struct ItemRun {
   ItemStatement kind;
   int items = 0;  // items read so far
+  PrintRun print{};
 };
 
 // One item read and stored.

@@ -13,6 +13,7 @@
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/records.h"
+#include "statements/reports.h"
 #include "statements/screen_output.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
@@ -150,6 +151,7 @@ void compile_program(CompilerStores& c, FileContext& file) {
   if (p.diag.error_count() == 0) {
     resolve_libraries(p);
     check_sections(p);
+    check_reports(p);
     object_post_processing(p);
     joined_field_data(p);
     assign_default_modes(p);

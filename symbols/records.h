@@ -190,8 +190,19 @@ namespace modelist {
 }  // namespace modelist
 
 // report record: made by the report definition or by the first reference to a report name.
+// Report record: one per report, in the list headed by h_report_list, newest first.
 namespace report {
-inline constexpr uint16_t flag_referenced = 0x2000;
+// r_flags
+inline constexpr uint16_t flag_no_xml = 0x0001;
+inline constexpr uint16_t flag_spool_only = 0x0002;
+inline constexpr uint16_t flag_full_xml = 0x0080;
+inline constexpr uint16_t flag_full_page = 0x0200;
+inline constexpr uint16_t flag_to_screen = 0x0400;
+inline constexpr uint16_t flag_file = 0x0800;
+inline constexpr uint16_t flag_direct = 0x1000;
+inline constexpr uint16_t flag_referenced = 0x2000;  // named by a reference, not defined yet
+// r_length, r_depth: a literal 0 given
+inline constexpr uint32_t no_limit = 0x007fff;
 }  // namespace report
 
 }  // namespace tav

@@ -44,6 +44,10 @@ TEST(Libraries, CallsResolveToExportedSections) {
   EXPECT_EQ(t.u24(helper + ssym::s_library), t.u24(hdr::h_library_list));
   EXPECT_EQ(t.u16(helper + ssym::s_routine), 1u);
   EXPECT_EQ(t.u16(hdr::h_library_count), 1u);
+  // tavdump shows the library's exports.
+  const tavtest::RunResult dump = tavtest::run({tavtest::program("tavdump"), dir / "mylib.op6"});
+  EXPECT_NE(dump.out.find("exports\n  export 1 "), std::string::npos) << dump.out;
+  EXPECT_NE(dump.out.find("\"helper\"\n"), std::string::npos) << dump.out;
 }
 
 TEST(Libraries, Messages) {

@@ -123,6 +123,15 @@ constexpr FlagName kAccessFlags[] = {
     {access::look_up, "look-up/extract"}, {0x8000, "full-key"},
 };
 
+constexpr FlagName kReportFlags[] = {
+    {report::flag_no_xml, "no-xml"},        {report::flag_spool_only, "spool-only"},
+    {report::flag_full_xml, "full-xml"},    {report::flag_full_page, "full-page"},
+    {report::flag_to_screen, "to-screen"},  {report::flag_file, "file"},
+    {report::flag_direct, "direct"},        {report::flag_referenced, "referenced"},
+};
+constexpr FlagName kReportSectionFlags[] = {{0x0001, "hidden"}, {0x0002, "can-hide"}, {0x0004, "style-class"}};
+constexpr FlagName kPageFlags[] = {{0x0001, "no-footer"}, {0x0002, "no-header"}};
+
 // SELECT: the select record, FROM entries, column nodes and select field entries.
 constexpr FlagName kSelectFlags[] = {
     {selrec::distinct, "distinct"},      {selrec::all_fields, "select-*"},
@@ -191,6 +200,7 @@ constexpr MemberFlags kMemberFlags[] = {
     {"m_flags", kModeFlags},   {"s_kind", kKindFlags},   {"s_flags", kSectionFlags},
     {"s_marks", kMarks},       {"c_flags", kConfirmFlags}, {"f_flags", kFieldFlags},
     {"o_attr", kObjectAttrs},  {"k_flags", kKeyFlags},   {"a_flags", kAccessFlags},
+    {"r_flags", kReportFlags}, {"rs_flags", kReportSectionFlags}, {"pg_flags", kPageFlags},
     {"sr_flags", kSelectFlags}, {"ad_options", kAcceptOptions}, {"ad_display", kAcceptDisplay},
     {"cb_flags", kChoiceFlags, "chkdesc"}, {"rd_flags", kChoiceFlags},
 };
@@ -207,6 +217,9 @@ constexpr RecordOp kRecordOps[] = {
     {Op::serial, "serialop"},    {Op::restore, "restoreop"},   {Op::initialise, "restoreop"},
     {Op::begin, "txop"},         {Op::commit, "txop"},         {Op::roll_back, "txop"},
     {Op::audit, "auditop"},      {Op::locking_method, "lockmethod"}, {Op::extract, "extractop"},
+    {Op::print_item, "printop"}, {Op::report_section, "rsectop"}, {Op::report, "reportop"},
+    {Op::page, "pageop"},        {Op::skip, "skipop"},         {Op::need, "skipop"},
+    {Op::report_finish, "finishop"},
 };
 
 std::string_view record_op_layout(Op op) {
@@ -276,6 +289,7 @@ class Printer {
     objects();
     versions();
     libraries();
+    reports();
     other_lists();
     data_image();
   }
@@ -420,6 +434,7 @@ class Printer {
     if (has_word(d, "field_sym")) return hex24(v) + " " + field_name(v);
     if (has_word(d, "mode_entry")) return hex24(v) + " " + mode_name(v);
     if (has_word(d, "allowed-mode list")) return mode_list(v, "allowed-mode list");
+    if (has_word(d, "report record")) return report_name(v);
     return hex24(v);
   }
 
@@ -709,6 +724,7 @@ class Printer {
     });
     if (layout == "recio") access_block(indent, img_.u24(op + recio::rio_block));
     if (layout == "extractop") extract_block(indent, img_.u24(op + extractop::xo_block));
+    report_op_records(indent, op, layout);
   }
 
   void access_block(int indent, uint32_t b) {
@@ -1242,11 +1258,68 @@ class Printer {
     }
   }
 
+  // --- reports -------------------------------------------------------------------------------
+
+  std::string report_name(uint32_t r) {
+    img_.check_record(r, report::size, "report record");
+    const uint32_t name = img_.u24(r + report::r_name);
+    return hex24(r) + " " + (name == 0 ? std::string("(no name)") : name_at(name, "report"));
+  }
+
+  bool is_report(uint32_t r) {
+    Walk walk("report list");
+    for (uint32_t e = img_.h24(hdr::h_report_list); e != 0; e = img_.u24(e + report::r_next)) {
+      walk.visit(e);
+      if (e == r) return true;
+    }
+    return false;
+  }
+
+  void reports() {
+    line(0, "reports");
+    Walk walk("report list");
+    for (uint32_t r = img_.h24(hdr::h_report_list); r != 0; r = img_.u24(r + report::r_next)) {
+      walk.visit(r);
+      line(1, "report " + report_name(r));
+      raw(2, r, report::size);
+      members(2, symbol_rows::kRecords, symbol_rows::kMembers, "report", r);
+    }
+  }
+
+  // The records a report op points to: the 48 bytes of a print item, a report section record.
+  void report_op_records(int indent, uint32_t op, std::string_view layout) {
+    if (layout == "printop") {
+      const uint32_t d = img_.u24(op + printop::po_item);
+      if (d == 0) return;
+      line(indent, "print item " + hex24(d));
+      members(indent + 1, statement_rows::kRecords, statement_rows::kMembers, "ditem", d);
+      raw(indent + 1, d, ditem::size);
+    } else if (layout == "rsectop") {
+      const uint32_t s = img_.u24(op + rsectop::rso_section);
+      if (s == 0 || is_report(s)) return;
+      line(indent, "report section " + hex24(s));
+      members(indent + 1, statement_rows::kRecords, statement_rows::kMembers, "rsection", s);
+      raw(indent + 1, s, rsection::size);
+    }
+  }
+
   // Lists whose records this dump does not decode yet: their heads only.
   void other_lists() {
-    if (uint32_t r = img_.h24(hdr::h_report_list)) line(0, "report list at " + hex24(r));
     screen_selects();
-    if (uint32_t e = img_.h24(hdr::h_export_list)) line(0, "export list at " + hex24(e));
+    exports();
+  }
+
+  // The EXPORT sections, newest first, each with its export number.
+  void exports() {
+    const uint32_t head = img_.h24(hdr::h_export_list);
+    if (head == 0) return;
+    line(0, "exports");
+    Walk walk("export list");
+    for (uint32_t e = head; e != 0; e = img_.u24(e + exportrec::er_next)) {
+      walk.visit(e);
+      img_.check_record(e, exportrec::size, "export record");
+      line(1, "export " + number(img_.u16(e + exportrec::er_number)) + " " + section_name(img_.u24(e + exportrec::er_section)));
+    }
   }
 
   void data_image() {
