@@ -2,13 +2,15 @@
 // builds. A compile may report any number of errors or abandon the file; it must not crash, leak
 // or touch memory it does not own. A clean compile must leave a table tavdump can list.
 //
-// The first byte chooses the options: bit 0 debug ops (-d).
+// The first byte chooses the options: bit 0 debug ops (-d). A custom mutator adds deep nesting
+// and long runs of lines now and then.
 #include <stdio.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <algorithm>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -18,6 +20,55 @@
 #include "statements/program.h"
 #include "symbols/compiler_stores.h"
 #include "tavdump.h"
+
+extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
+
+namespace {
+
+// Structural mutations the byte mutator seldom finds: a stretch of lines wrapped in many nested
+// constructs, one line repeated many times, an expression deep in parentheses. The first byte
+// (the options) is kept.
+std::string structural(std::string_view text, unsigned seed) {
+  std::vector<std::string_view> lines;
+  for (size_t at = 0; at <= text.size();) {
+    size_t nl = text.find('\n', at);
+    if (nl == std::string_view::npos) nl = text.size();
+    lines.push_back(text.substr(at, nl - at));
+    at = nl + 1;
+  }
+  const size_t from = seed % lines.size(), to = from + (seed >> 8) % (lines.size() - from);
+  const int depth = 1 + static_cast<int>((seed >> 16) % 400);
+  std::string out;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    if (i == from) {
+      switch (seed % 3) {
+        case 0:
+          for (int d = 0; d < depth; ++d) out += " if 1 = 1\n";
+          break;
+        case 1:
+          for (int d = 0; d < depth * 5; ++d) out.append(lines[i]).push_back('\n');
+          break;
+        default:
+          out += " set x = " + std::string(static_cast<size_t>(depth), '(') + "1" + std::string(static_cast<size_t>(depth), ')') + "\n";
+      }
+    }
+    out.append(lines[i]).push_back('\n');
+    if (i == to && seed % 3 == 0)
+      for (int d = 0; d < depth; ++d) out += " end-if\n";
+  }
+  return out;
+}
+
+}  // namespace
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max_size, unsigned seed) {
+  if (size < 2 || seed % 8 != 0) return LLVMFuzzerMutate(data, size, max_size);
+  const std::string grown =
+      structural(std::string_view(reinterpret_cast<const char*>(data + 1), size - 1), seed / 8);
+  if (grown.size() + 1 > max_size) return LLVMFuzzerMutate(data, size, max_size);
+  std::copy(grown.begin(), grown.end(), data + 1);
+  return grown.size() + 1;
+}
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   // Message lines go to standard output; keep the fuzzer's own output readable.
