@@ -43,14 +43,14 @@ constexpr size_t kTitleWidth = 30;
 constexpr uint32_t kDefaultRow = 10, kDefaultColumn = 1;
 constexpr int kLastDefaultRow = 20;   // OCCURS defaults to the rows from the window's top to this
 constexpr uint32_t kMaxOccurs = 24;
-constexpr uint32_t kFrameRows = 3;    // the title row, the window's top and bottom borders
+constexpr uint32_t kFrameRows = 3;    // rows the window takes beside its entries
 constexpr uint32_t kMinWidth = 12;
 // The screen the program runs on is taken as the smallest the runtime supports, so that what
 // compiles does not depend on the terminal of the compiler.
 constexpr uint32_t kScreenRows = header::kTerminalRows, kScreenColumns = header::kTerminalColumns;
 
-// The selection test: the mode the runtime answers (function 73, no arguments) equals the
-// selection mode.
+// The selection test: the selection mode equals what function 73 of the function table answers,
+// called without arguments.
 constexpr uint16_t kModeFunction = 73;
 constexpr uint16_t kEqual = 0x1000;
 constexpr uint8_t kModeNameType = '!';
@@ -60,6 +60,8 @@ struct NamedField {
   uint32_t field = 0, object = 0, subscript = 0;
   std::string title{};  // a SHOWING title
   bool titled = false;
+  int line = 0;         // where it was named, for the checks made when the clause ends
+  const LineSource* source = nullptr;  // and in which text
 };
 
 struct HelpScreen {
@@ -68,6 +70,8 @@ struct HelpScreen {
   header::Header header;       // the hidden screen, read as a section header for PRIMARY
   std::vector<NamedField> shown{};
   NamedField returned{};       // USING, when `using_given`
+  int line = 0;                // of the HELP-SCREEN word
+  const LineSource* source = nullptr;
   uint32_t prefix = 0;         // the object the first qualified SHOWING field named
   int occurs = 0;              // 0: not given
   bool showing = false, positioned = false, using_given = false, primary = false;
@@ -158,6 +162,8 @@ bool read_field(HelpScreen& h, NamedField& f) {
     p.fail(msg::field_name_expected);
     return false;
   }
+  f.line = p.tok.line();
+  f.source = p.tok.line_source();
   f.field = reference_field(p, p.text(), &f.object);
   if (f.field == 0) {
     p.tok.skip_to_statement();
@@ -291,13 +297,15 @@ bool check_contained(HelpScreen& h) {
   Parser& p = h.p;
   const uint32_t object = p.ops.get24(h.s() + ssym::s_primary);
   bool contained = true;
-  auto check = [&](uint32_t field) {
-    if (field_in_object(p, object, field)) return;
-    p.diag.error_text(txt::field_not_in_help_object, name_of(p, field));
+  auto check = [&](const NamedField& f) {
+    if (field_in_object(p, object, f.field)) return;
+    // A field of a validation text is reported where the program went on after it.
+    const int line = f.source == p.tok.line_source() ? f.line : 0;
+    p.diag.error_text(txt::field_not_in_help_object, Context::at_line(name_of(p, f.field), line));
     contained = false;
   };
-  check(h.returned.field);
-  for (const NamedField& f : h.shown) check(f.field);
+  check(h.returned);
+  for (const NamedField& f : h.shown) check(f);
   return contained;
 }
 
@@ -430,7 +438,11 @@ bool shows(const HelpScreen& h, uint32_t field) {
 bool build(HelpScreen& h) {
   Parser& p = h.p;
   if (!check_window(h)) return false;
-  if (!h.using_given) h.returned = {h.owner.field, h.owner.object, p.ops.get24(h.owner.d + adesc::ad_subscript)};
+  if (!h.using_given) {
+    h.returned = {h.owner.field, h.owner.object, p.ops.get24(h.owner.d + adesc::ad_subscript)};
+    h.returned.line = h.line;
+    h.returned.source = h.source;
+  }
   if (!check_contained(h)) return false;
   p.ops.put24(h.s() + ssym::s_detail, detail_part(h));
   before_and_after(h);
@@ -444,10 +456,12 @@ bool build(HelpScreen& h) {
 
 }  // namespace
 
-// HELP-SCREEN clauses...: shares its once-only rule with ON HELP-KEY.
+// HELP-SCREEN clauses...: shares its once-only rule with ON HELP-KEY. In a validation text, a
+// help screen or help key the program gave stays: the text's screen is read and dropped.
 ClauseStep accept_help_screen(Accept& a) {
   Parser& p = a.p;
   if (a.help_key && !a.dictionary) p.diag.error(msg::duplicate_incompatible_clause);
+  const bool kept = a.help_key && a.dictionary;
   a.help_key = true;
   const uint32_t screen = new_help_screen(p);
   bool built = false;
@@ -455,11 +469,13 @@ ClauseStep accept_help_screen(Accept& a) {
   {
     AsCurrentSection current(p, screen);
     HelpScreen h{a, p, header::Header{p, screen, kHelpReviewWord, static_cast<uint16_t>(p.diag.error_count())}};
+    h.line = p.tok.line();
+    h.source = p.tok.line_source();
     read_clauses(p, kHelpClauses, h, clause_end);
     abandoned = h.abandoned;
     built = !abandoned && build(h);
   }
-  if (built) {
+  if (built && !kept) {
     p.ops.put24(a.d + adesc::ad_help_screen, screen);
     a.reach(adesc::ad_help_screen + 3);
   }
