@@ -99,8 +99,9 @@ void check_position(Accept& a) {
     p.diag.warning(msg::display_print_line_overflow);
 }
 
-// The checks and completions after the last clause, in their order.
-void finalise(Accept& a) {
+}  // namespace
+
+void finalise_accept(Accept& a) {
   Parser& p = a.p;
   OpSpace& ops = p.ops;
   field_case_and_fill(a);
@@ -115,13 +116,14 @@ void finalise(Accept& a) {
     p.diag.warning_text(txt::titles_not_conditional, p.syms.text(ops.get24(a.field + fsym::f_name)));
 }
 
-// The descriptor, cut to its length, goes into the op.
-void store(Accept& a) {
+void store_descriptor(Accept& a) {
   OpSpace& ops = a.p.ops;
   uint32_t stored = ops.copy_in(ops.at(a.d), a.length);
   ops.put24(a.op + acceptop::ao_desc, stored);
   ops.put16(a.op + acceptop::ao_length, a.length);
 }
+
+namespace {
 
 uint32_t open_descriptor(Parser& p, uint32_t op) {
   for (const auto& [o, d] : p.accepts_open)
@@ -147,9 +149,9 @@ void compile_accept(Parser& p) {
     context_flags(a);
     read_accept_clauses(a);
     run_dictionary_validations(a);
-    finalise(a);
+    finalise_accept(a);
   }
-  store(a);
+  store_descriptor(a);
   p.accepts_open.pop_back();
 }
 
@@ -230,8 +232,8 @@ bool display_as_accept(Parser& p, uint32_t item, uint32_t length) {
   p.accepts_open.emplace_back(a.op, a.d);
   copy_item(a, item, single_field_ref(p, item), long_form);
   run_dictionary_validations(a);
-  finalise(a);
-  store(a);
+  finalise_accept(a);
+  store_descriptor(a);
   p.accepts_open.pop_back();
   return true;
 }

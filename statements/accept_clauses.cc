@@ -187,16 +187,6 @@ ClauseStep blank_zero(Accept& a) {
   return ClauseStep::next;
 }
 
-// HELP-SCREEN: the hidden look-up screen is not built yet.
-ClauseStep help_screen(Accept& a) {
-  Parser& p = a.p;
-  if (a.help_key && !a.dictionary) p.diag.error(msg::duplicate_incompatible_clause);
-  a.help_key = true;
-  p.diag.error_text(txt::clause_not_built, Context::current_token());
-  p.tok.skip_to_clause();
-  return ClauseStep::next;
-}
-
 constexpr uint32_t kNoClear = verb("no_clear"), kShowValue = verb("show_value");
 constexpr uint32_t kPicture = verb("picture"), kBlank = verb("blank_when_zero");
 constexpr uint32_t kBlankDecimals = verb("blank_decimals_when_zero");
@@ -240,7 +230,7 @@ constexpr ClauseRow<Accept> kAcceptClauses[] = {
     {verb("foreground"), Given::repeatable, {}, foreground},
     {verb("help"), Given::once, {}, help},
     {verb("help_context"), Given::once, {}, help_context},
-    {verb("help_screen"), Given::repeatable, {}, help_screen},
+    {verb("help_screen"), Given::repeatable, {}, accept_help_screen},
     {verb("look_up"), Given::repeatable, {}, accept_lookup},
     {kNoClear, Given::repeatable, {kShowValue}, option_flag<opt::no_clear>},
     {kShowValue, Given::repeatable, {kNoClear}, option_flag<opt::show_value>},
@@ -266,7 +256,7 @@ constexpr Slot kKeptSlots[] = {
     {adesc::ad_help, 3},       {adesc::ad_title, 3},       {adesc::ad_default, 3},  {adesc::ad_allowed, 3},
     {adesc::ad_title_pos, 6},  {adesc::ad_disallowed, 3},  {adesc::ad_fill, 1},     {adesc::ad_lookup, 3},
     {adesc::ad_before, 3},     {adesc::ad_colour, 6},      {adesc::ad_timeout, 3},  {adesc::ad_tag, 2},
-    {adesc::ad_help_context, 6}, {adesc::ad_scale, 3},
+    {adesc::ad_help_screen, 3}, {adesc::ad_help_context, 6}, {adesc::ad_scale, 3},
 };
 
 ClauseStep other_clause(Accept& a) { return skip_invalid_clause(a.p); }

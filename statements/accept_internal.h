@@ -1,7 +1,7 @@
 // What the pieces of the ACCEPT compiler share: the statement being compiled and its clauses.
 // The statement itself is in accept.cc, its clauses in accept_clauses.cc, the clauses that hold
-// statements or lists in accept_blocks.cc, and the field's dictionary texts and LOOKUP in
-// accept_dictionary.cc.
+// statements or lists in accept_blocks.cc, the field's dictionary texts and LOOKUP in
+// accept_dictionary.cc, and the hidden look-up screen of HELP-SCREEN in accept_help_screen.cc.
 #pragma once
 
 #include <algorithm>
@@ -56,6 +56,12 @@ struct Accept {
   bool numeric_field() const;
 };
 
+// The checks and completions after the last clause, in their order (case and fill from the
+// field's definition, the position, LOOKUP, TIMEOUT, the default column title, the title warning).
+void finalise_accept(Accept& a);
+// The descriptor, cut to its length, goes into the op.
+void store_descriptor(Accept& a);
+
 // The clause table: reads clauses up to the next statement (from the program) or to the end of
 // the validation text (a.dictionary).
 void read_accept_clauses(Accept& a);
@@ -74,5 +80,8 @@ void run_dictionary_validations(Accept& a);
 void default_column_title(Accept& a);
 ClauseStep accept_lookup(Accept& a);
 void check_lookup(Accept& a);
+
+// HELP-SCREEN: the hidden look-up screen (accept_help_screen.cc).
+ClauseStep accept_help_screen(Accept& a);
 
 }  // namespace tav

@@ -83,15 +83,7 @@ void end_section(Parser& p) {
   report_unreferenced_locals(p, s);
   uint16_t kind = static_cast<uint16_t>(ops.get16(s + ssym::s_kind));
   if (kind_of(kind) == ssym::kind_screen) {
-    if (!(ops.get16(s + ssym::s_flags) & ssym::review)) {
-      disallow_mode(p, s, "next-scr");
-      disallow_mode(p, s, "prev-scr");
-    }
-    bool has_source = ops.get24(s + ssym::s_primary) != 0 || ops.get24(s + ssym::s_select) != 0;
-    if (has_source && !(ops.get16(s + ssym::s_marks) & ssym::mark_detail_accept)) {
-      disallow_mode(p, s, "find");
-      ops.put16(s + ssym::s_kind, kind | ssym::kind_tree_menu);
-    }
+    complete_screen_modes(p, s);
   } else if (kind_of(kind) == ssym::kind_menu && p.menu_options >= 26 &&
              !(kind & (ssym::kind_tree_menu | ssym::kind_always_show)) &&
              !(ops.get16(s + ssym::s_marks) & ssym::mark_graphical_menu)) {
@@ -128,6 +120,19 @@ void check_sections(Parser& p) {
 }
 
 }  // namespace
+
+void complete_screen_modes(Parser& p, uint32_t s) {
+  OpSpace& ops = p.ops;
+  if (!(ops.get16(s + ssym::s_flags) & ssym::review)) {
+    disallow_mode(p, s, "next-scr");
+    disallow_mode(p, s, "prev-scr");
+  }
+  bool has_source = ops.get24(s + ssym::s_primary) != 0 || ops.get24(s + ssym::s_select) != 0;
+  if (has_source && !(ops.get16(s + ssym::s_marks) & ssym::mark_detail_accept)) {
+    disallow_mode(p, s, "find");
+    ops.put16(s + ssym::s_kind, ops.get16(s + ssym::s_kind) | ssym::kind_tree_menu);
+  }
+}
 
 void compile_program(CompilerStores& c, FileContext& file) {
   Parser p(c, file);

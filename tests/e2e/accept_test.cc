@@ -309,3 +309,172 @@ TEST(Accept, DictionaryColumnTitle) {
 }
 
 }  // namespace
+
+namespace {
+
+// HELP-SCREEN: the hidden look-up screen its ACCEPT's descriptor leads to (bytes 75-77).
+const char kLookUp[] =
+    "field code pic x(4)\nfield descr pic x(20)\nfield qty pic 9(4)\nfield pick pic x(4)\n"
+    "field arr pic x(4) occurs 3\nfield other pic x(4)\n"
+    "object codes type indexed file \"codes\" record code descr qty end-record key code unique no-joins\n"
+    "object more type indexed file \"more\" record other end-record key other unique no-joins\n"
+    "screen main\ndetail\n";  // the ACCEPT is on line 11
+
+tavtest::Compiled compile_help(const std::string& accept) {
+  TempDir dir;
+  return tavtest::compile(dir, std::string(kLookUp) + accept + "\nend\n");
+}
+
+uint32_t help_screen_of(const Op6& t, uint32_t accept_op) {
+  EXPECT_EQ(t.u16(accept_op + acceptop::ao_length), 78u);
+  return t.u24(t.u24(accept_op + acceptop::ao_desc) + adesc::ad_help_screen);
+}
+
+TEST(HelpScreen, HiddenScreenAndItsCode) {
+  tavtest::Compiled c = compile_help(" accept pick @ 2,1 help-screen @ 10,1 showing code \"Code\" descr primary codes using codes.code");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  const uint32_t s = help_screen_of(t, accepts(t)[0]), codes = t.object("codes");
+  EXPECT_EQ(t.text(t.u24(s + ssym::s_name)), "~-hs");
+  EXPECT_EQ(t.sections(), std::vector<uint32_t>{t.section_named("main")});  // in no section list
+  EXPECT_EQ(t.u16(s + ssym::s_kind) & ssym::kind_mask, ssym::kind_screen);
+  EXPECT_EQ(t.u16(s + ssym::s_flags), 0x8091u);
+  std::string modes;
+  for (uint32_t e : t.list(t.u24(s + ssym::s_modes))) modes += t.text(t.u24(t.u24(e + modelist::ml_mode) + mode::m_name)) + " ";
+  EXPECT_EQ(modes, "~-select find next-scr prev-scr next prev ");
+  EXPECT_EQ(t.u24(s + ssym::s_primary), codes);
+  EXPECT_NE(t.u24(s + ssym::s_select), 0u);
+  EXPECT_EQ((std::vector<uint32_t>{t.u16(s + ssym::s_occurs), t.u16(s + ssym::s_base), t.u16(s + ssym::s_review_by)}),
+            (std::vector<uint32_t>{10, 11, 1}));
+
+  // BEFORE: the frame and the record put aside; AFTER: the record back.
+  const auto before = t.list(t.u24(s + ssym::s_before));
+  ASSERT_EQ(t.codes(before[0]), (std::vector<Op>{Op::box, Op::save}));
+  const uint32_t box = t.u24(before[0] + boxop::bo_box);
+  EXPECT_EQ((std::vector<uint32_t>{t.u24(box), t.u24(box + 3), t.u24(box + 6), t.u24(box + 9)}),
+            (std::vector<uint32_t>{10, 1, 23, 30}));
+  EXPECT_EQ(t.u24(before[1] + objop::ob_object), codes);
+  const uint32_t after = t.u24(s + ssym::s_after);
+  ASSERT_EQ(t.codes(after), std::vector<Op>{Op::restore});
+  EXPECT_EQ(t.u24(after + restoreop::rs_object), codes);
+
+  // DETAIL: IF "~-select" = function 73 (), the USING field into the ACCEPTed one and EXIT; then
+  // one ACCEPT per shown field under its title.
+  const auto detail = t.list(t.u24(s + ssym::s_detail));
+  ASSERT_EQ(t.codes(detail[0]), (std::vector<Op>{Op::if_, Op::set, Op::exit, Op::accept, Op::accept}));
+  const uint32_t cond = t.u24(detail[0] + ifop::if_condition);
+  ASSERT_EQ(t.codes(cond), (std::vector<Op>{Op::mode_constant, Op::function_call, Op::comparison}));
+  const auto c3 = t.list(cond);
+  EXPECT_EQ(t.text(t.u24(t.u32(t.u24(c3[0] + nameop::na_value)) + mode::m_name)), "~-select");
+  EXPECT_EQ(t.u8(c3[0] + nameop::na_type), '!');
+  EXPECT_EQ(t.u16(c3[1] + funcall::fc_number), 73u);
+  EXPECT_EQ(t.u16(c3[2] + cmpop::cmp_code), 0x1000u);
+  EXPECT_EQ(t.u24(detail[0] + ifop::if_false), detail[2]);
+  EXPECT_EQ(t.u24(detail[1] + setop::st_field), t.field("pick"));
+  const uint32_t value = t.u24(detail[1] + setop::st_value);
+  EXPECT_EQ(t.u24(value + fieldref::fr_field), t.field("code"));
+  EXPECT_EQ(t.u24(value + fieldref::fr_object), codes);  // kept: the object is NO-JOINS
+  const struct {
+    uint32_t op;
+    const char* field;
+    uint32_t column, chain;
+    const char* title;
+  } shown[] = {{detail[3], "code", 3, 0, "Code"}, {detail[4], "descr", 8, detail[3], "descr"}};
+  for (const auto& f : shown) {
+    EXPECT_EQ(t.u16(f.op + acceptop::ao_length), 89u);
+    const uint32_t d = t.u24(f.op + acceptop::ao_desc);
+    EXPECT_EQ(t.u24(d + adesc::ad_field), t.field(f.field));
+    EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u);
+    EXPECT_EQ((std::vector<uint32_t>{t.u24(d + adesc::ad_row), t.u24(d + adesc::ad_column), t.u24(d + adesc::ad_chain)}),
+              (std::vector<uint32_t>{11, f.column, f.chain}));
+    EXPECT_EQ((std::vector<uint32_t>{t.u24(d + adesc::ad_title_pos), t.u24(d + adesc::ad_title_pos + 3)}),
+              (std::vector<uint32_t>{10, f.column}));
+    EXPECT_EQ(t.opcode(t.u24(d + adesc::ad_title)), Op::text_item);
+  }
+
+  // tavdump shows the screen where the ACCEPT names it.
+  TempDir dir;
+  tavtest::write_file(dir / "help.op6", t.bytes());
+  const std::string dump = tavtest::run({tavtest::program("tavdump"), dir / "help.op6"}).out;
+  EXPECT_NE(dump.find("ad_help_screen 0x"), std::string::npos) << dump;
+  EXPECT_NE(dump.find("\"~-hs\"\n          s_prompt_pos"), std::string::npos) << dump;
+  EXPECT_NE(dump.find("s_modes [\"~-select\" \"find\" \"next-scr\" \"prev-scr\" \"next\" \"prev\"]"), std::string::npos);
+}
+
+// Where the window stands and how far it reaches: 20 - row entries by default, the fields side by
+// side from two columns in, at least 12 columns wide.
+TEST(HelpScreen, WindowGeometry) {
+  const struct {
+    const char* clauses;
+    uint32_t top, left, bottom, right, occurs;
+  } cases[] = {
+      {"showing code descr", 10, 1, 23, 30, 10},
+      {"@ 10,1 showing code descr", 10, 1, 23, 30, 10},
+      {"@ 5,10 occurs 4 showing code descr", 5, 10, 12, 39, 4},
+      {"@ 2,1 occurs 1 showing code", 2, 1, 6, 13, 1},
+  };
+  for (const auto& k : cases) {
+    tavtest::Compiled c = compile_help(std::string(" accept code @ 2,1 help-screen ") + k.clauses + " primary codes");
+    ASSERT_EQ(c.result.status, 0) << k.clauses << c.result.out;
+    const uint32_t s = help_screen_of(c.image, accepts(c.image)[0]);
+    const Op6& t = c.image;
+    EXPECT_EQ((std::vector<uint32_t>{t.u24(s + ssym::s_window_top), t.u24(s + ssym::s_window_top + 3),
+                                     t.u24(s + ssym::s_window_bottom), t.u24(s + ssym::s_window_bottom + 3),
+                                     t.u16(s + ssym::s_occurs)}),
+              (std::vector<uint32_t>{k.top, k.left, k.bottom, k.right, k.occurs})) << k.clauses;
+    // The ACCEPTed field is the one returned: no assignment before the EXIT.
+    EXPECT_EQ(t.opcode(t.list(t.u24(s + ssym::s_detail))[1]), Op::exit) << k.clauses;
+  }
+}
+
+TEST(HelpScreen, Messages) {
+  const struct {
+    const char* accept;
+    const char* message;
+  } cases[] = {
+      {" accept pick @ 2,1 on help-key exit end-on help-screen showing code primary codes using code",
+       "line 11: ERROR  Duplicate or incompatible clause - 'help-screen'"},
+      {" accept pick @ 2,1 help-screen showing code primary codes using code on help-key exit end-on",
+       "line 11: ERROR  Duplicate or incompatible clause - 'help-key'"},
+      {" accept code @ 2,1 help-screen @ 21,1 showing code primary codes", "line 11: ERROR  HELP-SCREEN OCCURS amount is too small"},
+      {" accept code @ 2,1 help-screen @ 15,1 occurs 6 showing code primary codes", "line 11: ERROR  HELP-SCREEN extends past bottom of screen"},
+      {" accept code @ 2,1 help-screen occurs 25 showing code primary codes", "line 11: ERROR  Numeric value invalid or out of range - '25'"},
+      {" accept code @ 2,1 help-screen occurs x showing code primary codes", "line 11: ERROR  Numeric-literal expected - 'x'"},
+      {" accept code @ 2,1 help-screen showing code", "line 11: ERROR  No PRIMARY clause for HELP-SCREEN"},
+      {" accept code @ 2,1 help-screen primary codes", "line 11: ERROR  No SHOWING clause for HELP-SCREEN"},
+      {" accept code @ 2,1 help-screen @ qty,1 showing code primary codes", "line 11: ERROR  HELP-SCREEN window coordinates cannot be expressions"},
+      {" accept pick @ 2,1 help-screen showing code primary codes using qty", "line 11: ERROR  Incompatible field - 'qty'"},
+      {" accept arr[1] @ 2,1 help-screen showing code primary codes using code",
+       "line 11: ERROR  USING cannot be used if ACCEPTed field is subscripted - 'code'"},
+      {" accept pick @ 2,1 help-screen showing code\n  other primary codes using code",
+       "line 12: ERROR  Field not contained in help object - 'other'"},
+      {" accept pick @ 2,1 help-screen\n showing code primary codes", "line 11: ERROR  Field not contained in help object - 'pick'"},
+      {" accept code @ 2,1 help-screen showing codes.code more.other primary codes", "line 11: ERROR  Object prefixes are not consistent"},
+      {" accept code @ 2,1 help-screen showing code code code code code code code code code code code code code code code code code "
+       "code code code code primary codes", "line 11: ERROR  Too many fields in HELP-SCREEN - 'code'"},
+      {" accept code @ 2,1 help-screen @ 1,60 showing code descr primary codes", "line 11: ERROR  HELP-SCREEN is too wide"},
+      {" accept code @ 2,1 help-screen showing code primary codes showing descr", "line 11: ERROR  Duplicate or incompatible clause - 'showing'"},
+      {" accept pick @ 2,1 help-screen showing descr primary codes using code", "line 11: WARNING  USING field not being shown - 'code'"},
+  };
+  for (const auto& k : cases) {
+    const std::string out = compile_help(k.accept).result.out;
+    EXPECT_NE(out.find(k.message), std::string::npos) << k.accept << out;
+  }
+}
+
+// A shown field of a dictionary is read with its validation text, as a written ACCEPT is.
+TEST(HelpScreen, ShownFieldsTakeTheirValidationText) {
+  TempDir dir;
+  const tavtest::Compiled c = compile_against(dir,
+      "field cust-no pic 9(6)\nfield cust-name pic x(30)\n//% field cust-name validation upper-case\n"
+      "object cust type indexed file \"cust\" record cust-no cust-name end-record key cust-no unique\n",
+      "screen main\ndetail\n accept cust-no @ 1,1 help-screen showing cust-name cust-no primary cust\nend\n");
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  const auto detail = t.list(t.u24(help_screen_of(t, accepts(t)[0]) + ssym::s_detail));
+  ASSERT_EQ(detail.size(), 4u);
+  EXPECT_EQ(t.u16(t.u24(detail[2] + acceptop::ao_desc) + adesc::ad_options), 0x1002u);
+  EXPECT_EQ(t.u16(t.u24(detail[3] + acceptop::ao_desc) + adesc::ad_options), 0x1000u);
+}
+
+}  // namespace

@@ -528,11 +528,24 @@ class Printer {
       walk.visit(s);
       img_.check_record(s, ssym::size, "section");
       line(1, "section " + section_name(s) + " " + kKinds[img_.u16(s + ssym::s_kind) & ssym::kind_mask]);
-      raw(2, s, ssym::size);
-      members(2, symbol_rows::kRecords, symbol_rows::kMembers, "ssym", s);
-      if (uint32_t l = img_.u24(s + ssym::s_locals)) field_chain(2, "locals", l);
-      if (uint32_t sel = img_.u24(s + ssym::s_select)) select_record(2, sel);
+      section_body(2, s);
     }
+  }
+
+  void section_body(int indent, uint32_t s) {
+    raw(indent, s, ssym::size);
+    members(indent, symbol_rows::kRecords, symbol_rows::kMembers, "ssym", s);
+    if (uint32_t l = img_.u24(s + ssym::s_locals)) field_chain(indent, "locals", l);
+    if (uint32_t sel = img_.u24(s + ssym::s_select)) select_record(indent, sel);
+  }
+
+  // The hidden look-up screen of a HELP-SCREEN clause: in no section list, so shown in full
+  // where its ACCEPT names it.
+  void help_screen(int indent, uint32_t s) {
+    if (s == 0) return line(indent, "ad_help_screen none");
+    line(indent, "ad_help_screen " + section_name(s));
+    if (!shown_records_.insert(s).second) return line(indent + 1, "(shown above)");
+    section_body(indent + 1, s);
   }
 
   // The names of a chain of fields linked through f_next.
@@ -835,6 +848,8 @@ class Printer {
       on_keys(indent, v);
     } else if (name == "ad_lookup") {
       if (v != 0) lookup_record(indent, v);
+    } else if (name == "ad_help_screen") {
+      help_screen(indent, v);
     } else {
       return false;
     }
@@ -1334,7 +1349,7 @@ class Printer {
   uint32_t h_text_ = 0;
   int depth_ = 0;
   std::unordered_set<uint32_t> shown_ops_;
-  std::unordered_set<uint32_t> shown_records_;  // select records and radio-button descriptors
+  std::unordered_set<uint32_t> shown_records_;  // select records, radio-button descriptors, help screens
 };
 
 }  // namespace
