@@ -54,8 +54,7 @@ void context_flags(Accept& a) {
   if (p.accepts_open.size() > 1 || p.cond_depth > 0) a.set_bits(adesc::ad_options, opt::nested);
   if (p.part == SectionPart::detail) {
     a.set_bits(adesc::ad_options, opt::detail);
-    if (p.cond_depth == 0 && p.accepts_open.size() == 1)
-      p.ops.put16(p.section + ssym::s_marks, p.ops.get16(p.section + ssym::s_marks) | ssym::mark_detail_accept);
+    if (p.cond_depth == 0 && p.accepts_open.size() == 1) mark_key_accept(p, a.field);
   } else if ((p.section_kind & ssym::kind_mask) == ssym::kind_screen) {
     a.set_bits(adesc::ad_display, disp::background);
   }
@@ -220,6 +219,18 @@ void copy_item(Accept& a, uint32_t item, uint32_t ref, bool long_form) {
 }
 
 }  // namespace
+
+void mark_key_accept(Parser& p, uint32_t field) {
+  const OpSpace& ops = p.ops;
+  const uint32_t object = ops.get24(p.section + ssym::s_primary);
+  for (uint32_t k = object ? ops.get24(object + osym::o_keylist) : 0; k != 0; k = ops.get24(k + keyrec::k_next)) {
+    for (uint32_t kp = ops.get24(k + keyrec::k_parts); kp != 0; kp = ops.get24(kp + keypart::kp_next)) {
+      if (ops.get24(kp + keypart::kp_field) != field) continue;
+      p.ops.put16(p.section + ssym::s_marks, ops.get16(p.section + ssym::s_marks) | ssym::mark_detail_accept);
+      return;
+    }
+  }
+}
 
 bool display_as_accept(Parser& p, uint32_t item, uint32_t length) {
   const bool long_form = length > ditem::di_title_pos;

@@ -12,6 +12,10 @@ class Parser;
 // `refresh`. A field of 0 finds the first op examined.
 uint32_t find_accept(Parser& p, uint32_t head, uint32_t field, uint32_t object, bool refresh);
 
+// An ACCEPT standing directly in the DETAIL of a section: when it reads a key field of the
+// section's PRIMARY object, the screen keeps its "find" mode.
+void mark_key_accept(Parser& p, uint32_t field);
+
 // In the DETAIL or AFTER part of a DATA-GRID screen with a SELECT, a display item placed with @
 // that shows one field the select reads is emitted as a display-only ACCEPT (which joins the
 // ACCEPT chain) instead of a display op. `length` is the item's stored length. Returns whether

@@ -19,6 +19,7 @@
 #include "codegen/convert.h"
 #include "codegen/header.h"
 #include "expr/expr.h"
+#include "statements/accept.h"
 #include "statements/accept_internal.h"
 #include "statements/header_clauses.h"
 #include "statements/modes.h"
@@ -399,8 +400,10 @@ uint32_t detail_part(HelpScreen& h) {
   selection_handler(h);
   const uint32_t left = h.corner(ssym::s_window_top, 3);
   uint32_t column = left + 2;
-  for (const NamedField& f : h.shown) column += shown_accept(h, f, column);
-  ops.put16(h.s() + ssym::s_marks, ops.get16(h.s() + ssym::s_marks) | ssym::mark_detail_accept);
+  for (const NamedField& f : h.shown) {
+    column += shown_accept(h, f, column);
+    mark_key_accept(p, f.field);
+  }
   const uint32_t head = p.ob.top().head;
   p.ob.close_level();
   const uint32_t right = std::max(column + 1, left + kMinWidth);

@@ -149,7 +149,7 @@ inline constexpr uint16_t form_can_override = 0x0080;
 // s_marks (chosen here; the interpreter ignores them): facts the statement compilers record
 // while a section is compiled.
 inline constexpr uint16_t mark_has_options = 0x0001;     // an OPTION stands in a SCREEN's DETAIL
-inline constexpr uint16_t mark_detail_accept = 0x0002;   // an ACCEPT stands directly in the DETAIL
+inline constexpr uint16_t mark_detail_accept = 0x0002;   // an ACCEPT of a PRIMARY key field stands directly in the DETAIL
 inline constexpr uint16_t mark_graphical_menu = 0x0004;  // an OPTION of the MENU has a BITMAP
 }  // namespace ssym
 
