@@ -1,5 +1,6 @@
 #include "nls/language_files.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -54,6 +55,11 @@ std::string cut_name(std::string_view name) { return std::string(name.substr(0, 
 std::string_view last_component(std::string_view path) {
   const size_t slash = path.find_last_of("/\\");
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+bool empty_file(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_size == 0;
 }
 
 bool valid_language(std::string_view language) {
@@ -117,7 +123,10 @@ std::unique_ptr<IndexedFile> LanguageFiles::open_file(const std::string& path, c
                                                       std::string& message) {
   int error = 0;
   std::unique_ptr<IndexedFile> f = IndexedFile::open(path, desc, datafile::kLocal, error);
-  if (!f && error == datafile::kNoSuchFile) f = IndexedFile::open(path, desc, datafile::kLocal | datafile::kCreate, error);
+  // An empty file is one another compiler is creating at this moment: creating it too waits for
+  // that one and then finds the table made.
+  if (!f && (error == datafile::kNoSuchFile || (error == datafile::kBadFile && empty_file(path + ".idx"))))
+    f = IndexedFile::open(path, desc, datafile::kLocal | datafile::kCreate, error);
   if (f) return f;
   message = error == datafile::kBadArgument ? format_text(txt::language_define_failed, {path})
                                              : format_text(txt::language_open_failed, {path, std::to_string(error)});
