@@ -110,6 +110,7 @@ TEST(LanguageFiles, OpenedCreatedOrRefused) {
 TEST(LanguageFiles, ProgramsRegisteredByName) {
   TempDir dir;
   const std::string lang = dir / "lang", prog = lang + "/LANGPROG.idx";
+  std::filesystem::create_directory(dir / "out");
   struct Case {
     std::string file;  // written under dir
     std::string argument;
@@ -118,7 +119,7 @@ TEST(LanguageFiles, ProgramsRegisteredByName) {
   const Case cases[] = {
       {"src/acct/gl001.spl", dir / "src/acct/gl001.spl", {}},            // system acct, program gl001
       {"src/acct/gl001.spl", "src/acct/gl001", {}},                      // the same program again
-      {"gl002.v2.spl", "gl002.v2.spl", {}},                              // system: the current directory
+      {"gl002.v2.spl", "gl002.v2.spl", {"-o", "out"}},  // system: the current directory; the table elsewhere
       {"sub/a_rather_long_name.spl", "sub/a_rather_long_name.spl", {"-p", "sales/east"}},
   };
   for (const Case& c : cases) {
@@ -130,8 +131,10 @@ TEST(LanguageFiles, ProgramsRegisteredByName) {
     EXPECT_EQ(tavtest::tavcmp(dir.path(), args, language_env(lang)).out.find("Errors during NLS"), std::string::npos);
   }
   const std::string cwd = std::filesystem::path(dir.path()).filename().string().substr(0, 10);
+  // tavcmpnls found each program under the number the compiler gave it.
   EXPECT_EQ(sql(prog, "SELECT sp_sys || '|' || sp_prog || '|' || sp_prog_id FROM langprog ORDER BY sp_prog_id"),
             "acct|gl001|1," + cwd + "|gl002|2,sales|a_rather_l|3");
+  EXPECT_EQ(sql(lang + "/LANGfra1.idx", "SELECT group_concat(DISTINCT lang_prog_id) FROM lang"), "1,2,3");
 }
 
 // A product directory whose programs are the build's, with catalogue files for "fra".
