@@ -29,6 +29,8 @@
 #include "driver/context.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
+#include "nls/catalogue.h"
+#include "nls/language_files.h"
 #include "runtime/file_lock.h"
 #include "runtime/process.h"
 #include "statements/program.h"
@@ -128,6 +130,8 @@ class Driver {
   [[noreturn]] void stop_run(const RunStop& stop);
   void write_outputs(FileContext& file);
   void open_dictionaries();
+  void open_language_files();
+  void register_program(const FileContext& file);
   void say(txt::Text message);
   [[noreturn]] void cleanup_exit(int status);
 
@@ -138,6 +142,8 @@ class Driver {
   Diagnostics diag_;
   std::unique_ptr<DictionaryFiles> dictionaries_;  // open from start-up to exit; none with -n
   std::unique_ptr<CompilerStores> compiler_;       // made once the options are known
+  nls::LanguageFiles language_files_;              // open from start-up while TAVLANGDIR asks
+  std::unique_ptr<nls::Catalogue> catalogue_;
   std::string temp_name_;
   bool had_errors_ = false;
   time_t summary_start_ = 0;
@@ -193,7 +199,7 @@ void Driver::start_up() {
     cleanup_exit(255);
   }
   if (o.dictionaries) open_dictionaries();
-  // Language-text processing is set up here once it exists.
+  open_language_files();
 
   CompileSettings settings;
   settings.debug_ops = o.debug_ops;
@@ -207,6 +213,23 @@ void Driver::start_up() {
     settings.dictionaries.emplace_back(dictionaries_->path(d), dictionaries_->version(d));
   compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));
   compiler_->dictionaries = dictionaries_.get();
+  compiler_->catalogue = catalogue_.get();
+}
+
+// The language files of TAVLANGDIR and TAVLANGUAGE, and the message catalogue of TAVLANGUAGE.
+// Files that cannot be used are reported, and the run goes on without them.
+void Driver::open_language_files() {
+  const char* language = std::getenv("TAVLANGUAGE");
+  catalogue_ = std::make_unique<nls::Catalogue>(run_.product_dir, language ? language : "");
+  std::string message;
+  if (language_files_.open(std::getenv("TAVLANGDIR"), language, message) < 0) display_.show(message);
+}
+
+// Every program compiled gets its number in the program index of the language files.
+void Driver::register_program(const FileContext& file) {
+  std::string message;
+  if (language_files_.register_program(run_.options.system_name, file.source_name, message) < 0)
+    display_.show(message);
 }
 
 // The user dictionary, then the global one; the dictionaries of the environment when neither
@@ -349,6 +372,7 @@ bool Driver::preprocess(FileContext& file) {
 
 void Driver::compile_and_write(FileContext& file) {
   CompilerStores& c = *compiler_;
+  register_program(file);
   diag_.set_source(&c.tok);
   try {
     compile_program(c, file);
@@ -502,6 +526,7 @@ void Driver::write_statistics() {
 void Driver::cleanup_exit(int status) {
   if (!temp_name_.empty()) unlink(temp_name_.c_str());
   dictionaries_.reset();
+  language_files_.close();
   diag_.close_listing();
   if (!display_.screen()) {
     std::fputs("\n", stdout);

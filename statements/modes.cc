@@ -1,5 +1,7 @@
 #include "statements/modes.h"
 
+#include <optional>
+#include <string>
 
 #include "expr/expr.h"
 #include "codegen/header.h"
@@ -15,13 +17,14 @@ namespace {
 
 struct BuiltinMode {
   const char* name;
+  int word;  // catalogue number of the mode's word; its help text is 1000 + word
   const char* prompt;
   const char* help;
   uint16_t flags;
 };
 
 constexpr BuiltinMode kBuiltinModes[] = {
-#define TAV_MODE(name, prompt, help, flags) {name, prompt, help, flags},
+#define TAV_MODE(name, word, prompt, help, flags) {name, word, prompt, help, flags},
 #include "statements/modes.def"
 #undef TAV_MODE
 };
@@ -76,6 +79,14 @@ bool small_number(Parser& p, int low, int high, int& value) {
   return true;
 }
 
+// A built-in text: the catalogue's translation of entry `number` when a catalogue file gives
+// one, else the text of the mode table.
+std::string catalogue_translation(Parser& p, int number, std::string_view builtin) {
+  if (number > 0 && p.catalogue)
+    if (std::optional<std::string> t = p.catalogue->translation(number)) return *t;
+  return std::string(builtin);
+}
+
 }  // namespace
 
 uint32_t text_item_list(Parser& p, std::string_view text, char kind) {
@@ -91,10 +102,13 @@ uint32_t text_item_list(Parser& p, std::string_view text, char kind) {
 }
 
 void create_builtin_modes(Parser& p) {
+  constexpr int kHelpOfWord = 1000;
   for (const BuiltinMode& b : kBuiltinModes) {
     uint32_t m = new_mode(p, b.name, b.flags);
-    p.ops.put24(m + mode::m_prompt, text_item_list(p, b.prompt, 'N'));
-    p.ops.put24(m + mode::m_help, text_item_list(p, b.help, 'H'));
+    const std::string prompt = catalogue_translation(p, b.word, b.prompt);
+    const std::string help = catalogue_translation(p, b.word ? kHelpOfWord + b.word : 0, b.help);
+    p.ops.put24(m + mode::m_prompt, text_item_list(p, prompt, 'N'));
+    p.ops.put24(m + mode::m_help, text_item_list(p, help, 'H'));
   }
 }
 

@@ -1,8 +1,10 @@
 // The structural statements: DO, EXIT, CONFIRM, OPTION, COMMAND / CALL / QUERY, RE-ENTER, PAUSE,
 // BACK-TO-DETAIL, CONTINUE-ENTRY, LINK and VERSION-NUMBER.
 
+#include <cctype>
 #include <cmath>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -328,13 +330,26 @@ ClauseStep confirm_prompt(Confirm& c) {
   return ClauseStep::next;
 }
 
-// DEFAULT [IS] YES | NO.
+// Whether the current word is the catalogue's translation of the answer word `number`.
+bool is_localised_answer(Parser& p, int number) {
+  if (!p.catalogue) return false;
+  const std::optional<std::string> word = p.catalogue->translation(number);
+  const std::string_view text = p.text();
+  if (!word || word->size() != text.size()) return false;
+  for (size_t i = 0; i < text.size(); ++i)
+    if (std::tolower(static_cast<unsigned char>(text[i])) != std::tolower(static_cast<unsigned char>((*word)[i])))
+      return false;
+  return true;
+}
+
+// DEFAULT [IS] YES | NO, or the catalogue's words for them.
 ClauseStep confirm_default(Confirm& c) {
+  constexpr int kYesWord = 4, kNoWord = 5;
   c.p.take(verb("is"));
   uint32_t answer = c.p.next();
-  if (answer == verb("yes"))
+  if (answer == verb("yes") || is_localised_answer(c.p, kYesWord))
     c.p.ops.put16(c.block + confirm::c_default, 'Y');
-  else if (answer == verb("no"))
+  else if (answer == verb("no") || is_localised_answer(c.p, kNoWord))
     c.p.ops.put16(c.block + confirm::c_default, 'N');
   else
     c.p.diag.error(msg::syntax_error);

@@ -9,6 +9,7 @@
 #include "codegen/compilation.h"
 #include "diag/diag.h"
 #include "lexer/tokenizer.h"
+#include "nls/catalogue.h"
 #include "symbols/dictionary.h"
 #include "symbols/symtab.h"
 
@@ -31,6 +32,7 @@ struct CompilerStores {
   Tokenizer tok;
   SymbolTable syms;
   Dictionaries* dictionaries = nullptr;  // the open data dictionaries; none when null
+  nls::Catalogue* catalogue = nullptr;   // the message catalogue; the built-in texts when null
 };
 
 }  // namespace tav

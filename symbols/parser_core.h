@@ -33,7 +33,8 @@ class ParserCore {
         texts(c.stores.texts),
         ob(c.stores.builder),
         syms(c.syms),
-        dictionaries(c.dictionaries ? c.dictionaries : &no_dictionaries) {}
+        dictionaries(c.dictionaries ? c.dictionaries : &no_dictionaries),
+        catalogue(c.catalogue) {}
   ParserCore(const ParserCore&) = delete;
   ParserCore& operator=(const ParserCore&) = delete;
 
@@ -83,6 +84,7 @@ class ParserCore {
   FieldNotes field_notes;        // types of the fields used, for the expression compiler
   NoDictionaries no_dictionaries;
   Dictionaries* dictionaries;    // the open data dictionaries
+  nls::Catalogue* catalogue;     // the message catalogue; none in a compiler without one
 
   // --- Expressions ---------------------------------------------------------------------------
   // Where the aggregate functions of every expression go while the statements of a block that
