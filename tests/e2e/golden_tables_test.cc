@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -81,6 +82,27 @@ TEST(GoldenTables, SameBytesAsRecorded) {
     EXPECT_EQ(got, c.digest) << c.name << ": the table differs from the recorded one";
   }
   if (::testing::Test::HasFailure()) std::printf("Digests of this build:\n%s", report.c_str());
+}
+
+// The shop application of examples/, compiled against its dictionary, against the table checked in
+// as tests/golden/shop.op6 (compile time and text blanked). TAVGOLDEN=<dir> writes the new table
+// there, for a change that alters it on purpose.
+TEST(GoldenTables, TheShopApplication) {
+  TempDir dir;
+  const std::string examples = tavtest::source_dir() + "/examples/";
+  tavtest::write_file(dir / "shop.sch", tavtest::read_file(examples + "shop.sch"));
+  tavtest::write_file(dir / "shop.spl", tavtest::read_file(examples + "shop.spl"));
+  tavtest::RunOptions in_dir;
+  in_dir.cwd = dir.path();
+  ASSERT_EQ(tavtest::run({tavtest::program("tavdict"), "load", "shop", "shop.sch"}, in_dir).status, 0);
+  const tavtest::RunResult r = tavtest::tavcmp(dir.path(), {"-l", "shop.spl"},
+                                               tavtest::Env{{"TAVDICT=shop"}, {"TAVUSRDICT", "TAVDISTDICT", "TAVPATH"}});
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("No errors found"), std::string::npos) << r.out;
+  const std::string got = tavtest::read_file(dir / "shop.op6");
+  if (const char* out = std::getenv("TAVGOLDEN")) tavtest::write_file(std::string(out) + "/shop.op6", got);
+  const std::string golden = tavtest::read_file(tavtest::source_dir() + "/tests/golden/shop.op6");
+  EXPECT_EQ(table_digest(got), table_digest(golden)) << "the shop application's table changed";
 }
 
 }  // namespace
