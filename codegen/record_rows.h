@@ -74,7 +74,7 @@ constexpr MemberKind member_kind(const MemberRow& m) {
     return has_word(d, "name") || has_word(d, "text", " item") ? MemberKind::text : MemberKind::link;
   if (d.starts_with("signed")) return MemberKind::signed_word;
   if (m.width == 1 && (has_word(d, "letter") || has_word(d, "character"))) return MemberKind::character;
-  if (m.width == 3 || has_word(d, "flags")) return MemberKind::hex;
+  if (m.width == 3 || has_word(d, "flags") || has_word(d, "format word") || has_word(d, "code")) return MemberKind::hex;
   return MemberKind::decimal;
 }
 

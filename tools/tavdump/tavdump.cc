@@ -222,9 +222,34 @@ constexpr RecordOp kRecordOps[] = {
     {Op::report_finish, "finishop"},
 };
 
+// Whether a layout's first member names the op among those that share it: "(also a, b)".
+bool shared_by(std::string_view description, std::string_view name) {
+  const size_t also = description.find("(also ");
+  if (also == std::string_view::npos) return false;
+  std::string_view list = description.substr(also + 6);
+  list = list.substr(0, list.find(')'));
+  for (size_t at = 0; at < list.size();) {
+    size_t end = list.find_first_of(", ", at);
+    if (end == std::string_view::npos) end = list.size();
+    if (list.substr(at, end - at) == name) return true;
+    at = end + 1;
+  }
+  return false;
+}
+
 std::string_view record_op_layout(Op op) {
   for (const RecordOp& r : kRecordOps)
     if (r.op == op) return r.layout;
+  // Any other op is read by the layout named after it, or by the one it shares.
+  const std::string_view name = op_name(op);
+  for (const RecordRow& r : op_rows::kRecords) {
+    if (r.title == name) return r.record;
+    for (const MemberRow& m : op_rows::kMembers) {
+      if (m.record != r.record) continue;
+      if (shared_by(m.description, name)) return r.record;
+      break;  // only the first member names the sharers
+    }
+  }
   return {};
 }
 
