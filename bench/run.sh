@@ -1,65 +1,124 @@
-#!/bin/sh
-# Compile benchmark: throughput in source lines per second on generated programs of growing
-# size, time per file over a run of many small files, and the compiler's peak memory.
+#!/usr/bin/env bash
+# Compile benchmark: tavcmp against GNU cpp and `wc -w` over the same files, in the same run.
 #
 #   bench/run.sh <build-dir> [sizes...]
 #
-# Configures <build-dir> as an optimised build with -DTAV_BENCH=ON, builds the compiler and the
-# generator (-j2), and prints one table. Default sizes: 1000 10000 50000 100000 lines. Add
-# "gbench" as the only size to run the Google Benchmark targets instead. The last two rows compare
-# a program that names 200 objects of a generated dictionary (500 objects, 5000 fields) with the
-# same program defining those objects itself.
-set -eu
+# Configures <build-dir> as an optimised build with -DTAV_BENCH=ON, builds the product and the
+# generator (-j2), and prints one Markdown table. Each figure is the median wall time of
+# $TAV_BENCH_REPS runs (default 5), taken with the shell's microsecond clock. Rows:
+#   - one generated program per size (default: 50000 lines, the largest round size that fits
+#     the op space);
+#   - 200 small generated programs compiled in one tavcmp run (cpp runs once per file);
+#   - the programs of examples/, with their dictionary when examples/ holds a schema (*.sch);
+#   - 20 programs naming 200 objects of a generated dictionary (500 objects, 5000 fields), and
+#     the same 20 programs defining those objects themselves.
+# "tavpp" is the preprocessor alone over the same files, one run per file as the compiler starts
+# it; "compile" is the tavcmp run less that time: tokenizing, parsing and writing the tables.
+# A run that fails shows "failed" and its first message instead of figures.
+# Add "gbench" as the only size to run the Google Benchmark targets instead.
+set -euo pipefail
+export LC_ALL=C
 
 [ $# -ge 1 ] || { echo "usage: $0 <build-dir> [sizes...|gbench]" >&2; exit 2; }
 build=$1
 shift
 src=$(cd "$(dirname "$0")/.." && pwd)
+reps=${TAV_BENCH_REPS:-5}
 
 cmake -S "$src" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAV_BENCH=ON >/dev/null
 ninja -C "$build" -j2 tavcmp tavpp tavdict tav-gen-program bench_compile >/dev/null
 
 product=$build/tavrin
 tavcmp=$product/bin/tavcmp
+tavpp=$product/bin/tavpp
 gen=$build/bench/tav-gen-program
 
 if [ "${1:-}" = gbench ]; then
   exec "$build/bench/bench_compile"
 fi
-sizes=${*:-1000 10000 50000 100000}
+sizes=${*:-50000}
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT INT TERM
 
-# run_timed <label> <lines> <files> <source...>: one compiler run under /usr/bin/time, with the
-# options in $opts (no dictionaries unless they say otherwise).
-opts=-n
-run_timed() {
-  label=$1 lines=$2 files=$3
-  shift 3
-  # shellcheck disable=SC2086
-  TAVRIN=$product /usr/bin/time -f '%e %M' -o "$work/time" "$tavcmp" -l $opts "$@" >"$work/out" 2>&1 || true
-  read -r secs peak_kb <<EOF
-$(tail -n 1 "$work/time")
-EOF
-  awk -v l="$label" -v n="$lines" -v f="$files" -v s="$secs" -v m="$peak_kb" 'BEGIN {
-    s += 0; if (s <= 0) s = 0.001
-    printf "%-18s %9d %6d %9.3f %12.0f %10.2f %9d\n", l, n, f, s, n / s, 1000 * s / f, m }'
+# median_us <command...>: runs the command $reps times and prints the median wall time in
+# microseconds; fails when any run fails.
+median_us() {
+  local times=() i start end
+  for ((i = 0; i < reps; i++)); do
+    start=${EPOCHREALTIME/./}
+    "$@" >/dev/null 2>&1 || return 1
+    end=${EPOCHREALTIME/./}
+    times+=($((end - start)))
+  done
+  printf '%s\n' "${times[@]}" | sort -n | awk '{ t[NR] = $1 } END { print t[int((NR + 1) / 2)] }'
 }
 
-printf "%-18s %9s %6s %9s %12s %10s %9s\n" run lines files seconds lines/s ms/file peak-kB
+# The references and the preprocessor alone, one run per file.
+cpp_each() { local f; for f in "$@"; do cpp "$f" "$work/cpp.out" || return 1; done; }
+tavpp_each() { local f; for f in "$@"; do "$tavpp" "-o$work/pp.err" "$f" "$work/pp.out" || return 1; done; }
+wc_all() { wc -w "$@"; }
+# tavcmp with the options in $opts; the tables go to $work/out.
+opts=-n
+tavcmp_run() {
+  # shellcheck disable=SC2086
+  TAVRIN=$product "$tavcmp" -l $opts -o "$work/out" "$@"
+}
+
+printf '| run | lines | files | tavcmp ms | ÷ cpp | ÷ wc -w | compile ms | ÷ cpp | ÷ wc -w | compile lines/s | tavpp ms | cpp ms | wc -w ms | peak kB |\n'
+printf '|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n'
+
+# row <label> <lines> <source...>: one table row.
+row() {
+  local label=$1 lines=$2
+  shift 2
+  local files=$#
+  rm -rf "$work/out" && mkdir "$work/out"
+  local status=0
+  tavcmp_run "$@" >"$work/log" 2>&1 || status=$?
+  # The exit status is the first error's number, which a status byte may not show: the
+  # summary's error count decides too.
+  if [ "$status" -ne 0 ] || grep -q 'Errors found = [1-9]' "$work/log"; then
+    local why
+    why=$(grep -m 1 -i 'error\|exceeded\|cannot\|can.t' "$work/log" | tr -s ' |' ' /' | cut -c 1-100 || true)
+    printf '| %s | %d | %d | failed (status %d): %s |\n' "$label" "$lines" "$files" "$status" "$why"
+    return
+  fi
+  local t p c w peak
+  t=$(median_us tavcmp_run "$@")
+  p=$(median_us tavpp_each "$@")
+  c=$(median_us cpp_each "$@")
+  w=$(median_us wc_all "$@")
+  # shellcheck disable=SC2086
+  TAVRIN=$product /usr/bin/time -f '%M' -o "$work/peak" "$tavcmp" -l $opts -o "$work/out" "$@" >/dev/null 2>&1
+  peak=$(tail -n 1 "$work/peak")
+  awk -v l="$label" -v n="$lines" -v f="$files" -v t="$t" -v p="$p" -v c="$c" -v w="$w" -v m="$peak" 'BEGIN {
+    k = t - p; if (k < 1) k = 1
+    printf "| %s | %d | %d | %.3f | %.2f | %.1f | %.3f | %.2f | %.1f | %.0f | %.3f | %.3f | %.3f | %d |\n",
+      l, n, f, t / 1000, t / c, t / w, k / 1000, k / c, k / w, n / (k / 1e6), p / 1000, c / 1000, w / 1000, m }'
+}
+
 for n in $sizes; do
   lines=$("$gen" --lines "$n" "$work/p$n.spl")
-  run_timed "one file" "$lines" 1 "$work/p$n.spl"
-  if grep -q "Exceeded maximum operations table limit" "$work/out"; then
-    echo "  ($n lines: the op space is full; larger sizes stop here)"
-    break
-  fi
+  row "one file" "$lines" "$work/p$n.spl"
 done
 
 mkdir "$work/small"
 lines=$("$gen" --lines 200 --files 200 "$work/small")
-run_timed "200 small files" "$lines" 200 "$work"/small/*.spl
+row "200 small files, one run" "$lines" "$work"/small/*.spl
+
+# The bundled example, with its dictionary when it has one.
+examples=("$src"/examples/*.spl)
+lines=$(cat "${examples[@]}" | wc -l)
+schemas=("$src"/examples/*.sch)
+if [ -e "${schemas[0]}" ]; then
+  "$product/bin/tavdict" load "$work/example-dict/" "${schemas[@]}" >/dev/null
+  opts="-g $work/example-dict/"
+  row "examples/ with its dictionary" "$lines" "${examples[@]}"
+  opts=-n
+else
+  row "examples/" "$lines" "${examples[@]}"
+fi
 
 # Dictionary loading: the same 20 programs against the dictionary, and defining the objects.
 "$gen" --schema 500 5000 "$work/shop.sch" >/dev/null
@@ -71,6 +130,8 @@ for i in $(seq 1 20); do
   defined=$((defined + $("$gen" --object-program 500 5000 200 --defining "$work/defined/p$i.spl")))
 done
 opts="-g $work/dict/"
-run_timed "dict: 200 objects" "$named" 20 "$work"/named/*.spl
+row "dictionary: 20 programs naming 200 objects" "$named" "$work"/named/*.spl
 opts=-n
-run_timed "defined in program" "$defined" 20 "$work"/defined/*.spl
+row "the same 20 programs defining them" "$defined" "$work"/defined/*.spl
+echo
+echo "Medians of $reps runs; ÷ is tavcmp's time over the reference's on the same files."

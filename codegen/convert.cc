@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -82,8 +82,10 @@ Scaled scale(double value, int decimals) {
   if (a - ip >= kRoundUp) ip += 1;
   if (ip == 0) return s;
   char buf[400];  // DBL_MAX has 309 digits
-  std::snprintf(buf, sizeof buf, "%.0f", ip);
-  s.digits = buf;
+  // An integral value below 2^64 converts exactly; larger ones are written out digit for digit.
+  const auto r = ip < 0x1p64 ? std::to_chars(buf, buf + sizeof buf, static_cast<uint64_t>(ip))
+                             : std::to_chars(buf, buf + sizeof buf, ip, std::chars_format::fixed, 0);
+  s.digits.assign(buf, r.ptr);
   s.negative = value < 0;
   return s;
 }

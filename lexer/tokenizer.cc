@@ -50,6 +50,10 @@ constexpr std::array<uint8_t, 256> kCharClass = make_char_classes();
 
 inline uint8_t char_class(char c) { return kCharClass[static_cast<unsigned char>(c)]; }
 inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
+// A letter that may begin a month name: ASCII, or any byte of a non-ASCII locale name.
+inline bool is_month_letter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || static_cast<unsigned char>(c) >= 0x80;
+}
 
 constexpr std::string_view kEofText = "[EOF]";
 constexpr unsigned kRepeatMax = 511;  // a repeated-character literal must fit a token
@@ -272,11 +276,11 @@ bool Tokenizer::fill() {
   if (fd_ >= 0) {
     ssize_t n;
     do {
-      n = ::read(fd_, read_buf_, kReadChunk);
+      n = ::read(fd_, read_buf_.get(), kReadChunk);
     } while (n < 0 && errno == EINTR);
     if (n <= 0) return false;
-    rp_ = read_buf_;
-    rend_ = read_buf_ + n;
+    rp_ = read_buf_.get();
+    rend_ = rp_ + n;
     return true;
   }
   if (memory_used_ || memory_.empty()) return false;
@@ -435,21 +439,27 @@ bool Tokenizer::read_quoted() {
 }
 
 uint32_t Tokenizer::classify_word(bool raw) {
-  if (uint32_t code = lookup_verb(text())) return code;
+  if (uint32_t code = find_keyword(text())) return code;
   if (raw) return kClassRaw;
   if (classify_number()) return kClassNumeric;
   // Every date has a day or a year and every time its hours, so most names, having no digit,
-  // are spared the two parsers.
+  // are spared the two parsers. A date begins with its first number or a month name, a time
+  // with its hours, so a word that begins otherwise is not given to them either.
   if (std::any_of(text_, text_ + text_len_, is_digit)) {
-    if (int32_t day = conv::parse_date(text(), dates_); day >= 0) {
-      value_ = day;
-      attribute_ = kDateAttr;
-      return kClassDate;
+    const char first = text_[0];
+    if (is_digit(first) || is_month_letter(first)) {
+      if (int32_t day = conv::parse_date(text(), dates_); day >= 0) {
+        value_ = day;
+        attribute_ = kDateAttr;
+        return kClassDate;
+      }
     }
-    if (int32_t seconds = conv::parse_time(text()); seconds >= 0) {
-      value_ = seconds;
-      attribute_ = kTimeAttr;
-      return kClassTime;
+    if (is_digit(first)) {
+      if (int32_t seconds = conv::parse_time(text()); seconds >= 0) {
+        value_ = seconds;
+        attribute_ = kTimeAttr;
+        return kClassTime;
+      }
     }
     if (classify_repeated()) return kClassAlpha;
   }

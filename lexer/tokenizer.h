@@ -20,13 +20,14 @@
 // or a repeat count of 512 or more, 69 for control characters and badly closed literals, and
 // "Parameter substitution not allowed" for $n.
 //
-// Lines come from the file reader (plain 512-byte reads, lines of at most 513 characters) or
+// Lines come from the file reader (reads of 64 KiB, lines of at most 513 characters) or
 // from another LineSource installed over it; save_position/restore_position let a caller compile
 // inserted text in the middle of the source and then carry on where it was.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -60,7 +61,7 @@ inline constexpr uint16_t kTimeAttr = 0x4100;
 inline constexpr size_t kTokenMax = 511;     // longest token text; longer words are cut
 inline constexpr size_t kLineMax = 513;      // longest source line kept; the rest is dropped
 inline constexpr size_t kFileNameMax = 259;  // longest file name kept from a line marker
-inline constexpr size_t kReadChunk = 512;    // size of each read of the source file
+inline constexpr size_t kReadChunk = 65536;  // size of each read of the source file
 
 class Tokenizer;
 
@@ -206,7 +207,7 @@ class Tokenizer : public DiagSource {
   // The file reader: the open file (or memory text) and the read buffer.
   LineSource* source_ = nullptr;
   int fd_ = -1;
-  char read_buf_[kReadChunk] = {};
+  std::unique_ptr<char[]> read_buf_{new char[kReadChunk]};
   const char* rp_ = nullptr;   // next unread byte of the current chunk
   const char* rend_ = nullptr;  // end of the current chunk
   std::string_view memory_;    // open_text: the whole text, handed out as one chunk

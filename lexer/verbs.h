@@ -90,6 +90,10 @@ constexpr uint32_t lookup_verb(std::string_view word) {
   return 0;
 }
 
+// The verb code of a keyword, or 0: the same answer as lookup_verb, found through a hash table
+// (verbs.cc). The tokenizer classifies every word with it.
+uint32_t find_keyword(std::string_view word);
+
 // The first row that is not greater than the row before it, or an empty view when the table is
 // in order. The compiler checks its own table here at compile time, and once more at start-up.
 constexpr std::string_view check_verb_table(const VerbRow* table = kVerbTable,

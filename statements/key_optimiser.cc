@@ -6,7 +6,7 @@
 #include "statements/key_optimiser.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -109,9 +109,10 @@ int compare_literals(const ParserCore& p, uint32_t a, uint32_t b) {
 std::string format_literal(const ParserCore& p, uint32_t op) {
   const LiteralValue v = literal_value(p, op);
   if (!v.numeric) return std::string(v.text);
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "%.*f", conv::fmt_decimals(v.format), v.number);
-  return buf;
+  char buf[400];  // DBL_MAX has 309 digits
+  const auto r = std::to_chars(buf, buf + sizeof buf, v.number, std::chars_format::fixed,
+                               conv::fmt_decimals(v.format));
+  return {buf, r.ptr};
 }
 
 // ---- Walking the condition ---------------------------------------------------------------------

@@ -34,7 +34,7 @@ bool valid_field_name(const ParserCore& p, std::string_view name) {
       return false;
     }
   }
-  if (!letter || lookup_verb(name) != 0) return false;
+  if (!letter || find_keyword(name) != 0) return false;
   return conv::parse_date(name, p.settings.dates) < 0;
 }
 
@@ -166,7 +166,7 @@ void FieldDefinition::picture_clause() {
     const bool only_z = lead.find_first_not_of('z') == std::string::npos;
     if (!only_x && !only_z) {
       const bool call = cut != std::string::npos && text[cut] == '(' &&
-                        (lookup_verb(lead) & kFunctionWord) != 0;
+                        (find_keyword(lead) & kFunctionWord) != 0;
       if (!lead.empty() && (call || field_is_known(p_, lead))) {
         p_.diag.error(msg::expression_not_allowed);
         p_.tok.skip_to_clause();

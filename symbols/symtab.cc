@@ -7,12 +7,70 @@
 
 namespace tav {
 
+// --- Name index --------------------------------------------------------------------------------
+
+void NameIndex::clear() {
+  slots_.assign(64, 0);
+  count_ = 0;
+}
+
+// FNV-1a over the characters that take part in a comparison of names.
+uint32_t NameIndex::hash(std::string_view name) {
+  if (name.size() > kSymbolNameLength) name = name.substr(0, kSymbolNameLength);
+  uint32_t h = 2166136261u;
+  for (char c : name) h = (h ^ static_cast<unsigned char>(c)) * 16777619u;
+  return h;
+}
+
+uint32_t NameIndex::find(const OpSpace& ops, std::string_view name) const {
+  if (slots_.empty()) return 0;
+  const size_t mask = slots_.size() - 1;
+  for (size_t s = hash(name) & mask; slots_[s] != 0; s = (s + 1) & mask) {
+    const uint32_t rec = slots_[s];
+    if (SymbolTable::compare_names(ops.text_at(ops.get24(rec + name_member_)), name) == 0) return rec;
+  }
+  return 0;
+}
+
+void NameIndex::add(const OpSpace& ops, uint32_t record) {
+  if (slots_.empty()) clear();
+  const std::string_view name = ops.text_at(ops.get24(record + name_member_));
+  if (find(ops, name) != 0) return;  // the first record of a name answers for it
+  if (2 * (count_ + 1) > slots_.size()) grow(ops);
+  const size_t mask = slots_.size() - 1;
+  size_t s = hash(name) & mask;
+  while (slots_[s] != 0) s = (s + 1) & mask;
+  slots_[s] = record;
+  ++count_;
+}
+
+void NameIndex::grow(const OpSpace& ops) {
+  std::vector<uint32_t> old(slots_.size() * 2, 0);
+  old.swap(slots_);
+  const size_t mask = slots_.size() - 1;
+  for (uint32_t rec : old) {
+    if (rec == 0) continue;
+    size_t s = hash(ops.text_at(ops.get24(rec + name_member_))) & mask;
+    while (slots_[s] != 0) s = (s + 1) & mask;
+    slots_[s] = rec;
+  }
+}
+
+// --- Symbol table ------------------------------------------------------------------------------
+
+SymbolTable::SymbolTable(OpSpace& ops, bool debug_ops)
+    : ops_(ops), debug_ops_(debug_ops), field_index_(fsym::f_name), section_index_(ssym::s_name) {}
+
 void SymbolTable::reset() {
   cache_count_ = 0;
   insertion_point_ = 0;
   field_tail_ = 0;
   object_tail_ = 0;
   current_section_ = 0;
+  field_index_.clear();
+  section_index_.clear();
+  section_prev_.clear();
+  section_tail_ = 0;
 }
 
 int SymbolTable::compare_names(const char* stored, std::string_view name) {
@@ -52,13 +110,18 @@ void SymbolTable::append_field(uint32_t field) {
     if (tail == 0) {
       ops_.put24(hdr::h_fields, field);
     } else {
-      while (ops_.get24(tail + fsym::f_next) != 0) tail = ops_.get24(tail + fsym::f_next);
+      field_index_.add(ops_, tail);
+      while (ops_.get24(tail + fsym::f_next) != 0) {
+        tail = ops_.get24(tail + fsym::f_next);
+        field_index_.add(ops_, tail);
+      }
       ops_.put24(tail + fsym::f_next, field);
     }
   } else {
     ops_.put24(field_tail_ + fsym::f_next, field);
   }
   field_tail_ = field;
+  field_index_.add(ops_, field);
 }
 
 uint32_t SymbolTable::add_global_field(std::string_view name) {
@@ -115,13 +178,9 @@ uint32_t SymbolTable::find_field(std::string_view name) {
   insertion_point_ = pos;
   if (cache_count_ < kCacheSize) return 0;  // the cache holds every global field
 
-  for (uint32_t f = ops_.get24(hdr::h_fields); f != 0; f = ops_.get24(f + fsym::f_next)) {
-    if (compare_names(ops_.text_at(ops_.get24(f + fsym::f_name)), name) == 0) {
-      enter_field_into_cache(f);
-      return f;
-    }
-  }
-  return 0;
+  const uint32_t f = field_index_.find(ops_, name);
+  if (f != 0) enter_field_into_cache(f);
+  return f;
 }
 
 void SymbolTable::enter_field_into_cache(uint32_t field) {
@@ -188,52 +247,82 @@ uint32_t SymbolTable::add_object(std::string_view name, int16_t dictno) {
 // --- Sections ----------------------------------------------------------------------------------
 
 uint32_t SymbolTable::find_section(std::string_view name) const {
-  for (uint32_t s = ops_.get24(hdr::h_screens); s != 0; s = ops_.get24(s + ssym::s_next)) {
-    if (compare_names(ops_.text_at(ops_.get24(s + ssym::s_name)), name) == 0) return s;
+  return section_index_.find(ops_, name);
+}
+
+// Links `section` behind `after` (0: at the head) and keeps the predecessors and the tail.
+void SymbolTable::link_section_after(uint32_t after, uint32_t section) {
+  const uint32_t next = after == 0 ? ops_.get24(hdr::h_screens) : ops_.get24(after + ssym::s_next);
+  ops_.put24(section + ssym::s_next, next);
+  ops_.put24(after == 0 ? hdr::h_screens : after + ssym::s_next, section);
+  section_prev_[section] = after;
+  if (next != 0)
+    section_prev_[next] = section;
+  else
+    section_tail_ = section;
+}
+
+void SymbolTable::unlink_section(uint32_t section) {
+  const uint32_t prev = section_prev_[section];
+  const uint32_t next = ops_.get24(section + ssym::s_next);
+  ops_.put24(prev == 0 ? hdr::h_screens : prev + ssym::s_next, next);
+  if (next != 0)
+    section_prev_[next] = prev;
+  else
+    section_tail_ = prev;
+}
+
+// The last defined section at or before `section`, going back through the predecessors; 0 when
+// there is none.
+uint32_t SymbolTable::last_defined_from(uint32_t section) const {
+  while (section != 0 && (ops_.get16(section + ssym::s_kind) & ssym::kind_mask) == 0) {
+    const auto it = section_prev_.find(section);
+    section = it == section_prev_.end() ? 0 : it->second;
   }
-  return 0;
+  return section;
 }
 
 uint32_t SymbolTable::find_or_declare_section(std::string_view name, bool defining) {
-  const bool track_defined = defining && !debug_ops_;
-  uint32_t last_defined = 0;  // the last defined section passed on the way
-  uint32_t prev = 0;          // the section before `s`
-  uint32_t s = ops_.get24(hdr::h_screens);
-  for (; s != 0; prev = s, s = ops_.get24(s + ssym::s_next)) {
-    const int c = compare_names(ops_.text_at(ops_.get24(s + ssym::s_name)), name);
-    if (c == 0) break;
-    if (debug_ops_ && c > 0) break;
-    if (track_defined && (ops_.get16(s + ssym::s_kind) & ssym::kind_mask) != 0) last_defined = s;
-  }
-
-  auto link_after = [&](uint32_t after, uint32_t sec) {
-    if (after == 0) {
-      ops_.put24(sec + ssym::s_next, ops_.get24(hdr::h_screens));
-      ops_.put24(hdr::h_screens, sec);
-    } else {
-      ops_.put24(sec + ssym::s_next, ops_.get24(after + ssym::s_next));
-      ops_.put24(after + ssym::s_next, sec);
-    }
-  };
-
-  const bool found =
-      s != 0 && compare_names(ops_.text_at(ops_.get24(s + ssym::s_name)), name) == 0;
-  if (found) {
+  if (debug_ops_) return declare_section_in_name_order(name, defining);
+  if (const uint32_t s = section_index_.find(ops_, name)) {
     if (!defining) {
       ops_.put16(s + ssym::s_flags, ops_.get16(s + ssym::s_flags) | ssym::flag_referenced);
-    } else if (last_defined != 0 && last_defined != prev) {
-      // Defined at last: unlink it and put it behind the defined sections before it.
-      ops_.put24(prev + ssym::s_next, ops_.get24(s + ssym::s_next));
-      link_after(last_defined, s);
+      return s;
+    }
+    // Defined at last: put it behind the defined sections before it.
+    const uint32_t prev = section_prev_[s];
+    const uint32_t last_defined = last_defined_from(prev);
+    if (last_defined != 0 && last_defined != prev) {
+      unlink_section(s);
+      link_section_after(last_defined, s);
     }
     return s;
   }
-
   const uint32_t sec = ops_.alloc(ssym::size);
   ops_.put24(sec + ssym::s_name, store_name(name));
   ops_.put16(sec + ssym::s_seq, ops_.next_count(hdr::h_screen_count, "sections"));
   if (!defining) ops_.put16(sec + ssym::s_flags, ssym::flag_referenced);
-  link_after(last_defined != 0 ? last_defined : prev, sec);
+  const uint32_t last_defined = defining ? last_defined_from(section_tail_) : 0;
+  link_section_after(last_defined != 0 ? last_defined : section_tail_, sec);
+  section_index_.add(ops_, sec);
+  return sec;
+}
+
+// With the debug-ops flag: the list in name order, nothing moved.
+uint32_t SymbolTable::declare_section_in_name_order(std::string_view name, bool defining) {
+  if (const uint32_t s = section_index_.find(ops_, name)) {
+    if (!defining) ops_.put16(s + ssym::s_flags, ops_.get16(s + ssym::s_flags) | ssym::flag_referenced);
+    return s;
+  }
+  uint32_t prev = 0;
+  for (uint32_t s = ops_.get24(hdr::h_screens); s != 0; prev = s, s = ops_.get24(s + ssym::s_next))
+    if (compare_names(ops_.text_at(ops_.get24(s + ssym::s_name)), name) > 0) break;
+  const uint32_t sec = ops_.alloc(ssym::size);
+  ops_.put24(sec + ssym::s_name, store_name(name));
+  ops_.put16(sec + ssym::s_seq, ops_.next_count(hdr::h_screen_count, "sections"));
+  if (!defining) ops_.put16(sec + ssym::s_flags, ssym::flag_referenced);
+  link_section_after(prev, sec);
+  section_index_.add(ops_, sec);
   return sec;
 }
 

@@ -6,25 +6,48 @@
 // the optable_header has been allocated at offset 0 of the op space.
 //
 // Field lookup goes (1) through the local fields of the current section, (2) through the field
-// cache by binary search, and (3) only when the cache is full, through the global field list.
+// cache by binary search, and (3) only when the cache is full, through the global field list,
+// which a hash index by name answers in constant time with the first field of that name.
 // The cache holds at most ten entries {hit count, field} in ascending name order; as long as it
 // is not full it holds every global field, so a miss there means the field is unknown. When a
 // field has to enter a full cache, the entry with the fewest hits (the first in name order among
 // equals) makes room for it. Local fields never enter the cache.
 //
 // Names are compared over their first 30 characters: two names that agree that far are the
-// same symbol.
+// same symbol. Sections are found through a hash index too, and each section's predecessor in
+// the list is kept, so that placing a section does not walk the list from its head.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 #include "symbols/records.h"
 
 namespace tav {
 
 class OpSpace;
+
+// Symbols of one list by name: an open-addressed hash table of record offsets, each record
+// holding a 24-bit link to its NUL-terminated name at `name_member`. Keeps the first record
+// added under a name.
+class NameIndex {
+ public:
+  explicit NameIndex(uint32_t name_member) : name_member_(name_member) {}
+  void clear();
+  uint32_t find(const OpSpace& ops, std::string_view name) const;
+  void add(const OpSpace& ops, uint32_t record);
+
+ private:
+  static uint32_t hash(std::string_view name);
+  void grow(const OpSpace& ops);
+
+  uint32_t name_member_;
+  std::vector<uint32_t> slots_;  // record offsets, 0 for an empty slot
+  size_t count_ = 0;
+};
 
 class SymbolTable {
  public:
@@ -35,7 +58,7 @@ class SymbolTable {
     uint32_t field = 0;  // field_sym
   };
 
-  explicit SymbolTable(OpSpace& ops, bool debug_ops = false) : ops_(ops), debug_ops_(debug_ops) {}
+  explicit SymbolTable(OpSpace& ops, bool debug_ops = false);
   SymbolTable(const SymbolTable&) = delete;
   SymbolTable& operator=(const SymbolTable&) = delete;
 
@@ -113,6 +136,10 @@ class SymbolTable {
  private:
   uint32_t store_name(std::string_view name);
   int cache_search(std::string_view name, bool& found) const;
+  uint32_t declare_section_in_name_order(std::string_view name, bool defining);
+  uint32_t last_defined_from(uint32_t section) const;
+  void link_section_after(uint32_t after, uint32_t section);
+  void unlink_section(uint32_t section);
 
   OpSpace& ops_;
   bool debug_ops_;
@@ -122,6 +149,10 @@ class SymbolTable {
   uint32_t field_tail_ = 0;
   uint32_t object_tail_ = 0;
   uint32_t current_section_ = 0;
+  NameIndex field_index_;    // the global field list
+  NameIndex section_index_;  // the section list
+  std::unordered_map<uint32_t, uint32_t> section_prev_;  // section -> the one before it (0: head)
+  uint32_t section_tail_ = 0;
 };
 
 }  // namespace tav

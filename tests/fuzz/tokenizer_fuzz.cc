@@ -3,7 +3,7 @@
 // The first byte chooses how the input is read: bit 0 sets the statement and clause masks of a
 // program, bit 1 asks for a raw word now and then, bit 2 pushes tokens back, bit 3 compiles the
 // part after the first 0xff byte as inserted text in the middle, bit 4 reads through a file
-// instead of memory (exercising the 512-byte reads).
+// instead of memory (exercising the block reads).
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>

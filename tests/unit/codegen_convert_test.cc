@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "codegen/convert.h"
@@ -128,6 +129,22 @@ TEST(ConvertNumeric, ReadSignRules) {
   EXPECT_EQ(to_double(wide_unsigned, fmt(13, 0, kFmtBinary)), 281474976710654.0);
   EXPECT_EQ(to_double(wide_unsigned, fmt(13, 0, kFmtBinary, true)), -2);
   EXPECT_EQ(to_double(reinterpret_cast<const uint8_t*>("abc"), 3), 0);  // alphanumeric
+}
+
+TEST(ConvertNumeric, ZonedDigitsOfLargeValues) {
+  // Integral values below 2^64 and above it take different conversions; both give every digit.
+  const std::pair<double, const char*> cases[] = {
+      {18446744073709549568.0, "18446744073709549568"},  // the largest double below 2^64
+      {18446744073709551616.0, "18446744073709551616"},  // 2^64
+      {2e19, "20000000000000000000"},
+      {123456789012345678.0, "00123456789012345680"},
+      {1e22, "00000000000000000000"},  // 23 digits: the 20 low ones are zeros
+  };
+  for (const auto& [value, digits] : cases) {
+    Bytes out(20);
+    from_double(value, fmt(20, 0, kFmtZoned), out.data());
+    EXPECT_EQ(std::string(out.begin(), out.end()), digits) << value;
+  }
 }
 
 TEST(ConvertNumeric, OutOfRangeValuesAreDefined) {

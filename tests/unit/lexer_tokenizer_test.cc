@@ -249,6 +249,24 @@ TEST_F(Lex, FilesAreReadInChunksAndLongLinesCut) {
   EXPECT_EQ(tok.source_lines(), 305u);
   EXPECT_EQ(messages(), Lines{});
 
+  // Lines across the boundary between two reads, a long one among them, come out as they do
+  // from memory.
+  std::string big;
+  const size_t long_line = text.find(std::string(510, 'a'));
+  for (int i = 0; big.size() + long_line + 200 < kReadChunk; ++i) big += "w" + std::to_string(i) + " x\n";
+  big += text;
+  auto words_of = [&] {
+    std::string out;
+    while (tok.get_token() != kClassEndOfInput) out += std::string(tok.text()) + "@" + std::to_string(tok.line()) + " ";
+    return out;
+  };
+  tavtest::write_file(dir / "big.spl", big);
+  ASSERT_EQ(tok.open_source(dir / "big.spl"), 0);
+  const std::string from_file = words_of();
+  tok.open_text(big, "big.spl");
+  EXPECT_EQ(from_file, words_of());
+  EXPECT_NE(from_file.find(std::string(511, 'c') + "@"), std::string::npos);
+
   tavtest::write_file(dir / "empty.spl", "");
   ASSERT_EQ(tok.open_source(dir / "empty.spl"), 0);
   EXPECT_EQ(tok.get_token(), kClassEndOfInput);

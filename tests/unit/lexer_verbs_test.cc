@@ -69,6 +69,27 @@ TEST(VerbTable, WordsAsTheTokenizerDeliversThem) {
   for (const Case& c : cases) EXPECT_EQ(lookup_verb(c.word), c.code) << c.word;
 }
 
+TEST(VerbTable, HashedLookupAgreesWithTheOrderedSearch) {
+  // Every row, and spellings around it: hyphens for underscores, underscores and hyphens
+  // dropped or added, a letter more or less, a leading hyphen.
+  std::vector<std::string> words = {"", "-", "--", "_", "x", "\xe9t\xe9", "end--if", "end-_if", "end_-if"};
+  for (int i = 0; i < kVerbCount; ++i) {
+    const std::string name(kVerbTable[i].name);
+    std::string hyphens = name, bare;
+    for (char& c : hyphens)
+      if (c == '_') c = '-';
+    for (char c : name)
+      if (c != '_' && c != '-') bare += c;
+    words.insert(words.end(), {name, hyphens, bare, name + "s", name.substr(0, name.size() - 1),
+                               "-" + name, name + "-", "_" + name, name + "_"});
+    for (size_t k = 1; k < name.size(); ++k) {
+      words.push_back(name.substr(0, k) + "-" + name.substr(k));
+      words.push_back(name.substr(0, k) + "_" + name.substr(k));
+    }
+  }
+  for (const std::string& w : words) EXPECT_EQ(find_keyword(w), lookup_verb(w)) << w;
+}
+
 TEST(VerbTable, CompareKeyword) {
   EXPECT_EQ(compare_keyword("end-if", "end_if"), 0);
   EXPECT_EQ(compare_keyword("endif", "end_if"), 0);

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -166,6 +168,55 @@ TEST_F(SymtabTest, SectionListOrder) {
     }
     EXPECT_EQ(section_order(), c.order);
   }
+}
+
+TEST_F(SymtabTest, ManySectionsKeepTheListOrder) {
+  // Random references and definitions against a model of the rules: a definition goes behind
+  // the last defined section before it (a new one: in the whole list), a reference at the end.
+  std::vector<std::string> model;
+  std::set<std::string> defined;
+  uint32_t seed = 12345;
+  for (int step = 0; step < 3000; ++step) {
+    seed = seed * 1103515245u + 12345u;
+    const std::string n = "s" + std::to_string((seed >> 16) % 400);
+    const bool defining = ((seed >> 8) & 3) == 0;
+    auto it = std::find(model.begin(), model.end(), n);
+    auto last_defined_before = [&](auto end) {
+      auto ld = model.end();
+      for (auto i = model.begin(); i != end; ++i)
+        if (defined.count(*i)) ld = i;
+      return ld;
+    };
+    if (it == model.end()) {
+      auto ld = defining ? last_defined_before(model.end()) : model.end();
+      model.insert(ld == model.end() ? model.end() : ld + 1, n);
+    } else if (defining) {
+      auto ld = last_defined_before(it);
+      if (ld != model.end() && ld + 1 != it) {
+        model.erase(it);
+        model.insert(std::find(model.begin(), model.end(), *ld) + 1, n);
+      }
+    }
+    if (defining) defined.insert(n);
+    const uint32_t s = syms.find_or_declare_section(n, defining);
+    if (defining) ops.put16(s + ssym::s_kind, ssym::kind_procedure);
+    ASSERT_EQ(syms.find_section(n), s);
+  }
+  std::string expected;
+  for (const auto& n : model) expected += (expected.empty() ? "" : " ") + n;
+  EXPECT_EQ(section_order(), expected);
+  EXPECT_EQ(syms.find_section("s400"), 0u);
+}
+
+TEST_F(SymtabTest, ManyFieldsAreFoundBeyondTheCache) {
+  std::vector<uint32_t> f;
+  for (int i = 0; i < 3000; ++i) f.push_back(syms.add_global_field("fld" + std::to_string(i)));
+  for (int i = 2999; i >= 0; i -= 7) EXPECT_EQ(syms.find_field("fld" + std::to_string(i)), f[size_t(i)]);
+  // Thirty characters decide.
+  const uint32_t longer = syms.add_global_field(std::string(30, 'n') + "first");
+  EXPECT_EQ(syms.find_field(std::string(30, 'n') + "other"), longer);
+  EXPECT_EQ(syms.find_field("fld3000"), 0u);
+  expect_cache_sorted();
 }
 
 TEST_F(SymtabTest, SequenceNumbersAndInitialValues) {
