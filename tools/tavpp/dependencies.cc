@@ -24,8 +24,8 @@ std::string make_rules(const std::string& target, const std::vector<std::string>
   for (const std::string& file : files) {
     const std::string name = quoted_for_make(file);
     if (line_length + 1 + name.size() > kLineWidth) {
-      rules += " \\\n ";
-      line_length = 1;
+      rules += " \\\n";
+      line_length = 0;
     }
     rules += " " + name;
     line_length += 1 + name.size();
