@@ -5,10 +5,9 @@
 #include <string>
 
 #include "driver/options.h"
+#include "tav_version.h"  // kVersionString, generated from the build's one product version
 
 namespace tav {
-
-inline constexpr char kVersionString[] = "@(#) TAVRIN-4GL Release 6.5 v1.5";
 
 // The product version text: the version string behind "@(#)" with leading blanks skipped.
 inline std::string product_version() {

@@ -181,6 +181,11 @@ void Driver::start_up() {
     std::fflush(stdout);
     std::exit(255);
   }
+  if (options->help) {
+    std::printf("%s\n%s", kUsageText, kHelpText);
+    std::exit(std::fflush(stdout) == 0 ? 0 : 255);
+  }
+  if (options->version) std::exit(print_version("tavcmp") == 0 ? 0 : 255);
   run_.options = std::move(*options);
   const Options& o = run_.options;
   diag_.set_suppression(o.no_warning, o.no_info);
@@ -354,6 +359,11 @@ bool Driver::preprocess(FileContext& file) {
     args.push_back("-DTAVRIN_RELEASE_5");
   }
   for (const std::string& inc : o.includes) args.push_back(inc);
+  if (o.write_dependencies) {
+    // The preprocessor knows every file it opened: it writes the make rule for the table.
+    args.push_back("-MF" + with_extension(file.op6_name, ".d"));
+    args.push_back("-MT" + file.op6_name);
+  }
   args.push_back("-o" + file.err_name);
   args.push_back(file.source_name);
   args.push_back(temp_name_);

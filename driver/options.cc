@@ -10,6 +10,38 @@ const char kUsageText[] =
     "Usage: tavcmp [-dsnclwi] [-p sys] [-g dict] [-u dict]\n"
     "              [-o dir] file.spl ...\n";
 
+const char kHelpText[] =
+    "Compiles TAVRIN-4GL programs into .op6 operations tables.\n"
+    "\n"
+    "Options are clustered behind one \"-\" (-lwt); letters are case-insensitive except -I, -i\n"
+    "and -w. Options taking an argument take the next ones, in the order -p -g -u -x -o.\n"
+    "  -l        plain output on standard output instead of the progress window\n"
+    "  -t        test compile only: diagnostics, no .op6\n"
+    "  -w        suppress warnings and informational messages\n"
+    "  -i        suppress informational messages\n"
+    "  -d        debug compile: statement markers in the table\n"
+    "  -s        compilation summary after each file (progress window only)\n"
+    "  -n        compile without the data dictionaries (not with -g or -u)\n"
+    "  -c        do not stop on dictionary record-layout inconsistencies\n"
+    "  -o dir    write the .op6, .err and .d files into dir\n"
+    "  -I dir    include directory for the preprocessor (up to 10, with TAVCMPINC)\n"
+    "  -p sys    register the program under system sys in the dictionaries\n"
+    "  -g dict   global dictionary\n"
+    "  -u dict   user dictionary\n"
+    "  -x n      debug level: 1 traces the SELECT optimiser, 99 writes op statistics to\n"
+    "            tavcmp.out\n"
+    "  --write-dependencies\n"
+    "            also write <name>.d beside each .op6: a make rule naming the source and every\n"
+    "            file it includes, and an empty rule for each included file\n"
+    "  --help    print this text and exit\n"
+    "  --version print the product version and exit\n"
+    "\n"
+    "Environment: TAVRIN (product directory), TMPDIR, TAVCMPINC, TAVUSRDICT, TAVDISTDICT,\n"
+    "TAVDICT, TAVPATH, TAVLANGUAGE, TAVLANGDIR, TAVDATEORDER, TAVYEAROFFSET, TAVDATESEP,\n"
+    "TAVMONTHNAMES, TAVNOPREVWARN; see tavcmp(1).\n"
+    "Exit status: 0 when the last file compiled without errors; otherwise the line of its first\n"
+    "error modulo 256 (255 without a line); 255 on a usage error or a failed start-up.\n";
+
 namespace {
 
 constexpr size_t kMaxSystemName = 259;
@@ -76,6 +108,16 @@ std::optional<Options> parse_options(int argc, const char* const* argv, const ch
       continue;
     }
     if (arg[0] != '-') break;
+    if (arg[1] == '-') {
+      // A long option; any other spelling stays the usage error it was as a cluster.
+      std::string_view name = arg + 2;
+      if (name == "help") o.help = true;
+      else if (name == "version") o.version = true;
+      else if (name == "write-dependencies") o.write_dependencies = true;
+      else return std::nullopt;
+      if (o.help || o.version) return o;
+      continue;
+    }
     for (const char* c = arg + 1; *c; ++c) {
       // I, i and w are exact; every other letter is case-insensitive.
       if (*c == 'I') {

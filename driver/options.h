@@ -34,12 +34,17 @@ struct Options {
   uint16_t dict_open_mask = 0;
   std::vector<std::string> sources;
   std::time_t summary_start = 0;
+  bool write_dependencies = false;  // --write-dependencies: make rules in <name>.d beside the .op6
+  bool help = false;                // --help: print kHelpText, compile nothing
+  bool version = false;             // --version: print the product version, compile nothing
 };
 
 // Parses argv (argv[0] excepted) and then the TAVCMPINC value (may be null). Returns nothing on
-// a usage error.
+// a usage error. Long options ("--name") stand alone among the options; --help and --version end
+// the parse at once, so that they work without a source file.
 std::optional<Options> parse_options(int argc, const char* const* argv, const char* tavcmpinc);
 
 extern const char kUsageText[];
+extern const char kHelpText[];  // printed after kUsageText by --help
 
 }  // namespace tav

@@ -156,7 +156,7 @@ int LanguageFiles::open(const char* dir, const char* language, std::string& mess
 // Gives the pair the number after the highest one given so far; another compiler may take a
 // number at the same moment, so up to ten following numbers are tried.
 int LanguageFiles::insert_program(const std::string& sys, const std::string& prog) {
-  uint8_t row[langprog::size];
+  uint8_t row[langprog::size] = {};
   int highest = 0;
   if (langprog_->start(2, row, datafile::kFirstRow) == 0 && langprog_->read(2, row, datafile::kNextRow) == 0)
     highest = get_number(row, langprog::sp_prog_id);
@@ -173,7 +173,7 @@ int LanguageFiles::register_program(std::string_view given_system, std::string_v
   program_id_ = 0;
   if (!active_) return 0;
   const std::string sys = system_name(given_system, source), prog = program_name(source);
-  uint8_t row[langprog::size];
+  uint8_t row[langprog::size] = {};
   put_text(row, langprog::sp_sys, kNameSize, sys);
   put_text(row, langprog::sp_prog, kNameSize, prog);
   put_number(row, langprog::sp_prog_id, 0);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kMaxOrderFields = 8;
 
-uint32_t expression_allow(const Select& s, uint32_t more) { return more | (s.sub ? inside_brackets : 0); }
+uint32_t expression_allow(const Select& s, uint32_t more) { return more | (s.sub ? static_cast<uint32_t>(inside_brackets) : 0u); }
 
 // DISTINCT, UNIQUE, DISTINCTROW and ALL before the fields.
 void read_quantifier(Select& s) {
@@ -160,7 +160,7 @@ void read_select_condition(Select& s, uint32_t member, SelectPlace place) {
   s.place = place;
   const bool having = place == SelectPlace::having;
   p.ob.open_level();
-  compile_condition(p, expression_allow(s, allow_select | (having ? allow_aggregates : 0)), having ? &s : nullptr, &s);
+  compile_condition(p, expression_allow(s, allow_select | (having ? static_cast<uint32_t>(allow_aggregates) : 0u)), having ? &s : nullptr, &s);
   p.ops.put24(s.rec + member, p.ob.top().head);
   p.ob.close_level();
   s.place = SelectPlace::list;

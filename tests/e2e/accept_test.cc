@@ -157,7 +157,9 @@ TEST(Accept, BlocksListsAndKeys) {
   EXPECT_EQ(t.u16(inner + adesc::ad_options) & 0x0800u, 0x0800u);
   // RE-ENTER in VALIDATIONS finds the ACCEPT that owns them.
   for (uint32_t op : t.list(t.u24(d + adesc::ad_validations)))
-    if (t.opcode(op) == Op::re_enter) EXPECT_EQ(t.u24(op + reenter::re_target), ops[0]);
+    if (t.opcode(op) == Op::re_enter) {
+      EXPECT_EQ(t.u24(op + reenter::re_target), ops[0]);
+    }
   EXPECT_NE(t.u24(ops[1] + acceptop::ao_on_error), 0u);
   EXPECT_EQ(t.text(t.u24(d + adesc::ad_picture)), "zzzz");
 }

@@ -301,7 +301,9 @@ TEST(Choices, DescriptorsAndTheChain) {
   for (uint32_t op : t.list(detail))
     if (t.u24(op) == boxes[0]) before_box = op;
   for (uint32_t op : t.list(t.u24(rd + raddesc::rd_before)))
-    if (t.opcode(op) == Op::re_enter) EXPECT_EQ(t.u24(op + reenter::re_target), before_box);
+    if (t.opcode(op) == Op::re_enter) {
+      EXPECT_EQ(t.u24(op + reenter::re_target), before_box);
+    }
 }
 
 TEST(Choices, Messages) {

@@ -199,7 +199,7 @@ TEST(Tavcmpnls, UsageAndBadTables) {
   };
   const Case cases[] = {
       {{}, 2, "tavcmpnls: no file given"},
-      {{"--help"}, 2, "tavcmpnls: unknown option --help"},
+      {{"--verbose"}, 2, "tavcmpnls: unknown option --verbose"},
       {{"a.op6", "b.op6"}, 2, "tavcmpnls: only one file can be given"},
       {{dir / "junk.op6"}, 1, "tavcmpnls: "},
   };

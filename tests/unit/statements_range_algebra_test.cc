@@ -140,7 +140,9 @@ TEST(RangeAlgebra, PoolsHoldAHundredRangesOfTwoBounds) {
     for (int i = 1; i < n && !a.overflowed(); ++i)
       list = a.disjunction(list, a.make(Bound{static_cast<uint32_t>(2 * i), kEqual, false}));
     EXPECT_EQ(a.overflowed(), n > 100);
-    if (n == 100) EXPECT_EQ(a.ranges(list).size(), 100u);
+    if (n == 100) {
+      EXPECT_EQ(a.ranges(list).size(), 100u);
+    }
   }
 }
 
@@ -198,7 +200,9 @@ TEST(RangeAlgebra, RangesAcceptWhatTheConditionAccepts) {
       for (const auto& range : ranges)
         in = in || std::all_of(range.begin(), range.end(), [&](const Bound& b) { return holds(b.code, b.value, x); });
       EXPECT_TRUE(in || !accepts.back()[k]) << "trial " << trial << " rejects " << x;
-      if (!degenerate) EXPECT_EQ(in, accepts.back()[k]) << "trial " << trial << " at " << x << ": " << show(a, lists.back());
+      if (!degenerate) {
+        EXPECT_EQ(in, accepts.back()[k]) << "trial " << trial << " at " << x << ": " << show(a, lists.back());
+      }
     }
   }
 }

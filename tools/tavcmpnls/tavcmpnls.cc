@@ -14,6 +14,7 @@
 #include "codegen/opspace.h"
 #include "diag/diag.h"
 #include "nls/language_files.h"
+#include "tav_version.h"
 
 namespace tav::nlstool {
 
@@ -23,6 +24,8 @@ constexpr char kUsage[] =
     "usage: tavcmpnls file.op6\n"
     "Records the translatable texts of a compiled program in the language file of TAVLANGUAGE\n"
     "in the directory TAVLANGDIR, under the program's number in LANGPROG.\n"
+    "  --help     print this text and exit\n"
+    "  --version  print the product version and exit\n"
     "Exit status: 0 done, 1 the table or the language files cannot be used, 2 usage error.\n";
 constexpr int kFailed = 1;
 constexpr int kUsageError = 2;
@@ -111,6 +114,12 @@ bool read_table_texts(const std::vector<uint8_t>& image, TableTexts& out, std::s
 int tavcmpnls_main(int argc, char** argv) {
   const char* file = nullptr;
   for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (arg == "--version") return print_version("tavcmpnls");
+    if (arg == "--help") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
     if (argv[i][0] == '-' && argv[i][1] != '\0') return usage_error("unknown option " + std::string(argv[i]));
     if (file) return usage_error("only one file can be given");
     file = argv[i];

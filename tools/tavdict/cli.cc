@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "schema.h"
+#include "tav_version.h"
 
 namespace tav::dict_tool {
 
@@ -26,6 +27,8 @@ constexpr const char* kUsage =
     "  dump   prints DICT as a schema that load accepts.\n"
     "  check  loads every object of DICT as the compiler does and reports each problem with\n"
     "         the object's name; the exit status is 1 when any is found.\n"
+    "  --help, -h  print this text and exit\n"
+    "  --version   print the product version and exit\n"
     "\n"
     "Exit status: 0 done, 1 bad input or problems found, 2 usage error.\n";
 
@@ -80,6 +83,7 @@ int tavdict_main(int argc, char** argv) {
     std::fputs(kUsage, stdout);
     return 0;
   }
+  if (command == "--version") return print_version("tavdict");
   if (args.size() < 2) return usage_error("no dictionary given");
   const std::string& dict = args[1];
   if (dict.empty()) return usage_error("an empty dictionary name");

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "codegen/opspace.h"
+#include "tav_version.h"
 #include "tavdump.h"
 
 namespace tav::dump {
@@ -21,9 +22,10 @@ constexpr char kUsage[] =
     "usage: tavdump [-h] [-r] file.op6\n"
     "Prints an operations table file: the header, the text items, the modes, each section with\n"
     "its BEFORE, DETAIL and AFTER op lists, the fields, the objects and the header's lists.\n"
-    "  -h      print the header only\n"
-    "  -r      also print every record as raw hex bytes under its decoding\n"
-    "  --help  print this text\n"
+    "  -h         print the header only\n"
+    "  -r         also print every record as raw hex bytes under its decoding\n"
+    "  --help     print this text and exit\n"
+    "  --version  print the product version and exit\n"
     "Exit status: 0 done, 1 the file cannot be read or is damaged, 2 usage error.\n";
 
 int usage_error(const char* what) {
@@ -80,6 +82,7 @@ int tavdump_main(int argc, char** argv) {
       std::fputs(kUsage, stdout);
       return 0;
     }
+    if (!options_done && a == "--version") return print_version("tavdump");
     if (!options_done && a == "--") {
       options_done = true;
     } else if (!options_done && a.size() > 1 && a[0] == '-') {

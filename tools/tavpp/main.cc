@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "tav_version.h"
 #include "tavpp.h"
 
 namespace {
@@ -37,6 +38,14 @@ void set_temp_name(const std::string& name) {
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
+  for (const std::string& a : args) {
+    if (a == "--version") return tav::print_version("tavpp");
+    if (a == "--help") {
+      std::fputs(tav::pp::kUsage, stdout);
+      std::fputs(tav::pp::kHelp, stdout);
+      return std::fflush(stdout) == 0 ? 0 : 1;
+    }
+  }
   auto options = tav::pp::parse_args(args);
   if (!options) {
     std::fputs(tav::pp::kUsage, stderr);

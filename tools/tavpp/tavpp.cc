@@ -1,8 +1,10 @@
 #include "tavpp.h"
 
+#include <algorithm>
 #include <array>
 #include <unistd.h>
 
+#include "dependencies.h"
 #include "expr.h"
 #include "listing.h"
 #include "macros.h"
@@ -47,6 +49,8 @@ class Preprocessor {
       : options_(options), macros_(macros), listing_(listing), out_(out) {}
 
   void run(std::unique_ptr<LineReader> main_file);
+  // The source and every file it included, each once, in the order first read.
+  const std::vector<std::string>& files_read() const { return files_read_; }
 
  private:
   void program_line(const std::string& line);
@@ -71,10 +75,12 @@ class Preprocessor {
   bool stopped_ = false;
   std::string marker_file_;  // file and next line number the compiler assumes
   int marker_line_ = 1;
+  std::vector<std::string> files_read_;
 };
 
 void Preprocessor::run(std::unique_ptr<LineReader> main_file) {
   files_.push(options_.source, std::move(main_file));
+  files_read_.push_back(options_.source);
   marker_file_ = options_.source;
   out_.write("# 1 " + options_.source + "\n");
   std::string line;
@@ -180,6 +186,7 @@ void Preprocessor::include(std::string_view text) {
   }
   for (std::string& path : candidates) {
     if (auto reader = LineReader::open(path)) {
+      if (std::find(files_read_.begin(), files_read_.end(), path) == files_read_.end()) files_read_.push_back(path);
       files_.push(std::move(path), std::move(reader));
       return;
     }
@@ -248,6 +255,18 @@ void Preprocessor::endif_directive() {
   conds.pop_back();
 }
 
+// Writes the make rules of -MF, when asked for, the same way as the output: under a temporary
+// name renamed into place.
+bool write_dependencies(const Options& options, const std::vector<std::string>& files) {
+  if (options.dependency_file.empty()) return true;
+  const std::string& target =
+      options.dependency_target.empty() ? default_target(options.source) : options.dependency_target;
+  OutputFile rules;
+  if (!rules.open(options.dependency_file, options.on_temp_file)) return false;
+  rules.write(make_rules(target, files));
+  return rules.commit();
+}
+
 }  // namespace
 
 std::optional<Options> parse_args(std::span<const std::string> args) {
@@ -263,6 +282,10 @@ std::optional<Options> parse_args(std::span<const std::string> args) {
       o.defines.emplace_back(name, eq == std::string_view::npos ? "1" : def.substr(eq + 1));
     } else if (v.starts_with("-I") && v.size() > 2) {
       o.include_dirs.emplace_back(v.substr(2));
+    } else if (v.starts_with("-MF") && v.size() > 3) {
+      o.dependency_file = v.substr(3);
+    } else if (v.starts_with("-MT") && v.size() > 3) {
+      o.dependency_target = v.substr(3);
     } else if (v.starts_with("-o") && v.size() > 2) {
       o.listing = v.substr(2);
     } else if (v.starts_with("-") || v.empty()) {
@@ -278,6 +301,8 @@ std::optional<Options> parse_args(std::span<const std::string> args) {
 }
 
 int run_tavpp(const Options& options) {
+  // A failed run leaves no rules behind: stale ones could name a file that is gone.
+  if (!options.dependency_file.empty()) ::unlink(options.dependency_file.c_str());
   Listing listing(options.listing);
   MacroTable macros;
   for (const auto& [name, value] : options.defines) macros.define(Macro{name, false, {}, value});
@@ -294,10 +319,16 @@ int run_tavpp(const Options& options) {
     ::unlink(options.output.c_str());
     return 1;
   }
-  Preprocessor(options, macros, listing, out).run(std::move(main_file));
+  Preprocessor preprocessor(options, macros, listing, out);
+  preprocessor.run(std::move(main_file));
   if (listing.count() == 0) {
-    if (out.commit()) return 0;
-    listing.report("", 0, Msg::cant_write_output, options.output);
+    if (!out.commit()) {
+      listing.report("", 0, Msg::cant_write_output, options.output);
+    } else if (!write_dependencies(options, preprocessor.files_read())) {
+      listing.report("", 0, Msg::cant_write_output, options.dependency_file);
+    } else {
+      return 0;
+    }
   }
   out.discard();
   ::unlink(options.output.c_str());

@@ -18,6 +18,8 @@ struct Options {
   std::vector<std::pair<std::string, std::string>> defines;  // -DNAME[=value], in order
   std::vector<std::string> include_dirs;                      // -Idir, in search order
   std::string listing;                                        // -o: message listing (empty: stderr)
+  std::string dependency_file;    // -MF: make rules for the files read (empty: none)
+  std::string dependency_target;  // -MT: the rules' target (empty: the source with ".op6")
   std::string source;
   std::string output;
   // Called with the name of the temporary output file right after it is created, and with an
@@ -27,6 +29,22 @@ struct Options {
 
 inline constexpr const char* kUsage =
     "Usage: tavpp [-DNAME[=value]]... [-Idir]... -olisting source output\n";
+
+// What --help prints after kUsage.
+inline constexpr const char* kHelp =
+    "Preprocesses a TAVRIN-4GL source for the compiler: directive lines (#include, #define,\n"
+    "#undef, #if, #ifdef, #ifndef, #elif, #else, #endif, #error) are carried out, macros are\n"
+    "replaced in the program text, and the output has line markers \"# <line> <file>\".\n"
+    "  -DNAME[=value]  define a macro (value 1 when none is given)\n"
+    "  -Idir           search dir for included files, after the including file's directory\n"
+    "  -olisting       append messages to the listing file instead of standard error\n"
+    "  -MFfile         also write make rules into file: the target depends on the source and\n"
+    "                  every file it included, and each included file gets an empty rule\n"
+    "  -MTtarget       the target of those rules (default: the source with .op6)\n"
+    "  --help          print this text and exit\n"
+    "  --version       print the product version and exit\n"
+    "The output (and the -MF file) is written only when there was no error.\n"
+    "Exit status: 0 done, 1 errors reported, 2 usage error.\n";
 
 // Parses the arguments that follow the program name; nullopt on a usage error.
 std::optional<Options> parse_args(std::span<const std::string> args);

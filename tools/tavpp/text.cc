@@ -90,12 +90,14 @@ std::string normalise_path(std::string_view path) {
       parts.push_back(part);
     }
   }
-  std::string out = absolute ? "/" : "";
+  // Built by appending only: assigning a literal to a string that may be empty makes GCC's
+  // -Wrestrict (at -O2) see an overlapping copy inside std::string.
+  if (parts.empty()) return std::string(absolute ? "/" : ".");
+  std::string out;
   for (std::size_t i = 0; i < parts.size(); ++i) {
-    if (i > 0) out += '/';
+    if (i > 0 || absolute) out += '/';
     out += parts[i];
   }
-  if (out.empty()) out = ".";
   return out;
 }
 
