@@ -102,7 +102,8 @@ bool read_field(std::string_view t, size_t& p, const DateSettings& s, DateField&
   }
   size_t q = p;
   while (q < t.size() && is_letter(t[q])) ++q;
-  int month = q > p ? month_of_name(t.substr(p, q - p), s) : 0;
+  // Too few letters for any month name: most names with digits in them end here.
+  int month = q - p >= kMinMonthLetters ? month_of_name(t.substr(p, q - p), s) : 0;
   if (month == 0) return false;
   f.is_name = true;
   f.value = month;

@@ -464,7 +464,7 @@ bool Compiler::operand_word(uint32_t c) {
   if (p_.at_statement_start()) return abandon(msg::field_name_expected);
   // A mode name stands for its mode; any other word names a field.
   std::string_view word = p_.text();
-  if (uint32_t m = mode::named(p_.ops, word)) {
+  if (uint32_t m = p_.mode_named(word)) {
     mode_constant(m, false);
     return true;
   }

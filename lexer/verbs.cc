@@ -23,16 +23,31 @@ constexpr uint32_t key_hash(std::string_view word) {
   return h;
 }
 
+// A slot keeps the row's whole hash, so that a probe compares words only when the hashes agree,
+// and whether another row has the same hash: only then can a word match two rows.
+struct Slot {
+  uint32_t hash = 0;
+  uint16_t row = 0;  // row + 1, 0 for an empty slot
+  bool shared = false;
+};
+
 struct Index {
-  std::array<uint16_t, kSlots> slots{};  // row + 1, 0 for an empty slot
+  std::array<Slot, kSlots> slots{};
 };
 
 constexpr Index build_index() {
   Index index;
   for (int row = 0; row < kVerbCount; ++row) {
-    size_t s = key_hash(kVerbTable[row].name) & (kSlots - 1);
-    while (index.slots[s] != 0) s = (s + 1) & (kSlots - 1);
-    index.slots[s] = static_cast<uint16_t>(row + 1);
+    const uint32_t h = key_hash(kVerbTable[row].name);
+    size_t s = h & (kSlots - 1);
+    bool shared = false;
+    // Rows of equal hash start at the same slot, so every earlier one lies on this probe.
+    for (; index.slots[s].row != 0; s = (s + 1) & (kSlots - 1)) {
+      if (index.slots[s].hash != h) continue;
+      index.slots[s].shared = true;
+      shared = true;
+    }
+    index.slots[s] = Slot{h, static_cast<uint16_t>(row + 1), shared};
   }
   return index;
 }
@@ -52,16 +67,14 @@ constexpr Index kIndex = build_index();
 }  // namespace
 
 uint32_t find_keyword(std::string_view word) {
-  size_t s = key_hash(word) & (kSlots - 1);
-  int found = -1;
-  for (; kIndex.slots[s] != 0; s = (s + 1) & (kSlots - 1)) {
-    const int row = kIndex.slots[s] - 1;
-    if (compare_keyword(word, kVerbTable[row].name) != 0) continue;
-    // A word that matches two rows takes the row the ordered search meets.
-    if (found >= 0) return lookup_verb(word);
-    found = row;
+  const uint32_t h = key_hash(word);
+  for (size_t s = h & (kSlots - 1); kIndex.slots[s].row != 0; s = (s + 1) & (kSlots - 1)) {
+    const Slot& slot = kIndex.slots[s];
+    if (slot.hash != h || compare_keyword(word, kVerbTable[slot.row - 1].name) != 0) continue;
+    // A word that may match two rows takes the row the ordered search meets.
+    return slot.shared ? lookup_verb(word) : kVerbTable[slot.row - 1].code;
   }
-  return found >= 0 ? kVerbTable[found].code : 0;
+  return 0;
 }
 
 }  // namespace tav

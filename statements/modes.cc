@@ -33,6 +33,7 @@ uint32_t new_mode(Parser& p, std::string_view name, uint16_t flags) {
   OpSpace& ops = p.ops;
   uint32_t m = ops.alloc(mode::size);
   ops.put24(m + mode::m_name, ops.store_text(name));
+  if (!name.empty()) p.mode_initials.set(static_cast<unsigned char>(name[0]));
   ops.put16(m + mode::m_flags, flags);
   if (p.mode_tail)
     ops.put24(p.mode_tail + mode::m_next, m);
@@ -112,7 +113,7 @@ void create_builtin_modes(Parser& p) {
   }
 }
 
-uint32_t find_mode(Parser& p, std::string_view name) { return mode::named(p.ops, name); }
+uint32_t find_mode(Parser& p, std::string_view name) { return p.mode_named(name); }
 
 bool add_mode_to_list(Parser& p, uint32_t& head, std::string_view name) {
   OpSpace& ops = p.ops;

@@ -4,6 +4,8 @@
 // with the state of the section being compiled.
 #pragma once
 
+#include <bitset>
+
 #include <cstdint>
 #include <string_view>
 
@@ -15,6 +17,7 @@
 #include "symbols/compiler_stores.h"
 #include "symbols/dictionary.h"
 #include "symbols/fields.h"
+#include "symbols/records.h"
 #include "symbols/symtab.h"
 
 namespace tav {
@@ -90,6 +93,15 @@ class ParserCore {
   // Where the aggregate functions of every expression go while the statements of a block that
   // may hold them are compiled (the AFTER block of a SELECT); null elsewhere.
   AggregateSink* block_aggregates = nullptr;
+
+  // --- Modes ---------------------------------------------------------------------------------
+  // The first characters of the program's mode names (every mode is made by new_mode). Every
+  // name in an expression is tried as a mode first, and most begin otherwise.
+  std::bitset<256> mode_initials;
+  uint32_t mode_named(std::string_view name) const {
+    if (name.empty() || !mode_initials[static_cast<unsigned char>(name[0])]) return 0;
+    return mode::named(ops, name);
+  }
 };
 
 }  // namespace tav

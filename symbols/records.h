@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "codegen/header.h"
@@ -176,10 +177,15 @@ inline constexpr uint32_t kNameLength = 30;  // mode names are compared on 30 ch
 
 // The mode_entry of a name in the header's mode list, or 0.
 inline uint32_t named(const OpSpace& ops, std::string_view name) {
-  std::string_view key = name.substr(0, std::min<size_t>(name.size(), kNameLength));
+  // Every name operand is looked up here first, so the stored names are not measured: the first
+  // characters of the key must agree, then the stored name must end with the key (or go on past
+  // the 30 compared).
+  const std::string_view key = name.substr(0, std::min<size_t>(name.size(), kNameLength));
+  if (key.empty()) return 0;
   for (uint32_t m = ops.get24(hdr::h_mode_list); m != 0; m = ops.get24(m + m_next)) {
-    std::string_view stored = ops.text_at(ops.get24(m + m_name));
-    if (stored.substr(0, std::min<size_t>(stored.size(), kNameLength)) == key) return m;
+    const char* stored = ops.text_at(ops.get24(m + m_name));
+    if (stored[0] != key[0] || std::strncmp(stored, key.data(), key.size()) != 0) continue;
+    if (key.size() == kNameLength || stored[key.size()] == '\0') return m;
   }
   return 0;
 }
