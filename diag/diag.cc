@@ -272,9 +272,12 @@ int Diagnostics::report(Severity severity, std::string_view message, Context con
   }
   if (text.size() > kMaxLineBytes) text.resize(kMaxLineBytes);
 
-  display_.line_out(text);
+  // A line wider than the window goes on on the next rows, and may wait for the operator there
+  // as new_message_line does; cancelling has the same effect, once the line is listed.
+  const int cancelled = display_.line_out(text);
   write_listing(text);
   display_.flush();
+  if (cancelled < 0 && error_count_ > 0) abort_file();
   return 0;
 }
 

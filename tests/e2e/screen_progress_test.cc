@@ -14,10 +14,11 @@ using tavtest::TmuxSession;
 
 const char kPrompt[] = "Press RETURN to continue, ESC to cancel";
 
-TmuxOptions screen_options(const TempDir& dir, int rows) {
+// The locale is set, so that what the window draws does not depend on the test's environment.
+TmuxOptions screen_options(const TempDir& dir, int rows, const std::string& locale = "C") {
   TmuxOptions o;
   o.cwd = dir.path();
-  o.env = {"TERM=xterm", "TAVRIN=" + tavtest::product_dir()};
+  o.env = {"TERM=xterm", "TAVRIN=" + tavtest::product_dir(), "LANG=" + locale, "LC_ALL=" + locale};
   o.unset = {"TAVCMPINC", "TAVLANGUAGE", "TAVLANGDIR"};
   o.rows = rows;
   return o;
