@@ -159,7 +159,7 @@ std::string format_text(txt::Text message, std::initializer_list<std::string_vie
   std::string out;
   const std::string_view* value = values.begin();
   for (size_t i = 0; i < text.size(); ++i) {
-    if (text.compare(i, 2, "%s") == 0 && value != values.end()) {
+    if ((text.compare(i, 2, "%s") == 0 || text.compare(i, 2, "%d") == 0) && value != values.end()) {
       out += *value++;
       ++i;
     } else {
