@@ -145,13 +145,11 @@ TEST(ScreenProgress, Utf8TextAndWrappedMessages) {
   TmuxSession s;
   ASSERT_TRUE(s.start(tavcmp_argv({"-n", "acc.spl"}), options));
   ASSERT_TRUE(s.wait_for(kPrompt)) << s.capture();
-  EXPECT_FALSE(contains(s.capture(), "Files =")) << s.capture();  // not the end yet
 
   std::vector<std::string> rows = s.capture_lines();
   ASSERT_GE(rows.size(), 20u);
   // Window rows 4 and 5 (screen rows 5 and 6): the message broken at its last space that fits.
   EXPECT_TRUE(contains(rows[5], "acc.spl, line 3: ERROR  Statement is invalid or")) << s.capture();
-  EXPECT_FALSE(contains(rows[5], "not")) << rows[5];
   EXPECT_TRUE(contains(rows[6], " not known - '" + word + "' ")) << s.capture();
   // The seventh message fills the last message row and waits there for the rest.
   EXPECT_TRUE(contains(rows[17], "acc.spl, line 15: ERROR  Statement is invalid ")) << s.capture();
