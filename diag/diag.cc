@@ -159,7 +159,7 @@ std::string format_text(txt::Text message, std::initializer_list<std::string_vie
   std::string out;
   const std::string_view* value = values.begin();
   for (size_t i = 0; i < text.size(); ++i) {
-    if (text.compare(i, 2, "%s") == 0 && value != values.end()) {
+    if ((text.compare(i, 2, "%s") == 0 || text.compare(i, 2, "%d") == 0) && value != values.end()) {
       out += *value++;
       ++i;
     } else {
@@ -272,9 +272,12 @@ int Diagnostics::report(Severity severity, std::string_view message, Context con
   }
   if (text.size() > kMaxLineBytes) text.resize(kMaxLineBytes);
 
-  display_.line_out(text);
+  // A line wider than the window goes on on the next rows, and may wait for the operator there
+  // as new_message_line does; cancelling has the same effect, once the line is listed.
+  const int cancelled = display_.line_out(text);
   write_listing(text);
   display_.flush();
+  if (cancelled < 0 && error_count_ > 0) abort_file();
   return 0;
 }
 

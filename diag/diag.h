@@ -44,7 +44,8 @@ enum class Text : int {
 using enum Text;
 }  // namespace txt
 
-// The text of an unnumbered message, and the same with each "%s" replaced by the next value.
+// The text of an unnumbered message, and the same with each "%s" or "%d" replaced by the next
+// value (a number already written out).
 std::string_view text_of(txt::Text message);
 std::string format_text(txt::Text message, std::initializer_list<std::string_view> values);
 

@@ -1,7 +1,10 @@
 #include "diag/display.h"
 
 #include <cstdio>
+#include <string>
+#include <vector>
 
+#include "runtime/screen_text.h"
 #include "runtime/terminal.h"
 
 namespace tav {
@@ -29,13 +32,22 @@ bool Display::open_screen(std::string_view banner) {
 
 int Display::last_row() const { return term_ ? term_->window_rows() - 2 : 0; }
 
-void Display::line_out(std::string_view text) {
+int Display::line_out(std::string_view text) {
   if (!term_) {
     if (out_) std::fwrite(text.data(), 1, text.size(), out_);
-    return;
+    return 0;
   }
-  term_->print_at(row_, 1 + col_, text);
-  col_ += static_cast<int>(text.size());
+  int result = 0;
+  for (std::string_view rest = text;;) {
+    // What fits from the current column on this row (a break at a space where there is one).
+    const std::vector<std::string_view> pieces = screen_text::wrap(rest, term_->window_cols() - 1 - col_);
+    term_->print_at(row_, 1 + col_, pieces.front());
+    col_ += screen_text::display_width(pieces.front());
+    if (pieces.size() == 1) break;
+    rest = text.substr(static_cast<size_t>(pieces[1].data() - text.data()));
+    if (next_row() < 0) result = -1;
+  }
+  return result;
 }
 
 void Display::flush() {
@@ -84,9 +96,10 @@ void Display::show(std::string_view text) {
   term_->refresh();
 }
 
-int Display::wait_ack() {
+int Display::wait_ack(std::string_view lead) {
   if (!term_) return 0;
-  return term_->wait_ack(kAckPrompt);
+  if (lead.empty()) return term_->wait_ack(kAckPrompt);
+  return term_->wait_ack(std::string(lead) + std::string(kAckPrompt));
 }
 
 void Display::clear_messages() {

@@ -28,8 +28,11 @@ class Display {
   // messages then reach only the listing).
   void set_plain_output(std::FILE* out) { out_ = out; }
 
-  // The line output routine: plain mode prints the text; screen mode writes it at the current row.
-  void line_out(std::string_view text);
+  // The line output routine: plain mode prints the text; screen mode writes it at the current
+  // row, going on at the start of the following message rows (through next_row, with its page
+  // waits) when it is wider than the window. Returns -1 when the operator cancelled such a page
+  // wait, else 0.
+  int line_out(std::string_view text);
   void flush();  // plain: flush standard output; screen: refresh the window
 
   // Starts a new message line (the screen part of new_message_line). Returns -1 when the
@@ -45,7 +48,8 @@ class Display {
   // Shows a message: screen mode on the next message row, plain mode as a line of its own.
   void show(std::string_view text);
   // Waits for acknowledgement in screen mode (0, or -1 when cancelled); plain mode returns 0.
-  int wait_ack();
+  // `lead` goes in front of the usual prompt.
+  int wait_ack(std::string_view lead = {});
   // Screen mode: clear the message rows and restart at the first one.
   void clear_messages();
   void set_title_line(std::string_view text);

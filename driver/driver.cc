@@ -146,6 +146,8 @@ class Driver {
   std::unique_ptr<nls::Catalogue> catalogue_;
   std::string temp_name_;
   bool had_errors_ = false;
+  int files_attempted_ = 0;
+  int earlier_errors_ = 0;  // the error counts of the files before the current one
   time_t summary_start_ = 0;
 };
 
@@ -260,6 +262,7 @@ void Driver::compile_file(const std::string& argument) {
   if (had_errors_ && display_.screen() && display_.wait_ack() < 0) cleanup_exit(0);
 
   FileContext file;
+  if (files_attempted_++ > 0) earlier_errors_ += diag_.error_count();
   diag_.start_file();
   diag_.set_source(nullptr);
   file.source_name = argument;
@@ -546,7 +549,9 @@ void Driver::cleanup_exit(int status) {
       if (status == 0) status = 255;
     }
   } else {
-    display_.wait_ack();
+    // The last acknowledgement tells how the run went.
+    const int errors = earlier_errors_ + diag_.error_count();
+    display_.wait_ack(format_text(txt::run_totals, {std::to_string(files_attempted_), std::to_string(errors)}));
     display_.end();
   }
   std::exit(status & 0xff);

@@ -1,12 +1,20 @@
 #include "runtime/terminal.h"
 
+// The wide-character functions of curses: the window draws characters of the locale, not bytes.
+#ifndef NCURSES_WIDECHAR
+#define NCURSES_WIDECHAR 1
+#endif
 #include <curses.h>
 #include <term.h>  // after curses.h; defines capability names as macros
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <string>
+
+#include "runtime/screen_text.h"
 
 namespace tav {
 
@@ -19,16 +27,6 @@ constexpr int kEscapeDelay = 100;
 bool usable_term_name(const char* term) {
   if (term == nullptr || *term == '\0') return false;
   return std::string_view(term) != "dumb";
-}
-
-// The window shows one cell per byte: anything that the terminal would draw wider, or act on
-// (control characters, bytes outside plain ASCII), is shown as a stand-in so that clipping by
-// byte count stays exact and no text spills into the next row.
-char visible(char c) {
-  auto u = static_cast<unsigned char>(c);
-  if (u == '\t') return ' ';
-  if (u < 0x20 || u >= 0x7f) return '?';
-  return c;
 }
 
 class CursesTerminal final : public Terminal {
@@ -75,25 +73,21 @@ class CursesTerminal final : public Terminal {
   }
 
   int window_rows() const override { return ended() ? 0 : getmaxy(inner_); }
+  int window_cols() const override { return ended() ? 0 : getmaxx(inner_); }
 
   void print_at(int row, int col, std::string_view text) override {
     if (ended()) return;
     int rows = getmaxy(inner_);
     int cols = getmaxx(inner_);
     if (row < 0 || row >= rows || col >= cols) return;
-    if (col < 0) {
-      auto skip = static_cast<size_t>(-static_cast<long>(col));
-      if (skip >= text.size()) return;
-      text.remove_prefix(skip);
-      col = 0;
-    }
-    auto room = static_cast<size_t>(cols - col);
-    if (text.size() > room) text = text.substr(0, room);
-    std::string shown(text);
-    for (char& c : shown) c = visible(c);
+    const int skip = col < 0 ? -col : 0;
+    if (col < 0) col = 0;
+    // Clipped by display columns, so that nothing spills into the next row.
+    const std::wstring shown = screen_text::shown(text, skip, cols - col);
+    if (shown.empty()) return;
     // Writing into the last cell of the window cannot advance the cursor and reports an
     // error, but the character is drawn; nothing to handle.
-    mvwaddnstr(inner_, row, col, shown.c_str(), static_cast<int>(shown.size()));
+    mvwaddnwstr(inner_, row, col, shown.c_str(), static_cast<int>(shown.size()));
   }
 
   void clear_rows(int first, int last) override {
@@ -127,7 +121,7 @@ class CursesTerminal final : public Terminal {
     getyx(inner_, y, x);
     clear_rows(last, last);
     print_at(last, 0, prompt);
-    int prompt_end = static_cast<int>(prompt.size());
+    int prompt_end = screen_text::display_width(prompt);
     move_to(last, prompt_end < getmaxx(inner_) ? prompt_end : getmaxx(inner_) - 1);
     refresh();
     int result = -1;
@@ -165,16 +159,12 @@ class CursesTerminal final : public Terminal {
   }
 
   void draw_title(std::string_view title, int width) {
-    std::string text;
-    text.reserve(title.size() + 2);
-    text += ' ';
-    for (char c : title) text += visible(c);
-    text += ' ';
-    auto room = static_cast<size_t>(width - 2);
-    if (text.size() > room) text = text.substr(1, room);  // too wide: drop the padding first
-    if (text.size() > room) text.resize(room);
-    int left = (width - static_cast<int>(text.size())) / 2;
-    mvwaddnstr(frame_, 0, left, text.c_str(), static_cast<int>(text.size()));
+    const int room = width - 2;
+    // A blank on either side when there is room; a title too wide loses the blanks first.
+    std::wstring text = screen_text::shown(title, 0, room);
+    if (screen_text::display_width(title) + 2 <= room) text = L" " + text + L" ";
+    const int left = (width - wcswidth(text.c_str(), text.size())) / 2;
+    mvwaddnwstr(frame_, 0, left, text.c_str(), static_cast<int>(text.size()));
   }
 
   void close_window() {
@@ -204,8 +194,15 @@ std::unique_ptr<Terminal> open_terminal() {
   int lookup_error = 0;
   if (setupterm(nullptr, STDOUT_FILENO, &lookup_error) != OK) return nullptr;
   del_curterm(cur_term);
+  // The text's character set is the environment's, and curses reads it when it starts. Only
+  // the character classes change: numbers are still written and read the C way.
+  const std::string previous = std::setlocale(LC_CTYPE, nullptr);
+  std::setlocale(LC_CTYPE, "");
   SCREEN* screen = newterm(nullptr, stdout, stdin);
-  if (screen == nullptr) return nullptr;
+  if (screen == nullptr) {
+    std::setlocale(LC_CTYPE, previous.c_str());
+    return nullptr;
+  }
   set_term(screen);
   return std::make_unique<CursesTerminal>(screen);
 }

@@ -2,7 +2,7 @@
 //
 // open_terminal() returns nullptr when no terminal can be used (no TERM, standard input or
 // output not a terminal, curses refusing to start); callers then fall back to plain output on
-// standard output.
+// standard output. Opening a terminal sets the process's LC_CTYPE from the environment.
 #pragma once
 
 #include <memory>
@@ -22,8 +22,11 @@ class Terminal {
   // framed, with `title` in its top border. Rows and columns count from 0 inside the frame.
   virtual void open_window(int height, int width, std::string_view title) = 0;
   virtual int window_rows() const = 0;  // usable rows inside the frame
+  virtual int window_cols() const = 0;  // usable columns inside the frame
 
-  virtual void print_at(int row, int col, std::string_view text) = 0;  // clipped to the window
+  // Text in the locale's character set, clipped to the window by display columns
+  // (runtime/screen_text.h tells how each byte is drawn).
+  virtual void print_at(int row, int col, std::string_view text) = 0;
   virtual void clear_rows(int first, int last) = 0;                   // inclusive
   virtual void move_to(int row, int col) = 0;
   virtual void refresh() = 0;

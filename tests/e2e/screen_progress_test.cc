@@ -1,5 +1,6 @@
 // tavcmp's progress window on a terminal (run under tmux): the frame and banner, the program
-// line, page waits when the messages fill the window, and the compilation summary.
+// line, page waits when the messages fill the window, the compilation summary, text in the
+// terminal's character set, long messages wrapped, and the run's totals at the end.
 #include <cstdio>
 #include <regex>
 
@@ -14,10 +15,11 @@ using tavtest::TmuxSession;
 
 const char kPrompt[] = "Press RETURN to continue, ESC to cancel";
 
-TmuxOptions screen_options(const TempDir& dir, int rows) {
+// The locale is set, so that what the window draws does not depend on the test's environment.
+TmuxOptions screen_options(const TempDir& dir, int rows, const std::string& locale = "C") {
   TmuxOptions o;
   o.cwd = dir.path();
-  o.env = {"TERM=xterm", "TAVRIN=" + tavtest::product_dir()};
+  o.env = {"TERM=xterm", "TAVRIN=" + tavtest::product_dir(), "LANG=" + locale, "LC_ALL=" + locale};
   o.unset = {"TAVCMPINC", "TAVLANGUAGE", "TAVLANGDIR"};
   o.rows = rows;
   return o;
@@ -124,6 +126,68 @@ TEST(ScreenProgress, WaitBetweenFiles) {
     s.send_keys({"Enter"});
     EXPECT_EQ(s.wait_exit(), 0) << key;
     EXPECT_EQ(file_exists(dir / "ok.op6"), go_on) << key;
+  }
+}
+
+// A UTF-8 program on a 50-column terminal: the accented word shows as itself, and a message
+// longer than the window goes on on the next row (the listing keeps it on one line). Seven
+// two-row messages on 13 message rows: the last one reaches the bottom in the middle, waits
+// there, and goes on at the top of the next page.
+TEST(ScreenProgress, Utf8TextAndWrappedMessages) {
+  TAV_REQUIRE_TMUX();
+  TempDir dir;
+  const std::string word = "caf\xc3\xa9" "cr\xc3\xa8" "me";  // in UTF-8
+  std::string source = "procedure main\n  pause\n  " + word + "\n";
+  for (int i = 0; i < 6; ++i) source += "  pause\n  bogus\n";  // errors on lines 5 to 15
+  write_file(dir / "acc.spl", source + "end\n");
+  TmuxOptions options = screen_options(dir, 21, "C.UTF-8");
+  options.cols = 50;
+  TmuxSession s;
+  ASSERT_TRUE(s.start(tavcmp_argv({"-n", "acc.spl"}), options));
+  ASSERT_TRUE(s.wait_for(kPrompt)) << s.capture();
+
+  std::vector<std::string> rows = s.capture_lines();
+  ASSERT_GE(rows.size(), 20u);
+  // Window rows 4 and 5 (screen rows 5 and 6): the message broken at its last space that fits.
+  EXPECT_TRUE(contains(rows[5], "acc.spl, line 3: ERROR  Statement is invalid or")) << s.capture();
+  EXPECT_TRUE(contains(rows[6], " not known - '" + word + "' ")) << s.capture();
+  // The seventh message fills the last message row and waits there for the rest.
+  EXPECT_TRUE(contains(rows[17], "acc.spl, line 15: ERROR  Statement is invalid ")) << s.capture();
+  EXPECT_TRUE(contains(rows[18], kPrompt)) << s.capture();
+
+  s.send_keys({"Enter"});
+  // The final prompt, clipped at this width.
+  ASSERT_TRUE(s.wait_for("Files = 1, Errors found = 7 - ")) << s.capture();
+  rows = s.capture_lines();
+  EXPECT_TRUE(contains(rows[5], " or not known - 'bogus' ")) << s.capture();
+  EXPECT_FALSE(contains(s.capture(), "line 15")) << s.capture();
+  s.send_keys({"Enter"});
+  EXPECT_EQ(s.wait_exit(), 3);
+  EXPECT_TRUE(contains(read_file(dir / "acc.err"),
+                       "\nacc.spl, line 3: ERROR  Statement is invalid or not known - '" + word + "'\n"));
+}
+
+// The last acknowledgement of a run counts its files and sums their errors, whichever file
+// had them.
+TEST(ScreenProgress, RunTotalsInTheLastPrompt) {
+  TAV_REQUIRE_TMUX();
+  TempDir dir;
+  write_file(dir / "bad.spl", errors_on({3, 5}, 8));
+  write_file(dir / "ok.spl", kClean);
+  const std::string totals = std::string("Files = 2, Errors found = 2 - ") + kPrompt;
+  for (const bool bad_first : {true, false}) {
+    TmuxSession s;
+    ASSERT_TRUE(s.start(tavcmp_argv({"-n", bad_first ? "bad.spl" : "ok.spl", bad_first ? "ok.spl" : "bad.spl"}),
+                        screen_options(dir, 24)));
+    if (bad_first) {
+      // The wait between the files shows the plain prompt.
+      ASSERT_TRUE(s.wait_for(kPrompt)) << s.capture();
+      EXPECT_FALSE(contains(s.capture(), "Files =")) << s.capture();
+      s.send_keys({"Enter"});
+    }
+    ASSERT_TRUE(s.wait_for(totals)) << bad_first << "\n" << s.capture();
+    s.send_keys({"Enter"});
+    EXPECT_EQ(s.wait_exit(), bad_first ? 0 : 3);
   }
 }
 

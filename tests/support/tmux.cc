@@ -53,8 +53,11 @@ bool TmuxSession::start(const std::vector<std::string>& argv, const TmuxOptions&
   if (argv.empty() || tmux_path().empty()) return false;
   // The options go first, in the same command list as the session, so that a program that
   // ends at once still leaves its pane (and exit status) behind. An empty dead-pane notice
-  // keeps tmux from writing a line that would scroll the program's last screen.
+  // keeps tmux from writing a line that would scroll the program's last screen. A lone Escape
+  // goes to the program at once, as a terminal sends it, instead of tmux first waiting for the
+  // rest of a key sequence.
   std::vector<std::string> args = {
+      "set-option", "-s", "escape-time", "0", ";",
       "set-option", "-g", "remain-on-exit", "on", ";",
       "set-option", "-g", "status", "off", ";",
       "set-option", "-gq", "remain-on-exit-format", "", ";",

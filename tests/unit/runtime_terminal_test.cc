@@ -22,6 +22,7 @@ void start_demo(tavtest::TmuxSession& session) {
   tavtest::TmuxOptions options;
   options.rows = kRows;
   options.cols = kCols;
+  options.env = {"LC_ALL=C"};  // one byte per column, the frame drawn in ASCII stand-ins
   ASSERT_TRUE(session.start({TERM_DEMO}, options));
   ASSERT_TRUE(session.wait_for("Press RETURN")) << session.capture();
 }
