@@ -3,11 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <climits>
 #include <cstring>
 
 #include "diag/diag.h"
+#include "runtime/ascii.h"
 
 namespace tav::nls {
 
@@ -64,7 +64,7 @@ bool empty_file(const std::string& path) {
 
 bool valid_language(std::string_view language) {
   for (char c : language)
-    if (!std::isalpha(static_cast<unsigned char>(c))) return false;
+    if (!ascii_alpha(c)) return false;
   return language.substr(0, kCodeChars).size() <= kMaxCodeLength;
 }
 

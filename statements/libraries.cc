@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "codegen/header.h"
+#include "runtime/ascii.h"
 #include "statements/parser.h"
 #include "statements/records.h"
 #include "symbols/library_image.h"
@@ -35,7 +36,7 @@ std::string expand_environment(const std::string& text) {
     }
     const bool braced = i + 1 < text.size() && text[i + 1] == '{';
     size_t start = i + (braced ? 2 : 1), end = start;
-    while (end < text.size() && (std::isalnum(static_cast<unsigned char>(text[end])) || text[end] == '_')) ++end;
+    while (end < text.size() && (ascii_alnum(text[end]) || text[end] == '_')) ++end;
     if (end == start || (braced && (end >= text.size() || text[end] != '}'))) {
       out += text[i++];
       continue;

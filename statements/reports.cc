@@ -4,10 +4,10 @@
 #include "statements/reports.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include "expr/expr.h"
+#include "runtime/ascii.h"
 #include "statements/handlers.h"
 #include "statements/parser.h"
 #include "statements/record_io.h"
@@ -153,7 +153,7 @@ ClauseStep page_lines(Report& rp) {
 void take_columns(Parser& p) {
   if (p.next() == kClassName) {
     std::string word(p.text());
-    std::transform(word.begin(), word.end(), word.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(word.begin(), word.end(), word.begin(), ascii_lower);
     if (word == "columns") return;
   }
   p.push_back();

@@ -1,7 +1,6 @@
 // The structural statements: DO, EXIT, CONFIRM, OPTION, COMMAND / CALL / QUERY, RE-ENTER, PAUSE,
 // BACK-TO-DETAIL, CONTINUE-ENTRY, LINK and VERSION-NUMBER.
 
-#include <cctype>
 #include <cmath>
 #include <cstring>
 #include <optional>
@@ -9,17 +8,18 @@
 #include <vector>
 
 #include "codegen/convert.h"
-#include "expr/expr.h"
 #include "codegen/header.h"
+#include "expr/expr.h"
+#include "runtime/ascii.h"
 #include "statements/accept.h"
 #include "statements/block.h"
-#include "symbols/clauses.h"
 #include "statements/handlers.h"
 #include "statements/modes.h"
 #include "statements/parser.h"
 #include "statements/program.h"
 #include "statements/records.h"
 #include "statements/screen_clauses.h"
+#include "symbols/clauses.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
 
@@ -337,7 +337,7 @@ bool is_localised_answer(Parser& p, int number) {
   const std::string_view text = p.text();
   if (!word || word->size() != text.size()) return false;
   for (size_t i = 0; i < text.size(); ++i)
-    if (std::tolower(static_cast<unsigned char>(text[i])) != std::tolower(static_cast<unsigned char>((*word)[i])))
+    if (ascii_lower(text[i]) != ascii_lower((*word)[i]))
       return false;
   return true;
 }
