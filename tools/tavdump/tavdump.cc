@@ -3,6 +3,7 @@
 
 #include "tavdump.h"
 
+#include <array>
 #include <cstdio>
 #include <ctime>
 #include <functional>
@@ -237,7 +238,7 @@ bool shared_by(std::string_view description, std::string_view name) {
   return false;
 }
 
-std::string_view record_op_layout(Op op) {
+std::string_view find_record_op_layout(Op op) {
   for (const RecordOp& r : kRecordOps)
     if (r.op == op) return r.layout;
   // Any other op is read by the layout named after it, or by the one it shares.
@@ -251,6 +252,16 @@ std::string_view record_op_layout(Op op) {
     }
   }
   return {};
+}
+
+// The layout of every opcode, worked out once: a table holds many thousands of ops.
+std::string_view record_op_layout(Op op) {
+  static const std::array<std::string_view, 256> layouts = [] {
+    std::array<std::string_view, 256> all;
+    for (size_t code = 0; code < all.size(); ++code) all[code] = find_record_op_layout(static_cast<Op>(code));
+    return all;
+  }();
+  return layouts[op_byte(op)];
 }
 
 std::span<const FlagName> flags_of(const MemberRow& m) {
