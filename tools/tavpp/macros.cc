@@ -83,44 +83,49 @@ bool Expander::append(std::string& out, std::string_view text) {
 bool Expander::expand_into(std::string_view text, std::string& out, int depth) {
   if (depth > kMaxDepth)
     return fail(Msg::expansion_too_long, active_.empty() ? "" : active_.front()->name);
+  // Text that expands to itself is copied in runs: from `copied` up to where a macro starts.
+  std::size_t copied = 0;
+  auto flush = [&](std::size_t upto) {
+    const bool ok = append(out, text.substr(copied, upto - copied));
+    copied = upto;
+    return ok;
+  };
   std::size_t i = 0;
   while (i < text.size()) {
-    char c = text[i];
+    const char c = text[i];
     if (is_quote(c)) {
-      std::size_t e = literal_end(text, i);
-      if (!append(out, text.substr(i, e - i))) return false;
-      i = e;
+      i = literal_end(text, i);
     } else if (c == '/' && i + 1 < text.size() && text[i + 1] == '/') {
-      return append(out, text.substr(i));
+      i = text.size();
     } else if (is_ident_char(c)) {
-      std::size_t e = word_end(text, i, rule_);
-      std::string_view word = text.substr(i, e - i);
+      const std::size_t e = word_end(text, i, rule_);
+      const std::string_view word = text.substr(i, e - i);
       const Macro* m = nullptr;
       if (is_ident_start(c) && word.find('-') == std::string_view::npos) m = table_.find(word);
       if (m != nullptr && !active(m) && !m->function_like) {
+        if (!flush(i)) return false;
         active_.push_back(m);
-        bool ok = expand_into(m->body, out, depth + 1);
+        const bool ok = expand_into(m->body, out, depth + 1);
         active_.pop_back();
         if (!ok) return false;
-        i = e;
+        i = copied = e;
         continue;
       }
       if (m != nullptr && !active(m)) {
         std::size_t open = skip_blanks(text, e);
         if (open < text.size() && text[open] == '(') {
+          if (!flush(i)) return false;
           if (!replace(*m, text, open, out, depth)) return false;
-          i = open;
+          i = copied = open;
           continue;
         }
       }
-      if (!append(out, word)) return false;
       i = e;
     } else {
-      if (!append(out, text.substr(i, 1))) return false;
       ++i;
     }
   }
-  return true;
+  return flush(text.size());
 }
 
 // A call of a function-like macro: pos is at the "(" and ends after the matching ")".
