@@ -5,7 +5,6 @@
 #pragma once
 
 #include <bitset>
-
 #include <cstdint>
 #include <string_view>
 
