@@ -118,9 +118,7 @@ TEST_F(Stores, DataAlignment) {
       {{3, 4}, {0, 4}},           // even after odd: next multiple of 4
       {{1, 1, 1}, {0, 1, 2}},     // odd sizes never move
       {{2, 2}, {0, 4}},           // even break not on 4
-      {{3, 1, 1, 4}, {0, 3, 4, 8}},
-      {{4, 1, 3, 2}, {0, 4, 5, 8}},
-      {{2, 1, 0}, {0, 2, 4}},
+      {{3, 1, 1, 4}, {0, 3, 4, 8}}, {{4, 1, 3, 2}, {0, 4, 5, 8}}, {{2, 1, 0}, {0, 2, 4}},
   };
   data.alloc(16);  // the block exists from the first allocation on
   for (const Case& c : cases) {

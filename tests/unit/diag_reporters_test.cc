@@ -150,13 +150,9 @@ TEST(IoErrorText, CodeRanges) {
   const Case cases[] = {
       {10000, "TAVRIN error 10000 - Change of index in sequential read"},
       {10011, "TAVRIN error 10011 - Record contents changed by another process"},
-      {100, "C-ISAM error 100 - Duplicate record"},
-      {105, "C-ISAM error 105 - File definition incorrect or corrupt"},
-      {ENOENT, "System error 2 - " + std::string(std::strerror(ENOENT))},
-      {0, "error = 0"},
-      {-5, "error = -5"},
-      {10012, "error = 10012"},
-      {99999, "error = 99999"},
+      {100, "C-ISAM error 100 - Duplicate record"}, {105, "C-ISAM error 105 - File definition incorrect or corrupt"},
+      {ENOENT, "System error 2 - " + std::string(std::strerror(ENOENT))}, {0, "error = 0"}, {-5, "error = -5"},
+      {10012, "error = 10012"}, {99999, "error = 99999"},
   };
   for (const Case& c : cases) EXPECT_EQ(Diagnostics::io_error_text(c.code), c.text) << c.code;
   errno = EACCES;  // -1 stands for the last system error

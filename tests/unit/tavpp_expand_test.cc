@@ -21,21 +21,14 @@ TEST(TavppExpand, ProgramText) {
     const char* in;
     const char* out;
   } cases[] = {
-      {"x = MAX", "x = 10"},
-      {"-MAX MAX- (MAX)", "-10 10- (10)"},
+      {"x = MAX", "x = 10"}, {"-MAX MAX- (MAX)", "-10 10- (10)"},
       {"MAX-ROWS ROWS-MAX A-MAX-B 1-MAX MAXX _MAX", "MAX-ROWS ROWS-MAX A-MAX-B 1-MAX MAXX _MAX"},
-      {"'MAX' \"MAX\" 'it''s MAX'", "'MAX' \"MAX\" 'it''s MAX'"},
-      {"'open MAX", "'open MAX"},
-      {"MAX // MAX", "10 // MAX"},
-      {"SQ(MAX) SQ (2)", "((10) * (10)) ((2) * (2))"},
+      {"'MAX' \"MAX\" 'it''s MAX'", "'MAX' \"MAX\" 'it''s MAX'"}, {"'open MAX", "'open MAX"},
+      {"MAX // MAX", "10 // MAX"}, {"SQ(MAX) SQ (2)", "((10) * (10)) ((2) * (2))"},
       {"SQ", "SQ"},  // function-like without "(" is left alone
       {"ADD((1, 2), 'a,)')", "(1, 2) + 'a,)'"},
       {"A", "A"},              // A -> B -> A stops
-      {"SELF", "SELF + 1"},
-      {"[EMPTY]", "[]"},
-      {"NOARGS()", "done"},
-      {"NESTED(MAX)", "((10) * (10))"},
-      {"HASH", "#x"},
+      {"SELF", "SELF + 1"}, {"[EMPTY]", "[]"}, {"NOARGS()", "done"}, {"NESTED(MAX)", "((10) * (10))"}, {"HASH", "#x"},
   };
   for (const Case& c : cases) {
     Expander e(t, WordRule::program);
@@ -53,9 +46,7 @@ TEST(TavppExpand, Failures) {
     const char* in;
     Msg msg;
   } cases[] = {
-      {"SQ(1", Msg::unterminated_call},
-      {"ADD(1)", Msg::macro_arg_count},
-      {"SQ(1, 2)", Msg::macro_arg_count},
+      {"SQ(1", Msg::unterminated_call}, {"ADD(1)", Msg::macro_arg_count}, {"SQ(1, 2)", Msg::macro_arg_count},
       {"L1", Msg::expansion_too_long},
   };
   for (const Case& c : cases) {
@@ -104,10 +95,8 @@ TEST(TavppExpr, Values) {
       {"1 << 4 >> 2", 4},      {"1 << 64", 0},         {"-8 >> 100", -1},
       {"6 & 3 | 8 ^ 1", 11},   {"1 < 2 == 1", 1},      {"2 != 2 || 3 <= 3", 1},
       {"0 ? 1 : 2 ? 3 : 4", 3}, {"1 ? 5 : 1/0", 5},    {"0 && 1/0", 0},
-      {"defined R + defined(X) + defined ( MAX )", 2},
-      {"-9223372036854775807 - 1", INT64_MIN},
-      {"(-9223372036854775807 - 1) / -1", INT64_MIN},
-      {"9223372036854775807 + 1", INT64_MIN},
+      {"defined R + defined(X) + defined ( MAX )", 2}, {"-9223372036854775807 - 1", INT64_MIN},
+      {"(-9223372036854775807 - 1) / -1", INT64_MIN}, {"9223372036854775807 + 1", INT64_MIN},
   };
   for (const Case& c : cases) EXPECT_EQ(eval(t, c.in), c.value) << c.in;
 }
