@@ -99,7 +99,6 @@ TEST(MessageTexts, ValuesFillTheirPlaces) {
   EXPECT_EQ(format_text(txt::verb_table_out_of_order, {"abc"}), "VERB TABLE OUT OF ORDER AT 'abc'");
   EXPECT_EQ(format_text(txt::cant_link_table, {"tavcmp", "a.tmp", "a.op6"}),
             "tavcmp: can't link 'a.tmp' to 'a.op6' (errno=%s)");  // a missing value leaves its mark
-  EXPECT_EQ(text_of(txt::no_path_to_statement), "No path to statement");
 }
 
 TEST_F(Reporters, LongLinesAreCut) {

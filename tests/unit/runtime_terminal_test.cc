@@ -66,7 +66,7 @@ TEST(Terminal, AcknowledgementKeys) {
     const char* result;
   };
   const Case cases[] = {
-      {{"Enter"}, "result=0"}, {{"C-m"}, "result=0"}, {{"C-j"}, "result=0"}, {{"Escape"}, "result=-1"},
+      {{"Enter"}, "result=0"}, {{"C-j"}, "result=0"}, {{"Escape"}, "result=-1"},
       // Other keys, function keys included, are ignored until Enter or Escape.
       {{"x", "Space", "Up", "F1", "Enter"}, "result=0"}, {{"y", "Down", "Escape"}, "result=-1"},
   };
