@@ -114,13 +114,12 @@ TEST(ConvertDate, Parse) {
 }
 
 TEST(ConvertDate, StopsAtTheEndWhenAskedForTheRest) {
-  std::string_view rest;
-  EXPECT_EQ(parse_date("03/15/2024 12:30", settings(), &rest), kToday);
-  EXPECT_EQ(rest, " 12:30");
-  EXPECT_EQ(parse_date("12ab", settings(), &rest), day_number(12, 3, 2024));
-  EXPECT_EQ(rest, "ab");
-  EXPECT_EQ(parse_date("3/15/", settings(), &rest), kToday);
-  EXPECT_EQ(rest, "/");
+  for (auto [text, date, left] : {std::tuple{"03/15/2024 12:30", kToday, " 12:30"},
+                                  {"12ab", day_number(12, 3, 2024), "ab"}, {"3/15/", kToday, "/"}}) {
+    std::string_view rest;
+    EXPECT_EQ(parse_date(text, settings(), &rest), date) << text;
+    EXPECT_EQ(rest, left) << text;
+  }
 }
 
 TEST(ConvertTime, Parse) {

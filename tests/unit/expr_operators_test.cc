@@ -28,20 +28,12 @@ class Operators : public testing::Test {
 };
 
 TEST_F(Operators, PostfixOrder) {
-  const Case cases[] = {
+  const std::vector<Case> expressions = {
       {"a + b * c", "a b c * +"}, {"(a + b) * c", "a b + c *"}, {"a - b - c", "a b - c -"},
       {"a / b % c", "a b / c %"}, {"((a))", "a"}, {"- a * b", "a neg b *"}, {"- (a + 1)", "a 1 + neg"},
       {"- 5 + a", "-5 a +"}, {"a * - b", "a b neg *"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(b.expr(c.source), c.ops) << c.source;
-    EXPECT_EQ(b.stopped_at(), "end") << c.source;
-  }
-  EXPECT_EQ(b.messages(), "");
-}
-
-TEST_F(Operators, Conditions) {
-  const Case cases[] = {
+  const std::vector<Case> conditions = {
       {"a = 1", "a 1 ="}, {"a <> 1 or b >= 2", "a 1 != b 2 >= OR"},
       {"a < 1 and b <= 2 or c > 3", "a 1 < b 2 <= AND c 3 > OR"},
       {"a = 1 or b = 2 and c = 3", "a 1 = b 2 = c 3 = AND OR"}, {"not (a = 1 and b = 2)", "a 1 != b 2 != OR"},
@@ -51,10 +43,11 @@ TEST_F(Operators, Conditions) {
       {"a in (1, b + 1)", "a 1 =/1 b 1 + = OR"}, {"a not in (1, 2) and b = 1", "a 1 !=/1 2 != AND b 1 = AND"},
       {"s like 'x%'", "s 'x%' =/4"}, {"collate s < t", "s t </8"}, {"ascii s >= t", "s t >=/10"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(b.expr(c.source, true), c.ops) << c.source;
-    EXPECT_EQ(b.stopped_at(), "end") << c.source;
-  }
+  for (bool condition : {false, true})
+    for (const Case& c : condition ? conditions : expressions) {
+      EXPECT_EQ(b.expr(c.source, condition), c.ops) << c.source;
+      EXPECT_EQ(b.stopped_at(), "end") << c.source;
+    }
   EXPECT_EQ(b.messages(), "");
 }
 
