@@ -52,7 +52,8 @@ class FieldsTest : public ::testing::Test, public tavtest::CompilerFixture {
 TEST_F(FieldsTest, GlobalStorageOnFirstReferenceFollowsDataAlignment) {
   fields("field a pic x, b pic 9(3), c pic x(3), d type numeric");
   // Odd sizes go where the break is; even sizes start at a multiple of 4.
-  for (auto [name, want] : {std::pair{"a", 2u}, {"b", 4u}, {"c", 6u}, {"d", 12u}}) EXPECT_EQ(addr(ref(name)), want) << name;
+  for (auto [name, want] : {std::pair{"a", 2u}, {"b", 4u}, {"c", 6u}, {"d", 12u}})
+    EXPECT_EQ(addr(ref(name)), want) << name;
   EXPECT_EQ(addr(ref("b")), 4u);  // allocated once
   EXPECT_EQ(diag.error_count(), 0);
 }
