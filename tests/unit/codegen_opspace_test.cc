@@ -141,14 +141,10 @@ TEST_F(Stores, TextItems) {
   EXPECT_EQ(texts.add(long_text, 'P', 0), 2);
   EXPECT_EQ(texts.add(long_text, 'D', 255), 3);
   EXPECT_EQ(texts.add(long_text, 'D', 256), 4);
-  const struct {
-    int item;
-    char kind;
-    uint8_t length;
-  } want[] = {{0, 0, 0}, {1, 'M', 3}, {2, 'P', 0}, {3, 'D', 255}, {4, 'D', 0}};
-  for (const auto& w : want) {
-    EXPECT_EQ(texts.entry(w.item)[0], static_cast<uint8_t>(w.kind)) << w.item;
-    EXPECT_EQ(texts.entry(w.item)[1], w.length) << w.item;
+  // Each entry: its kind, then its length (0 past 255).
+  for (auto [item, kind, length] : {std::tuple{0, '\0', 0}, {1, 'M', 3}, {2, 'P', 0}, {3, 'D', 255}, {4, 'D', 0}}) {
+    EXPECT_EQ(texts.entry(item)[0], static_cast<uint8_t>(kind)) << item;
+    EXPECT_EQ(texts.entry(item)[1], length) << item;
   }
   EXPECT_STREQ(ops.text_at(texts.offset(1)), "abc");
   EXPECT_EQ(texts.offset(2), long_text);

@@ -103,8 +103,7 @@ TEST(MessageTexts, ValuesFillTheirPlaces) {
 
 TEST_F(Reporters, LongLinesAreCut) {
   diag.raise(Severity::error, "Long", std::string(600, 'x'));
-  std::string text = finish();
-  EXPECT_EQ(text.size(), 1 + 511 + 1u);
+  EXPECT_EQ(finish().size(), 1 + 511 + 1u);
 }
 
 TEST_F(Reporters, FirstErrorValue) {

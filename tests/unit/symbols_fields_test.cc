@@ -74,14 +74,13 @@ TEST_F(FieldsTest, LocalStorageStartsAtTwoAndReportsTheCrossingField) {
 
 TEST_F(FieldsTest, ObjectPrefix) {
   fields("field f pic x, g pic x");
-  const uint32_t joined = syms.add_object("joined");
+  syms.add_object("joined");
   const uint32_t apart = syms.add_object("apart");
   ops.put16(apart + osym::o_attr, osym::attr_no_joins);
   const uint32_t link = ops.alloc(folink::size);  // apart's record holds f only
   ops.put24(link + folink::fo_object, apart);
   ops.put24(link + folink::fo_field, syms.find_field("f"));
   ops.put24(apart + osym::o_fldobj, link);
-  (void)joined;
 
   uint32_t obj = 99;
   EXPECT_EQ(ref("apart.f", &obj), syms.find_field("f"));

@@ -87,8 +87,7 @@ TEST(Types, StorageAndSettling) {
       {settle_type('N', true, storage_format(0x10A2)), 4}, {settle_type('Z', true, storage_format(0x10A2)), 7},
       {settle_type('P', true, storage_format(0x10A2)), 5}, {settle_type('F', true, storage_format(0x10A2)), 8},
       {settle_type('F', true, storage_format(0x1062)), 4}, {settle_type('N', false, 0), 8},
-      {settle_type('A', false, 0), 40},
-      {settle_type('D', false, 0), 2}};
+      {settle_type('A', false, 0), 40},                    {settle_type('D', false, 0), 2}};
   for (const auto& [s, size] : sizes) EXPECT_EQ(conv::format_size(s.format), size) << s.letter;
 }
 
