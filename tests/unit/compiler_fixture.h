@@ -16,7 +16,7 @@ namespace tavtest {
 
 class CompilerFixture {
  public:
-  CompilerFixture() {
+  explicit CompilerFixture(const tav::CompileSettings& settings = {}) : compiler{diag, settings} {
     diag.set_source(&tok);
     diag.set_listing(dir / "t.err");
     start_program();
@@ -52,7 +52,7 @@ class CompilerFixture {
   TempDir dir;
   tav::Display display;
   tav::Diagnostics diag{display, false, false};
-  tav::CompilerStores compiler{diag, {}};
+  tav::CompilerStores compiler;
   tav::OpSpace& ops = compiler.stores.ops;
   tav::DataArea& data = compiler.stores.data;
   tav::TextItems& texts = compiler.stores.texts;

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -57,6 +57,16 @@ class Bench {
   std::string_view stopped_at() {
     c_.p.next();
     return c_.p.text();
+  }
+
+  // Compiles `text` (a statement when `statement`), which must give exactly one message, holding
+  // `message`, and stop at "end".
+  void expect_error(std::string_view text, std::string_view message, bool statement = false) {
+    statement ? (void)this->statement(text) : (void)expr(text);
+    const std::string m = messages();
+    EXPECT_NE(m.find(message), std::string::npos) << text << "\n" << m;
+    EXPECT_EQ(std::count(m.begin(), m.end(), '\n'), 1) << text << "\n" << m;
+    EXPECT_EQ(stopped_at(), "end") << text;
   }
 
   // Messages listed since the last call.
@@ -128,7 +138,6 @@ class Bench {
       case tav::Op::function_call:
         std::snprintf(buf, sizeof buf, "call%u/%u", c_.ops.get16(op + funcall::fc_number), *c_.ops.at(op + funcall::fc_count));
         return buf;
-      case tav::Op::aggregate: return "aggregate";
       case tav::Op::date_literal:
         std::snprintf(buf, sizeof buf, "%c:%g", static_cast<char>(c_.ops.get16(op + literal::lit_kind)),
                       conv::to_double(c_.ops.at(c_.ops.get24(op + literal::lit_value)),
@@ -139,8 +148,6 @@ class Bench {
         return "field:" + std::string(c_.syms.text(c_.ops.get24(f + fsym::f_name)));
       }
       case tav::Op::mode_constant: return "mode";
-      case tav::Op::object_name_arg: return "object";
-      case tav::Op::text_item: return "text-item";
       case tav::Op::if_then_else:
         return "ite(" + render(c_.ops.get24(op + ite::ite_condition)) + "; " + render(c_.ops.get24(op + ite::ite_then)) + "; " +
                render(c_.ops.get24(op + ite::ite_else)) + ")";

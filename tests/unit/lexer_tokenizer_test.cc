@@ -82,12 +82,10 @@ TEST_F(Lex, WordsLiteralsAndTheirMessages) {
   const std::string e = "t.spl, line 1: ERROR  ";
   const Case cases[] = {
       // Words and delimiters.
-      {"a , b ; c;", "a b c", {}},
-      {"(x)f[y]@{z}", "<(> x <)> f <[> y <]> <@> <{> z <}>", {}},
+      {"a , b ; c;", "a b c", {}}, {"(x)f[y]@{z}", "<(> x <)> f <[> y <]> <@> <{> z <}>", {}},
       {"x=1 x = 1", "x=1 x <=> #1=1/4020", {}},
       {"END-IF End-If ENDIF END_IF", "<end-if> <end-if> <endif> <end_if>", {}},
-      {"ABC'De F'gH Cu`st `` 1- .", "abc'De f'gH cust 1- .", {}},
-      {"a // b c\nd //e\n//f\ng//h", "a d g//h", {}},
+      {"ABC'De F'gH Cu`st `` 1- .", "abc'De f'gH cust 1- .", {}}, {"a // b c\nd //e\n//f\ng//h", "a d g//h", {}},
       {"a\rb\nc", "a c", {}},
       // A NUL is a control character like any other: reported, and the line goes on after it.
       {std::string("ab\x01" "cd ef\ngh\0ij\nk", 16), "abcd ef ghij k",

@@ -81,30 +81,21 @@ TEST(IndexedFile, OrderDuplicatesAndTheEnds) {
     ASSERT_EQ(f->write(bytes(r).data()), 0) << r.name;
   EXPECT_EQ(f->write(bytes({"anna", 9, 9}).data()), kDuplicate);  // index 1 is unique
 
-  std::vector<uint8_t> b(12);
-  EXPECT_EQ(f->start(1, b.data(), kFirstRow), 0);
-  EXPECT_EQ(rest(*f), "anna bert carl dora emil");
+  // Each start and the rest of its index from there. Index 2: grp ascending, seq descending;
+  // index 3: one descending part; equal keys in the order written in both.
+  const std::tuple<int, Row, uint32_t, const char*> starts[] = {
+      {1, {}, kFirstRow, "anna bert carl dora emil"}, {2, {}, kFirstRow, "dora anna bert emil carl"},
+      {2, {"", 2, 7}, 0, "bert emil carl"},  // at least (2, 7): the first of the equal keys
+      {2, {"", 2, 6}, 0, "carl"},            // (2, 6) comes after (2, 7) in this order
+      {2, {"", 3, 0}, 0, ""}, {3, {}, kFirstRow, "bert emil anna dora carl"}, {3, {"", 0, 6}, 0, "anna dora carl"},
+  };
+  std::vector<uint8_t> b;
+  for (const auto& [index, key, mode, names] : starts) {
+    b = bytes(key);
+    EXPECT_EQ(f->start(index, b.data(), mode), 0) << index << " " << names;
+    EXPECT_EQ(rest(*f), names) << index << " " << names;
+  }
   EXPECT_EQ(f->read(0, b.data(), kNextRow), kEndOfFile);  // stays at the end
-
-  // grp ascending, seq descending, equal keys in the order written.
-  EXPECT_EQ(f->start(2, b.data(), kFirstRow), 0);
-  EXPECT_EQ(rest(*f), "dora anna bert emil carl");
-  b = bytes({"", 2, 7});
-  EXPECT_EQ(f->start(2, b.data(), 0), 0);  // at least (2, 7): the first of the equal keys
-  EXPECT_EQ(rest(*f), "bert emil carl");
-  b = bytes({"", 2, 6});
-  EXPECT_EQ(f->start(2, b.data(), 0), 0);  // (2, 6) comes after (2, 7) in this order
-  EXPECT_EQ(rest(*f), "carl");
-  b = bytes({"", 3, 0});
-  EXPECT_EQ(f->start(2, b.data(), 0), 0);
-  EXPECT_EQ(f->read(0, b.data(), kNextRow), kEndOfFile);
-
-  // One descending part: equal keys still in the order written.
-  EXPECT_EQ(f->start(3, b.data(), kFirstRow), 0);
-  EXPECT_EQ(rest(*f), "bert emil anna dora carl");
-  b = bytes({"", 0, 6});
-  EXPECT_EQ(f->start(3, b.data(), 0), 0);
-  EXPECT_EQ(rest(*f), "anna dora carl");
 
   // Read equal, then on from there.
   b = bytes({"bert"});

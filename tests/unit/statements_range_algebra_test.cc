@@ -79,17 +79,13 @@ void check(const Case& c) {
 
 TEST(RangeAlgebra, IntersectionKeepsTheTighterBoundsAndDropsEmptyRanges) {
   const Case cases[] = {
-      {">3", '&', "<10", "[>3 <10]"},
-      {">3", '&', ">7", "[>7]"},
+      {">3", '&', "<10", "[>3 <10]"}, {">3", '&', ">7", "[>7]"},
       {">=7", '&', ">7", "[>7]"},          // equal values: the strict bound wins
-      {"<5", '&', "<=5", "[<5]"},
-      {"=5", '&', ">3", "[>=5 <=5]"},
+      {"<5", '&', "<=5", "[<5]"}, {"=5", '&', ">3", "[>=5 <=5]"},
       {">=:2", '&', ">3 & <9", "[>=:2 >3 <9]"},  // field bounds are copied as they come
-      {"LIKE7", '&', "<9", "[LIKE7 <9]"},
-      {"<3 | >8", '&', ">1 & <10", "[>1 <3] [>8 <10]"},
+      {"LIKE7", '&', "<9", "[LIKE7 <9]"}, {"<3 | >8", '&', ">1 & <10", "[>1 <3] [>8 <10]"},
       {"", '&', ">3", "[>3]"},             // an unbounded side leaves the other
-      {">10", '&', "<5", "none"},
-      {">5", '&', "<5", "none"},
+      {">10", '&', "<5", "none"}, {">5", '&', "<5", "none"},
       {">=5", '&', "<5", "[>=5 <5]"},      // equal values with an inclusive bound keep the range
       {"<3 | >8", '&', ">4 & <6", "none"},
   };

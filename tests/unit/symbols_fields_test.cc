@@ -52,9 +52,8 @@ class FieldsTest : public ::testing::Test, public tavtest::CompilerFixture {
 TEST_F(FieldsTest, GlobalStorageOnFirstReferenceFollowsDataAlignment) {
   fields("field a pic x, b pic 9(3), c pic x(3), d type numeric");
   // Odd sizes go where the break is; even sizes start at a multiple of 4.
-  const uint32_t want[] = {2, 4, 6, 12};
-  const char* names[] = {"a", "b", "c", "d"};
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(addr(ref(names[i])), want[i]) << names[i];
+  for (auto [name, want] : {std::pair{"a", 2u}, {"b", 4u}, {"c", 6u}, {"d", 12u}})
+    EXPECT_EQ(addr(ref(name)), want) << name;
   EXPECT_EQ(addr(ref("b")), 4u);  // allocated once
   EXPECT_EQ(diag.error_count(), 0);
 }
@@ -63,9 +62,8 @@ TEST_F(FieldsTest, LocalStorageStartsAtTwoAndReportsTheCrossingField) {
   const uint32_t s = section("main", FieldListKind::local,
                              "l1 pic x(10), l2 pic x(1000) occurs 30, l3 pic x(1000) occurs 30,"
                              " l4 pic x(1000) occurs 10, l5 pic x");
-  const uint32_t want[] = {2, 12, 30012, 60012, 60012};
-  const char* names[] = {"l1", "l2", "l3", "l4", "l5"};
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(addr(ref(names[i])), want[i]) << names[i];
+  for (auto [name, want] : {std::pair{"l1", 2u}, {"l2", 12u}, {"l3", 30012u}, {"l4", 60012u}, {"l5", 60012u}})
+    EXPECT_EQ(addr(ref(name)), want) << name;
   EXPECT_EQ(ops.get16(s + ssym::s_local_size), 60013u);
   EXPECT_EQ(diag.error_count(), 1);
   EXPECT_NE(listing().find("ERROR  Local field data storage size overflow - 'l4'"), std::string::npos);
@@ -76,14 +74,13 @@ TEST_F(FieldsTest, LocalStorageStartsAtTwoAndReportsTheCrossingField) {
 
 TEST_F(FieldsTest, ObjectPrefix) {
   fields("field f pic x, g pic x");
-  const uint32_t joined = syms.add_object("joined");
+  syms.add_object("joined");
   const uint32_t apart = syms.add_object("apart");
   ops.put16(apart + osym::o_attr, osym::attr_no_joins);
   const uint32_t link = ops.alloc(folink::size);  // apart's record holds f only
   ops.put24(link + folink::fo_object, apart);
   ops.put24(link + folink::fo_field, syms.find_field("f"));
   ops.put24(apart + osym::o_fldobj, link);
-  (void)joined;
 
   uint32_t obj = 99;
   EXPECT_EQ(ref("apart.f", &obj), syms.find_field("f"));

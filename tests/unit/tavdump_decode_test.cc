@@ -98,19 +98,11 @@ TEST(TavdumpDecode, PrintsTheRecordsOfAValidTable) {
   Table t;
   dump::DumpResult r = decode(t.image());
   ASSERT_TRUE(r.ok) << r.damage;
-  for (const char* expected : {
-           "table version     6.3",
-           "flags             0x4006\n",
-           "  1 'N' length 2 \"Go\"\n",
-           "m_flags 0x4002 (entry process)",
-           "text-item(87) item 1 \"Go\" length 2",
-           "\"main\" procedure\n",
-           "s_modes [\"go\"]",
-           "pause(73)\n",
-           "exit(61) value none",
-           "l_index 0\n    l_name \"lib\"",
-           "data image: 8 bytes",
-       })
+  for (const char* expected :
+       {"table version     6.3", "flags             0x4006\n", "  1 'N' length 2 \"Go\"\n",
+        "m_flags 0x4002 (entry process)", "text-item(87) item 1 \"Go\" length 2", "\"main\" procedure\n",
+        "s_modes [\"go\"]", "pause(73)\n", "exit(61) value none", "l_index 0\n    l_name \"lib\"",
+        "data image: 8 bytes"})
     EXPECT_NE(r.text.find(expected), std::string::npos) << expected << "\n" << r.text;
 }
 

@@ -17,30 +17,18 @@ TEST(TavppExpand, ProgramText) {
   MacroTable t = table_of({"MAX 10", "SQ(x) ((x) * (x))", "ADD(a, b) a + b", "A B", "B A",
                            "SELF SELF + 1", "EMPTY", "NOARGS() done", "HASH #x",
                            "NESTED(x) SQ(x)"});
-  struct Case {
-    const char* in;
-    const char* out;
-  } cases[] = {
-      {"x = MAX", "x = 10"},
-      {"-MAX MAX- (MAX)", "-10 10- (10)"},
+  const std::pair<const char*, const char*> cases[] = {
+      {"x = MAX", "x = 10"}, {"-MAX MAX- (MAX)", "-10 10- (10)"},
       {"MAX-ROWS ROWS-MAX A-MAX-B 1-MAX MAXX _MAX", "MAX-ROWS ROWS-MAX A-MAX-B 1-MAX MAXX _MAX"},
-      {"'MAX' \"MAX\" 'it''s MAX'", "'MAX' \"MAX\" 'it''s MAX'"},
-      {"'open MAX", "'open MAX"},
-      {"MAX // MAX", "10 // MAX"},
-      {"SQ(MAX) SQ (2)", "((10) * (10)) ((2) * (2))"},
+      {"'MAX' \"MAX\" 'it''s MAX'", "'MAX' \"MAX\" 'it''s MAX'"}, {"'open MAX", "'open MAX"},
+      {"MAX // MAX", "10 // MAX"}, {"SQ(MAX) SQ (2)", "((10) * (10)) ((2) * (2))"},
       {"SQ", "SQ"},  // function-like without "(" is left alone
       {"ADD((1, 2), 'a,)')", "(1, 2) + 'a,)'"},
       {"A", "A"},              // A -> B -> A stops
-      {"SELF", "SELF + 1"},
-      {"[EMPTY]", "[]"},
-      {"NOARGS()", "done"},
-      {"NESTED(MAX)", "((10) * (10))"},
-      {"HASH", "#x"},
+      {"SELF", "SELF + 1"}, {"[EMPTY]", "[]"}, {"NOARGS()", "done"}, {"NESTED(MAX)", "((10) * (10))"}, {"HASH", "#x"},
   };
-  for (const Case& c : cases) {
-    Expander e(t, WordRule::program);
-    EXPECT_EQ(e.expand(c.in).value_or("<failed>"), c.out) << c.in;
-  }
+  for (const auto& [in, out] : cases)
+    EXPECT_EQ(Expander(t, WordRule::program).expand(in).value_or("<failed>"), out) << in;
 }
 
 TEST(TavppExpand, Failures) {
@@ -49,19 +37,14 @@ TEST(TavppExpand, Failures) {
                            "L6 L7 L7 L7 L7", "L7 L8 L8 L8 L8", "L8 L9 L9 L9 L9",
                            "L9 L10 L10 L10 L10", "L10 L11 L11 L11 L11",
                            "L11 xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"});
-  struct Case {
-    const char* in;
-    Msg msg;
-  } cases[] = {
-      {"SQ(1", Msg::unterminated_call},
-      {"ADD(1)", Msg::macro_arg_count},
-      {"SQ(1, 2)", Msg::macro_arg_count},
+  const std::pair<const char*, Msg> cases[] = {
+      {"SQ(1", Msg::unterminated_call}, {"ADD(1)", Msg::macro_arg_count}, {"SQ(1, 2)", Msg::macro_arg_count},
       {"L1", Msg::expansion_too_long},
   };
-  for (const Case& c : cases) {
+  for (const auto& [in, msg] : cases) {
     Expander e(t, WordRule::program);
-    EXPECT_FALSE(e.expand(c.in)) << c.in;
-    EXPECT_EQ(e.problem().msg, c.msg) << c.in;
+    EXPECT_FALSE(e.expand(in)) << in;
+    EXPECT_EQ(e.problem().msg, msg) << in;
   }
 }
 
@@ -93,10 +76,7 @@ std::int64_t eval(const MacroTable& t, const char* text, ExprStatus want = ExprS
 
 TEST(TavppExpr, Values) {
   MacroTable t = table_of({"R 65", "TWO 1+1", "F(x) (x*2)", "MAX 3"});
-  struct Case {
-    const char* in;
-    std::int64_t value;
-  } cases[] = {
+  const std::pair<const char*, std::int64_t> cases[] = {
       {"1 + 2 * 3", 7},        {"(1 + 2) * 3", 9},     {"10 / 3", 3},
       {"-10 % 3", -1},         {"0x1F + 010", 39},     {"10UL", 10},
       {"TWO * 2", 3},          {"F(TWO)", 3},          {"R >= 65 && R < 70", 1},
@@ -104,12 +84,10 @@ TEST(TavppExpr, Values) {
       {"1 << 4 >> 2", 4},      {"1 << 64", 0},         {"-8 >> 100", -1},
       {"6 & 3 | 8 ^ 1", 11},   {"1 < 2 == 1", 1},      {"2 != 2 || 3 <= 3", 1},
       {"0 ? 1 : 2 ? 3 : 4", 3}, {"1 ? 5 : 1/0", 5},    {"0 && 1/0", 0},
-      {"defined R + defined(X) + defined ( MAX )", 2},
-      {"-9223372036854775807 - 1", INT64_MIN},
-      {"(-9223372036854775807 - 1) / -1", INT64_MIN},
-      {"9223372036854775807 + 1", INT64_MIN},
+      {"defined R + defined(X) + defined ( MAX )", 2}, {"-9223372036854775807 - 1", INT64_MIN},
+      {"(-9223372036854775807 - 1) / -1", INT64_MIN}, {"9223372036854775807 + 1", INT64_MIN},
   };
-  for (const Case& c : cases) EXPECT_EQ(eval(t, c.in), c.value) << c.in;
+  for (const auto& [in, value] : cases) EXPECT_EQ(eval(t, in), value) << in;
 }
 
 TEST(TavppExpr, Errors) {
