@@ -1,6 +1,7 @@
 // ACCEPT: the field descriptor byte by byte, its messages, and the ACCEPT chain as RE-ENTER
 // searches it.
 
+#include "codegen/header.h"
 #include "codegen/op_records.h"
 #include "statements/records.h"
 #include "symbols/records.h"
@@ -296,26 +297,23 @@ TEST(HelpScreen, HiddenScreenAndItsCode) {
   const uint32_t s = help_screen_of(t, accepts(t)[0]), codes = t.object("codes");
   EXPECT_EQ(t.text(t.u24(s + ssym::s_name)), "~-hs");
   EXPECT_EQ(t.sections(), std::vector<uint32_t>{t.section_named("main")});  // in no section list
-  EXPECT_EQ(t.u16(s + ssym::s_kind) & ssym::kind_mask, ssym::kind_screen);
-  EXPECT_EQ(t.u16(s + ssym::s_flags), 0x8091u);
+  EXPECT_EQ((Words{t.u16(s + ssym::s_kind) & ssym::kind_mask, t.u16(s + ssym::s_flags)}), (Words{ssym::kind_screen, 0x8091}));
   std::string modes;
   for (uint32_t e : t.list(t.u24(s + ssym::s_modes))) modes += t.text(t.u24(t.u24(e + modelist::ml_mode) + mode::m_name)) + " ";
   EXPECT_EQ(modes, "~-select find next-scr prev-scr next prev ");
-  EXPECT_EQ(t.u24(s + ssym::s_primary), codes);
   EXPECT_NE(t.u24(s + ssym::s_select), 0u);
-  EXPECT_EQ((Words{t.u16(s + ssym::s_occurs), t.u16(s + ssym::s_base), t.u16(s + ssym::s_review_by)}),
-            (Words{10, 11, 1}));
+  EXPECT_EQ((Words{t.u24(s + ssym::s_primary), t.u16(s + ssym::s_occurs), t.u16(s + ssym::s_base), t.u16(s + ssym::s_review_by)}),
+            (Words{codes, 10, 11, 1}));
 
   // BEFORE: the frame and the record put aside; AFTER: the record back.
   const auto before = t.list(t.u24(s + ssym::s_before));
   ASSERT_EQ(t.codes(before[0]), (std::vector<Op>{Op::box, Op::save}));
   const uint32_t box = t.u24(before[0] + boxop::bo_box);
-  EXPECT_EQ((Words{t.u24(box), t.u24(box + 3), t.u24(box + 6), t.u24(box + 9)}),
-            (Words{10, 1, 23, 30}));
-  EXPECT_EQ(t.u24(before[1] + objop::ob_object), codes);
   const uint32_t after = t.u24(s + ssym::s_after);
   ASSERT_EQ(t.codes(after), std::vector<Op>{Op::restore});
-  EXPECT_EQ(t.u24(after + restoreop::rs_object), codes);
+  EXPECT_EQ((Words{t.u24(box), t.u24(box + 3), t.u24(box + 6), t.u24(box + 9), t.u24(before[1] + objop::ob_object),
+                   t.u24(after + restoreop::rs_object)}),
+            (Words{10, 1, 23, 30, codes, codes}));
 
   // DETAIL: IF "~-select" = function 73 (), the USING field into the ACCEPTed one and EXIT; then
   // one ACCEPT per shown field under its title.
@@ -325,14 +323,13 @@ TEST(HelpScreen, HiddenScreenAndItsCode) {
   ASSERT_EQ(t.codes(cond), (std::vector<Op>{Op::mode_constant, Op::function_call, Op::comparison}));
   const auto c3 = t.list(cond);
   EXPECT_EQ(t.text(t.u24(t.u32(t.u24(c3[0] + nameop::na_value)) + mode::m_name)), "~-select");
-  EXPECT_EQ(t.u8(c3[0] + nameop::na_type), '!');
-  EXPECT_EQ(t.u16(c3[1] + funcall::fc_number), 73u);
-  EXPECT_EQ(t.u16(c3[2] + cmpop::cmp_code), 0x1000u);
-  EXPECT_EQ(t.u24(detail[0] + ifop::if_false), detail[2]);
-  EXPECT_EQ(t.u24(detail[1] + setop::st_field), t.field("pick"));
   const uint32_t value = t.u24(detail[1] + setop::st_value);
-  EXPECT_EQ(t.u24(value + fieldref::fr_field), t.field("code"));
-  EXPECT_EQ(t.u24(value + fieldref::fr_object), codes);  // kept: the object is NO-JOINS
+  // The name's type, the function, the comparison, the IF's false branch, the SET's field and
+  // value (its object kept: the object is NO-JOINS).
+  EXPECT_EQ((Words{t.u8(c3[0] + nameop::na_type), t.u16(c3[1] + funcall::fc_number), t.u16(c3[2] + cmpop::cmp_code),
+                   t.u24(detail[0] + ifop::if_false), t.u24(detail[1] + setop::st_field), t.u24(value + fieldref::fr_field),
+                   t.u24(value + fieldref::fr_object)}),
+            (Words{'!', 73, 0x1000, detail[2], t.field("pick"), t.field("code"), codes}));
   const struct {
     uint32_t op;
     const char* field;
@@ -342,13 +339,14 @@ TEST(HelpScreen, HiddenScreenAndItsCode) {
   for (const auto& f : shown) {
     EXPECT_EQ(t.u16(f.op + acceptop::ao_length), 89u);
     const uint32_t d = t.u24(f.op + acceptop::ao_desc);
-    EXPECT_EQ(t.u24(d + adesc::ad_field), t.field(f.field));
-    EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u);
-    EXPECT_EQ((Words{t.u24(d + adesc::ad_row), t.u24(d + adesc::ad_column), t.u24(d + adesc::ad_chain)}),
-              (Words{11, f.column, f.chain}));
+    EXPECT_EQ((Words{t.u24(d + adesc::ad_field), t.u16(d + adesc::ad_options), t.u24(d + adesc::ad_row), t.u24(d + adesc::ad_column),
+                     t.u24(d + adesc::ad_chain)}),
+              (Words{t.field(f.field), 0x1000, 11, f.column, f.chain}));
     EXPECT_EQ((Words{t.u24(d + adesc::ad_title_pos), t.u24(d + adesc::ad_title_pos + 3)}),
               (Words{10, f.column}));
-    EXPECT_EQ(t.opcode(t.u24(d + adesc::ad_title)), Op::text_item);
+    const uint32_t title = t.u24(d + adesc::ad_title);
+    ASSERT_EQ(t.opcode(title), Op::text_item);
+    EXPECT_EQ(t.text(t.u24(t.u24(hdr::h_text) + t.u16(title + textitem::ti_item) * textent::size + textent::te_text)), f.title);
   }
 
   // tavdump shows the screen where the ACCEPT names it.

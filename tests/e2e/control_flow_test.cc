@@ -34,10 +34,11 @@ TEST(ControlFlow, IfChainsPatchTheirJumps) {
   Op6 t = body("if a = 1\n pause\nelse-if a = 2 then\n pause\nelse\n pause\nend-if\npause\n");
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::if_, Op::pause, Op::jump, Op::if_, Op::pause, Op::jump, Op::pause, Op::pause}));
-  EXPECT_EQ(t.u24(ops[0] + ifop::if_false), ops[2]) << "a false first test goes on after the first jump";
-  EXPECT_EQ(t.u24(ops[3] + ifop::if_false), ops[5]) << "the second test skips to the ELSE part";
-  EXPECT_EQ(t.u24(ops[2] + jump::j_target), ops[6]) << "jumps name the last op of the construct";
-  EXPECT_EQ(t.u24(ops[5] + jump::j_target), ops[6]);
+  // A false first test goes on after the first jump, the second skips to the ELSE part; jumps name
+  // the last op of the construct.
+  EXPECT_EQ((std::vector<uint32_t>{t.u24(ops[0] + ifop::if_false), t.u24(ops[3] + ifop::if_false), t.u24(ops[2] + jump::j_target),
+                                   t.u24(ops[5] + jump::j_target)}),
+            (std::vector<uint32_t>{ops[2], ops[5], ops[6], ops[6]}));
   for (uint32_t i : {0u, 3u}) EXPECT_EQ(t.codes(t.u24(ops[i] + ifop::if_condition)).back(), Op::comparison);
 }
 
@@ -111,9 +112,9 @@ TEST(ControlFlow, SwitchLinksItsCasesAndPatchesItsJumps) {
   EXPECT_EQ(t.u24(sw + switchop::sw_first_case), ops[1]);
   EXPECT_EQ(t.u24(ops[1] + caseop::cs_next), ops[4]);
   EXPECT_EQ(t.u24(ops[4] + caseop::cs_next), 0u);
-  EXPECT_EQ(t.u24(sw + switchop::sw_else), ops[6]) << "no match goes on after the jump before ELSE";
-  EXPECT_EQ(t.u24(ops[3] + jump::j_target), ops[7]);
-  EXPECT_EQ(t.u24(ops[6] + jump::j_target), ops[7]);
+  // No match goes on after the jump before ELSE; both jumps go to the end.
+  EXPECT_EQ((std::vector<uint32_t>{t.u24(sw + switchop::sw_else), t.u24(ops[3] + jump::j_target), t.u24(ops[6] + jump::j_target)}),
+            (std::vector<uint32_t>{ops[6], ops[7], ops[7]}));
 
   // Values are pushed at the front: 2 before 1, stored as 2-byte binary with format 0x2020.
   std::vector<uint32_t> values;
