@@ -1,36 +1,32 @@
 // ACCEPT: the field descriptor byte by byte, its messages, and the ACCEPT chain as RE-ENTER
 // searches it.
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-
+#include "codegen/header.h"
 #include "codegen/op_records.h"
 #include "statements/records.h"
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
 using namespace tav;
+using namespace drvtest;
 using tavtest::Op6;
-using tavtest::TempDir;
-
-const char kFields[] = "field n pic 9(4)\nfield s pic x(10)\n";
+using Words = std::vector<uint32_t>;
 
 tavtest::Compiled compile(const std::string& body) {
-  TempDir dir;
-  return tavtest::compile(dir, std::string(kFields) + "procedure main\n" + body + "end\n");
+  return compile_source("field n pic 9(4)\nfield s pic x(10)\nprocedure main\n" + body + "end\n");
 }
 
-// The ACCEPT ops of the procedure's DETAIL.
-std::vector<uint32_t> accepts(const Op6& t) {
-  std::vector<uint32_t> out;
-  for (uint32_t op : t.list(t.detail()))
-    if (t.opcode(op) == Op::accept) out.push_back(op);
-  return out;
+// The ACCEPT ops of the first section's DETAIL.
+std::vector<uint32_t> accepts(const Op6& t) { return ops_of(t, t.detail(), Op::accept); }
+
+// The row, column, field, chain, type, length and options of an ACCEPT descriptor.
+Words descriptor(const Op6& t, uint32_t accept_op) {
+  const uint32_t d = t.u24(accept_op + acceptop::ao_desc);
+  return {t.u24(d + adesc::ad_row),    t.u24(d + adesc::ad_column), t.u24(d + adesc::ad_field),
+          t.u24(d + adesc::ad_chain),  t.u16(d + adesc::ad_type),   t.u16(d + adesc::ad_length),
+          t.u16(d + adesc::ad_options)};
 }
 
 TEST(Accept, DescriptorLengthFollowsTheLastClause) {
@@ -39,21 +35,13 @@ TEST(Accept, DescriptorLengthFollowsTheLastClause) {
   const Op6& t = c.image;
   auto ops = accepts(t);
   ASSERT_EQ(ops.size(), 3u);
-  EXPECT_EQ(t.u16(ops[0] + acceptop::ao_length), 26u);
-  EXPECT_EQ(t.u16(ops[1] + acceptop::ao_length), 80u);
-  EXPECT_EQ(t.u16(ops[2] + acceptop::ao_length), 89u);
-  uint32_t d = t.u24(ops[0] + acceptop::ao_desc);
-  EXPECT_EQ(t.u24(d + adesc::ad_row), 2u);
-  EXPECT_EQ(t.u24(d + adesc::ad_column), 3u);
-  EXPECT_EQ(t.u24(d + adesc::ad_field), t.field("n"));
-  EXPECT_EQ(t.u24(d + adesc::ad_chain), 0u);
-  EXPECT_EQ(t.u16(d + adesc::ad_type), t.u16(t.field("n") + fsym::f_format));
-  EXPECT_EQ(t.u16(d + adesc::ad_length), 4u);
-  EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u);  // in a DETAIL part
-  // Each ACCEPT links the one before it.
+  EXPECT_EQ((Words{t.u16(ops[0] + acceptop::ao_length), t.u16(ops[1] + acceptop::ao_length), t.u16(ops[2] + acceptop::ao_length)}),
+            (Words{26, 80, 89}));
+  // In a DETAIL part; each ACCEPT links the one before it.
+  EXPECT_EQ(descriptor(t, ops[0]), (Words{2, 3, t.field("n"), 0, t.u16(t.field("n") + fsym::f_format), 4, 0x1000}));
+  EXPECT_EQ(descriptor(t, ops[1])[3], ops[0]);
+  EXPECT_EQ(descriptor(t, ops[2])[3], ops[1]);
   uint32_t d1 = t.u24(ops[1] + acceptop::ao_desc), d2 = t.u24(ops[2] + acceptop::ao_desc);
-  EXPECT_EQ(t.u24(d1 + adesc::ad_chain), ops[0]);
-  EXPECT_EQ(t.u24(d2 + adesc::ad_chain), ops[1]);
   EXPECT_EQ(t.u16(d1 + adesc::ad_tag), 7u);
   EXPECT_EQ(t.u24(d2 + adesc::ad_scale), 2u);
 }
@@ -62,8 +50,7 @@ TEST(Accept, FlagsFillAndSuppress) {
   tavtest::Compiled c = compile(
       " accept s @ 1,1 upper-case fill \"ab\" bold inverse right read-only\n"
       " accept s suppress justify\n");
-  EXPECT_NE(c.result.out.find("line 4: WARNING  Can only fill with a single character - 'ab'"), std::string::npos)
-      << c.result.out;
+  EXPECT_TRUE(reports(c.result.out, 4, "WARNING  Can only fill with a single character - 'ab'")) << c.result.out;
   ASSERT_EQ(c.result.status, 0) << c.result.out;
   const Op6& t = c.image;
   auto ops = accepts(t);
@@ -74,19 +61,13 @@ TEST(Accept, FlagsFillAndSuppress) {
   EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u | 0x0002u | 0x4001u);
   EXPECT_EQ(t.u16(d + adesc::ad_display), 0x0020u | 0x0100u | 4u);
   // SUPPRESS without @ stands at 1,1; JUSTIFY fills with blanks on the left.
-  uint32_t e = t.u24(ops[1] + acceptop::ao_desc);
-  EXPECT_EQ(t.u24(e + adesc::ad_row), 1u);
-  EXPECT_EQ(t.u24(e + adesc::ad_column), 1u);
-  EXPECT_EQ(t.u8(e + adesc::ad_fill), ' ');
-  EXPECT_EQ(t.u16(e + adesc::ad_options), 0x1000u | 0x2001u | 0x0020u);
+  const uint32_t e = t.u24(ops[1] + acceptop::ao_desc);
+  EXPECT_EQ((Words{t.u24(e + adesc::ad_row), t.u24(e + adesc::ad_column), t.u8(e + adesc::ad_fill), t.u16(e + adesc::ad_options)}),
+            (Words{1, 1, ' ', 0x1000u | 0x2001u | 0x0020u}));
 }
 
 TEST(Accept, Messages) {
-  struct Case {
-    const char* body;
-    const char* message;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {" accept n\n", "line 4: ERROR  Row/Column coordinates are mandatory - 'n'"},
       {" accept n @ 1,1 fill spaces\n", "line 4: ERROR  Can only fill an alpha field - 'fill'"},
       {" accept n @ 1,1 justify\n", "line 4: ERROR  Can only justify an alpha field - 'justify'"},
@@ -114,9 +95,9 @@ TEST(Accept, Messages) {
       {" accept n @ 1,1 picture 9(4) blank-when-zero\n", "ERROR  Duplicate or incompatible clause - 'blank-when-zero'"},
       {" accept n @ 1,1 frob\n", "ERROR  Invalid clause - 'frob'"},
   };
-  for (const Case& c : cases) {
-    std::string out = compile(c.body).result.out;
-    EXPECT_NE(out.find(c.message), std::string::npos) << c.body << out;
+  for (const auto& [body, message] : cases) {
+    const std::string out = compile(body).result.out;
+    EXPECT_TRUE(contains(out, message)) << body << out;
   }
 }
 
@@ -185,27 +166,18 @@ TEST(Accept, ReEnterSearchesTheChain) {
 
   for (const char* body : {" accept n @ 1,1 read-only\n re-enter n\n", " accept n suppress\n re-enter n\n",
                            " accept s @ 1,1\n re-enter n\n"}) {
-    std::string out = compile(body).result.out;
-    EXPECT_NE(out.find("ERROR  Field not previously ACCEPTed in screen - 'n'"), std::string::npos) << body << out;
+    const std::string out = compile(body).result.out;
+    EXPECT_TRUE(contains(out, "ERROR  Field not previously ACCEPTed in screen - 'n'")) << body << out;
   }
 }
 
-}  // namespace
-
-namespace {
-
 // Compiles `program` against a dictionary loaded from `schema` with tavdict.
-tavtest::Compiled compile_against(const TempDir& dir, const std::string& schema, const std::string& program) {
-  tavtest::write_file(dir / "shop.sch", schema);
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  const tavtest::RunResult r = tavtest::run({tavtest::program("tavdict"), "load", "shop", "shop.sch"}, options);
-  EXPECT_EQ(r.status, 0) << r.err;
-  tavtest::write_file(dir / "prog.spl", program);
-  tavtest::Env env{{"TAVDICT=shop"}, {"TAVUSRDICT", "TAVDISTDICT", "TAVPATH"}};
-  tavtest::Compiled c;
-  c.result = tavtest::tavcmp(dir.path(), {"-l", "prog.spl"}, env);
-  if (tavtest::file_exists(dir / "prog.op6")) c.image = Op6(tavtest::read_file(dir / "prog.op6"));
+tavtest::Compiled compile_against(const std::string& schema, const std::string& program) {
+  TempDir dir;
+  load_dictionary(dir, "shop", schema);
+  write_file(dir / "prog.spl", program);
+  tavtest::Compiled c{tavcmp(dir.path(), {"-l", "prog.spl"}, {{"TAVDICT=shop"}, {"TAVUSRDICT", "TAVDISTDICT", "TAVPATH"}}), {}};
+  if (file_exists(dir / "prog.op6")) c.image = Op6(read_file(dir / "prog.op6"));
   return c;
 }
 
@@ -214,8 +186,7 @@ tavtest::Compiled compile_against(const TempDir& dir, const std::string& schema,
 // program's, and a clause the text may not hold is reported on the text's own line under the
 // field's name, after which the program goes on.
 TEST(Accept, DictionaryValidationText) {
-  TempDir dir;
-  const tavtest::Compiled c = compile_against(dir,
+  const tavtest::Compiled c = compile_against(
       "field cust-no pic 9(6)\n"
       "field cust-name pic x(30)\n"
       "//% field cust-name validation upper-case default \"dict\"\n"
@@ -224,15 +195,14 @@ TEST(Accept, DictionaryValidationText) {
       " accept cust-name @ 1,1 default \"program\"\n"
       " accept cust-no @ 2,1 frob\n"
       "end\n");
-  EXPECT_NE(c.result.out.find("[cust-name], line 2: ERROR  Clause cannot be specified in dictionary - 'when'"),
-            std::string::npos) << c.result.out;
-  EXPECT_NE(c.result.out.find("prog.spl, line 3: ERROR  Invalid clause - 'frob'"), std::string::npos) << c.result.out;
-  EXPECT_EQ(c.result.out.find("Duplicate"), std::string::npos) << c.result.out;
+  EXPECT_TRUE(contains(c.result.out, "[cust-name], line 2: ERROR  Clause cannot be specified in dictionary - 'when'"))
+      << c.result.out;
+  EXPECT_TRUE(contains(c.result.out, "prog.spl, line 3: ERROR  Invalid clause - 'frob'")) << c.result.out;
+  EXPECT_FALSE(contains(c.result.out, "Duplicate")) << c.result.out;
 }
 
 TEST(Accept, DictionaryValidationDescriptor) {
-  TempDir dir;
-  const tavtest::Compiled c = compile_against(dir,
+  const tavtest::Compiled c = compile_against(
       "field cust-name pic x(30)\n"
       "//% field cust-name validation upper-case default \"dict\"\n"
       "//% field cust-name validation tag 9 fill zeros\n",
@@ -241,26 +211,22 @@ TEST(Accept, DictionaryValidationDescriptor) {
       "end\n");
   ASSERT_EQ(c.result.status, 0) << c.result.out;
   const Op6& t = c.image;
-  auto ops = accepts(t);
-  ASSERT_EQ(ops.size(), 1u);
-  const uint32_t d = t.u24(ops[0] + acceptop::ao_desc);
-  EXPECT_EQ(t.u16(ops[0] + acceptop::ao_length), 80u);
+  const uint32_t op = accepts(t).at(0), d = t.u24(op + acceptop::ao_desc);
+  EXPECT_EQ(t.u16(op + acceptop::ao_length), 80u);
   EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u | 0x0004u | 0x0001u);  // the program's LOWER-CASE; DEFAULT
-  EXPECT_EQ(t.u8(d + adesc::ad_fill), ' ');
-  EXPECT_EQ(t.u16(d + adesc::ad_tag), 9u);
+  EXPECT_EQ((Words{t.u8(d + adesc::ad_fill), t.u16(d + adesc::ad_tag)}), (Words{' ', 9}));
   EXPECT_NE(t.u24(d + adesc::ad_default), 0u);
 }
 
 // LOOKUP: the object's key and, when the ACCEPTed field is not part of it, the field as the key
 // value; its checks.
 TEST(Accept, LookUp) {
-  TempDir dir;
   const std::string defs =
       "field code pic x(4)\nfield other pic x(4)\nfield qty pic 9(4)\n"
       "object codes type indexed file \"codes\" record code end-record key code unique\n"
       "object plain type sequential file \"p\" record other end-record\n"
       "procedure main\n";
-  tavtest::Compiled c = tavtest::compile(dir, defs + " accept other @ 1,1 lookup not in codes\n accept code @ 2,1 lookup codes\nend\n");
+  tavtest::Compiled c = compile_source(defs + " accept other @ 1,1 lookup not in codes\n accept code @ 2,1 lookup codes\nend\n");
   ASSERT_EQ(c.result.status, 0) << c.result.out;
   const Op6& t = c.image;
   auto ops = accepts(t);
@@ -285,16 +251,15 @@ TEST(Accept, LookUp) {
       {" accept other @ 1,1 lookup codes lookup codes\n", "ERROR  Duplicate or incompatible clause"},
   };
   for (const auto& k : cases) {
-    const std::string out = tavtest::compile(dir, defs + k.body + "end\n").result.out;
-    EXPECT_NE(out.find(k.message), std::string::npos) << k.body << out;
+    const std::string out = compile_source(defs + k.body + "end\n").result.out;
+    EXPECT_TRUE(contains(out, k.message)) << k.body << out;
   }
 }
 
 // In the DETAIL of a DATA-GRID, a dictionary field accepted in the review area without a title of
 // its own takes the dictionary's column title.
 TEST(Accept, DictionaryColumnTitle) {
-  TempDir dir;
-  const tavtest::Compiled c = compile_against(dir,
+  const tavtest::Compiled c = compile_against(
       "field cust-no pic 9(6)\nfield cust-name pic x(30)\n//% field cust-name title Customer\n"
       "object cust type indexed file \"cust\" record cust-no cust-name end-record key cust-no unique\n",
       "screen g data-grid occurs 5 primary cust\ndetail\n"
@@ -307,12 +272,8 @@ TEST(Accept, DictionaryColumnTitle) {
     if (t.opcode(op) == Op::accept) titles.push_back(t.u16(op + acceptop::ao_length) > adesc::ad_title ? t.u24(t.u24(op + acceptop::ao_desc) + adesc::ad_title) : 0);
   ASSERT_EQ(titles.size(), 4u);
   EXPECT_EQ(t.opcode(titles[0]), Op::text_item);
-  EXPECT_EQ((std::vector<uint32_t>{titles[1], titles[2], titles[3]}), (std::vector<uint32_t>{0, 0, 0}));
+  EXPECT_EQ((Words{titles[1], titles[2], titles[3]}), (Words{0, 0, 0}));
 }
-
-}  // namespace
-
-namespace {
 
 // HELP-SCREEN: the hidden look-up screen its ACCEPT's descriptor leads to (bytes 75-77).
 const char kLookUp[] =
@@ -322,10 +283,7 @@ const char kLookUp[] =
     "object more type indexed file \"more\" record other end-record key other unique no-joins\n"
     "screen main\ndetail\n";  // the ACCEPT is on line 11
 
-tavtest::Compiled compile_help(const std::string& accept) {
-  TempDir dir;
-  return tavtest::compile(dir, std::string(kLookUp) + accept + "\nend\n");
-}
+tavtest::Compiled compile_help(const std::string& accept) { return compile_source(kLookUp + accept + "\nend\n"); }
 
 uint32_t help_screen_of(const Op6& t, uint32_t accept_op) {
   EXPECT_EQ(t.u16(accept_op + acceptop::ao_length), 78u);
@@ -339,26 +297,23 @@ TEST(HelpScreen, HiddenScreenAndItsCode) {
   const uint32_t s = help_screen_of(t, accepts(t)[0]), codes = t.object("codes");
   EXPECT_EQ(t.text(t.u24(s + ssym::s_name)), "~-hs");
   EXPECT_EQ(t.sections(), std::vector<uint32_t>{t.section_named("main")});  // in no section list
-  EXPECT_EQ(t.u16(s + ssym::s_kind) & ssym::kind_mask, ssym::kind_screen);
-  EXPECT_EQ(t.u16(s + ssym::s_flags), 0x8091u);
+  EXPECT_EQ((Words{t.u16(s + ssym::s_kind) & ssym::kind_mask, t.u16(s + ssym::s_flags)}), (Words{ssym::kind_screen, 0x8091}));
   std::string modes;
   for (uint32_t e : t.list(t.u24(s + ssym::s_modes))) modes += t.text(t.u24(t.u24(e + modelist::ml_mode) + mode::m_name)) + " ";
   EXPECT_EQ(modes, "~-select find next-scr prev-scr next prev ");
-  EXPECT_EQ(t.u24(s + ssym::s_primary), codes);
   EXPECT_NE(t.u24(s + ssym::s_select), 0u);
-  EXPECT_EQ((std::vector<uint32_t>{t.u16(s + ssym::s_occurs), t.u16(s + ssym::s_base), t.u16(s + ssym::s_review_by)}),
-            (std::vector<uint32_t>{10, 11, 1}));
+  EXPECT_EQ((Words{t.u24(s + ssym::s_primary), t.u16(s + ssym::s_occurs), t.u16(s + ssym::s_base), t.u16(s + ssym::s_review_by)}),
+            (Words{codes, 10, 11, 1}));
 
   // BEFORE: the frame and the record put aside; AFTER: the record back.
   const auto before = t.list(t.u24(s + ssym::s_before));
   ASSERT_EQ(t.codes(before[0]), (std::vector<Op>{Op::box, Op::save}));
   const uint32_t box = t.u24(before[0] + boxop::bo_box);
-  EXPECT_EQ((std::vector<uint32_t>{t.u24(box), t.u24(box + 3), t.u24(box + 6), t.u24(box + 9)}),
-            (std::vector<uint32_t>{10, 1, 23, 30}));
-  EXPECT_EQ(t.u24(before[1] + objop::ob_object), codes);
   const uint32_t after = t.u24(s + ssym::s_after);
   ASSERT_EQ(t.codes(after), std::vector<Op>{Op::restore});
-  EXPECT_EQ(t.u24(after + restoreop::rs_object), codes);
+  EXPECT_EQ((Words{t.u24(box), t.u24(box + 3), t.u24(box + 6), t.u24(box + 9), t.u24(before[1] + objop::ob_object),
+                   t.u24(after + restoreop::rs_object)}),
+            (Words{10, 1, 23, 30, codes, codes}));
 
   // DETAIL: IF "~-select" = function 73 (), the USING field into the ACCEPTed one and EXIT; then
   // one ACCEPT per shown field under its title.
@@ -368,14 +323,13 @@ TEST(HelpScreen, HiddenScreenAndItsCode) {
   ASSERT_EQ(t.codes(cond), (std::vector<Op>{Op::mode_constant, Op::function_call, Op::comparison}));
   const auto c3 = t.list(cond);
   EXPECT_EQ(t.text(t.u24(t.u32(t.u24(c3[0] + nameop::na_value)) + mode::m_name)), "~-select");
-  EXPECT_EQ(t.u8(c3[0] + nameop::na_type), '!');
-  EXPECT_EQ(t.u16(c3[1] + funcall::fc_number), 73u);
-  EXPECT_EQ(t.u16(c3[2] + cmpop::cmp_code), 0x1000u);
-  EXPECT_EQ(t.u24(detail[0] + ifop::if_false), detail[2]);
-  EXPECT_EQ(t.u24(detail[1] + setop::st_field), t.field("pick"));
   const uint32_t value = t.u24(detail[1] + setop::st_value);
-  EXPECT_EQ(t.u24(value + fieldref::fr_field), t.field("code"));
-  EXPECT_EQ(t.u24(value + fieldref::fr_object), codes);  // kept: the object is NO-JOINS
+  // The name's type, the function, the comparison, the IF's false branch, the SET's field and
+  // value (its object kept: the object is NO-JOINS).
+  EXPECT_EQ((Words{t.u8(c3[0] + nameop::na_type), t.u16(c3[1] + funcall::fc_number), t.u16(c3[2] + cmpop::cmp_code),
+                   t.u24(detail[0] + ifop::if_false), t.u24(detail[1] + setop::st_field), t.u24(value + fieldref::fr_field),
+                   t.u24(value + fieldref::fr_object)}),
+            (Words{'!', 73, 0x1000, detail[2], t.field("pick"), t.field("code"), codes}));
   const struct {
     uint32_t op;
     const char* field;
@@ -385,22 +339,23 @@ TEST(HelpScreen, HiddenScreenAndItsCode) {
   for (const auto& f : shown) {
     EXPECT_EQ(t.u16(f.op + acceptop::ao_length), 89u);
     const uint32_t d = t.u24(f.op + acceptop::ao_desc);
-    EXPECT_EQ(t.u24(d + adesc::ad_field), t.field(f.field));
-    EXPECT_EQ(t.u16(d + adesc::ad_options), 0x1000u);
-    EXPECT_EQ((std::vector<uint32_t>{t.u24(d + adesc::ad_row), t.u24(d + adesc::ad_column), t.u24(d + adesc::ad_chain)}),
-              (std::vector<uint32_t>{11, f.column, f.chain}));
-    EXPECT_EQ((std::vector<uint32_t>{t.u24(d + adesc::ad_title_pos), t.u24(d + adesc::ad_title_pos + 3)}),
-              (std::vector<uint32_t>{10, f.column}));
-    EXPECT_EQ(t.opcode(t.u24(d + adesc::ad_title)), Op::text_item);
+    EXPECT_EQ((Words{t.u24(d + adesc::ad_field), t.u16(d + adesc::ad_options), t.u24(d + adesc::ad_row), t.u24(d + adesc::ad_column),
+                     t.u24(d + adesc::ad_chain)}),
+              (Words{t.field(f.field), 0x1000, 11, f.column, f.chain}));
+    EXPECT_EQ((Words{t.u24(d + adesc::ad_title_pos), t.u24(d + adesc::ad_title_pos + 3)}),
+              (Words{10, f.column}));
+    const uint32_t title = t.u24(d + adesc::ad_title);
+    ASSERT_EQ(t.opcode(title), Op::text_item);
+    EXPECT_EQ(t.text(t.u24(t.u24(hdr::h_text) + t.u16(title + textitem::ti_item) * textent::size + textent::te_text)), f.title);
   }
 
   // tavdump shows the screen where the ACCEPT names it.
   TempDir dir;
   tavtest::write_file(dir / "help.op6", t.bytes());
   const std::string dump = tavtest::run({tavtest::program("tavdump"), dir / "help.op6"}).out;
-  EXPECT_NE(dump.find("ad_help_screen 0x"), std::string::npos) << dump;
-  EXPECT_NE(dump.find("\"~-hs\"\n          s_prompt_pos"), std::string::npos) << dump;
-  EXPECT_NE(dump.find("s_modes [\"~-select\" \"find\" \"next-scr\" \"prev-scr\" \"next\" \"prev\"]"), std::string::npos);
+  for (const char* line : {"ad_help_screen 0x", "\"~-hs\"\n          s_prompt_pos",
+                           "s_modes [\"~-select\" \"find\" \"next-scr\" \"prev-scr\" \"next\" \"prev\"]"})
+    EXPECT_TRUE(contains(dump, line)) << line << dump;
 }
 
 // Where the window stands and how far it reaches: 20 - row entries by default, the fields side by
@@ -420,10 +375,10 @@ TEST(HelpScreen, WindowGeometry) {
     ASSERT_EQ(c.result.status, 0) << k.clauses << c.result.out;
     const uint32_t s = help_screen_of(c.image, accepts(c.image)[0]);
     const Op6& t = c.image;
-    EXPECT_EQ((std::vector<uint32_t>{t.u24(s + ssym::s_window_top), t.u24(s + ssym::s_window_top + 3),
+    EXPECT_EQ((Words{t.u24(s + ssym::s_window_top), t.u24(s + ssym::s_window_top + 3),
                                      t.u24(s + ssym::s_window_bottom), t.u24(s + ssym::s_window_bottom + 3),
                                      t.u16(s + ssym::s_occurs)}),
-              (std::vector<uint32_t>{k.top, k.left, k.bottom, k.right, k.occurs})) << k.clauses;
+              (Words{k.top, k.left, k.bottom, k.right, k.occurs})) << k.clauses;
     // The ACCEPTed field is the one returned: no assignment before the EXIT.
     EXPECT_EQ(t.opcode(t.list(t.u24(s + ssym::s_detail))[1]), Op::exit) << k.clauses;
   }
@@ -460,14 +415,13 @@ TEST(HelpScreen, Messages) {
   };
   for (const auto& k : cases) {
     const std::string out = compile_help(k.accept).result.out;
-    EXPECT_NE(out.find(k.message), std::string::npos) << k.accept << out;
+    EXPECT_TRUE(contains(out, k.message)) << k.accept << out;
   }
 }
 
 // A shown field of a dictionary is read with its validation text, as a written ACCEPT is.
 TEST(HelpScreen, ShownFieldsTakeTheirValidationText) {
-  TempDir dir;
-  const tavtest::Compiled c = compile_against(dir,
+  const tavtest::Compiled c = compile_against(
       "field cust-no pic 9(6)\nfield cust-name pic x(30)\n//% field cust-name validation upper-case\n"
       "object cust type indexed file \"cust\" record cust-no cust-name end-record key cust-no unique\n",
       "screen main\ndetail\n accept cust-no @ 1,1 help-screen showing cust-name cust-no primary cust\nend\n");

@@ -3,30 +3,23 @@
 // program-object rows of -p (also from eight compiles at once) with the access flags the record
 // access statements give them, and a read-only dictionary.
 
-#include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "codegen/header.h"
 #include "statements/records.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
 using namespace tav;
-using tavtest::Env;
+using namespace drvtest;
 using tavtest::Op6;
-using tavtest::RunResult;
-using tavtest::TempDir;
 
 const char* const kShop =
     "field cust-no pic 9(6)\n"
@@ -49,12 +42,7 @@ const char* const kProgram =
 void make_dictionary(const TempDir& dir, const std::string& dict, const std::string& file = "cust",
                      const std::string& extra = "") {
   std::string schema = kShop;
-  schema.replace(schema.find("%FILE%"), 6, file);
-  tavtest::write_file(dir / "shop.sch", schema + extra);
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  const RunResult r = tavtest::run({tavtest::program("tavdict"), "load", dict, "shop.sch"}, options);
-  ASSERT_EQ(r.status, 0) << r.err;
+  load_dictionary(dir, dict, schema.replace(schema.find("%FILE%"), 6, file) + extra);
 }
 
 // The variables that name dictionaries are the test's to set.
@@ -71,28 +59,13 @@ Env dictionary_env(std::vector<std::string> set = {}) {
 
 RunResult compile_with(const TempDir& dir, std::vector<std::string> args, Env env = dictionary_env(),
                   const std::string& source = kProgram, const std::string& name = "prog.spl") {
-  tavtest::write_file(dir / name, source);
+  write_file(dir / name, source);
   args.insert(args.begin(), "-l");
   args.push_back(name);
   return tavtest::tavcmp(dir.path(), args, std::move(env));
 }
 
-Op6 table(const TempDir& dir, const std::string& name = "prog.op6") { return Op6(tavtest::read_file(dir / name)); }
-
-// Runs one SQL statement on a table file; returns the first column of the first row, if any.
-std::string sql(const std::string& file, const std::string& statement) {
-  sqlite3* db = nullptr;
-  std::string out;
-  EXPECT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
-  sqlite3_stmt* st = nullptr;
-  EXPECT_EQ(sqlite3_prepare_v2(db, statement.c_str(), -1, &st, nullptr), SQLITE_OK) << statement;
-  int rc = sqlite3_step(st);
-  if (rc == SQLITE_ROW && sqlite3_column_text(st, 0)) out = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
-  EXPECT_TRUE(rc == SQLITE_ROW || rc == SQLITE_DONE) << statement;
-  sqlite3_finalize(st);
-  sqlite3_close(db);
-  return out;
-}
+Op6 table(const TempDir& dir) { return Op6(read_file(dir / "prog.op6")); }
 
 TEST(Dictionaries, WhichOpenAndInWhatOrder) {
   TempDir dir;
@@ -124,7 +97,7 @@ TEST(Dictionaries, WhichOpenAndInWhatOrder) {
   // None of the three variables set: the run stops. One set to nothing opens nothing.
   r = compile_with(dir, {});
   EXPECT_EQ(r.status, 255);
-  EXPECT_NE(r.out.find("Dictionary (TAVDICT) environments not set"), std::string::npos) << r.out;
+  EXPECT_TRUE(contains(r.out, "Dictionary (TAVDICT) environments not set")) << r.out;
   r = compile_with(dir, {}, dictionary_env({"TAVDICT="}), "procedure main\nend\n");
   EXPECT_EQ(r.status, 0) << r.out;
 }
@@ -142,55 +115,52 @@ TEST(Dictionaries, SearchAlongTavpath) {
   std::filesystem::remove(cwd / "prog.op6");
   r = compile_with(cwd, {"-g", "shop/"}, dictionary_env({"TAVPATH=/nowhere"}));
   EXPECT_EQ(r.status, 255);
-  EXPECT_NE(r.out.find("Can't find dict. 'shop/' in search path"), std::string::npos) << r.out;
-  EXPECT_FALSE(tavtest::file_exists(cwd / "prog.op6"));
+  EXPECT_TRUE(contains(r.out, "Can't find dict. 'shop/' in search path")) << r.out;
+  EXPECT_FALSE(file_exists(cwd / "prog.op6"));
 
   // No file servers: a server-style name is refused with a message.
   r = compile_with(cwd, {"-g", "host:/dict/"});
   EXPECT_EQ(r.status, 255);
-  EXPECT_NE(r.out.find("Can't open/access dictionary 'host:/dict/' error 10010"), std::string::npos) << r.out;
+  EXPECT_TRUE(contains(r.out, "Can't open/access dictionary 'host:/dict/' error 10010")) << r.out;
 }
 
+// A record whose offsets skip a byte stops the run, unless -c; so does a record size that is not
+// the sum of its fields; a text of 40 characters cannot be 41 bytes long.
 TEST(Dictionaries, ConsistencyChecks) {
-  TempDir dir;
-  make_dictionary(dir, "d/");
-  // A record whose offsets skip a byte stops the run, unless -c; so does a record size that is
-  // not the sum of its fields.
-  sql(dir / "d/R4.idx", "UPDATE dict_record SET rec_offset = 5 WHERE rec_offset = 4");
-  RunResult r = compile_with(dir, {"-g", "d/"});
-  EXPECT_EQ(r.status, 255);
-  EXPECT_NE(r.out.find("dict_err: rec offsets invalid for object c2"), std::string::npos) << r.out;
-  r = compile_with(dir, {"-c", "-g", "d/"});
-  EXPECT_EQ(r.status, 0) << r.out;
-  sql(dir / "d/R4.idx", "UPDATE dict_record SET rec_offset = 4 WHERE rec_offset = 5");
-  sql(dir / "d/O4.idx", "UPDATE dict_object SET obj_recsize = 36 WHERE obj_name = 'customer'");
-  r = compile_with(dir, {"-g", "d/"});
-  EXPECT_EQ(r.status, 255);
-  EXPECT_NE(r.out.find("dict_err: record size wrong for object 'c2'"), std::string::npos) << r.out;
-  EXPECT_EQ(compile_with(dir, {"-c", "-g", "d/"}).status, 0);
-  sql(dir / "d/O4.idx", "UPDATE dict_object SET obj_recsize = 34 WHERE obj_name = 'customer'");
-
-  // A text of 40 characters cannot be 41 bytes long.
-  sql(dir / "d/F4.idx", "UPDATE dict_field SET fld_desc = 40, fld_size = 41 WHERE fld_name = 'cust-name'");
-  r = compile_with(dir, {"-g", "d/"});
-  EXPECT_EQ(r.status, 255);
-  EXPECT_NE(r.out.find("dict_err: definition of field 'cust-name' invalid"), std::string::npos) << r.out;
+  const struct {
+    const char* file;
+    const char* damage;
+    const char* message;
+    bool passes_with_c;
+  } cases[] = {
+      {"d/R4.idx", "UPDATE dict_record SET rec_offset = 5 WHERE rec_offset = 4", "dict_err: rec offsets invalid for object c2", true},
+      {"d/O4.idx", "UPDATE dict_object SET obj_recsize = 36 WHERE obj_name = 'customer'",
+       "dict_err: record size wrong for object 'c2'", true},
+      {"d/F4.idx", "UPDATE dict_field SET fld_desc = 40, fld_size = 41 WHERE fld_name = 'cust-name'",
+       "dict_err: definition of field 'cust-name' invalid", false},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    make_dictionary(dir, "d/");
+    sql(dir / c.file, c.damage);
+    const RunResult r = compile_with(dir, {"-g", "d/"});
+    EXPECT_EQ(r.status, 255) << c.damage;
+    EXPECT_TRUE(contains(r.out, c.message)) << r.out;
+    if (c.passes_with_c) EXPECT_EQ(compile_with(dir, {"-c", "-g", "d/"}).status, 0) << c.damage;
+  }
 }
 
 TEST(Dictionaries, MessagesOfDefinitions) {
   TempDir dir;
   make_dictionary(dir, "d/");
   const RunResult r = compile_with(dir, {"-g", "d/"}, dictionary_env(),
-                              "field cust-no pic 9(6)\n"
-                              "object customer type indexed file \"c\" record cust-no end-record key cust-no\n"
-                              "object c3 like nosuch\n"
-                              "procedure main\n"
-                              "  set nosuch-field = 1\n"
-                              "end\n");
-  EXPECT_NE(r.out.find("WARNING  Defined field is present in Object/s - 'cust-no'"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("ERROR  Object contained in dictionary - 'customer'"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("ERROR  Object not defined in dictionary - 'nosuch'"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("ERROR  Field not defined - 'nosuch-field'"), std::string::npos) << r.out;
+                                   "field cust-no pic 9(6)\n"
+                                   "object customer type indexed file \"c\" record cust-no end-record key cust-no\n"
+                                   "object c3 like nosuch\nprocedure main\n  set nosuch-field = 1\nend\n");
+  for (const char* message : {"WARNING  Defined field is present in Object/s - 'cust-no'",
+                              "ERROR  Object contained in dictionary - 'customer'",
+                              "ERROR  Object not defined in dictionary - 'nosuch'", "ERROR  Field not defined - 'nosuch-field'"})
+    EXPECT_TRUE(contains(r.out, message)) << message << r.out;
 
   // An object of the second dictionary holds a field the first describes otherwise.
   TempDir two;
@@ -199,8 +169,7 @@ TEST(Dictionaries, MessagesOfDefinitions) {
                   "field qty pic x(3)\nobject stock type indexed file \"s\" record qty end-record key qty unique\n");
   const RunResult mixed = compile_with(two, {"-u", "a/", "-g", "b/"}, dictionary_env(),
                                   "object s2 like stock\nprocedure main\n  set qty = 1\nend\n");
-  EXPECT_NE(mixed.out.find("ERROR  Dictionary field definitions are different - 'qty'"), std::string::npos)
-      << mixed.out;
+  EXPECT_TRUE(contains(mixed.out, "ERROR  Dictionary field definitions are different - 'qty'")) << mixed.out;
 }
 
 TEST(Dictionaries, ProgramRowsWithSystemName) {
@@ -219,7 +188,7 @@ TEST(Dictionaries, ProgramRowsWithSystemName) {
   std::vector<std::thread> runs;
   std::vector<int> statuses(8, -1);
   for (int i = 0; i < 8; ++i) {
-    tavtest::write_file(dir / ("p" + std::to_string(i) + ".spl"), kProgram);
+    write_file(dir / ("p" + std::to_string(i) + ".spl"), kProgram);
     runs.emplace_back([&, i] {
       statuses[static_cast<size_t>(i)] =
           tavtest::tavcmp(dir.path(), {"-l", "-p", "shop", "-g", "d/", "p" + std::to_string(i) + ".spl"},
@@ -275,20 +244,20 @@ TEST(Dictionaries, ProgramObjectFlagsFollowTheRecordAccess) {
 TEST(Dictionaries, ReadOnlyDictionaryCompilesWithoutSystemName) {
   TempDir dir;
   make_dictionary(dir, "d/");
-  std::set<std::string> before;
-  for (const auto& e : std::filesystem::directory_iterator(dir / "d"))
-    before.insert(e.path().filename().string() + ":" + std::to_string(std::filesystem::file_size(e.path())) +
-                  ":" + std::to_string(std::filesystem::last_write_time(e.path()).time_since_epoch().count()));
+  const auto files = [&] {  // name, size and time of each file
+    std::set<std::string> out;
+    for (const auto& e : std::filesystem::directory_iterator(dir / "d"))
+      out.insert(e.path().filename().string() + ":" + std::to_string(std::filesystem::file_size(e.path())) + ":" +
+                 std::to_string(std::filesystem::last_write_time(e.path()).time_since_epoch().count()));
+    return out;
+  };
+  const std::set<std::string> before = files();
   for (const auto& e : std::filesystem::directory_iterator(dir / "d")) chmod(e.path().c_str(), 0444);
   chmod((dir / "d").c_str(), 0555);
   const RunResult r = compile_with(dir, {"-g", "d/"});
   chmod((dir / "d").c_str(), 0755);
   EXPECT_EQ(r.status, 0) << r.out;
-  std::set<std::string> after;
-  for (const auto& e : std::filesystem::directory_iterator(dir / "d"))
-    after.insert(e.path().filename().string() + ":" + std::to_string(std::filesystem::file_size(e.path())) +
-                 ":" + std::to_string(std::filesystem::last_write_time(e.path()).time_since_epoch().count()));
-  EXPECT_EQ(before, after);  // nothing written, nothing left behind
+  EXPECT_EQ(files(), before);  // nothing written, nothing left behind
 }
 
 }  // namespace

@@ -56,8 +56,6 @@ TEST(DriverResults, ResultLinesAndStatuses) {
   };
   const Case cases[] = {
       {{"-ln", "ok.spl"}, "\nok.spl:\nNo errors found\n", 0},
-      {{"-lnt", "ok.spl"}, "\nok.spl:\nNo errors found - test compile only\n", 0},
-      {{"-lni", "ok.spl"}, "\nok.spl:\n", 0},
       {{"-ln", "bad.spl"},
        "\nbad.spl:" + bogus_line("bad.spl", 4) + bogus_line("bad.spl", 6) +
            "\n*** Errors found = 2\n",
@@ -89,18 +87,6 @@ TEST(DriverResults, ResultLinesAndStatuses) {
   EXPECT_FALSE(file_exists(dir / "bad.op6"));
   EXPECT_FALSE(file_exists(dir / "late.op6"));
   EXPECT_EQ(read_file(dir / "late.err"), bogus_line("late.spl", 300) + "\n");
-}
-
-TEST(DriverResults, TestCompileAndStatisticsWriteNothing) {
-  TempDir dir;
-  write_file(dir / "ok.spl", kClean);
-  RunResult r = tavcmp(dir.path(), {"-lnt", "ok.spl"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(list_dir(dir.path()), std::vector<std::string>{"ok.spl"});
-  // The op statistics belong to the screen summary: -x 99 in plain mode writes none.
-  r = tavcmp(dir.path(), {"-lnx", "99", "ok.spl"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(list_dir(dir.path()), (std::vector<std::string>{"ok.op6", "ok.spl"}));
 }
 
 TEST(DriverDiagnostics, ErrorLimit) {

@@ -21,30 +21,10 @@ using tavtest::TempDir;
 
 const std::string kMain = "procedure main\n  pause\nend\n";
 
-struct FieldRecord {
-  uint16_t format = 0;
-  uint16_t size = 0;
-  char type = 0;
-  uint16_t occurs = 0;
-  uint16_t flags = 0;
-  int16_t dictno = 0;
-  std::string dbcol;
-};
-
-// The global field list of an image, by name.
-std::map<std::string, FieldRecord> global_fields(const Op6& img) {
-  std::map<std::string, FieldRecord> out;
-  for (uint32_t f = img.u24(hdr::h_fields); f != 0; f = img.u24(f + fsym::f_next)) {
-    FieldRecord r;
-    r.occurs = static_cast<uint16_t>(img.u16(f + fsym::f_occurs));
-    r.format = static_cast<uint16_t>(img.u16(f + fsym::f_format));
-    r.size = static_cast<uint16_t>(img.u16(f + fsym::f_size));
-    r.type = static_cast<char>(img.u8(f + fsym::f_type));
-    r.flags = static_cast<uint16_t>(img.u16(f + fsym::f_flags));
-    r.dbcol = img.text(img.u24(f + fsym::f_dbcol));
-    r.dictno = static_cast<int16_t>(img.u16(f + fsym::f_dictno));
-    out[img.text(img.u24(f + fsym::f_name))] = r;
-  }
+// The global field list of an image, by name: each record's address.
+std::map<std::string, uint32_t> global_fields(const Op6& img) {
+  std::map<std::string, uint32_t> out;
+  for (uint32_t f = img.u24(hdr::h_fields); f != 0; f = img.u24(f + fsym::f_next)) out[img.text(img.u24(f + fsym::f_name))] = f;
   return out;
 }
 
@@ -73,7 +53,8 @@ TEST(Fields, DefinitionsSettleFormatSizeAndType) {
             std::string::npos);
   EXPECT_NE(c.result.out.find("WARNING  Potential conflict between field and mode of same name - 'review-all'"),
             std::string::npos);
-  const auto fields = global_fields(c.image);
+  const Op6& t = c.image;
+  const auto fields = global_fields(t);
   struct Want {
     const char* name;
     uint16_t format, size;
@@ -90,19 +71,19 @@ TEST(Fields, DefinitionsSettleFormatSizeAndType) {
   };
   ASSERT_EQ(fields.size(), std::size(wants));
   for (const Want& w : wants) {
-    SCOPED_TRACE(w.name);
-    const FieldRecord& r = fields.at(w.name);
-    EXPECT_EQ(r.format, w.format);
-    EXPECT_EQ(r.size, w.size);
-    EXPECT_EQ(r.type, w.type);
-    EXPECT_EQ(r.occurs, w.occurs);
-    EXPECT_EQ(r.dictno, -1);
+    const uint32_t f = fields.at(w.name);
+    // Format, size, type, occurrences; no dictionary (-1).
+    EXPECT_EQ((std::vector<uint32_t>{t.u16(f + fsym::f_format), t.u16(f + fsym::f_size), t.u8(f + fsym::f_type),
+                                     t.u16(f + fsym::f_occurs), t.u16(f + fsym::f_dictno)}),
+              (std::vector<uint32_t>{w.format, w.size, static_cast<uint8_t>(w.type), w.occurs, 0xffff}))
+        << w.name;
   }
-  EXPECT_EQ(fields.at("st").flags, 0x0005);
-  EXPECT_EQ(fields.at("cp").flags, 0x0002);  // LIKE copies x's flags (none), then LOWER-CASE
-  EXPECT_EQ(fields.at("cp").dbcol, "COL_X");
-  EXPECT_EQ(fields.at("dt").dbcol, "dt");
-  EXPECT_EQ(fields.at("ul").flags, 0x0002);
+  const auto flags = [&](const char* name) { return t.u16(fields.at(name) + fsym::f_flags); };
+  const auto dbcol = [&](const char* name) { return t.text(t.u24(fields.at(name) + fsym::f_dbcol)); };
+  EXPECT_EQ((std::vector<uint32_t>{flags("st"), flags("cp"), flags("ul")}), (std::vector<uint32_t>{0x0005, 0x0002, 0x0002}))
+      << "LIKE copies x's flags (none), then LOWER-CASE";
+  EXPECT_EQ(dbcol("cp"), "COL_X");
+  EXPECT_EQ(dbcol("dt"), "dt");
 }
 
 TEST(Fields, FaultyDefinitionsReportAndWriteNothing) {

@@ -1,6 +1,6 @@
-// What the format or the stack limits: deep nesting stops with a message, a NUL byte is reported, and an EXIT value too large for an immediate operand
-// becomes an op list. And faults of the machine: a closed output pipe, the file-size limit, and
-// compilers writing the same table at once.
+// What the stack limits: deep nesting stops with a message; a NUL byte is reported. And faults of
+// the machine: a closed output pipe, the file-size limit, and compilers writing the same table at
+// once.
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,6 @@
 
 #include "bench/generator.h"
 #include "codegen/header.h"
-#include "codegen/op_records.h"
-#include "codegen/ops.h"
 #include "tests/support/op6.h"
 #include "tests/support/support.h"
 
@@ -39,24 +37,6 @@ TEST(Limits, NulBytesAreReported) {
   // The rest of the line is read: its unknown field is found too.
   EXPECT_NE(c.result.out.find("Field not defined - 'b'"), std::string::npos) << c.result.out;
 }
-
-TEST(Limits, LargeExitValueIsAList) {
-  TempDir dir;
-  const tavtest::Compiled c = tavtest::compile(dir, "procedure main\n  exit 9000000\nend\n");
-  ASSERT_EQ(c.result.status, 0) << c.result.out;
-  const tavtest::Op6& img = c.image;
-  uint32_t exit_op = 0;
-  for (uint32_t op : img.list(img.detail()))
-    if (img.opcode(op) == tav::Op::exit) exit_op = op;
-  ASSERT_NE(exit_op, 0u);
-  const uint32_t value = img.u24(exit_op + tav::exitop::ex_value);
-  EXPECT_NE(value & tav::kOperandList, 0u);
-  EXPECT_EQ(img.opcode(value & ~tav::kOperandList), tav::Op::literal);
-}
-
-}  // namespace
-
-namespace {
 
 // Runs a shell command line with bash in `dir`, TAVRIN set to the build's product.
 tavtest::RunResult bash(const TempDir& dir, const std::string& command) {
@@ -86,10 +66,6 @@ TEST(Faults, ClosedPipeAndFileSizeLimit) {
   EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "tmp"}));
   EXPECT_TRUE(tavtest::list_dir(dir / "tmp").empty());
 }
-
-}  // namespace
-
-namespace {
 
 // The table without the two things that change from run to run: the compile time and the date
 // in the compile text.

@@ -2,49 +2,18 @@
 // and program names (also by eight compiles at once), the texts tavcmpnls records without
 // touching translations, and catalogue files that change the texts a table holds.
 
-#include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <unistd.h>
-
 #include <filesystem>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "codegen/header.h"
 #include "codegen/op_records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
 using namespace tav;
-using tavtest::Env;
+using namespace drvtest;
 using tavtest::Op6;
-using tavtest::RunResult;
-using tavtest::TempDir;
-
-const char kProgram[] = "procedure main\n  pause\nend\n";
-
-// The first column of each row of a query, joined by ",".
-std::string sql(const std::string& db, const std::string& query) {
-  sqlite3* h = nullptr;
-  if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
-    sqlite3_close(h);
-    return "<no database>";
-  }
-  std::string out;
-  sqlite3_stmt* s = nullptr;
-  if (sqlite3_prepare_v2(h, query.c_str(), -1, &s, nullptr) == SQLITE_OK) {
-    while (sqlite3_step(s) == SQLITE_ROW) {
-      const auto* t = sqlite3_column_text(s, 0);
-      out += (out.empty() ? "" : ",") + std::string(t ? reinterpret_cast<const char*>(t) : "");
-    }
-  }
-  sqlite3_finalize(s);
-  sqlite3_close(h);
-  return out;
-}
 
 // The language variables for `dir`, which is made when missing.
 Env language_env(const std::string& dir, const std::string& language = "fra") {
@@ -54,12 +23,12 @@ Env language_env(const std::string& dir, const std::string& language = "fra") {
 
 // Writes `source` as dir/name and compiles it with -l -n, from dir.
 RunResult compile(const TempDir& dir, const std::string& name, Env env, std::vector<std::string> options = {},
-                  const std::string& source = kProgram) {
+                  const std::string& source = kClean) {
   std::filesystem::create_directories(std::filesystem::path(dir / name).parent_path());
-  tavtest::write_file(dir / name, source);
+  write_file(dir / name, source);
   options.insert(options.begin(), {"-l", "-n"});
   options.push_back(name);
-  return tavtest::tavcmp(dir.path(), options, std::move(env));
+  return tavcmp(dir.path(), options, std::move(env));
 }
 
 // Text item `item` of a table: its kind letter and its text.
@@ -88,23 +57,22 @@ TEST(LanguageFiles, OpenedCreatedOrRefused) {
     const std::string lang = dir / (c.dir_exists ? "lang" : "none");
     const RunResult r = compile(dir, "prog.spl", Env{{"TAVLANGDIR=" + lang, "TAVLANGUAGE=" + std::string(c.language)}, {}});
     EXPECT_EQ(r.status, 0) << c.language;  // compiling goes on without the files
-    EXPECT_TRUE(tavtest::file_exists(dir / "prog.op6")) << c.language;
+    EXPECT_TRUE(file_exists(dir / "prog.op6")) << c.language;
     std::string message = c.message;
     if (size_t at = message.find("%DIR%"); at != std::string::npos) message.replace(at, 5, lang);
     if (message.empty()) {
       EXPECT_EQ(r.out, "\nprog.spl:\nNo errors found\n") << c.language;
-      EXPECT_EQ(tavtest::list_dir(dir / "lang"), (std::vector<std::string>{"LANGPROG.idx", c.lang_file}));
+      EXPECT_EQ(list_dir(dir / "lang"), (std::vector<std::string>{"LANGPROG.idx", c.lang_file}));
     } else {
-      EXPECT_NE(r.out.find("\n" + message + "\n"), std::string::npos) << r.out;
-      EXPECT_NE(r.out.find("Errors during NLS processing"), std::string::npos) << r.out;
-      EXPECT_TRUE(tavtest::list_dir(dir / "lang").empty()) << c.language;
+      EXPECT_TRUE(contains(r.out, "\n" + message + "\n") && contains(r.out, "Errors during NLS processing")) << r.out;
+      EXPECT_TRUE(list_dir(dir / "lang").empty()) << c.language;
     }
   }
   // Without TAVLANGUAGE nothing is opened and tavcmpnls is not run.
   TempDir dir;
   const RunResult r = compile(dir, "prog.spl", Env{{"TAVLANGDIR=" + dir.path()}, {}});
   EXPECT_EQ(r.out, "\nprog.spl:\nNo errors found\n");
-  EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"prog.op6", "prog.spl"}));
+  EXPECT_EQ(list_dir(dir.path()), (std::vector<std::string>{"prog.op6", "prog.spl"}));
 }
 
 TEST(LanguageFiles, ProgramsRegisteredByName) {
@@ -124,11 +92,11 @@ TEST(LanguageFiles, ProgramsRegisteredByName) {
   };
   for (const Case& c : cases) {
     std::filesystem::create_directories(std::filesystem::path(dir / c.file).parent_path());
-    tavtest::write_file(dir / c.file, kProgram);
+    write_file(dir / c.file, kClean);
     std::vector<std::string> args = c.options;
     args.insert(args.begin(), {"-l", "-n"});
     args.push_back(c.argument);
-    EXPECT_EQ(tavtest::tavcmp(dir.path(), args, language_env(lang)).out.find("Errors during NLS"), std::string::npos);
+    EXPECT_FALSE(contains(tavcmp(dir.path(), args, language_env(lang)).out, "Errors during NLS")) << c.file;
   }
   const std::string cwd = std::filesystem::path(dir.path()).filename().string().substr(0, 10);
   // tavcmpnls found each program under the number the compiler gave it.
@@ -142,8 +110,8 @@ std::string product_with_catalogue(const TempDir& dir, const std::string& units,
   const std::string product = dir / "tavrin";
   std::filesystem::create_directories(product + "/nls/fra");
   std::filesystem::create_directory_symlink(tavtest::product_dir() + "/bin", product + "/bin");
-  tavtest::write_file(product + "/nls/fra/0999.txt", units);
-  tavtest::write_file(product + "/nls/fra/1999.txt", thousands);
+  write_file(product + "/nls/fra/0999.txt", units);
+  write_file(product + "/nls/fra/1999.txt", thousands);
   return product;
 }
 
@@ -155,7 +123,7 @@ TEST(Catalogue, FilesTranslateTheBuiltInTexts) {
   const Env env{{"TAVRIN=" + product, "TAVLANGUAGE=fra"}, {}};
   const char confirm[] = "screen main\n  confirm default oui\n  end-confirm\nend-screen\n";
   ASSERT_EQ(compile(dir, "prog.spl", env, {}, confirm).status, 0);
-  const Op6 t(tavtest::read_file(dir / "prog.op6"));
+  const Op6 t(read_file(dir / "prog.op6"));
   // Items 1 to 28 are the built-in modes' prompts and helps: next-scr first, find third.
   EXPECT_EQ(text_item(t, 1), "N:Next-scr");
   EXPECT_EQ(text_item(t, 5), "N:Chercher");
@@ -164,9 +132,9 @@ TEST(Catalogue, FilesTranslateTheBuiltInTexts) {
   EXPECT_EQ(text_item(t, 13), "N:Correct");
   // Without the language the same product keeps every text, and OUI is no answer.
   const RunResult plain = compile(dir, "prog.spl", Env{{"TAVRIN=" + product}, {}}, {}, confirm);
-  EXPECT_NE(plain.out.find("Syntax error - 'oui'"), std::string::npos) << plain.out;
+  EXPECT_TRUE(contains(plain.out, "Syntax error - 'oui'")) << plain.out;
   ASSERT_EQ(compile(dir, "prog.spl", Env{{"TAVRIN=" + product}, {}}).status, 0);
-  EXPECT_EQ(text_item(Op6(tavtest::read_file(dir / "prog.op6")), 5), "N:Find");
+  EXPECT_EQ(text_item(Op6(read_file(dir / "prog.op6")), 5), "N:Find");
 }
 
 TEST(Tavcmpnls, RecordsNewTextsAndKeepsTranslations) {
@@ -191,7 +159,7 @@ TEST(Tavcmpnls, RecordsNewTextsAndKeepsTranslations) {
 
 TEST(Tavcmpnls, UsageAndBadTables) {
   TempDir dir;
-  tavtest::write_file(dir / "junk.op6", "not a table");
+  write_file(dir / "junk.op6", "not a table");
   struct Case {
     std::vector<std::string> args;
     int status;
@@ -221,15 +189,14 @@ TEST(LanguageFiles, EightCompilesRegisterAtOnce) {
   std::vector<std::thread> runs;
   std::vector<std::string> outs(8);
   for (int i = 0; i < 8; ++i) {
-    tavtest::write_file(dir / ("p" + std::to_string(i) + ".spl"), kProgram);
+    write_file(dir / ("p" + std::to_string(i) + ".spl"), kClean);
     runs.emplace_back([&, i] {
       outs[static_cast<size_t>(i)] =
-          tavtest::tavcmp(dir.path(), {"-l", "-n", "p" + std::to_string(i) + ".spl"}, language_env(lang)).out;
+          tavcmp(dir.path(), {"-l", "-n", "p" + std::to_string(i) + ".spl"}, language_env(lang)).out;
     });
   }
   for (std::thread& t : runs) t.join();
-  for (const std::string& out : outs) EXPECT_NE(out.find("No errors found"), std::string::npos) << out;
-  for (const std::string& out : outs) EXPECT_EQ(out.find("Errors during NLS"), std::string::npos) << out;
+  for (const std::string& out : outs) EXPECT_TRUE(contains(out, "No errors found") && !contains(out, "Errors during NLS")) << out;
   EXPECT_EQ(sql(lang + "/LANGPROG.idx", "SELECT count(DISTINCT sp_prog_id) || ' ' || min(sp_prog_id) || ' ' || "
                                         "max(sp_prog_id) FROM langprog"),
             "8 1 8");

@@ -1,18 +1,12 @@
 // The operations table file as tavcmp writes it: header, built-in modes and text items, sections,
 // ops and their links, and how the file is replaced.
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
 
 #include "codegen/header.h"
 #include "statements/records.h"
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
@@ -146,41 +140,35 @@ TEST(Op6File, PauseExitAndDoOps) {
   Op6 t = compiled(dir,
                    "procedure main\n  pause\n  do other\n  exit\nend-procedure\n"
                    "procedure other\n  pause\nend-procedure\n");
-  uint32_t main = t.section_named("main");
-  std::vector<uint32_t> ops = t.list(t.u24(main + ssym::s_detail));
-  ASSERT_EQ(ops.size(), 3u);
-  EXPECT_EQ(t.opcode(ops[0]), Op::pause);
-  EXPECT_EQ(t.opcode(ops[1]), Op::do_);
-  EXPECT_EQ(t.u24(ops[1] + doop::do_section), t.section_named("other"));
-  EXPECT_EQ(t.u16(ops[1] + doop::do_flags), 0u);
-  EXPECT_EQ(t.opcode(ops[2]), Op::exit);
-  EXPECT_EQ(t.u24(ops[2] + 4), 0u) << "EXIT without a value";
-  EXPECT_EQ(t.u24(t.section_named("other") + ssym::s_before), 0u);
+  const uint32_t detail = t.u24(t.section_named("main") + ssym::s_detail);
+  ASSERT_EQ(t.codes(detail), (std::vector<Op>{Op::pause, Op::do_, Op::exit}));
+  const std::vector<uint32_t> ops = t.list(detail);
+  // DO names the section with no flags; EXIT without a value; a section without BEFORE.
+  EXPECT_EQ((std::vector<uint32_t>{t.u24(ops[1] + doop::do_section), t.u16(ops[1] + doop::do_flags), t.u24(ops[2] + 4),
+                                   t.u24(t.section_named("other") + ssym::s_before)}),
+            (std::vector<uint32_t>{t.section_named("other"), 0, 0, 0}));
 }
 
 TEST(Op6File, DebugMarkersChainTheStatements) {
   TempDir dir;
   Op6 t = compiled(dir, "procedure main\n  pause\n  pause\n  pause\nend-procedure\n", {"-d"});
-  std::vector<uint32_t> ops = t.list(t.u24(t.section_named("main") + ssym::s_detail));
-  // The DETAIL part's own marker, then a marker before each PAUSE.
-  std::vector<uint32_t> markers;
-  for (uint32_t op : ops)
-    if (t.opcode(op) == Op::statement_marker) markers.push_back(op);
-  ASSERT_EQ(markers.size(), 4u);
-  EXPECT_EQ(t.u32(t.u24(markers[0] + marker::mk_verb)), 0x30e00460u) << "DETAIL";
-  std::vector<uint32_t> stmt(markers.begin() + 1, markers.end());
-  for (uint32_t m : stmt) EXPECT_EQ(t.u32(t.u24(m + marker::mk_verb)), 0x30000c9eu) << "PAUSE verb code";
-  EXPECT_EQ(t.u24(stmt[1] + marker::mk_prev), stmt[0]) << "middle marker points back";
-  EXPECT_EQ(t.u24(stmt[1] + marker::mk_next), stmt[2]) << "and forward";
-  EXPECT_EQ(t.u24(stmt[0] + marker::mk_next), stmt[1]);
-  EXPECT_EQ(t.u24(stmt[2] + marker::mk_next), 0u);
+  // The DETAIL part's own marker, then a marker before each PAUSE, each with its verb code.
+  const std::vector<uint32_t> m = drvtest::ops_of(t, t.u24(t.section_named("main") + ssym::s_detail), Op::statement_marker);
+  ASSERT_EQ(m.size(), 4u);
+  std::vector<uint32_t> verbs;
+  for (uint32_t op : m) verbs.push_back(t.u32(t.u24(op + marker::mk_verb)));
+  EXPECT_EQ(verbs, (std::vector<uint32_t>{0x30e00460, 0x30000c9e, 0x30000c9e, 0x30000c9e}));
+  // The statement markers link both ways.
+  EXPECT_EQ((std::vector<uint32_t>{t.u24(m[2] + marker::mk_prev), t.u24(m[1] + marker::mk_next), t.u24(m[2] + marker::mk_next),
+                                   t.u24(m[3] + marker::mk_next)}),
+            (std::vector<uint32_t>{m[1], m[2], m[3], 0}));
 }
 
 TEST(Op6File, NoSectionMeansNoTable) {
   TempDir dir;
   RunResult r = tavtest::compile(dir, "link \"liba\"\n").result;
   EXPECT_NE(r.status, 0);
-  EXPECT_NE(r.out.find("No SCREEN, PROCEDURE or MENU defined"), std::string::npos) << r.out;
+  EXPECT_TRUE(drvtest::contains(r.out, "No SCREEN, PROCEDURE or MENU defined")) << r.out;
   EXPECT_FALSE(tavtest::file_exists(dir / "prog.op6"));
   EXPECT_FALSE(tavtest::file_exists(dir / "prog.tmp"));
 }

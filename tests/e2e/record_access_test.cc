@@ -2,37 +2,28 @@
 // EXTRACT block with its groups, the ops of the writing and transaction statements, ON ERROR
 // blocks with their skip targets, the lock-state warnings, and recovery inside the blocks.
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "statements/records.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
 using namespace tav;
+using namespace drvtest;
 using tavtest::Op6;
-using tavtest::TempDir;
 using Codes = std::vector<Op>;
+using Words = std::vector<uint32_t>;
 
 // An indexed object with a two-field key (region alphanumeric, cno numeric), a sequential one,
-// and an indexed one whose key ends in a number.
+// and an indexed one whose key ends in a number. The body starts on line 14.
 const char* const kObjects =
     "field cno pic 9(6)\nfield region pic x(4)\nfield cname pic x(30)\nfield other pic x(2)\n"
     "object cust type indexed file \"cust\"\n  record region cno cname end-record\n  key region cno unique\n"
     "object seqf type sequential file \"s\"\n  record cname end-record\n"
     "object numf type indexed file \"n\"\n  record cno cname end-record\n  key cno\n";
 
-tavtest::Compiled run(const std::string& body) {
-  TempDir dir;
-  return tavtest::compile(dir, std::string(kObjects) + "procedure main\n" + body + "end\n");
-}
+tavtest::Compiled run(const std::string& body) { return compile_source(kObjects + ("procedure main\n" + body + "end\n")); }
 
 Op6 body(const std::string& statements) {
   tavtest::Compiled c = run(statements);
@@ -52,29 +43,30 @@ const char* const kWideObjects =
     "object memo type memory\n  record f1 end-record\n  key f1\n";
 
 tavtest::Compiled run_wide(const std::string& body) {
-  TempDir dir;
-  return tavtest::compile(dir, std::string(kWideObjects) + "procedure main\n" + body + "end\n");
-}
-
-// "line N: SEVERITY  text" in the listing, on one message line; the body starts on line 14.
-bool reports(const std::string& out, int line, const std::string& severity, const std::string& text) {
-  return out.find("line " + std::to_string(line) + ": " + severity + "  " + text) != std::string::npos;
+  return compile_source(kWideObjects + ("procedure main\n" + body + "end\n"));
 }
 
 uint32_t block_of(const Op6& t, uint32_t op) { return t.u24(op + recio::rio_block); }
 
+// The index, key-field count and flags of an access block.
+Words keyed(const Op6& t, uint32_t b) {
+  return {t.u8(b + accesskey::a_index), t.u8(b + accesskey::a_key_count), t.u16(b + accesskey::a_flags)};
+}
+
+// The fields along a field list.
+Words fields(const Op6& t, uint32_t head) {
+  Words out;
+  for (uint32_t e : t.list(head)) out.push_back(t.u24(e + flist::fl_field));
+  return out;
+}
+
 TEST(RecordAccess, GetKeysFillTheRecordIoBlock) {
   Op6 t = body("get cust key \"A\"\nget cust key \"A\" 5 lock\nget seqf\n");
-  ASSERT_FALSE(t.empty());
-  auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::get, Op::get, Op::get}));
-  const uint32_t cust = t.object("cust");
-
+  auto ops = t.list(t.detail());
   uint32_t b = block_of(t, ops[0]);
-  EXPECT_EQ(t.u24(b + accesskey::a_object), cust);
-  EXPECT_EQ(t.u8(b + accesskey::a_key_count), 1u) << "one of two key fields: a partial key";
-  EXPECT_EQ(t.u8(b + accesskey::a_index), 1u);
-  EXPECT_EQ(t.u16(b + accesskey::a_flags), 0x1800u);
+  EXPECT_EQ(t.u24(b + accesskey::a_object), t.object("cust"));
+  EXPECT_EQ(keyed(t, b), (Words{1, 1, 0x1800})) << "one of two key fields: a partial key";
   uint32_t value = t.u24(b + accesskey::a_values);
   EXPECT_EQ(t.codes(t.u24(value + exprlist::el_list)), (Codes{Op::literal}));
   EXPECT_EQ(t.u24(value + exprlist::el_next), 0u);
@@ -83,27 +75,19 @@ TEST(RecordAccess, GetKeysFillTheRecordIoBlock) {
   EXPECT_EQ(t.u8(b + accesskey::a_key_count), 0u);
   EXPECT_EQ(t.u16(b + accesskey::a_flags), static_cast<uint32_t>(accesskey::flag_full_key | accesskey::flag_default_index | access::lock));
   EXPECT_EQ(t.list(t.u24(b + accesskey::a_values)).size(), 2u);
-
-  b = block_of(t, ops[2]);
-  EXPECT_EQ(t.u16(b + accesskey::a_flags), static_cast<uint32_t>(access::next | accesskey::flag_default_index)) << "a sequential GET reads on";
+  EXPECT_EQ(t.u16(block_of(t, ops[2]) + accesskey::a_flags), static_cast<uint32_t>(access::next | accesskey::flag_default_index))
+      << "a sequential GET reads on";
 }
 
 TEST(RecordAccess, GetLookUpFieldListsAndIndexes) {
   Op6 t = body("get cust look-up\nget cname cno from cust\nget cust on index 1 key \"A\"\nget cust currency\n");
-  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 4u);
   uint32_t b = block_of(t, ops[0]);
   EXPECT_TRUE(t.u16(b + accesskey::a_flags) & access::look_up);
   uint32_t e = t.u24(b + accesskey::a_list);
-  EXPECT_EQ(t.u24(e + lookup::lu_field), t.field("region"));
-  EXPECT_EQ(t.u24(e + lookup::lu_object), t.object("cust"));
-
-  b = block_of(t, ops[1]);
-  std::vector<uint32_t> fields;
-  for (uint32_t f : t.list(t.u24(b + accesskey::a_list))) fields.push_back(t.u24(f + flist::fl_field));
-  EXPECT_EQ(fields, (std::vector<uint32_t>{t.field("cname"), t.field("cno")}));
-
+  EXPECT_EQ((Words{t.u24(e + lookup::lu_field), t.u24(e + lookup::lu_object)}), (Words{t.field("region"), t.object("cust")}));
+  EXPECT_EQ(fields(t, t.u24(block_of(t, ops[1]) + accesskey::a_list)), (Words{t.field("cname"), t.field("cno")}));
   EXPECT_EQ(t.u16(block_of(t, ops[2]) + accesskey::a_flags), accesskey::flag_partial_key) << "ON INDEX chose the key";
   b = block_of(t, ops[3]);
   EXPECT_EQ(t.u8(b + accesskey::a_index), 0u);
@@ -112,7 +96,6 @@ TEST(RecordAccess, GetLookUpFieldListsAndIndexes) {
 
 TEST(RecordAccess, OnErrorBlocksNameTheirSkipTargets) {
   Op6 t = body("get cust key \"A\" on error\n pause\nend-on\ninsert cust on error\n pause\nelse\n pause\n pause\nend-on\n");
-  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::get, Op::pause, Op::insert, Op::pause, Op::jump, Op::pause, Op::pause}));
   EXPECT_EQ(t.u24(ops[0] + recio::rio_on_error), ops[1]) << "without ELSE: the last op of the error block";
@@ -124,7 +107,6 @@ TEST(RecordAccess, OnErrorBlocksNameTheirSkipTargets) {
 TEST(RecordAccess, ExtractBuildsItsBlockAndGroups) {
   Op6 t = body("extract cust key \"A\" when cno > 1 finish when cno > 9\nbefore region\n pause\nafter region\n pause\n"
                " pause\ndetail\n pause\nend-extract\n");
-  ASSERT_FALSE(t.empty());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::extract}));
   const uint32_t x = t.u24(t.detail() + extractop::xo_block);
   const uint32_t b = t.u24(x + extract::x_access);
@@ -135,8 +117,7 @@ TEST(RecordAccess, ExtractBuildsItsBlockAndGroups) {
   for (uint32_t list : {x + extract::x_before, x + extract::x_after}) {
     auto groups = t.list(t.u24(list));
     ASSERT_EQ(groups.size(), 1u);
-    const uint32_t fields = t.u24(groups[0] + xgroup::xg_fields);
-    EXPECT_EQ(t.u24(fields + flist::fl_field), t.field("region"));
+    EXPECT_EQ(fields(t, t.u24(groups[0] + xgroup::xg_fields)), Words{t.field("region")});
   }
   EXPECT_EQ(t.codes(t.u24(t.u24(x + extract::x_after) + xgroup::xg_block)), (Codes{Op::pause, Op::pause}));
 }
@@ -145,30 +126,26 @@ TEST(RecordAccess, WritingAndTransactionOps) {
   Op6 t = body("get cust key \"A\" lock\nupdate cname in cust lock\ndelete cust\nunlock all local\nclose cust and remove\n"
                "begin work free-locks leaving cust\ncommit work\ntransaction roll-back\nlocking-method no-wait\n"
                "pop cust leaving all\ninitialise cust leaving cno\nserial numf key cno\nsave cust\npush cust\n");
-  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::get, Op::update, Op::delete_, Op::unlock, Op::close, Op::begin, Op::commit,
                                         Op::roll_back, Op::locking_method, Op::restore, Op::initialise, Op::serial,
                                         Op::save, Op::save}));
-  EXPECT_EQ(t.u16(ops[1] + objop::ob_flags), objop::keep_lock);
-  EXPECT_EQ(t.u24(t.u24(ops[1] + objop::ob_fields) + flist::fl_field), t.field("cname"));
+  EXPECT_EQ(fields(t, t.u24(ops[1] + objop::ob_fields)), Words{t.field("cname")});
   EXPECT_EQ(t.u24(ops[3] + objop::ob_object), 0u);
-  EXPECT_EQ(t.u16(ops[3] + objop::ob_flags), objop::local);
-  EXPECT_EQ(t.u16(ops[4] + objop::ob_flags), objop::remove);
+  const Words flags = {t.u16(ops[1] + objop::ob_flags), t.u16(ops[3] + objop::ob_flags), t.u16(ops[4] + objop::ob_flags),
+                       t.u16(ops[12] + objop::ob_flags), t.u16(ops[13] + objop::ob_flags)};
+  EXPECT_EQ(flags, (Words{objop::keep_lock, objop::local, objop::remove, 0, objop::push}));
   EXPECT_EQ(t.u16(ops[5] + txop::tx_flags), txop::free_locks | txop::leaving);
   EXPECT_EQ(t.u24(t.u24(ops[5] + txop::tx_objects) + objlist::ol_object), t.object("cust"));
   EXPECT_EQ(t.u16(ops[8] + lockmethod::lm_method), lockmethod::no_wait);
   EXPECT_EQ(t.u16(ops[9] + restoreop::rs_flags), restoreop::pop | restoreop::leaving_all);
-  EXPECT_EQ(t.u24(t.u24(ops[10] + restoreop::rs_fields) + flist::fl_field), t.field("cno"));
+  EXPECT_EQ(fields(t, t.u24(ops[10] + restoreop::rs_fields)), Words{t.field("cno")});
   EXPECT_EQ(t.u24(ops[11] + serialop::se_key), t.field("cno"));
-  EXPECT_EQ(t.u16(ops[12] + objop::ob_flags), 0u);
-  EXPECT_EQ(t.u16(ops[13] + objop::ob_flags), objop::push);
 }
 
 TEST(RecordAccess, OpenClausesFillTheOp) {
   Op6 t = body("open cust lock local\nopen cust temporary file \"x\"\nopen cust truncate file \"y\" on error\n pause\nend-on\n"
                "open cust create private read-only index-on-close\nopen seqf append\n");
-  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::open, Op::open, Op::open, Op::pause, Op::open, Op::open}));
   EXPECT_EQ(t.u24(ops[0] + openop::opn_object), t.object("cust"));
@@ -187,7 +164,6 @@ TEST(RecordAccess, OpenClausesFillTheOp) {
 TEST(RecordAccess, PositionFillsItsRecordIoBlock) {
   Op6 t = body("position cust key \"A\" before\nposition cust on index 1 next same region\n"
                "position cust after key \"A\" 1\n");
-  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::position, Op::position, Op::position}));
   uint32_t b = block_of(t, ops[0]);
@@ -195,10 +171,7 @@ TEST(RecordAccess, PositionFillsItsRecordIoBlock) {
   EXPECT_EQ(t.u8(b + accesskey::a_key_count), 1u);
   EXPECT_EQ(t.u16(b + accesskey::a_flags),
             static_cast<uint32_t>(accesskey::flag_partial_key | accesskey::flag_default_index | access::before));
-  b = block_of(t, ops[1]);
-  EXPECT_EQ(t.u8(b + accesskey::a_index), 1u);
-  EXPECT_EQ(t.u8(b + accesskey::a_key_count), 1u) << "one SAME field";
-  EXPECT_EQ(t.u16(b + accesskey::a_flags), static_cast<uint32_t>(access::next | access::same));
+  EXPECT_EQ(keyed(t, block_of(t, ops[1])), (Words{1, 1, access::next | access::same})) << "one SAME field";
   b = block_of(t, ops[2]);
   EXPECT_EQ(t.u16(b + accesskey::a_flags),
             static_cast<uint32_t>(accesskey::flag_full_key | accesskey::flag_default_index | access::after));
@@ -208,29 +181,22 @@ TEST(RecordAccess, PositionFillsItsRecordIoBlock) {
 TEST(RecordAccess, RestoreAuditAndUnlockOfOneObject) {
   Op6 t = body("restore cname cno from cust\nrestore * from cust\npop cust leaving cname\naudit off cust\n"
                "audit cust seqf to \"trail\"\nunlock cust\n");
-  ASSERT_FALSE(t.empty());
   auto ops = t.list(t.detail());
   ASSERT_EQ(t.codes(t.detail()), (Codes{Op::restore, Op::restore, Op::restore, Op::audit, Op::audit, Op::unlock}));
-  const auto fields = [&](uint32_t head) {
-    std::vector<uint32_t> out;
-    for (uint32_t e : t.list(head)) out.push_back(t.u24(e + flist::fl_field));
-    return out;
-  };
   EXPECT_EQ(t.u24(ops[0] + restoreop::rs_object), t.object("cust"));
-  EXPECT_EQ(t.u16(ops[0] + restoreop::rs_flags), restoreop::field_list);
-  EXPECT_EQ(fields(t.u24(ops[0] + restoreop::rs_fields)), (std::vector<uint32_t>{t.field("cname"), t.field("cno")}));
-  EXPECT_EQ(t.u16(ops[1] + restoreop::rs_flags), 0u) << "* FROM restores the whole record";
-  EXPECT_EQ(t.u24(ops[1] + restoreop::rs_fields), 0u);
-  EXPECT_EQ(t.u16(ops[2] + restoreop::rs_flags), restoreop::pop);
-  EXPECT_EQ(fields(t.u24(ops[2] + restoreop::rs_fields)), (std::vector<uint32_t>{t.field("cname")}));
+  EXPECT_EQ(fields(t, t.u24(ops[0] + restoreop::rs_fields)), (Words{t.field("cname"), t.field("cno")}));
+  EXPECT_EQ(t.u24(ops[1] + restoreop::rs_fields), 0u) << "* FROM restores the whole record";
+  EXPECT_EQ(fields(t, t.u24(ops[2] + restoreop::rs_fields)), Words{t.field("cname")});
+  EXPECT_EQ((Words{t.u16(ops[0] + restoreop::rs_flags), t.u16(ops[1] + restoreop::rs_flags), t.u16(ops[2] + restoreop::rs_flags)}),
+            (Words{restoreop::field_list, 0, restoreop::pop}));
 
   EXPECT_EQ(t.u16(ops[3] + auditop::au_off), 1u);
   EXPECT_EQ(t.u24(t.u24(ops[3] + auditop::au_objects) + objlist::ol_object), t.object("cust"));
   EXPECT_EQ(t.u24(ops[3] + auditop::au_to), 0u);
   EXPECT_EQ(t.u16(ops[4] + auditop::au_off), 0u);
-  std::vector<uint32_t> audited;
+  Words audited;
   for (uint32_t e : t.list(t.u24(ops[4] + auditop::au_objects))) audited.push_back(t.u24(e + objlist::ol_object));
-  EXPECT_EQ(audited, (std::vector<uint32_t>{t.object("cust"), t.object("seqf")}));
+  EXPECT_EQ(audited, (Words{t.object("cust"), t.object("seqf")}));
   EXPECT_EQ(t.codes(t.u24(ops[4] + auditop::au_to)), (Codes{Op::literal}));
 
   EXPECT_EQ(t.u24(ops[5] + objop::ob_object), t.object("cust"));
@@ -244,29 +210,17 @@ TEST(RecordAccess, OnIndexByFieldNamesAndTheFieldLimits) {
   const Op6& t = c.image;
   auto ops = t.list(t.detail());
   ASSERT_EQ(ops.size(), 4u);
-  struct Expect {
-    uint32_t index, count, flags;
-  };
-  const Expect expected[] = {
+  const Words expected[] = {
       {3, 1, accesskey::flag_partial_key},  // the leading field of the third key
       {3, 0, 0},                            // the whole third key
       {2, 0, 0},                            // the descending key, named so
       {1, 3, accesskey::flag_partial_key},  // three leading fields of the first key
   };
-  for (size_t i = 0; i < ops.size(); ++i) {
-    const uint32_t b = block_of(t, ops[i]);
-    EXPECT_EQ(t.u8(b + accesskey::a_index), expected[i].index) << i;
-    EXPECT_EQ(t.u8(b + accesskey::a_key_count), expected[i].count) << i;
-    EXPECT_EQ(t.u16(b + accesskey::a_flags), expected[i].flags) << i;
-  }
+  for (size_t i = 0; i < ops.size(); ++i) EXPECT_EQ(keyed(t, block_of(t, ops[i])), expected[i]) << i;
 }
 
 TEST(RecordAccess, LockStateWarnings) {
-  struct Case {
-    const char* statements;
-    bool warned;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, bool> cases[] = {
       {"get cust key \"A\"\nupdate cust\n", true},
       {"get cust key \"A\" lock\nupdate cust\n", false},
       {"get cust key \"A\"\nupdate cust no-warning\n", false},
@@ -285,20 +239,21 @@ TEST(RecordAccess, LockStateWarnings) {
       {"get cust key \"A\" lock\nwhile cno < 5\n get cust key \"A\"\n exit\nend-while\nupdate cust\n", false},
       {"get cust key \"A\" lock\nwhile cno < 5\n pause\nend-while\nupdate cust\n", false},
   };
-  for (const Case& c : cases) {
-    const std::string out = messages(c.statements);
-    EXPECT_EQ(out.find("Record may not be locked") != std::string::npos, c.warned) << c.statements << out;
-    EXPECT_EQ(out.find("ERROR"), std::string::npos) << c.statements << out;
+  for (const auto& [statements, warned] : cases) {
+    const std::string out = messages(statements);
+    EXPECT_EQ(contains(out, "Record may not be locked"), warned) << statements << out;
+    EXPECT_FALSE(contains(out, "ERROR")) << statements << out;
   }
 }
 
+struct Case {
+  const char* statements;
+  int line;
+  const char* severity;
+  const char* text;  // with its context
+};
+
 TEST(RecordAccess, ErrorsAndWarningsWithTheirLines) {
-  struct Case {
-    const char* statements;
-    int line;
-    const char* severity;
-    const char* text;  // with its context
-  };
   const Case cases[] = {
       // The object and the clauses of GET.
       {"get\n", 14, "ERROR", "Object name expected - 'get'"},
@@ -365,7 +320,7 @@ TEST(RecordAccess, ErrorsAndWarningsWithTheirLines) {
   };
   for (const Case& c : cases) {
     const std::string out = messages(c.statements);
-    EXPECT_TRUE(reports(out, c.line, c.severity, c.text)) << "[" << c.statements << "]" << out;
+    EXPECT_TRUE(reports(out, c.line, std::string(c.severity) + "  " + c.text)) << "[" << c.statements << "]" << out;
   }
   const std::string quiet = messages("extract cust\nbefore cname no-warning\n pause\nend-extract\nget cust no-warning prev\n");
   EXPECT_EQ(quiet.find("WARNING"), std::string::npos) << quiet;
@@ -373,12 +328,6 @@ TEST(RecordAccess, ErrorsAndWarningsWithTheirLines) {
 
 // The checks that need more than the shared objects: several keys, nine fields, a memory file.
 TEST(RecordAccess, KeyChoiceAndFieldLimitMessages) {
-  struct Case {
-    const char* statements;
-    int line;
-    const char* severity;
-    const char* text;
-  };
   const Case cases[] = {
       {"get wide on index f9\n", 19, "WARNING", "Possible confusion over ascending/descending key fields - 'f9'"},
       {"get wide on index f3\n", 19, "ERROR", "No such index for object - 'f3'"},
@@ -390,7 +339,7 @@ TEST(RecordAccess, KeyChoiceAndFieldLimitMessages) {
   };
   for (const Case& c : cases) {
     const std::string out = run_wide(c.statements).result.out;
-    EXPECT_TRUE(reports(out, c.line, c.severity, c.text)) << "[" << c.statements << "]" << out;
+    EXPECT_TRUE(reports(out, c.line, std::string(c.severity) + "  " + c.text)) << "[" << c.statements << "]" << out;
   }
   const std::string quiet = run_wide("open memo truncate\nget wide on index f9 desc\n").result.out;
   EXPECT_EQ(quiet.find("line"), std::string::npos) << "a memory file is never permanent; the direction matches" << quiet;
@@ -398,37 +347,20 @@ TEST(RecordAccess, KeyChoiceAndFieldLimitMessages) {
 
 TEST(RecordAccess, TheProgramWideSwitchQuietensOnlyGetPrev) {
   TempDir dir;
-  tavtest::Env env;
-  env.set = {"TAVNOPREVWARN=1"};
+  Env env{{"TAVNOPREVWARN=1"}, {}};
   const std::string source = std::string(kObjects) +
                              "procedure main\nget cust prev\nextract cust prev\nend-extract\nend\n";
   const std::string out = tavtest::compile(dir, source, "prog.spl", {}, env).result.out;
-  EXPECT_FALSE(reports(out, 14, "WARNING", "Clause not supported")) << out;
-  EXPECT_TRUE(reports(out, 15, "WARNING", "Clause not supported on relational databases")) << out;
+  EXPECT_FALSE(reports(out, 14, "WARNING  Clause not supported")) << out;
+  EXPECT_TRUE(reports(out, 15, "WARNING  Clause not supported on relational databases")) << out;
   env.set = {"TAVNOPREVWARN="};  // set but empty: no switch
-  EXPECT_TRUE(reports(tavtest::compile(dir, source, "prog.spl", {}, env).result.out, 14, "WARNING", "Clause not supported"));
-}
-
-// Every message line of a listing, in order, without the file name.
-std::vector<std::string> message_lines(const std::string& out) {
-  std::vector<std::string> lines;
-  for (size_t at = out.find("line "); at != std::string::npos; at = out.find("line ", at + 1)) {
-    const size_t end = out.find('\n', at);
-    lines.push_back(out.substr(at, end == std::string::npos ? std::string::npos : end - at));
-    if (end == std::string::npos) break;
-    at = end;
-  }
-  return lines;
+  EXPECT_TRUE(reports(tavtest::compile(dir, source, "prog.spl", {}, env).result.out, 14, "WARNING  Clause not supported"));
 }
 
 // A broken statement inside an EXTRACT or an ON ERROR block is reported once; the statements after
 // it are still checked, and the block's depths close (a BREAK after it is outside any loop).
 TEST(RecordAccess, BrokenStatementsInsideBlocksReportOnceAndCheckingGoesOn) {
-  struct Case {
-    const char* statements;
-    std::vector<std::string> lines;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
       {"extract cust\ndetail\n get nosuch\n get cust frob\nend-extract\nbreak\n",
        {"line 16: ERROR  Object not defined in dictionary - 'nosuch'", "line 17: ERROR  Invalid clause - 'frob'",
         "line 19: ERROR  Not in a looping section of code - 'break'"}},
@@ -451,9 +383,9 @@ TEST(RecordAccess, BrokenStatementsInsideBlocksReportOnceAndCheckingGoesOn) {
        {"line 17: ERROR  END-ON missing - 'pause'", "line 17: ERROR  END-EXTRACT missing - 'pause'",
         "line 19: ERROR  Invalid clause - 'frob'", "line 20: ERROR  Not in a looping section of code - 'break'"}},
   };
-  for (const Case& c : cases) {
-    const std::string out = messages(c.statements);
-    EXPECT_EQ(message_lines(out), c.lines) << c.statements << out;
+  for (const auto& [statements, lines] : cases) {
+    const std::string out = messages(statements);
+    EXPECT_EQ(message_lines(out), lines) << statements << out;
   }
 }
 

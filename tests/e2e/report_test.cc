@@ -1,39 +1,25 @@
 // REPORT, PRINT, SKIP, NEED, PAGE and REPORT SECTION: the report records and print items in the
 // table, and the messages with their lines.
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "codegen/header.h"
 #include "codegen/op_records.h"
 #include "statements/records.h"
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
 using namespace tav;
+using namespace drvtest;
 using tavtest::Op6;
-using tavtest::TempDir;
-
-const char kFields[] = "field n pic 9(4)\nfield s pic x(10)\n";
+using Words = std::vector<uint32_t>;
 
 // The body is the DETAIL of procedure main, from line 4 on; `after` follows main.
 tavtest::Compiled compile(const std::string& body, const std::string& after = "") {
-  TempDir dir;
-  return tavtest::compile(dir, std::string(kFields) + "procedure main\n" + body + "end\n" + after);
+  return compile_source("field n pic 9(4)\nfield s pic x(10)\nprocedure main\n" + body + "end\n" + after);
 }
 
-std::vector<uint32_t> ops_of(const Op6& t, Op code) {
-  std::vector<uint32_t> out;
-  for (uint32_t op : t.list(t.detail()))
-    if (t.opcode(op) == code) out.push_back(op);
-  return out;
-}
+std::vector<uint32_t> ops_of(const Op6& t, Op code) { return drvtest::ops_of(t, t.detail(), code); }
 
 // The report list, newest first (linked through r_next).
 std::vector<uint32_t> reports_of(const Op6& t) {
@@ -48,7 +34,7 @@ uint32_t report_named(const Op6& t, const std::string& name) {
   return 0;
 }
 
-bool says(const tavtest::Compiled& c, const std::string& line) { return c.result.out.find(line) != std::string::npos; }
+bool says(const tavtest::Compiled& c, const std::string& line) { return contains(c.result.out, line); }
 
 TEST(Report, RecordsFromEveryClause) {
   tavtest::Compiled c = compile(
@@ -73,33 +59,24 @@ TEST(Report, RecordsFromEveryClause) {
   EXPECT_EQ(t.u16(summary + report::r_flags), 0x1002u);  // DIRECT, SPOOL-ONLY; no longer referenced
   EXPECT_EQ(t.opcode(t.u24(summary + report::r_title)), Op::literal);
   EXPECT_EQ(t.opcode(t.u24(summary + report::r_form_type)), Op::literal);
-  EXPECT_EQ(t.u24(summary + report::r_header), t.section_named("top"));
-  EXPECT_EQ(t.u24(summary + report::r_footer), t.section_named("bottom"));
-  EXPECT_EQ(t.u24(summary + report::r_length), 66u);
-  EXPECT_EQ(t.u24(summary + report::r_depth), 60u);
-  EXPECT_EQ(t.u24(summary + report::r_width), 132u);
-  EXPECT_EQ(t.u24(summary + report::r_margin), 5u);
-  EXPECT_EQ(t.u24(summary + report::r_font), 3u);
-  EXPECT_EQ(t.u24(summary + report::r_pitch), 10u);
-  EXPECT_EQ(t.u24(summary + report::r_point) & 0x800000u, 0x800000u);  // 1.5: an op list
+  Words clauses;  // header, footer, length, depth, width, margin, font, pitch, the point's list flag, colours
+  for (uint32_t at : {report::r_header, report::r_footer, report::r_length, report::r_depth, report::r_width, report::r_margin,
+                      report::r_font, report::r_pitch, report::r_point, report::r_foreground, report::r_background})
+    clauses.push_back(at == report::r_point ? t.u24(summary + at) & 0x800000u : t.u24(summary + at));
+  EXPECT_EQ(clauses, (Words{t.section_named("top"), t.section_named("bottom"), 66, 60, 132, 5, 3, 10, 0x800000, 0x8001, 0x8002}));
   EXPECT_NE(t.u24(summary + report::r_destination), 0u);
-  EXPECT_EQ(t.u24(summary + report::r_foreground), 0x8001u);
-  EXPECT_EQ(t.u24(summary + report::r_background), 0x8002u);
 
-  EXPECT_EQ(t.u16(x + report::r_number), 1u);
-  EXPECT_EQ(t.u24(x + report::r_length), 0x7fffu);  // a literal 0: no limit
-  EXPECT_EQ(t.u16(x + report::r_flags), 0x0880u);
-  EXPECT_EQ(t.u16(plain + report::r_number), 2u);
-  EXPECT_EQ(t.u24(plain + report::r_name), 0u);
-  EXPECT_EQ(t.u16(plain + report::r_flags), 0x0400u);
-  EXPECT_NE(t.u24(plain + report::r_title), 0u);  // a first word that is no clause is the title
+  // x: a literal LENGTH 0 is no limit. plain: no name; a first word that is no clause is the title.
+  EXPECT_EQ((Words{t.u16(x + report::r_number), t.u24(x + report::r_length), t.u16(x + report::r_flags)}), (Words{1, 0x7fff, 0x0880}));
+  EXPECT_EQ((Words{t.u16(plain + report::r_number), t.u24(plain + report::r_name), t.u16(plain + report::r_flags)}),
+            (Words{2, 0, 0x0400}));
+  EXPECT_NE(t.u24(plain + report::r_title), 0u);
 
   const std::vector<uint32_t> ops = ops_of(t, Op::report);
   ASSERT_EQ(ops.size(), 3u);
-  EXPECT_EQ(t.u24(ops[0] + reportop::ro_report), summary);
-  EXPECT_EQ(t.u16(ops[0] + reportop::ro_no_message), 1u);
-  EXPECT_EQ(t.u24(ops[2] + reportop::ro_report), plain);
-  EXPECT_EQ(t.u16(ops[2] + reportop::ro_no_message), 0u);
+  EXPECT_EQ((Words{t.u24(ops[0] + reportop::ro_report), t.u16(ops[0] + reportop::ro_no_message), t.u24(ops[2] + reportop::ro_report),
+                   t.u16(ops[2] + reportop::ro_no_message)}),
+            (Words{summary, 1, plain, 0}));
 }
 
 TEST(Report, PrintItems) {
@@ -127,27 +104,21 @@ TEST(Report, PrintItems) {
   const uint32_t entry = t.u24(hdr::h_text) + t.u16(literal + textitem::ti_item) * textent::size;
   EXPECT_EQ(t.u8(entry + textent::te_kind), uint32_t{'P'});
 
-  EXPECT_EQ(t.u24(items[1] + ditem::di_column), 20u);
-  EXPECT_EQ(t.u16(items[1] + ditem::di_type), t.u16(t.field("s") + fsym::f_format));
-  EXPECT_EQ(t.u8(items[1] + ditem::di_width), 10u);
+  EXPECT_EQ((Words{t.u24(items[1] + ditem::di_column), t.u16(items[1] + ditem::di_type), t.u8(items[1] + ditem::di_width),
+                   t.u24(items[1] + ditem::di_section)}),
+            (Words{20, t.u16(t.field("s") + fsym::f_format), 10, 0}));
   EXPECT_NE(t.u24(items[1] + ditem::di_print_tag), 0u);
-  EXPECT_EQ(t.u24(items[1] + ditem::di_section), 0u);
-
-  EXPECT_EQ(t.u24(items[2] + ditem::di_row), 3u);
-  EXPECT_EQ(t.u24(items[2] + ditem::di_column), 4u);
-  EXPECT_EQ(t.u8(items[2] + ditem::di_font), 2u);
+  EXPECT_EQ((Words{t.u24(items[2] + ditem::di_row), t.u24(items[2] + ditem::di_column), t.u8(items[2] + ditem::di_font)}),
+            (Words{3, 4, 2}));
   EXPECT_EQ(t.opcode(t.u24(items[2] + ditem::di_section)), Op::literal);
-  EXPECT_EQ(t.u24(items[3] + ditem::di_column), 7u);
-  EXPECT_EQ(t.u24(items[3] + ditem::di_row), 0u);
+  EXPECT_EQ((Words{t.u24(items[3] + ditem::di_row), t.u24(items[3] + ditem::di_column)}), (Words{0, 7}));
 
   // tavdump shows the report by name and the print items.
   TempDir dir;
-  tavtest::compile(dir, std::string(kFields) + "procedure main\n report name summary\n print n on summary\nend\n");
-  tavtest::RunResult dump = tavtest::run({tavtest::program("tavdump"), dir / "prog.op6"});
-  EXPECT_NE(dump.out.find("report 0x"), std::string::npos) << dump.out;
-  EXPECT_NE(dump.out.find("\"summary\"\n"), std::string::npos) << dump.out;
-  EXPECT_NE(dump.out.find("print item 0x"), std::string::npos) << dump.out;
-  EXPECT_NE(dump.out.find("di_flags 0x0041"), std::string::npos) << dump.out;
+  write_file(dir / "prog.op6", t.bytes());
+  const std::string dump = tavtest::run({tavtest::program("tavdump"), dir / "prog.op6"}).out;
+  for (const char* line : {"report 0x", "\"summary\"\n", "print item 0x", "di_flags 0x0041"})
+    EXPECT_TRUE(contains(dump, line)) << line << dump;
 }
 
 TEST(Report, PageMovesSectionsAndFinish) {
@@ -166,29 +137,27 @@ TEST(Report, PageMovesSectionsAndFinish) {
     EXPECT_EQ(t.u16(skips[i] + skipop::sk_to), to[i]) << i;
     EXPECT_EQ(t.u24(skips[i] + skipop::sk_report), reports[i]) << i;
   }
-  const uint32_t need = ops_of(t, Op::need).at(0);
-  EXPECT_EQ(t.u24(need + skipop::sk_lines), 5u);
-  EXPECT_EQ(t.u24(need + skipop::sk_report), x);
-  const uint32_t page = ops_of(t, Op::page).at(0);
-  EXPECT_EQ(t.u16(page + pageop::pg_flags), 0x0003u);
-  EXPECT_EQ(t.u24(page + pageop::pg_report), x);
+  const uint32_t need = ops_of(t, Op::need).at(0), page = ops_of(t, Op::page).at(0);
+  EXPECT_EQ((Words{t.u24(need + skipop::sk_lines), t.u24(need + skipop::sk_report), t.u16(page + pageop::pg_flags),
+                   t.u24(page + pageop::pg_report)}),
+            (Words{5, x, 0x0003, x}));
   const std::vector<uint32_t> sections = ops_of(t, Op::report_section);
   ASSERT_EQ(sections.size(), 2u);
   const uint32_t s = t.u24(sections[0] + rsectop::rso_section);
   EXPECT_EQ(t.u24(sections[0] + rsectop::rso_report), x);
   EXPECT_EQ(t.opcode(t.u24(s + rsection::rs_title)), Op::literal);
-  EXPECT_EQ(t.u16(s + rsection::rs_flags), 0x0006u);
-  EXPECT_EQ(t.u24(s + rsection::rs_scale), 2u);
+  EXPECT_EQ((Words{t.u16(s + rsection::rs_flags), t.u24(s + rsection::rs_scale)}), (Words{0x0006, 2}));
   EXPECT_NE(t.u24(s + rsection::rs_style_class), 0u);
   EXPECT_EQ(t.u24(sections[1] + rsectop::rso_section), x);
   EXPECT_EQ(t.u24(ops_of(t, Op::report_finish).at(0) + finishop::fin_report), x);
 }
 
+struct Case {
+  const char* body;
+  const char* line;
+};
+
 TEST(Report, Messages) {
-  struct Case {
-    const char* body;
-    const char* line;
-  };
   for (const Case& k : {
            Case{" report full-page width 80 name r\n", "line 4: ERROR  FULL-PAGE REPORT requires WIDTH and LENGTH"},
            Case{" report full-page width 80 length 60\n", "line 4: ERROR  FULL-PAGE only valid for named reports"},
@@ -230,10 +199,6 @@ TEST(Report, Messages) {
 
 // Warnings leave the table written.
 TEST(Report, BoundWarnings) {
-  struct Case {
-    const char* body;
-    const char* line;
-  };
   for (const Case& k : {
            Case{" print s col 50 on r\n report name r width 40\n", "line 5: WARNING  Previous PRINT statement/s exceeded report bounds"},
            Case{" report name r width 40\n print s col 35 on r\n", "line 5: WARNING  PRINTing outside report bounds"},
@@ -246,7 +211,7 @@ TEST(Report, BoundWarnings) {
   // Within the bounds, and on a report without a limit: nothing to say.
   tavtest::Compiled quiet = compile(" print s col 30 on r\n report name r width 40 length 0\n print s col 20 on r\n");
   EXPECT_EQ(quiet.result.status, 0) << quiet.result.out;
-  EXPECT_EQ(quiet.result.out.find("WARNING"), std::string::npos) << quiet.result.out;
+  EXPECT_FALSE(contains(quiet.result.out, "WARNING")) << quiet.result.out;
 }
 
 }  // namespace

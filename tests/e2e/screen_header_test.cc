@@ -1,26 +1,18 @@
 // Section header clauses: the screen_sym members they fill and the messages of the header checks.
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-
 #include "codegen/header.h"
 #include "statements/records.h"
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
 using namespace tav;
+using namespace drvtest;
 using tavtest::Op6;
-using tavtest::TempDir;
+using Words = std::vector<uint32_t>;
 
-tavtest::Compiled compile(const std::string& source) {
-  TempDir dir;
-  return tavtest::compile(dir, "field a pic 9(4)\n" + source);
-}
+tavtest::Compiled compile(const std::string& source) { return compile_source("field a pic 9(4)\n" + source); }
 
 Op6 compiled(const std::string& source) {
   tavtest::Compiled c = compile(source);
@@ -30,24 +22,21 @@ Op6 compiled(const std::string& source) {
 
 std::string messages(const std::string& source) { return compile(source).result.out; }
 
-uint32_t pair(const Op6& t, uint32_t at, int which) { return t.u24(at + 3 * which); }
+// The row and column (or the two colours) stored at `at`, then those at each further offset.
+Words pairs(const Op6& t, uint32_t base, std::initializer_list<uint32_t> offsets) {
+  Words out;
+  for (uint32_t at : offsets) out.insert(out.end(), {t.u24(base + at), t.u24(base + at + 3)});
+  return out;
+}
 
 TEST(ScreenHeader, WindowCornersColoursAndTitle) {
   Op6 t = compiled(
       "procedure main\n  do picker\nend\n"
       "screen picker window @ 20,70 to @ 5,10 relative to @ 2,3 colour red title \"Pick\"\nend\n");
-  ASSERT_FALSE(t.empty());
   uint32_t s = t.section_named("picker");
-  // The corners given the wrong way round are stored top-left first.
-  EXPECT_EQ(pair(t, s + ssym::s_window_top, 0), 5u);
-  EXPECT_EQ(pair(t, s + ssym::s_window_top, 1), 10u);
-  EXPECT_EQ(pair(t, s + ssym::s_window_bottom, 0), 20u);
-  EXPECT_EQ(pair(t, s + ssym::s_window_bottom, 1), 70u);
-  EXPECT_EQ(pair(t, s + ssym::s_window_rel, 0), 2u);
-  EXPECT_EQ(pair(t, s + ssym::s_window_rel, 1), 3u);
-  // A single colour is the background.
-  EXPECT_EQ(pair(t, s + ssym::s_colour, 0), 0u);
-  EXPECT_EQ(pair(t, s + ssym::s_colour, 1), 0xfc00u);
+  // The corners given the wrong way round are stored top-left first; a single colour is the background.
+  EXPECT_EQ(pairs(t, s, {ssym::s_window_top, ssym::s_window_bottom, ssym::s_window_rel, ssym::s_colour}),
+            (Words{5, 10, 20, 70, 2, 3, 0, 0xfc00}));
   uint32_t title = t.u24(s + ssym::s_title);
   ASSERT_NE(title, 0u);
   EXPECT_EQ(t.opcode(title), Op::text_item);
@@ -55,11 +44,9 @@ TEST(ScreenHeader, WindowCornersColoursAndTitle) {
 
   // WINDOW alone is the whole screen; a negative WINDOW-POSITION makes it reach 255,255.
   Op6 w = compiled("procedure main\n do picker\nend\nscreen picker window window-position -1\nend\n");
-  ASSERT_FALSE(w.empty());
   uint32_t p = w.section_named("picker");
-  EXPECT_EQ(pair(w, p + ssym::s_window_top, 0), 1u);
-  EXPECT_EQ(pair(w, p + ssym::s_window_bottom, 0), 255u);
-  EXPECT_EQ(pair(w, p + ssym::s_window_bottom, 1), 255u);
+  EXPECT_EQ(w.u24(p + ssym::s_window_top), 1u);
+  EXPECT_EQ(pairs(w, p, {ssym::s_window_bottom}), (Words{255, 255}));
   EXPECT_NE(w.u24(p + ssym::s_window_pos), 0u);
 }
 
@@ -69,10 +56,8 @@ TEST(ScreenHeader, FlagWordsAndExport) {
       "no-review-separators review-bottom-to-top export no-override allowed are entry correct\n"
       "end\n"
       "menu m tree-menu button-size 12 export\nend\n");
-  ASSERT_FALSE(t.empty());
   uint32_t s = t.section_named("main");
-  EXPECT_EQ(pair(t, s + ssym::s_prompt_pos, 0), 3u);
-  EXPECT_EQ(pair(t, s + ssym::s_prompt_pos, 1), 4u);
+  EXPECT_EQ(pairs(t, s, {ssym::s_prompt_pos}), (Words{3, 4}));
   EXPECT_EQ(t.u16(s + ssym::s_form),
             ssym::form_entry | ssym::form_no_ok_cancel | ssym::form_export | ssym::form_no_override);
   EXPECT_EQ(t.u16(s + ssym::s_kind), ssym::kind_screen | ssym::kind_stop_exit_all | ssym::kind_always_show |
@@ -84,23 +69,15 @@ TEST(ScreenHeader, FlagWordsAndExport) {
   EXPECT_EQ(t.u16(m + ssym::s_kind) & ssym::kind_tree_menu, ssym::kind_tree_menu);
   EXPECT_EQ(t.u24(m + ssym::s_button_size), 12u);
   // The export list runs from the latest; numbers count the records before, routine numbers go up.
-  uint32_t e = t.u24(hdr::h_export_list);
-  ASSERT_NE(e, 0u);
-  EXPECT_EQ(t.u24(e + exportrec::er_section), m);
-  EXPECT_EQ(t.u16(e + exportrec::er_number), 1u);
-  uint32_t first = t.u24(e + exportrec::er_next);
-  EXPECT_EQ(t.u24(first + exportrec::er_section), s);
-  EXPECT_EQ(t.u16(first + exportrec::er_number), 0u);
-  EXPECT_EQ(t.u16(s + ssym::s_routine), 1u);
-  EXPECT_EQ(t.u16(m + ssym::s_routine), 2u);
+  Words exports;
+  for (uint32_t e : t.list(t.u24(hdr::h_export_list)))
+    exports.insert(exports.end(), {t.u24(e + exportrec::er_section), t.u16(e + exportrec::er_number)});
+  EXPECT_EQ(exports, (Words{m, 1, s, 0}));
+  EXPECT_EQ((Words{t.u16(s + ssym::s_routine), t.u16(m + ssym::s_routine)}), (Words{1, 2}));
 }
 
 TEST(ScreenHeader, Messages) {
-  struct Case {
-    const char* source;
-    const char* message;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"procedure main prompt @ 1,1\nend\n", "line 2: ERROR  Invalid clause - 'prompt'"},
       {"screen main window window\nend\n", "line 2: ERROR  Duplicate or incompatible clause - 'window'"},
       {"screen main leave-parent-screen window\nend\n", "ERROR  Duplicate or incompatible clause - 'window'"},
@@ -125,17 +102,16 @@ TEST(ScreenHeader, Messages) {
       {"procedure main\n do picker\nend\nscreen picker title \"t\"\nend\n", "WARNING  TITLE requires WINDOW to be specified"},
       {"procedure main\n do picker\nend\nscreen picker title 5\nend\n", "ERROR  Alphanumeric expression required"},
       {"screen main tree-menu\nend\n", "ERROR  Invalid clause - 'tree-menu'"},
+      // OCCURS 13 BY 2 may not fit the screen: a warning beside the missing PRIMARY.
+      {"screen main review occurs 13 by 2\nend\n", "WARNING  Review area may exceed window"},
   };
-  for (const Case& c : cases) {
-    std::string out = messages(c.source);
-    EXPECT_NE(out.find(c.message), std::string::npos) << c.source << out;
+  for (const auto& [source, message] : cases) {
+    const std::string out = messages(source);
+    EXPECT_TRUE(contains(out, message)) << source << out;
   }
-  // OCCURS 13 BY 2 may not fit the screen: a warning beside the missing PRIMARY.
-  std::string out = messages("screen main review occurs 13 by 2\nend\n");
-  EXPECT_NE(out.find("WARNING  Review area may exceed window"), std::string::npos) << out;
   // The entry section warns about neither colour nor title.
-  out = messages("screen main colour blue title \"t\"\nend\n");
-  EXPECT_EQ(out.find("requires WINDOW"), std::string::npos) << out;
+  const std::string out = messages("screen main colour blue title \"t\"\nend\n");
+  EXPECT_FALSE(contains(out, "requires WINDOW")) << out;
 }
 
 }  // namespace

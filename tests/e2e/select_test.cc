@@ -2,25 +2,18 @@
 // and the select record, FROM entries and field entries of the .op6 (a PRIMARY screen's
 // implicit select among them).
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "codegen/header.h"
 #include "codegen/op_records.h"
 #include "lexer/verbs.h"
 #include "statements/records.h"
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
 using namespace tav;
+using namespace drvtest;
 using tavtest::Op6;
-using tavtest::TempDir;
 using Codes = std::vector<Op>;
 
 // Two indexed objects sharing cno; a program body starts on line 13.
@@ -30,18 +23,13 @@ const char* const kObjects =
     "object cust type indexed file \"cust\"\n  record region cno cname end-record\n  key region cno unique\n"
     "object ord type indexed file \"ord\"\n  record cno amount end-record\n  key cno\n";
 
-tavtest::Compiled compile(const std::string& program) {
-  TempDir dir;
-  return tavtest::compile(dir, std::string(kObjects) + program);
+tavtest::Compiled compile(const std::string& program, std::vector<std::string> options = {}) {
+  return compile_source(kObjects + program, std::move(options));
 }
 
 tavtest::Compiled run(const std::string& body) { return compile("procedure main\n" + body + "end\n"); }
 
 std::string loop(const std::string& select) { return " " + select + "\n detail\n  pause\n end-select\n"; }
-
-bool reports(const std::string& out, int line, const std::string& text) {
-  return out.find("line " + std::to_string(line) + ": " + text) != std::string::npos;
-}
 
 struct Case {
   std::string body;
@@ -89,11 +77,7 @@ TEST(Select, MessagesWithTheirLines) {
   };
   for (const Case& c : cases) {
     const tavtest::Compiled r = run(c.body);
-    if (c.message.empty()) {
-      EXPECT_EQ(r.result.status, 0) << c.body << r.result.out;
-    } else {
-      EXPECT_TRUE(reports(r.result.out, c.line, c.message)) << c.body << r.result.out;
-    }
+    EXPECT_TRUE(c.message.empty() ? r.result.status == 0 : reports(r.result.out, c.line, c.message)) << c.body << r.result.out;
   }
 }
 
@@ -237,9 +221,8 @@ TEST(Select, PrimaryKeyClauses) {
   const uint32_t distinct = t.u24(s2 + ssym::s_select);
   EXPECT_EQ(t.u16(distinct + selrec::sr_flags) & selrec::distinct, selrec::distinct);
   EXPECT_EQ(t.list(t.u24(distinct + selrec::sr_order)).size(), 1u);
-  EXPECT_NE(compile("procedure main\n do s1\nend\nscreen s1 primary cust same cno\nend\n")
-                .result.out.find("ERROR  Only leading key fields allowed for SAME/DIFF - 'cno'"),
-            std::string::npos);
+  EXPECT_TRUE(contains(compile("procedure main\n do s1\nend\nscreen s1 primary cust same cno\nend\n").result.out,
+                       "ERROR  Only leading key fields allowed for SAME/DIFF - 'cno'"));
 }
 
 // In the DETAIL of a DATA-GRID with a SELECT, a DISPLAY of a field the select reads is a
@@ -251,19 +234,15 @@ TEST(Select, DataGridDisplaysBecomeAccepts) {
       " display cname @ 3,1 bold\n display amount @ 3,40 prompt\n display hx @ 3,60\nend\n");
   ASSERT_EQ(r.result.status, 0) << r.result.out;
   const Op6& t = r.image;
-  const std::vector<Op> codes = t.codes(t.u24(t.section_named("g") + ssym::s_detail));
-  std::vector<Op> shown;
-  for (Op op : codes)
+  const uint32_t detail = t.u24(t.section_named("g") + ssym::s_detail);
+  Codes shown;
+  for (Op op : t.codes(detail))
     if (op == Op::accept || op == Op::display_item) shown.push_back(op);
-  EXPECT_EQ(shown, (Codes{Op::accept, Op::display_item, Op::display_item}));
-  uint32_t accept = 0;
-  for (uint32_t op : t.list(t.u24(t.section_named("g") + ssym::s_detail)))
-    if (t.opcode(op) == Op::accept) accept = op;
-  const uint32_t d = t.u24(accept + acceptop::ao_desc);
-  EXPECT_EQ(t.u16(d + adesc::ad_options), 0x5080u);
-  EXPECT_EQ(t.u16(d + adesc::ad_display), 0x0020u);
-  EXPECT_EQ(t.u24(d + adesc::ad_field), t.field("cname"));
-  EXPECT_EQ(t.u24(d + adesc::ad_column), 1u);
+  ASSERT_EQ(shown, (Codes{Op::accept, Op::display_item, Op::display_item}));
+  const uint32_t d = t.u24(ops_of(t, detail, Op::accept)[0] + acceptop::ao_desc);
+  EXPECT_EQ((std::vector<uint32_t>{t.u16(d + adesc::ad_options), t.u16(d + adesc::ad_display), t.u24(d + adesc::ad_field),
+                                   t.u24(d + adesc::ad_column)}),
+            (std::vector<uint32_t>{0x5080, 0x0020, t.field("cname"), 1}));
 }
 
 // The aggregates of the statements in an AFTER block belong to that break.
@@ -301,13 +280,10 @@ TEST(Select, KeyRangesOfConditions) {
       {"cno != 5", ""},
   };
   for (const auto& c : cases) {
-    TempDir dir;
-    const std::string source = std::string(kObjects) + "procedure main\n" +
-                               loop(std::string("select cno amount from ord where ") + c.where) + "end\n";
-    const tavtest::Compiled r = tavtest::compile(dir, source, "prog.spl", {"-x", "1"});
+    const tavtest::Compiled r =
+        compile("procedure main\n" + loop(std::string("select cno amount from ord where ") + c.where) + "end\n", {"-x", "1"});
     ASSERT_EQ(r.result.status, 0) << c.where << r.result.out;
-    if (*c.trace == 0) EXPECT_EQ(r.result.out.find("RANGE"), std::string::npos) << c.where << r.result.out;
-    else EXPECT_NE(r.result.out.find(c.trace), std::string::npos) << c.where << r.result.out;
+    EXPECT_TRUE(*c.trace == 0 ? !contains(r.result.out, "RANGE") : contains(r.result.out, c.trace)) << c.where << r.result.out;
   }
 }
 

@@ -1,20 +1,12 @@
 // tavdict as a program: schemas loaded into dictionaries and dumped back, reloads, refused
 // input, the consistency check on damaged rows, and a compile against a loaded dictionary.
 
-#include <gtest/gtest.h>
-#include <sqlite3.h>
-
-#include <string>
-#include <vector>
-
 #include "symbols/records.h"
-#include "tests/support/op6.h"
-#include "tests/support/support.h"
+#include "tests/e2e/driver_fixture.h"
 
 namespace {
 
-using tavtest::RunResult;
-using tavtest::TempDir;
+using namespace drvtest;
 
 RunResult tavdict(const TempDir& dir, const std::vector<std::string>& args) {
   std::vector<std::string> argv{tavtest::program("tavdict")};
@@ -49,34 +41,6 @@ const char* const kShop =
     "  record order-no pic 9(8) drill-back \"show-order %order-no%\" cust-no\n"
     "    amount pic 9(7)v99 rounded end-record\n";
 
-// Runs one SQL statement on a table file of a dictionary.
-void sql(const std::string& file, const std::string& statement) {
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, statement.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << statement;
-  sqlite3_close(db);
-}
-
-// The first column of the first row a query gives, as text ("" when none).
-std::string query(const std::string& file, const std::string& statement) {
-  sqlite3* db = nullptr;
-  std::string out;
-  if (sqlite3_open(file.c_str(), &db) == SQLITE_OK) {
-    sqlite3_stmt* st = nullptr;
-    if (sqlite3_prepare_v2(db, statement.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW)
-      out = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
-    sqlite3_finalize(st);
-  }
-  sqlite3_close(db);
-  return out;
-}
-
-void load(const TempDir& dir, const std::string& dict, const std::string& schema_text) {
-  tavtest::write_file(dir / "in.sch", schema_text);
-  const RunResult r = tavdict(dir, {"load", dict, "in.sch"});
-  ASSERT_EQ(r.status, 0) << r.err;
-}
-
 std::string dump(const TempDir& dir, const std::string& dict) {
   const RunResult r = tavdict(dir, {"dump", dict});
   EXPECT_EQ(r.status, 0) << r.err;
@@ -85,55 +49,53 @@ std::string dump(const TempDir& dir, const std::string& dict) {
 
 TEST(Tavdict, DumpLoadsBackToTheSameRows) {
   TempDir dir;
-  load(dir, "app", kShop);
+  load_dictionary(dir, "app", kShop);
   for (const char* file : {"appO4.idx", "appF4.idx", "appR4.idx", "appK4.idx", "appD4.idx", "appOR4.idx",
                            "appPR4.idx", "appPO4.idx", "app-dict.ver"})
-    EXPECT_TRUE(tavtest::file_exists(dir / file)) << file;
+    EXPECT_TRUE(file_exists(dir / file)) << file;
   const std::string first = dump(dir, "app");
   for (const char* line : {"field balance pic s9(7)v9(2) type packed\n", "field opened type date\n",
                            "field tags pic x(4) occurs 3 justify\n",
                            "field order-no pic 9(8) drill-back \"show-order %order-no%\"\n",
                            "field amount pic 9(7)v9(2) rounded\n", "  key cust-name desc cust-no compress\n",
                            "//% field cust-name validation help \"The customer's name\"\n"})
-    EXPECT_NE(first.find(line), std::string::npos) << line << first;
+    EXPECT_TRUE(contains(first, line)) << line << first;
 
-  load(dir, "copy", first);
+  load_dictionary(dir, "copy", first);
   EXPECT_EQ(dump(dir, "copy"), first);
   // The rows themselves: ids in order, flags and documentation kinds as the compiler reads them.
-  EXPECT_EQ(query(dir / "copyF4.idx", "SELECT fld_id || ':' || fld_desc || ':' || fld_type || ':' || fld_flags || "
+  EXPECT_EQ(sql(dir / "copyF4.idx", "SELECT fld_id || ':' || fld_desc || ':' || fld_type || ':' || fld_flags || "
                                       "':' || fld_col_name FROM dict_field WHERE fld_name = 'cust-name'"),
             "2:30:A:1:name");
-  EXPECT_EQ(query(dir / "copyK4.idx", "SELECT key_flags || ':' || num_fields || ':' || k_fld_id_1 || ':' || "
+  EXPECT_EQ(sql(dir / "copyK4.idx", "SELECT key_flags || ':' || num_fields || ':' || k_fld_id_1 || ':' || "
                                       "k_desc_flag_1 FROM dict_key WHERE obj_id = 1 AND index_no = 2"),
             "5:2:2:Y");
-  EXPECT_EQ(query(dir / "copyD4.idx", "SELECT doc_line FROM dict_documentation WHERE doc_type = 5 AND doc_line_no = 0"),
+  EXPECT_EQ(sql(dir / "copyD4.idx", "SELECT doc_line FROM dict_documentation WHERE doc_type = 5 AND doc_line_no = 0"),
             "show-order %order-no%");
-  EXPECT_EQ(query(dir / "copyR4.idx", "SELECT group_concat(rec_offset) FROM dict_record WHERE obj_id = 2"), "0,4,8");
+  EXPECT_EQ(sql(dir / "copyR4.idx", "SELECT group_concat(rec_offset) FROM dict_record WHERE obj_id = 2"), "0,4,8");
 }
 
 TEST(Tavdict, ReloadKeepsIdsAndReplacesTheObject) {
   TempDir dir;
-  load(dir, "app", kShop);
-  load(dir, "app",
+  load_dictionary(dir, "app", kShop);
+  load_dictionary(dir, "app",
        "field added pic x(2)\n"
        "field cust-no pic 9(6)\n"
        "object customer type indexed file \"cust2\" record cust-no added end-record key cust-no unique\n");
   const std::string text = dump(dir, "app");
-  EXPECT_NE(text.find("object customer type indexed file \"cust2\"\n  record cust-no added end-record\n"
-                      "  key cust-no unique\n"),
-            std::string::npos)
+  EXPECT_TRUE(contains(text, "object customer type indexed file \"cust2\"\n  record cust-no added end-record\n  key cust-no unique\n"))
       << text;
-  EXPECT_EQ(query(dir / "appF4.idx", "SELECT fld_id FROM dict_field WHERE fld_name = 'cust-no'"), "1");
-  EXPECT_EQ(query(dir / "appF4.idx", "SELECT fld_id FROM dict_field WHERE fld_name = 'added'"), "8");
-  EXPECT_EQ(query(dir / "appO4.idx", "SELECT obj_id FROM dict_object WHERE obj_name = 'customer'"), "1");
-  EXPECT_EQ(query(dir / "appK4.idx", "SELECT count(*) FROM dict_key WHERE obj_id = 1"), "1");
+  EXPECT_EQ(sql(dir / "appF4.idx", "SELECT fld_id FROM dict_field WHERE fld_name = 'cust-no'"), "1");
+  EXPECT_EQ(sql(dir / "appF4.idx", "SELECT fld_id FROM dict_field WHERE fld_name = 'added'"), "8");
+  EXPECT_EQ(sql(dir / "appO4.idx", "SELECT obj_id FROM dict_object WHERE obj_name = 'customer'"), "1");
+  EXPECT_EQ(sql(dir / "appK4.idx", "SELECT count(*) FROM dict_key WHERE obj_id = 1"), "1");
   // The reload's documentation replaced the old lines of the fields it names.
-  EXPECT_EQ(query(dir / "appD4.idx", "SELECT count(*) FROM dict_documentation WHERE doc_type = 2 AND doc_id = 1"), "0");
+  EXPECT_EQ(sql(dir / "appD4.idx", "SELECT count(*) FROM dict_documentation WHERE doc_type = 2 AND doc_id = 1"), "0");
 }
 
 TEST(Tavdict, BadInputLoadsNothing) {
   TempDir dir;
-  load(dir, "app", kShop);
+  load_dictionary(dir, "app", kShop);
   const std::string before = dump(dir, "app");
   struct Case {
     std::string schema;
@@ -151,25 +113,23 @@ TEST(Tavdict, BadInputLoadsNothing) {
       {"", {"dump", "nowhere"}, "no dictionary here"},
   };
   for (const Case& c : cases) {
-    tavtest::write_file(dir / "in.sch", c.schema);
+    write_file(dir / "in.sch", c.schema);
     const RunResult r = tavdict(dir, c.args.empty() ? std::vector<std::string>{"load", "app", "in.sch"} : c.args);
     EXPECT_EQ(r.status, 1) << c.err;
-    EXPECT_NE(r.err.find(c.err), std::string::npos) << c.err << "\n" << r.err;
+    EXPECT_TRUE(contains(r.err, c.err)) << c.err << "\n" << r.err;
   }
   EXPECT_EQ(dump(dir, "app"), before);
 
-  tavtest::write_file(dir / "junkO4.idx", "not a database");
+  write_file(dir / "junkO4.idx", "not a database");
   const RunResult junk = tavdict(dir, {"check", "junk"});
   EXPECT_EQ(junk.status, 1);
-  EXPECT_NE(junk.err.find("Can't open/access dictionary 'junk'"), std::string::npos) << junk.err;
+  EXPECT_TRUE(contains(junk.err, "Can't open/access dictionary 'junk'")) << junk.err;
 
-  EXPECT_EQ(tavdict(dir, {}).status, 2);
-  EXPECT_EQ(tavdict(dir, {"frob", "app"}).status, 2);
-  EXPECT_EQ(tavdict(dir, {"dump", "app", "extra"}).status, 2);
+  for (const std::vector<std::string>& usage : {std::vector<std::string>{}, {"frob", "app"}, {"dump", "app", "extra"}})
+    EXPECT_EQ(tavdict(dir, usage).status, 2) << usage.size();
   const RunResult help = tavdict(dir, {"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const char* command : {"tavdict load", "tavdict dump", "tavdict check"})
-    EXPECT_NE(help.out.find(command), std::string::npos) << command;
+  for (const char* command : {"tavdict load", "tavdict dump", "tavdict check"}) EXPECT_TRUE(contains(help.out, command)) << command;
 }
 
 TEST(Tavdict, CheckNamesTheObjectOfEachDamage) {
@@ -196,40 +156,36 @@ TEST(Tavdict, CheckNamesTheObjectOfEachDamage) {
   };
   for (const Case& c : cases) {
     TempDir dir;
-    load(dir, "app", kShop);
+    load_dictionary(dir, "app", kShop);
     EXPECT_EQ(tavdict(dir, {"check", "app"}).status, 0);
     sql(dir / (std::string("app") + c.table + "4.idx"), c.sql);
     const RunResult r = tavdict(dir, {"check", "app"});
     EXPECT_EQ(r.status, 1) << c.sql;
-    EXPECT_NE(r.out.find(c.report), std::string::npos) << c.sql << "\n" << r.out;
-    EXPECT_NE(r.out.find("2 object(s) checked, 1 with problems"), std::string::npos) << r.out;
+    EXPECT_TRUE(contains(r.out, c.report) && contains(r.out, "2 object(s) checked, 1 with problems")) << c.sql << "\n" << r.out;
   }
 }
 
 TEST(Tavdict, CompilerUsesALoadedDictionary) {
   TempDir dir;
-  load(dir, "app", kShop);
-  tavtest::write_file(dir / "prog.spl",
-                      "object cust2 like customer\n"
-                      "procedure main\n  set cust-name = \"x\"\n  pause\nend-procedure\n");
-  const RunResult r = tavtest::tavcmp(dir.path(), {"-l", "-g", "app", "prog.spl"});
+  load_dictionary(dir, "app", kShop);
+  write_file(dir / "prog.spl", "object cust2 like customer\nprocedure main\n  set cust-name = \"x\"\n  pause\nend-procedure\n");
+  const RunResult r = tavcmp(dir.path(), {"-l", "-g", "app", "prog.spl"});
   ASSERT_EQ(r.status, 0) << r.out;
-  const tavtest::Op6 img(tavtest::read_file(dir / "prog.op6"));
-  const uint32_t o = img.object("cust2");
+  const tavtest::Op6 img(read_file(dir / "prog.op6"));
+  const uint32_t o = img.object("cust2"), f = img.field("cust-name");
   ASSERT_NE(o, 0u);
-  EXPECT_EQ(img.text(img.u24(o + tav::osym::o_file)), "cust");
-  EXPECT_EQ(img.u16(o + tav::osym::o_recsize), 54u);
-  EXPECT_EQ(img.u16(o + tav::osym::o_objid), 1u);
-  EXPECT_EQ(img.u16(o + tav::osym::o_dictno), 0u);
-  EXPECT_EQ(static_cast<char>(img.u8(o + tav::osym::o_filtype)), 'I');
-  EXPECT_EQ(static_cast<char>(img.u8(o + tav::osym::o_version)), '5');
-  const uint32_t f = img.field("cust-name");
   ASSERT_NE(f, 0u);
-  EXPECT_EQ(img.u16(f + tav::fsym::f_format), 30u);
-  EXPECT_EQ(img.u16(f + tav::fsym::f_size), 30u);
-  EXPECT_EQ(static_cast<char>(img.u8(f + tav::fsym::f_type)), 'A');
-  EXPECT_EQ(img.u16(f + tav::fsym::f_fldid), 2u);
-  EXPECT_EQ(img.u16(f + tav::fsym::f_flags) & 7u, 1u);
+  namespace osym = tav::osym;
+  namespace fsym = tav::fsym;
+  EXPECT_EQ(img.text(img.u24(o + osym::o_file)), "cust");
+  // Record size, object id, dictionary number, file type and version of the object.
+  EXPECT_EQ((std::vector<uint32_t>{img.u16(o + osym::o_recsize), img.u16(o + osym::o_objid), img.u16(o + osym::o_dictno),
+                                   img.u8(o + osym::o_filtype), img.u8(o + osym::o_version)}),
+            (std::vector<uint32_t>{54, 1, 0, 'I', '5'}));
+  // Format, size, type, field id and case flags of the field.
+  EXPECT_EQ((std::vector<uint32_t>{img.u16(f + fsym::f_format), img.u16(f + fsym::f_size), img.u8(f + fsym::f_type),
+                                   img.u16(f + fsym::f_fldid), img.u16(f + fsym::f_flags) & 7u}),
+            (std::vector<uint32_t>{30, 30, 'A', 2, 1}));
 }
 
 }  // namespace
