@@ -146,7 +146,9 @@ TEST(Dictionaries, ConsistencyChecks) {
     const RunResult r = compile_with(dir, {"-g", "d/"});
     EXPECT_EQ(r.status, 255) << c.damage;
     EXPECT_TRUE(contains(r.out, c.message)) << r.out;
-    if (c.passes_with_c) EXPECT_EQ(compile_with(dir, {"-c", "-g", "d/"}).status, 0) << c.damage;
+    if (c.passes_with_c) {
+      EXPECT_EQ(compile_with(dir, {"-c", "-g", "d/"}).status, 0) << c.damage;
+    }
   }
 }
 

@@ -21,7 +21,12 @@ struct KeyOpt : testing::Test, tavtest::CompilerFixture {
   std::FILE* out = std::tmpfile();
   uint32_t head = 0, tail = 0;
 
-  KeyOpt() : CompilerFixture(CompileSettings{.debug_level = 1}) { display.set_plain_output(out); }
+  static CompileSettings settings() {
+    CompileSettings s;
+    s.debug_level = 1;
+    return s;
+  }
+  KeyOpt() : CompilerFixture(settings()) { display.set_plain_output(out); }
   ~KeyOpt() override { std::fclose(out); }
 
   uint32_t entry(std::string_view name, uint16_t format = 0x2080, uint16_t flags = selfield::referenced,
