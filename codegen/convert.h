@@ -146,6 +146,8 @@ struct DateSettings {
   static DateSettings from_env(const std::function<const char*(const char*)>& getenv_fn);
 };
 
+// A letter of a month name: an ASCII letter, or any byte of a non-ASCII locale name.
+bool is_month_letter(char c);
 // Text to day number (0..65535), or -1 invalid, -2 invalid day, -3 invalid month, -4 out of range.
 // With `rest` non-null, parsing stops at the end of the date and *rest receives the remaining text.
 int32_t parse_date(std::string_view text, const DateSettings& s, std::string_view* rest = nullptr);

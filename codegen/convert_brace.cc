@@ -3,6 +3,7 @@
 // Unlike date literals in the program text, the brace forms do not follow the date settings:
 // the date is always year, month, day.
 #include "codegen/convert.h"
+#include "runtime/ascii.h"
 
 namespace tav::conv {
 
@@ -22,7 +23,6 @@ constexpr std::array<BraceName, 6> kBraceNames = {{{"d", BraceKind::date},
                                                    {"ts", BraceKind::timestamp},
                                                    {"timestamp", BraceKind::timestamp}}};
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
 size_t skip_blanks(std::string_view t, size_t p) {
@@ -36,10 +36,10 @@ bool read_ymd(std::string_view t, size_t& p, std::array<int64_t, 3>& ymd) {
   p = skip_blanks(t, p);
   for (size_t k = 0; k < 3; ++k) {
     if (k > 0)
-      while (p < t.size() && !is_digit(t[p])) ++p;
-    if (p >= t.size() || !is_digit(t[p])) return false;
+      while (p < t.size() && !ascii_digit(t[p])) ++p;
+    if (p >= t.size() || !ascii_digit(t[p])) return false;
     int64_t v = 0;
-    for (; p < t.size() && is_digit(t[p]); ++p)
+    for (; p < t.size() && ascii_digit(t[p]); ++p)
       if (v < 100000) v = v * 10 + (t[p] - '0');
     ymd[k] = v;
   }
@@ -63,8 +63,7 @@ int32_t brace_time(std::string_view t) { return parse_time(t.substr(0, t.find('.
 
 BraceKind brace_keyword(std::string_view word) {
   std::string w(word.substr(0, kKeywordChars));
-  for (char& c : w)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  for (char& c : w) c = ascii_lower(c);
   for (const BraceName& b : kBraceNames)
     if (w == b.name) return b.kind;
   return BraceKind::none;

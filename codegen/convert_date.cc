@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "codegen/convert.h"
+#include "runtime/ascii.h"
 
 namespace tav::conv {
 
@@ -28,12 +29,6 @@ constexpr int64_t kNumberCap = 999999999;
 int64_t floor_div(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-// Letters of a month name: ASCII letters, and any byte of a non-ASCII locale name.
-bool is_letter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || static_cast<unsigned char>(c) >= 0x80;
-}
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 size_t skip_blanks(std::string_view t, size_t p) {
   while (p < t.size() && is_blank(t[p])) ++p;
@@ -42,9 +37,9 @@ size_t skip_blanks(std::string_view t, size_t p) {
 
 // Reads a run of digits at p; false (p unchanged) when there is none. The value saturates.
 bool read_number(std::string_view t, size_t& p, int64_t& value) {
-  if (p >= t.size() || !is_digit(t[p])) return false;
+  if (p >= t.size() || !ascii_digit(t[p])) return false;
   value = 0;
-  while (p < t.size() && is_digit(t[p])) {
+  while (p < t.size() && ascii_digit(t[p])) {
     if (value <= kNumberCap) value = value * 10 + (t[p] - '0');
     ++p;
   }
@@ -55,7 +50,7 @@ bool read_number(std::string_view t, size_t& p, int64_t& value) {
 bool abbreviates(std::string_view word, std::string_view name) {
   if (word.size() < kMinMonthLetters || word.size() > name.size()) return false;
   for (size_t i = 0; i < word.size(); ++i)
-    if (lower(word[i]) != lower(name[i])) return false;
+    if (ascii_lower(word[i]) != ascii_lower(name[i])) return false;
   return true;
 }
 
@@ -101,7 +96,7 @@ bool read_field(std::string_view t, size_t& p, const DateSettings& s, DateField&
     return true;
   }
   size_t q = p;
-  while (q < t.size() && is_letter(t[q])) ++q;
+  while (q < t.size() && is_month_letter(t[q])) ++q;
   // Too few letters for any month name: most names with digits in them end here.
   int month = q - p >= kMinMonthLetters ? month_of_name(t.substr(p, q - p), s) : 0;
   if (month == 0) return false;
@@ -225,8 +220,8 @@ DateSettings DateSettings::from_env(const std::function<const char*(const char*)
     long n = std::strtol(v, &end, 10);
     if (*end == 0 && n > -10000 && n < 10000) s.year_offset = static_cast<int>(n);
   }
-  if (const char* v = getenv_fn("TAVDATESEP"); v && v[0] && !v[1] && !is_digit(v[0]) &&
-                                                 !is_letter(v[0]))
+  if (const char* v = getenv_fn("TAVDATESEP"); v && v[0] && !v[1] && !ascii_digit(v[0]) &&
+                                                 !is_month_letter(v[0]))
     s.separator = v[0];
   if (const char* v = getenv_fn("TAVMONTHNAMES"); v && *v) {
     std::array<std::string, 12> names;
@@ -248,6 +243,8 @@ DateSettings DateSettings::from_env(const std::function<const char*(const char*)
 }
 
 // ---- Parsers ---------------------------------------------------------------------------------
+
+bool is_month_letter(char c) { return ascii_alpha(c) || static_cast<unsigned char>(c) >= 0x80; }
 
 int32_t parse_date(std::string_view t, const DateSettings& s, std::string_view* rest) {
   size_t p = skip_blanks(t, 0);
@@ -337,18 +334,18 @@ int32_t parse_time(std::string_view t) {
   int64_t h = 0, m = 0, sec = 0;
   if (!read_number(t, p, h)) return kInvalid;
   auto is_sep = [](char c) { return c == ':' || c == ';' || c == '.' || c == ','; };
-  if (p + 1 < t.size() && is_sep(t[p]) && is_digit(t[p + 1])) {
+  if (p + 1 < t.size() && is_sep(t[p]) && ascii_digit(t[p + 1])) {
     char sep = t[p++];
     read_number(t, p, m);
-    if (p + 1 < t.size() && t[p] == sep && is_digit(t[p + 1])) {
+    if (p + 1 < t.size() && t[p] == sep && ascii_digit(t[p + 1])) {
       ++p;
       read_number(t, p, sec);
     }
   }
   p = skip_blanks(t, p);
   if (p < t.size()) {  // AM or PM
-    char c = lower(t[p]);
-    if ((c != 'a' && c != 'p') || p + 1 >= t.size() || lower(t[p + 1]) != 'm') return kInvalid;
+    char c = ascii_lower(t[p]);
+    if ((c != 'a' && c != 'p') || p + 1 >= t.size() || ascii_lower(t[p + 1]) != 'm') return kInvalid;
     if (skip_blanks(t, p + 2) != t.size() || h > 12) return kInvalid;
     if (c == 'p' && h != 12) h += 12;
     if (c == 'a' && h == 12) h = 0;

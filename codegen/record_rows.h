@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "runtime/ascii.h"
+
 namespace tav {
 
 struct RecordRow {
@@ -57,9 +59,7 @@ enum class MemberKind { text, link, signed_word, character, hex, decimal };
 
 // `word` stands alone in `d`: not part of a longer word ("named"), nor followed by `but`.
 constexpr bool has_word(std::string_view d, std::string_view word, std::string_view but = {}) {
-  auto letter = [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-  };
+  auto letter = [](char c) { return ascii_alnum(c) || c == '_'; };
   for (size_t at = d.find(word); at != d.npos; at = d.find(word, at + 1)) {
     const size_t end = at + word.size();
     if ((at > 0 && letter(d[at - 1])) || (end < d.size() && letter(d[end]))) continue;

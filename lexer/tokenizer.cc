@@ -12,6 +12,7 @@
 
 #include "codegen/convert.h"
 #include "lexer/verbs.h"
+#include "runtime/ascii.h"
 
 namespace tav {
 
@@ -49,11 +50,6 @@ constexpr std::array<uint8_t, 256> make_char_classes() {
 constexpr std::array<uint8_t, 256> kCharClass = make_char_classes();
 
 inline uint8_t char_class(char c) { return kCharClass[static_cast<unsigned char>(c)]; }
-inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
-// A letter that may begin a month name: ASCII, or any byte of a non-ASCII locale name.
-inline bool is_month_letter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || static_cast<unsigned char>(c) >= 0x80;
-}
 
 constexpr std::string_view kEofText = "[EOF]";
 constexpr unsigned kRepeatMax = 511;  // a repeated-character literal must fit a token
@@ -325,7 +321,7 @@ bool Tokenizer::read_file_line() {
     const char* p = line_ + 1;
     while (*p == ' ' || *p == '\t') ++p;
     uint32_t number = 0;
-    for (; is_digit(*p); ++p) number = number * 10 + static_cast<uint32_t>(*p - '0');
+    for (; ascii_digit(*p); ++p) number = number * 10 + static_cast<uint32_t>(*p - '0');
     line_no_ = static_cast<int16_t>(number);
     while (*p == ' ' || *p == '\t') ++p;
     const char* name = p;
@@ -445,16 +441,16 @@ uint32_t Tokenizer::classify_word(bool raw) {
   // Every date has a day or a year and every time its hours, so most names, having no digit,
   // are spared the two parsers. A date begins with its first number or a month name, a time
   // with its hours, so a word that begins otherwise is not given to them either.
-  if (std::any_of(text_, text_ + text_len_, is_digit)) {
+  if (std::any_of(text_, text_ + text_len_, ascii_digit)) {
     const char first = text_[0];
-    if (is_digit(first) || is_month_letter(first)) {
+    if (ascii_digit(first) || conv::is_month_letter(first)) {
       if (int32_t day = conv::parse_date(text(), dates_); day >= 0) {
         value_ = day;
         attribute_ = kDateAttr;
         return kClassDate;
       }
     }
-    if (is_digit(first)) {
+    if (ascii_digit(first)) {
       if (int32_t seconds = conv::parse_time(text()); seconds >= 0) {
         value_ = seconds;
         attribute_ = kTimeAttr;
@@ -483,7 +479,7 @@ bool Tokenizer::classify_number() {
       ++points;
       continue;
     }
-    if (!is_digit(c)) return false;
+    if (!ascii_digit(c)) return false;
     any_digit = true;
     int d = c - '0';
     digits = digits * 10 + d;
@@ -514,7 +510,7 @@ bool Tokenizer::classify_repeated() {
   // <count><quote><character><quote>: count copies of the character.
   size_t i = 0;
   unsigned count = 0;
-  for (; i < text_len_ && is_digit(text_[i]); ++i) {
+  for (; i < text_len_ && ascii_digit(text_[i]); ++i) {
     if (count <= kRepeatMax) count = count * 10 + static_cast<unsigned>(text_[i] - '0');
   }
   if (i == 0 || count == 0 || i >= text_len_ || !(char_class(text_[i]) & kQuote)) return false;
@@ -545,7 +541,7 @@ bool Tokenizer::classify_repeated() {
 bool Tokenizer::classify_parameter() {
   if (text_[0] != '$') return false;
   for (size_t i = 1; i < text_len_; ++i)
-    if (!is_digit(text_[i])) return false;
+    if (!ascii_digit(text_[i])) return false;
   diag_.error_text(txt::parameter_substitution, Context(text()));
   text_len_ = 0;
   text_[0] = 0;

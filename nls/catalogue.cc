@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "runtime/ascii.h"
+
 namespace tav::nls {
 
 namespace {
@@ -21,16 +23,15 @@ constexpr int kFirstNumberWithoutText = 10000;
 constexpr int kLineBytes = 512;  // a longer line is read in pieces, each taken as a line
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
 std::optional<CatalogueLine> parse_catalogue_line(std::string_view line) {
   size_t i = 0;
   while (i < line.size() && is_blank(line[i])) ++i;
-  if (i == line.size() || !is_digit(line[i])) return std::nullopt;
+  if (i == line.size() || !ascii_digit(line[i])) return std::nullopt;
   CatalogueLine out{0, {}};
-  for (; i < line.size() && is_digit(line[i]); ++i) {
+  for (; i < line.size() && ascii_digit(line[i]); ++i) {
     if (out.number < kFirstNumberWithoutText) out.number = out.number * 10 + (line[i] - '0');
   }
   const size_t open = line.find('"', i);

@@ -62,19 +62,6 @@ constexpr SectionKind kSectionKinds[] = {
 
 uint16_t kind_of(uint16_t kind_word) { return kind_word & 3; }
 
-// A section name: letters, digits, "_", "-", "$" and "%", with at least one letter.
-bool valid_section_name(std::string_view name) {
-  bool letter = false;
-  for (char c : name) {
-    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) {
-      letter = true;
-    } else if (!((c >= '0' && c <= '9') || c == '_' || c == '-' || c == '$' || c == '%')) {
-      return false;
-    }
-  }
-  return letter;
-}
-
 // The work done when a section ends: checks of its fields and modes.
 void end_section(Parser& p) {
   OpSpace& ops = p.ops;
@@ -212,7 +199,7 @@ namespace {
 // The section's name, declared (or its earlier declaration taken) as the current section of the
 // kind. 0 after reporting.
 uint32_t declare_section(Parser& p, const SectionKind& sk) {
-  if (p.next() != kClassName || !valid_section_name(p.text())) {
+  if (p.next() != kClassName || !valid_name_characters(p.text())) {
     p.diag.error(msg::invalid_screen_name);
     p.ob.set_level(-1);
     p.tok.skip_to_statement();

@@ -6,6 +6,7 @@
 
 #include "codegen/convert.h"
 #include "codegen/header.h"
+#include "runtime/ascii.h"
 #include "symbols/clauses.h"
 #include "symbols/parser_core.h"
 #include "symbols/picture.h"
@@ -16,32 +17,19 @@ namespace tav {
 
 namespace {
 
-
 constexpr uint16_t kCaseFlags = fsym::flag_upper | fsym::flag_lower | fsym::flag_justify;
 
-bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-// A field name holds letters, digits, "_", "-", "$" and "%", at least one letter, and is neither
-// a keyword nor something the tokenizer would read as a date.
+// A field name has the characters of a name and is neither a keyword nor something the
+// tokenizer would read as a date.
 bool valid_field_name(const ParserCore& p, std::string_view name) {
-  if (name.empty()) return false;
-  bool letter = false;
-  for (char c : name) {
-    if (is_letter(c)) {
-      letter = true;
-    } else if (!(is_digit(c) || c == '_' || c == '-' || c == '$' || c == '%')) {
-      return false;
-    }
-  }
-  if (!letter || find_keyword(name) != 0) return false;
+  if (!valid_name_characters(name) || find_keyword(name) != 0) return false;
   return conv::parse_date(name, p.settings.dates) < 0;
 }
 
 std::string lower_case(std::string_view name) {
   std::string s(name);
   for (char& c : s)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    c = ascii_lower(c);
   return s;
 }
 
@@ -331,6 +319,18 @@ void FieldDefinition::finish() {
 }
 
 }  // namespace
+
+bool valid_name_characters(std::string_view name) {
+  bool letter = false;
+  for (char c : name) {
+    if (ascii_alpha(c)) {
+      letter = true;
+    } else if (!(ascii_digit(c) || c == '_' || c == '-' || c == '$' || c == '%')) {
+      return false;
+    }
+  }
+  return letter;
+}
 
 uint32_t define_field(ParserCore& p, std::string_view name_in, bool local) {
   const std::string name = lower_case(name_in);

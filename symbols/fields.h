@@ -50,6 +50,10 @@ void define_fields(ParserCore& p);
 // "object.field" prefix is error 120; else it receives the qualifying object (or 0).
 uint32_t reference_field(ParserCore& p, std::string_view name, uint32_t* object);
 
+// The characters of a field or section name: letters, digits, "_", "-", "$" and "%", with at
+// least one letter.
+bool valid_name_characters(std::string_view name);
+
 // True when the name (an "object." prefix is dropped) is a program field or a field of an open
 // dictionary. Creates nothing.
 bool field_is_known(ParserCore& p, std::string_view name);
