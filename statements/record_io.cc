@@ -69,26 +69,33 @@ bool read_object_head(Parser& p, uint32_t joiner, ObjectHead& head) {
   return true;
 }
 
+namespace {
+
+// One named field of `object` appended to a field list; error 81 when the object lacks it.
+void add_to_field_list(Parser& p, uint32_t object, const std::string& name, uint32_t& head, uint32_t& tail) {
+  uint32_t prefix = 0;
+  const uint32_t f = reference_field(p, name, &prefix);
+  if (f == 0) return;
+  if (!field_in_object(p, object, f)) p.diag.error_with(msg::field_not_contained_object, name);
+  const uint32_t e = p.ops.alloc(flist::size);
+  p.ops.put24(e + flist::fl_field, f);
+  append_to_list(p.ops, head, tail, e, flist::fl_next);
+}
+
+}  // namespace
+
 uint32_t field_list_of(Parser& p, uint32_t object, const std::vector<std::string>& names) {
-  OpSpace& ops = p.ops;
   uint32_t head = 0, tail = 0;
-  for (const std::string& name : names) {
-    uint32_t prefix = 0;
-    const uint32_t f = reference_field(p, name, &prefix);
-    if (f == 0) continue;
-    if (!field_in_object(p, object, f)) p.diag.error_with(msg::field_not_contained_object, name);
-    const uint32_t e = ops.alloc(flist::size);
-    ops.put24(e + flist::fl_field, f);
-    append_to_list(ops, head, tail, e, flist::fl_next);
-  }
+  for (const std::string& name : names) add_to_field_list(p, object, name, head, tail);
   return head;
 }
 
+// Each field is checked as it is read, so that a message about it is shown on its own line.
 uint32_t read_field_list(Parser& p, uint32_t object) {
-  std::vector<std::string> names;
-  while (p.next() == kClassName) names.emplace_back(p.text());
+  uint32_t head = 0, tail = 0;
+  while (p.next() == kClassName) add_to_field_list(p, object, std::string(p.text()), head, tail);
   p.push_back();
-  return field_list_of(p, object, names);
+  return head;
 }
 
 // ---- ON ERROR -------------------------------------------------------------------------------

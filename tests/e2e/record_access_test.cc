@@ -314,6 +314,10 @@ TEST(RecordAccess, ErrorsAndWarningsWithTheirLines) {
       {"restore cust leaving all\n", 14, "ERROR", "Duplicate or incompatible clause - 'all'"},
       {"restore cname from cust leaving cno\n", 14, "ERROR", "Duplicate or incompatible clause - 'leaving'"},
       {"initialise cust leaving 5\n", 14, "ERROR", "Field name expected - '5'"},
+      // A LEAVING field the object lacks is reported on its own line, not the next statement's.
+      {"initialise cust leaving cno\n other\npause\n", 15, "ERROR", "Field not contained in object - 'other'"},
+      {"restore cust leaving\n other\npause\n", 15, "ERROR", "Field not contained in object - 'other'"},
+      {"pop cust leaving cno\n other\npause\n", 15, "ERROR", "Field not contained in object - 'other'"},
       {"audit\n", 14, "ERROR", "Object name expected - 'audit'"},
       {"audit cust to 5\n", 14, "ERROR", "Alpha-literal expected - '5'"},
       {"audit off cust to \"x\"\n", 14, "ERROR", "Invalid clause - 'to'"},
