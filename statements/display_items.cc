@@ -130,8 +130,7 @@ ClauseStep column(Item& i) {
   if (!is_print(i)) return skip_invalid_clause(p);
   if (i.positioned || i.column_given) p.diag.error(msg::duplicate_incompatible_clause);
   i.column_given = true;
-  Operand c = compile_operand(p, i.d + ditem::di_column, kMaxColumn);
-  if (c.literal && p.ops.get24(i.d + ditem::di_column) == 0) p.diag.error(msg::numeric_value_invalid_out_range);
+  read_coordinate(p, i.d + ditem::di_column, false, kMaxColumn);
   return ClauseStep::next;
 }
 

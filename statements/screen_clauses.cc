@@ -23,18 +23,20 @@ bool in_data_grid_detail(Parser& p) {
   return p.part == SectionPart::detail && (review_word(p) & ssym::review_data_grid);
 }
 
-// One coordinate: an operand value; a literal must lie in 1 to 255 (error 3), and one that
-// cannot be an immediate (a fraction) needs table version 7. Returns the literal, or -1.
-int32_t read_coordinate(Parser& p, uint32_t dest, bool screen) {
+}  // namespace
+
+int32_t read_coordinate(Parser& p, uint32_t dest, bool screen, int32_t highest) {
   Operand v = compile_operand(p, dest, screen ? -2 : 0);
   if (v.type.failed || !v.literal) return -1;
-  if (v.value < 1 || v.value > kCoordinateMax) {
+  if (v.value < 1 || v.value > highest) {
     p.diag.error(msg::row_column_invalid_out_range);
     return -1;
   }
   if (p.ops.get24(dest) & kOperandList) p.max_opt_ver(7);
   return static_cast<int32_t>(v.value);
 }
+
+namespace {
 
 // A literal coordinate against one pair of window edges, each taken when it is an immediate.
 bool outside(const OpSpace& ops, uint32_t low_edge, uint32_t high_edge, int32_t value) {
@@ -87,12 +89,12 @@ void read_position(Parser& p, uint32_t dest) {
 }
 
 bool read_coordinates(Parser& p, uint32_t dest, bool screen) {
-  int32_t row = read_coordinate(p, dest, screen);
+  int32_t row = read_coordinate(p, dest, screen, kCoordinateMax);
   if (!expression_follows(p)) {
     p.diag.error(msg::row_column_coordinates_expected);
     return false;
   }
-  int32_t column = read_coordinate(p, dest + 3, screen);
+  int32_t column = read_coordinate(p, dest + 3, screen, kCoordinateMax);
   if (screen) check_against_window(p, row, column);
   return true;
 }

@@ -21,6 +21,10 @@ void read_position(Parser& p, uint32_t dest);
 // error 3. Returns false when the statement was abandoned.
 bool read_coordinates(Parser& p, uint32_t dest, bool screen);
 
+// One coordinate as an operand value at dest: a literal must lie in 1 to `highest` (error 3), and
+// one that cannot be an immediate (a fraction) needs table version 7. Returns the literal, or -1.
+int32_t read_coordinate(Parser& p, uint32_t dest, bool screen, int32_t highest);
+
 // PICTURE [IS] p, the word after the clause word: the picture text, read as one raw word so that
 // "9(5)v99" stays whole (keywords are still recognised in raw mode, which lets IS come first).
 std::string read_raw_picture(Parser& p);
