@@ -104,15 +104,13 @@ void primary_key(Header& h, uint32_t object) {
       p.diag.error(msg::syntax_error);
       return;
     }
-    if (p.next() == kClassNumeric) {
-      ops.at(h.s + ssym::s_key_number)[0] = static_cast<uint8_t>(literal_in_range(p, 1, 255) & 0xff);
-    } else {
-      p.push_back();
-      uint32_t block = ops.alloc(accesskey::size);
-      if (key_by_field_names(p, object, block) < 0) return;
-      ops.at(h.s + ssym::s_key_number)[0] = ops.at(block + accesskey::a_index)[0];
-      ops.at(h.s + ssym::s_key_parts)[0] = ops.at(block + accesskey::a_key_count)[0];
-    }
+    // The record statements' ON INDEX: a key number, or the fields that lead a key.
+    RecordIo r{p, RecordIo::get};
+    r.block = ops.alloc(accesskey::size);
+    r.object = object;
+    if (io_index(r) == ClauseStep::done) return;
+    ops.at(h.s + ssym::s_key_number)[0] = ops.at(r.block + accesskey::a_index)[0];
+    ops.at(h.s + ssym::s_key_parts)[0] = ops.at(r.block + accesskey::a_key_count)[0];
   }
   uint32_t c = p.next();
   if (c != verb("same") && c != verb("different")) {

@@ -203,6 +203,23 @@ TEST(Select, ScreensSelectTheirPrimaryObject) {
   EXPECT_EQ(listed, (std::vector<uint32_t>{sel, s2, rec}));
 }
 
+// ON INDEX after the PRIMARY object names the key by number or by its leading fields, as the
+// record statements read it.
+TEST(Select, PrimaryOnIndex) {
+  const tavtest::Compiled r = compile_source(
+      "field cno pic 9(6)\nfield cname pic x(30)\n"
+      "object two type indexed file \"two\"\n  record cno cname end-record\n  key cno unique\n  key cname\n"
+      "procedure main\n do s1\n do s2\nend\n"
+      "screen s1 primary two on index 2\ndetail\n accept cno @ 1,1\nend\n"
+      "screen s2 primary two on index cname\ndetail\n accept cno @ 1,1\nend\n");
+  ASSERT_EQ(r.result.status, 0) << r.result.out;
+  const Op6& t = r.image;
+  EXPECT_EQ(t.u8(t.section_named("s1") + ssym::s_key_number), 2u);
+  EXPECT_EQ(t.u8(t.section_named("s2") + ssym::s_key_number), 2u);
+  EXPECT_TRUE(contains(compile("procedure main\n do s1\nend\nscreen s1 primary cust on index 2\nend\n").result.out,
+                       "line 17: ERROR  No such index for object - '2'"));
+}
+
 // SAME or DIFFERENT after the PRIMARY object: the leading key parts used, and the key flags in the
 // kind word. SAME makes the implicit select keep to the records that share the key; DIFFERENT
 // makes it DISTINCT over the leading parts.
