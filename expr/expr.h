@@ -66,6 +66,11 @@ class SelectScope {
   virtual bool sub_query(ParserCore& p, ExprType& type) = 0;
 };
 
+// A call of the function numbered `number` with `arguments` arguments already compiled into the
+// current list, exactly as a call written in a program is emitted (the debug form carries the
+// function's word). Returns the call op.
+uint32_t emit_function_call(ParserCore& p, uint16_t number, int arguments);
+
 // Compiles a value expression into the current level's op list. Aggregates are accepted only
 // with allow_aggregates and a sink; a SELECT operand only with allow_select and a scope.
 ExprType compile_expression(ParserCore& p, uint32_t allow = allow_nothing,

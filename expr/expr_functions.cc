@@ -72,7 +72,7 @@ namespace {
 
 // The call after its arguments: the function number and the argument count (and, in debug
 // compiles, the function's word).
-void emit_call(ParserCore& p, const FunctionRow& row, int n) {
+uint32_t emit_call(ParserCore& p, const FunctionRow& row, int n) {
   OpSpace& ops = p.ops;
   uint32_t call = p.ob.emit(Op::function_call);
   ops.put16(call + funcall::fc_number, row.number);
@@ -82,6 +82,7 @@ void emit_call(ParserCore& p, const FunctionRow& row, int n) {
     ops.put32(copy, row.code);
     ops.put24(call + funcall::fc_verb, copy);
   }
+  return call;
 }
 
 }  // namespace
@@ -282,4 +283,11 @@ bool Compiler::aggregate_call(const FunctionRow& row) {
 }
 
 }  // namespace expr
+
+uint32_t emit_function_call(ParserCore& p, uint16_t number, int arguments) {
+  for (const expr::FunctionRow& row : expr::kFunctions)
+    if (row.number == number) return expr::emit_call(p, row, arguments);
+  p.diag.fatal_text(txt::function_not_implemented, Context());
+  return 0;
+}
 }  // namespace tav

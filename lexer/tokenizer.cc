@@ -216,6 +216,9 @@ void Tokenizer::save_position() {
   line_[0] = 0;
   pos_ = 0;
   state_ = 0;
+  // The inserted text is read from its start even when the position saved is the end of input,
+  // which is otherwise delivered again and again.
+  class_ = kClassName;
 }
 
 void Tokenizer::restore_position() {

@@ -347,8 +347,7 @@ void selection_handler(HelpScreen& h) {
   ops.put32(value, find_mode(p, "~-select"));
   ops.put24(mode + nameop::na_value, value);
   *ops.at(mode + nameop::na_type) = kModeNameType;
-  const uint32_t call = p.ob.emit(Op::function_call);
-  ops.put16(call + funcall::fc_number, kModeFunction);
+  emit_function_call(p, kModeFunction, 0);
   const uint32_t cmp = p.ob.emit(Op::comparison);
   ops.put16(cmp + cmpop::cmp_code, kEqual);
   ops.put24(branch + ifop::if_condition, p.ob.top().head);

@@ -3,6 +3,7 @@
 
 #include "codegen/header.h"
 #include "codegen/op_records.h"
+#include "lexer/verbs.h"
 #include "statements/records.h"
 #include "symbols/records.h"
 #include "tests/e2e/driver_fixture.h"
@@ -201,6 +202,16 @@ TEST(Accept, DictionaryValidationText) {
   EXPECT_FALSE(contains(c.result.out, "Duplicate")) << c.result.out;
 }
 
+// An ACCEPT at the very end of the program: the end of the validation text gives the position
+// back, and the program's own end of input ends the clauses.
+TEST(Accept, DictionaryValidationTextAtTheEndOfTheProgram) {
+  const tavtest::Compiled c = compile_against(
+      "field cust-name pic x(30)\n//% field cust-name validation upper-case\n",
+      "procedure main\n accept cust-name @ 1,1");
+  EXPECT_FALSE(contains(c.result.out, "[EOF]")) << c.result.out;
+  EXPECT_EQ(c.result.status, 0) << c.result.out;
+}
+
 TEST(Accept, DictionaryValidationDescriptor) {
   const tavtest::Compiled c = compile_against(
       "field cust-name pic x(30)\n"
@@ -283,7 +294,9 @@ const char kLookUp[] =
     "object more type indexed file \"more\" record other end-record key other unique no-joins\n"
     "screen main\ndetail\n";  // the ACCEPT is on line 11
 
-tavtest::Compiled compile_help(const std::string& accept) { return compile_source(kLookUp + accept + "\nend\n"); }
+tavtest::Compiled compile_help(const std::string& accept, std::vector<std::string> options = {}) {
+  return compile_source(kLookUp + accept + "\nend\n", std::move(options));
+}
 
 uint32_t help_screen_of(const Op6& t, uint32_t accept_op) {
   EXPECT_EQ(t.u16(accept_op + acceptop::ao_length), 78u);
@@ -356,6 +369,21 @@ TEST(HelpScreen, HiddenScreenAndItsCode) {
   for (const char* line : {"ad_help_screen 0x", "\"~-hs\"\n          s_prompt_pos",
                            "s_modes [\"~-select\" \"find\" \"next-scr\" \"prev-scr\" \"next\" \"prev\"]"})
     EXPECT_TRUE(contains(dump, line)) << line << dump;
+}
+
+// Under -d the generated call of the selection test carries the function's word, as a call
+// written in a program does.
+TEST(HelpScreen, DebugCallCarriesTheFunctionWord) {
+  tavtest::Compiled c = compile_help(" accept pick @ 2,1 help-screen showing code primary codes using codes.code", {"-d"});
+  ASSERT_EQ(c.result.status, 0) << c.result.out;
+  const Op6& t = c.image;
+  const uint32_t s = help_screen_of(t, accepts(t)[0]);
+  uint32_t call = 0;
+  for (uint32_t op : t.list(t.u24(s + ssym::s_detail)))
+    if (t.opcode(op) == Op::if_) call = ops_of(t, t.u24(op + ifop::if_condition), Op::function_call).at(0);
+  ASSERT_NE(call, 0u);
+  EXPECT_EQ(t.u16(call + funcall::fc_number), 73u);
+  EXPECT_EQ(t.u32(t.u24(call + funcall::fc_verb)), verb("get_system_metrics"));
 }
 
 // Where the window stands and how far it reaches: 20 - row entries by default, the fields side by
