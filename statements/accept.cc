@@ -135,7 +135,7 @@ uint32_t open_descriptor(Parser& p, uint32_t op) {
 // ACCEPT field clauses...
 void compile_accept(Parser& p) {
   p.accept();
-  if (p.ob.top().head == 0) p.ob.emit(Op::placeholder);
+  p.ob.emit(Op::placeholder);  // only an empty list takes it; the request is counted either way
   p.ob.emit_statement_marker(verb("accept"));
   Accept a{p, p.ob.emit(Op::accept), p.ops.alloc(adesc::size), p.accept_chain};
   p.ops.put24(a.d + adesc::ad_chain, a.previous);
@@ -235,7 +235,7 @@ void mark_key_accept(Parser& p, uint32_t field) {
 bool display_as_accept(Parser& p, uint32_t item, uint32_t length) {
   const bool long_form = length > ditem::di_title_pos;
   if (!shown_as_accept(p, item, long_form)) return false;
-  if (p.ob.top().head == 0) p.ob.emit(Op::placeholder);
+  p.ob.emit(Op::placeholder);  // only an empty list takes it; the request is counted either way
   p.ob.emit_statement_marker(verb("accept"));
   Accept a{p, p.ob.emit(Op::accept), p.ops.alloc(adesc::size), p.accept_chain};
   p.ops.put24(a.d + adesc::ad_chain, a.previous);

@@ -360,6 +360,7 @@ void compile_switch(Parser& p) {
     p.ob.emit_statement_marker(verb("else"));
     stop = compile_branch(p, {verb("end"), verb("end_switch")});
   } else {
+    p.ob.emit(Op::placeholder);  // counted, but the level holds the SWITCH, so nothing is added
     ops.put24(op + switchop::sw_else, p.ob.top().tail);
   }
   patch_jumps(p, jumps);

@@ -33,7 +33,9 @@ std::vector<std::string> tavcmp_argv(std::vector<std::string> args) {
 TEST(ScreenProgress, BannerAndSummary) {
   TAV_REQUIRE_TMUX();
   TempDir dir;
-  write_file(dir / "ok.spl", kClean);
+  // A SWITCH without ELSE requests the placeholder op into a list that already holds ops: it
+  // adds nothing, but the request is counted.
+  write_file(dir / "ok.spl", "procedure main\n  pause\n  switch on 1\n  case 1\n    pause\n  end-switch\nend\n");
   TmuxSession s;
   ASSERT_TRUE(s.start(tavcmp_argv({"-nsx", "99", "ok.spl"}), screen_options(dir, 40)));
   ASSERT_TRUE(s.wait_for(kPrompt)) << s.capture();
@@ -46,8 +48,8 @@ TEST(ScreenProgress, BannerAndSummary) {
   const std::vector<std::string> summary = {
       "COMPILATION SUMMARY", "", "No errors found", "", "Initial screen = \"main\"",
       "Elapsed time = ", "Average lines processed per minute = ", "Operations table version = 6.3",
-      "", "TOTAL:", "Fields = 0", "Objects = 0", "Screens = 1", "Source Lines = 3",
-      "Source Words = 5", "SIZES:", "Operations Table = ", "Data = 8"};
+      "", "TOTAL:", "Fields = 0", "Objects = 0", "Screens = 1", "Source Lines = 7",
+      "Source Words = 12", "SIZES:", "Operations Table = ", "Data = 8"};
   for (size_t i = 0; i < summary.size(); ++i) {
     const std::string& row = rows[5 + i];
     if (summary[i].empty())
@@ -63,6 +65,7 @@ TEST(ScreenProgress, BannerAndSummary) {
   // -x 99 with the summary writes the op statistics.
   std::string stats = read_file(dir / "tavcmp.out");
   EXPECT_TRUE(std::regex_match(stats, std::regex("(op=[0-9]+, cnt=[1-9][0-9]*\n)+"))) << stats;
+  EXPECT_TRUE(contains(stats, "op=19, cnt=1\n")) << stats;
 }
 
 // 30 errors on a 24-row terminal: the window holds 16 message rows, so the 17th message waits
