@@ -56,12 +56,6 @@ bool is_word(ParserCore& p, uint32_t c) {
                              find_operator(c) == nullptr);
 }
 
-// The statement must end here.
-void expect_end(ParserCore& p) {
-  p.next();
-  if (!p.at_statement_start()) p.fail(msg::syntax_error);
-}
-
 // SET object.* = other.* (or = *).
 uint32_t record_copy(ParserCore& p, std::string_view target) {
   OpSpace& ops = p.ops;
@@ -288,13 +282,11 @@ uint32_t compile_assignment(ParserCore& p, bool for_loop) {
   return s.op;
 }
 
+// A word after the value ends the expression and is left for the statement dispatcher, which
+// reports what does not start a statement.
 void compile_set(ParserCore& p) {
   p.accept();
-  if (compile_assignment(p, false) == 0) {
-    if (!p.at_statement_start()) p.tok.skip_to_statement();
-    return;
-  }
-  expect_end(p);
+  if (compile_assignment(p, false) == 0 && !p.at_statement_start()) p.tok.skip_to_statement();
 }
 
 namespace {
