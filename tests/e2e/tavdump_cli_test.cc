@@ -172,6 +172,30 @@ TEST(TavdumpCli, DamagedSelectRecordsAreReported) {
   }
 }
 
+// A report list whose link leads out of the file, met while a REPORT SECTION op is printed, is
+// damage like any other link; a listing that cannot be written fails the run.
+TEST(TavdumpCli, ReportLinksAndOutputFailures) {
+  TempDir dir;
+  const std::string bytes = tavtest::read_file(
+      debug_table(dir, "procedure main\n report name r full-xml\n report section \"s\" on r\nend\n"));
+  const tavtest::Op6 table(bytes);
+  std::string broken = bytes;
+  const uint32_t r = table.u24(24), far = 0xfffff0;  // the header's report list
+  for (int i = 0; i < 3; ++i) broken[r + 5 + i] = static_cast<char>(far >> (16 - 8 * i));  // its r_next
+  tavtest::write_file(dir / "broken.op6", broken);
+  RunResult damaged = tavdump({dir / "broken.op6"});
+  EXPECT_EQ(damaged.status, 1) << damaged.err;
+  EXPECT_NE(damaged.err.find("damaged: "), std::string::npos) << damaged.err;
+
+  for (const std::vector<std::string>& args : {std::vector<std::string>{dir / "prog.op6"}, {"--help"}}) {
+    std::vector<std::string> argv{"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full", tavtest::program("tavdump")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    const RunResult full = tavtest::run(argv);
+    EXPECT_EQ(full.status, 1) << args[0];
+    EXPECT_NE(full.err.find("tavdump: cannot write the listing: No space left on device"), std::string::npos) << full.err;
+  }
+}
+
 // Whatever is not a table is refused at once: no endless read, no hang on a FIFO. A table cut
 // short is damaged.
 TEST(TavdumpCli, RefusesWhatIsNoTable) {

@@ -70,6 +70,17 @@ bool read_table_file(const char* path, std::vector<uint8_t>& bytes, std::string&
   return ok;
 }
 
+// Standard output flushed and closed: a listing that did not reach its file (a full disk, a
+// closed pipe) is a failure of the run, said on standard error. The caller clears errno before
+// its writes, so that the reason of a failed write before the flush is kept.
+bool output_written() {
+  const bool failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+  const int saved = errno;
+  if (std::fclose(stdout) == 0 && !failed) return true;
+  std::fprintf(stderr, "tavdump: cannot write the listing: %s\n", std::strerror(failed && saved != 0 ? saved : errno));
+  return false;
+}
+
 }  // namespace
 
 int tavdump_main(int argc, char** argv) {
@@ -79,8 +90,9 @@ int tavdump_main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (!options_done && a == "--help") {
+      errno = 0;
       std::fputs(kUsage, stdout);
-      return 0;
+      return output_written() ? 0 : 1;
     }
     if (!options_done && a == "--version") return print_version("tavdump");
     if (!options_done && a == "--") {
@@ -109,8 +121,9 @@ int tavdump_main(int argc, char** argv) {
     return 1;
   }
   DumpResult r = dump_op6(bytes.data(), bytes.size(), options);
+  errno = 0;
   std::fwrite(r.text.data(), 1, r.text.size(), stdout);
-  std::fflush(stdout);
+  if (!output_written()) return 1;
   if (!r.ok) {
     std::fprintf(stderr, "tavdump: %s: %s: %s\n", file, r.not_a_table ? "not an operations table" : "damaged",
                  r.damage.c_str());

@@ -73,9 +73,15 @@ Image::Image(const uint8_t* bytes, size_t size) : bytes_(bytes) {
 uint32_t Image::h16(uint32_t member) const { return get16(bytes_ + member); }
 uint32_t Image::h24(uint32_t member) const { return get24(bytes_ + member); }
 uint32_t Image::h32(uint32_t member) const { return get32(bytes_ + member); }
-uint32_t Image::u16(uint32_t off) const { return get16(bytes_ + off); }
-uint32_t Image::u24(uint32_t off) const { return get24(bytes_ + off); }
-uint32_t Image::u32(uint32_t off) const { return get32(bytes_ + off); }
+uint32_t Image::within(uint32_t off, uint32_t n) const {
+  if (static_cast<uint64_t>(off) + n > static_cast<uint64_t>(ops_size_) + data_size_)
+    throw Damaged{"a read of " + std::to_string(n) + " bytes at " + hex24(off) + " runs past the end of the file"};
+  return off;
+}
+
+uint32_t Image::u16(uint32_t off) const { return get16(bytes_ + within(off, 2)); }
+uint32_t Image::u24(uint32_t off) const { return get24(bytes_ + within(off, 3)); }
+uint32_t Image::u32(uint32_t off) const { return get32(bytes_ + within(off, 4)); }
 
 void Image::check_record(uint32_t off, uint32_t size, const std::string& what) const {
   if (off < hdr::size)

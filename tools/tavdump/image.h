@@ -40,8 +40,10 @@ class Image {
   // A record of `size` bytes at `off`: it must start after the header and end inside the
   // operations image.
   void check_record(uint32_t off, uint32_t size, const std::string& what) const;
-  // Reads inside a checked record (no further checks: the caller checked the record).
-  uint8_t u8(uint32_t off) const { return bytes_[off]; }
+  // Reads inside a checked record. The caller checks the record against the operations image;
+  // every read is still held inside the file, so that a link the caller did not check is
+  // reported as damage rather than followed out of the file.
+  uint8_t u8(uint32_t off) const { return bytes_[within(off, 1)]; }
   uint32_t u16(uint32_t off) const;
   uint32_t u24(uint32_t off) const;
   uint32_t u32(uint32_t off) const;
@@ -51,6 +53,8 @@ class Image {
   std::string text(uint32_t off, const std::string& what) const;
 
  private:
+  uint32_t within(uint32_t off, uint32_t n) const;  // off, or Damaged when off + n passes the end
+
   const uint8_t* bytes_;
   uint32_t ops_size_ = 0;
   uint32_t data_size_ = 0;

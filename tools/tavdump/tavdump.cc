@@ -1321,6 +1321,7 @@ class Printer {
     Walk walk("report list");
     for (uint32_t e = img_.h24(hdr::h_report_list); e != 0; e = img_.u24(e + report::r_next)) {
       walk.visit(e);
+      img_.check_record(e, report::size, "report record");
       if (e == r) return true;
     }
     return false;
