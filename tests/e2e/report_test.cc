@@ -174,7 +174,7 @@ TEST(Report, Messages) {
            Case{" report name r width 80\n print n @ 2,1 on r\n", "line 5: ERROR  @ coordinates only valid for named FULL-PAGE reports"},
            Case{" report name r\n print n @ 0,1 on r\n", "line 5: ERROR  Row/Column is invalid or out of range"},
            Case{" report\n print n col 301\n", "line 5: ERROR  Row/Column is invalid or out of range - '301'"},
-           Case{" report\n print n in col 0\n", "line 5: ERROR  Row/Column is invalid or out of range - '0'"},
+           Case{" report\n print n col 0\n", "line 5: ERROR  Row/Column is invalid or out of range - '0'"},
            Case{" report\n print n font 16\n", "line 5: ERROR  Numeric value invalid or out of range - '16'"},
            Case{" report\n print n font x\n", "line 5: ERROR  Numeric-literal expected - 'x'"},
            Case{" report name r\n print n on r on r\n", "line 5: ERROR  Duplicate or incompatible clause"},

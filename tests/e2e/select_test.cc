@@ -217,7 +217,7 @@ TEST(Select, PrimaryOnIndex) {
   EXPECT_EQ(t.u8(t.section_named("s1") + ssym::s_key_number), 2u);
   EXPECT_EQ(t.u8(t.section_named("s2") + ssym::s_key_number), 2u);
   EXPECT_TRUE(contains(compile("procedure main\n do s1\nend\nscreen s1 primary cust on index 2\nend\n").result.out,
-                       "line 17: ERROR  No such index for object - '2'"));
+                       "line 15: ERROR  No such index for object - '2'"));
 }
 
 // SAME or DIFFERENT after the PRIMARY object: the leading key parts used, and the key flags in the
