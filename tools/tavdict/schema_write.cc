@@ -57,8 +57,10 @@ std::string picture_of(uint16_t format) {
 // statement settles them; nothing when none do.
 std::optional<std::string> type_clauses(char letter, uint16_t format) {
   const auto gives = [&](SettledType s) { return s.compatible && s.letter == letter && s.format == format; };
+  // A TYPE word alone gives its type's default definition; one whose definition a plain picture
+  // gives too (COLOUR: pic 9(5)) would make a number read as a colour, and is left to the picture.
   for (const TypeWordRow& row : kTypeWords)
-    if (row.letter == letter && gives(settle_type(letter, row.format != 0, row.format)))
+    if (row.letter == letter && row.format == 0 && gives(settle_type(letter, false, 0)))
       return "type " + spelled(row.word);
   const bool rounded = conv::fmt_numeric(format) && (format & conv::kFmtRounded);
   const std::string pic = "pic " + picture_of(format) + (rounded ? " rounded" : "");
