@@ -63,6 +63,17 @@ bool create_missing(const std::string& prefix, Problems& problems, std::vector<s
   return true;
 }
 
+// Each table file of the dictionary that cannot be opened, with why: the compiler's messages
+// name the dictionary, or the first file it met.
+void name_unusable_tables(const std::string& prefix, Problems& problems) {
+  for (int i = 0; i < kDictTableCount; ++i) {
+    const DictTable t = static_cast<DictTable>(i);
+    int error = 0;
+    if (!IndexedFile::open(table_name(prefix, t), dict_table_desc(t), datafile::kLocal | datafile::kReadOnly, error))
+      problems.push_back(table_name(prefix, t) + ".idx: cannot be opened: " + Diagnostics::io_error_text(error));
+  }
+}
+
 // The highest id on an index whose first column is the id, descending; 0 when the table is empty.
 uint16_t highest_id(DictionaryFiles& files, DictTable t, const DictColumn& id) {
   DictRow r(t);
@@ -389,10 +400,12 @@ std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool 
   try {
     if (store->files_.open(":" + local, read_only) != 0) {
       problems.push_back(table_name(local, DictTable::documentation) + ".idx: cannot be opened");
+      name_unusable_tables(local, problems);
       return nullptr;
     }
   } catch (const RunStop& stop) {
     problems.push_back(stop.message);
+    name_unusable_tables(local, problems);
     return nullptr;
   }
   return store;
