@@ -750,6 +750,8 @@ std::optional<std::string> find_file(std::string_view name, std::string_view sea
 }
 
 std::optional<std::string> read_text_file(const std::string& path, size_t count) {
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;  // a FIFO would wait for ever
   std::ifstream in(path, std::ios::binary);
   if (!in) return std::nullopt;
   std::string text(count, '\0');

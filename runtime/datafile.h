@@ -173,7 +173,8 @@ std::string_view local_name(std::string_view name);
 // Returns the path found: the name itself when found in the current directory.
 std::optional<std::string> find_file(std::string_view name, std::string_view search_path);
 
-// Reads up to `count` bytes from the start of a text file; nothing when it cannot be read.
+// Reads up to `count` bytes from the start of a text file; nothing when it cannot be read or is
+// not a regular file (which is not opened).
 std::optional<std::string> read_text_file(const std::string& path, size_t count);
 
 }  // namespace tav::datafile

@@ -266,8 +266,12 @@ TEST(TavdictSafety, DamagedTableFilesAreReported) {
                                                    {"load", "app", "in.sch"}}) {
         const RunResult r = tavdict(dir.path(), args, {"TMPDIR=" + (dir / "tmp")});
         EXPECT_NE(r.status, 134) << what << " " << args[0];
-        if (args[0] != "check") EXPECT_EQ(r.status, 1) << what << " " << args[0];
-        if (r.status != 0) EXPECT_TRUE(contains(r.out + r.err, file)) << what << " " << args[0] << "\n" << r.out << r.err;
+        if (args[0] != "check") {
+          EXPECT_EQ(r.status, 1) << what << " " << args[0];
+        }
+        if (r.status != 0) {
+          EXPECT_TRUE(contains(r.out + r.err, file)) << what << " " << args[0] << "\n" << r.out << r.err;
+        }
         EXPECT_EQ(leftovers(dir.path()), std::vector<std::string>{}) << what << " " << args[0];
         EXPECT_EQ(list_dir(dir / "tmp"), std::vector<std::string>{}) << what << " " << args[0];
       }
@@ -311,7 +315,9 @@ TEST(TavdictSafety, KilledLoadLeavesBeforeOrAfter) {
       const std::string what = "signal " + std::to_string(sig) + " after " + std::to_string(ms) + " ms";
       EXPECT_TRUE(status == 0 || status == 128 + sig) << what << ": " << status;
       expect_whole(dir, before, after, what);
-      if (sig != SIGKILL) EXPECT_EQ(list_dir(dir / "tmp"), std::vector<std::string>{}) << what;
+      if (sig != SIGKILL) {
+        EXPECT_EQ(list_dir(dir / "tmp"), std::vector<std::string>{}) << what;
+      }
       for (const std::string& name : list_dir(dir / "tmp")) fs::remove_all(dir / ("tmp/" + name));
     }
   }

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -305,6 +306,8 @@ TEST(FileSearch, PathsAndNames) {
   EXPECT_EQ(local_name(":/dict/"), "/dict/");
   EXPECT_EQ(read_text_file(dir / "b/x", 19), "");
   EXPECT_EQ(read_text_file(dir / "none", 19), std::nullopt);
+  ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0644), 0);
+  EXPECT_EQ(read_text_file(dir / "fifo", 19), std::nullopt);  // refused, not waited on
 }
 
 }  // namespace
