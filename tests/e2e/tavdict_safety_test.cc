@@ -218,6 +218,17 @@ TEST(TavdictSafety, DumpSaysWhatTheRowSaysAndOutputIsChecked) {
   const std::string text = tavdict(dir.path(), {"dump", "app"}).out;
   EXPECT_EQ(text, "field code pic 9(5)\nfield hue pic 9(5)\n");
 
+  // A row no definition gives back is reported, not dumped as something else.
+  for (const char* damage : {"UPDATE dict_field SET fld_flags = 9 WHERE fld_name = 'code'",
+                             "UPDATE dict_field SET fld_size = 3 WHERE fld_name = 'code'"}) {
+    TempDir copy;
+    for (const std::string& name : list_dir(dir.path())) fs::copy_file(dir / name, copy / name);
+    sql(copy / "appF4.idx", damage);
+    const RunResult d = tavdict(copy.path(), {"dump", "app"});
+    EXPECT_EQ(d.status, 1) << damage;
+    EXPECT_TRUE(contains(d.err, "field code: no definition gives its row")) << damage << "\n" << d.err;
+  }
+
   Spawn full{{tavtest::program("tavdict"), "dump", "app"}, dir.path()};
   full.out_file = "/dev/full";
   const RunResult r = full.run(dir);
