@@ -3,9 +3,13 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 #include <utility>
+
+#include "runtime/file_lock.h"
 
 namespace tav::datafile {
 
@@ -50,9 +54,19 @@ struct Cursor {
 
 }  // namespace engine
 
+// One engine connection: to a single file, or to every file of a group (the first file is the
+// main database, the others are attached to it in the order they were opened, as "f1", "f2", ...).
+struct FileGroup::Connection {
+  sqlite3* db = nullptr;
+  int files = 0;
+  ~Connection() { sqlite3_close_v2(db); }
+};
+
 struct IndexedFile::Impl {
   using Statement = engine::Statement;
+  std::shared_ptr<FileGroup::Connection> connection;  // first: the statements go before it
   sqlite3* db = nullptr;
+  std::string schema;  // the database of the connection that holds the table
   std::vector<engine::SqlColumn> columns;
   std::string table;
   engine::Cursor cursor;
@@ -64,8 +78,6 @@ struct IndexedFile::Impl {
   std::vector<Statement> equal, after, at_least, first;
   std::vector<std::vector<int>> key_columns;  // the SQL columns of each index's parts
   std::vector<std::vector<bool>> descending;
-
-  ~Impl() { sqlite3_close_v2(db); }
 };
 
 namespace {
@@ -76,7 +88,7 @@ using engine::SqlColumn;
 using engine::Statement;
 
 constexpr int kMaxKeyParts = 8;
-constexpr int kBusyMilliseconds = 60000;  // how long a writer waits for another one
+constexpr int kBusyMilliseconds = 60000;  // how long a writer waits for another one or for snapshots
 
 // Format word classes, tested in this order.
 constexpr uint16_t kBinary = 0x2000;
@@ -159,6 +171,10 @@ int error_of(int rc) {
       return kBadFile;
     case SQLITE_CANTOPEN:
       return kNoSuchFile;
+    case SQLITE_FULL:
+      return kNoSpace;
+    case SQLITE_IOERR:
+      return kIoError;
     case SQLITE_READONLY:
     case SQLITE_PERM:
     case SQLITE_AUTH:
@@ -170,8 +186,11 @@ int error_of(int rc) {
 
 int run(sqlite3* db, const std::string& sql) { return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr); }
 
-std::string create_sql(const TableDesc& d, const std::vector<SqlColumn>& cols) {
-  std::string sql = "CREATE TABLE IF NOT EXISTS " + quoted(d.table) + " (";
+// The table's name qualified by the database of the connection that holds it.
+std::string qualified(std::string_view schema, std::string_view table) { return quoted(schema) + "." + quoted(table); }
+
+std::string create_sql(const std::string& schema, const TableDesc& d, const std::vector<SqlColumn>& cols) {
+  std::string sql = "CREATE TABLE IF NOT EXISTS " + qualified(schema, d.table) + " (";
   for (size_t i = 0; i < cols.size(); ++i) {
     if (i) sql += ", ";
     sql += quoted(cols[i].name);
@@ -181,7 +200,7 @@ std::string create_sql(const TableDesc& d, const std::vector<SqlColumn>& cols) {
   for (size_t k = 0; k < d.indexes.size(); ++k) {
     const Index& index = d.indexes[k];
     sql += index.duplicates ? "CREATE INDEX IF NOT EXISTS " : "CREATE UNIQUE INDEX IF NOT EXISTS ";
-    sql += quoted(d.table + "_" + std::to_string(k + 1)) + " ON " + quoted(d.table) + " (";
+    sql += qualified(schema, d.table + "_" + std::to_string(k + 1)) + " ON " + quoted(d.table) + " (";
     for (size_t i = 0; i < index.parts.size(); ++i) {
       if (i) sql += ", ";
       sql += quoted(index.parts[i].column) + (index.parts[i].descending ? " DESC" : "");
@@ -192,9 +211,10 @@ std::string create_sql(const TableDesc& d, const std::vector<SqlColumn>& cols) {
 }
 
 // Every described column is a column of the table.
-bool table_matches(sqlite3* db, const std::string& table, const std::vector<SqlColumn>& cols, int& error) {
+bool table_matches(sqlite3* db, const std::string& schema, const std::string& table, const std::vector<SqlColumn>& cols,
+                   int& error) {
   Statement info;
-  if (int rc = info.prepare(db, "PRAGMA table_info(" + quoted(table) + ")"); rc != SQLITE_OK) {
+  if (int rc = info.prepare(db, "PRAGMA " + quoted(schema) + ".table_info(" + quoted(table) + ")"); rc != SQLITE_OK) {
     error = error_of(rc);
     return false;
   }
@@ -334,7 +354,7 @@ sqlite3_stmt* index_query(IndexedFile::Impl& f, int index, Query which) {
     parts.push_back(quoted(f.columns[static_cast<size_t>(f.key_columns[k][i])].name));
     order += parts.back() + (f.descending[k][i] ? " DESC, " : ", ");
   }
-  std::string sql = "SELECT " + column_list(f.columns) + ", rowid FROM " + quoted(f.table);
+  std::string sql = "SELECT " + column_list(f.columns) + ", rowid FROM " + qualified(f.schema, f.table);
   if (which == Query::equal) {
     std::string where;
     for (size_t i = 0; i < parts.size(); ++i) where += (i ? " AND " : "") + parts[i] + " = ?" + std::to_string(i + 1);
@@ -411,49 +431,81 @@ bool TableDesc::valid() const {
 IndexedFile::IndexedFile(std::unique_ptr<Impl> impl, TableDesc desc) : impl_(std::move(impl)), desc_(std::move(desc)) {}
 IndexedFile::~IndexedFile() = default;
 
-std::unique_ptr<IndexedFile> IndexedFile::open(const std::string& name, const TableDesc& desc, uint32_t mode,
-                                               int& error) {
+namespace {
+
+// The database of the indexed file `name` when it may be opened: a usable description, a local
+// name, a regular file (or none, when it may be created). Nothing, with `error` set, otherwise.
+std::optional<std::string> database_path(const std::string& name, const TableDesc& desc, uint32_t mode, int& error) {
   error = 0;
   if (!desc.valid()) {
     error = kBadArgument;
-    return nullptr;
+    return std::nullopt;
   }
   std::string_view local = local_name(name);
   if ((mode & kServerBits) != 0 || (!(mode & kLocal) && local.size() == name.size() && names_server(name))) {
     error = kNetworkNotAllowed;
-    return nullptr;
+    return std::nullopt;
   }
-  const std::string path = std::string(local) + ".idx";
+  std::string path = std::string(local) + ".idx";
   struct stat st {};
   const bool exists = stat(path.c_str(), &st) == 0;
   if (!exists && !(mode & kCreate)) {
     error = kNoSuchFile;
-    return nullptr;
+    return std::nullopt;
   }
   if (exists && !S_ISREG(st.st_mode)) {
     error = kBadFile;
-    return nullptr;
+    return std::nullopt;
   }
-  auto impl = std::make_unique<Impl>();
-  impl->table = desc.table;
-  impl->columns = sql_columns(desc);
-  const bool read_only = (mode & kReadOnly) != 0;
-  int flags = read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | (mode & kCreate ? SQLITE_OPEN_CREATE : 0);
-  if (int rc = sqlite3_open_v2(path.c_str(), &impl->db, flags | SQLITE_OPEN_NOMUTEX, nullptr); rc != SQLITE_OK) {
+  return path;
+}
+
+// A writer that was killed in the middle of a commit leaves the old contents of what it changed
+// in the file's journal, and the next writer or reader puts them back. A read-only connection
+// cannot; so when this process may write the file, a connection that can does it first.
+void recover_interrupted_write(const std::string& path) {
+  if (::access((path + "-journal").c_str(), F_OK) != 0) return;
+  if (::access(path.c_str(), W_OK) != 0 || ::access(directory_of(path).c_str(), W_OK) != 0) return;
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK) {
+    sqlite3_busy_timeout(db, kBusyMilliseconds);
+    run(db, "SELECT count(*) FROM sqlite_master");
+  }
+  sqlite3_close_v2(db);
+}
+
+std::shared_ptr<FileGroup::Connection> connect(const std::string& path, uint32_t mode, int& error) {
+  if (mode & kReadOnly) recover_interrupted_write(path);
+  auto c = std::make_shared<FileGroup::Connection>();
+  const int flags = mode & kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | (mode & kCreate ? SQLITE_OPEN_CREATE : 0);
+  if (int rc = sqlite3_open_v2(path.c_str(), &c->db, flags | SQLITE_OPEN_NOMUTEX, nullptr); rc != SQLITE_OK) {
     error = error_of(rc);
     return nullptr;
   }
-  sqlite3_busy_timeout(impl->db, kBusyMilliseconds);
-  sqlite3_extended_result_codes(impl->db, 0);
-  if (!read_only && (mode & kCreate)) {
-    int rc = run(impl->db, "BEGIN IMMEDIATE;" + create_sql(desc, impl->columns) + "COMMIT;");
+  sqlite3_busy_timeout(c->db, kBusyMilliseconds);
+  sqlite3_extended_result_codes(c->db, 0);
+  return c;
+}
+
+// The table of an open file on database `schema` of the connection: made with kCreate, checked
+// against the description, its indexes' key columns noted.
+std::unique_ptr<IndexedFile::Impl> open_table(const std::shared_ptr<FileGroup::Connection>& c, const std::string& schema,
+                                              const TableDesc& desc, uint32_t mode, int& error) {
+  auto impl = std::make_unique<IndexedFile::Impl>();
+  impl->connection = c;
+  impl->db = c->db;
+  impl->schema = schema;
+  impl->table = desc.table;
+  impl->columns = sql_columns(desc);
+  if (!(mode & kReadOnly) && (mode & kCreate)) {
+    int rc = run(impl->db, "BEGIN IMMEDIATE;" + create_sql(schema, desc, impl->columns) + "COMMIT;");
     if (rc != SQLITE_OK) {
       run(impl->db, "ROLLBACK");
       error = error_of(rc);
       return nullptr;
     }
   }
-  if (!table_matches(impl->db, desc.table, impl->columns, error)) return nullptr;
+  if (!table_matches(impl->db, schema, desc.table, impl->columns, error)) return nullptr;
   for (const Index& index : desc.indexes) {
     std::vector<int> cols;
     std::vector<bool> desc_flags;
@@ -470,6 +522,26 @@ std::unique_ptr<IndexedFile> IndexedFile::open(const std::string& name, const Ta
   impl->after.resize(n);
   impl->at_least.resize(n);
   impl->first.resize(n);
+  return impl;
+}
+
+// Ends a transaction with COMMIT; one that cannot be committed is rolled back.
+int commit_or_undo(sqlite3* db) {
+  const int rc = run(db, "COMMIT");
+  if (rc != SQLITE_OK && !sqlite3_get_autocommit(db)) run(db, "ROLLBACK");
+  return error_of(rc);
+}
+
+}  // namespace
+
+std::unique_ptr<IndexedFile> IndexedFile::open(const std::string& name, const TableDesc& desc, uint32_t mode,
+                                               int& error) {
+  const std::optional<std::string> path = database_path(name, desc, mode, error);
+  if (!path) return nullptr;
+  const std::shared_ptr<FileGroup::Connection> c = connect(*path, mode, error);
+  if (!c) return nullptr;
+  std::unique_ptr<Impl> impl = open_table(c, "main", desc, mode, error);
+  if (!impl) return nullptr;
   return std::unique_ptr<IndexedFile>(new IndexedFile(std::move(impl), desc));
 }
 
@@ -520,7 +592,7 @@ int IndexedFile::write(const uint8_t* row) {
   if (!f.insert) {
     std::string values;
     for (size_t i = 0; i < f.columns.size(); ++i) values += (i ? ", ?" : "?");
-    if (f.insert.prepare(f.db, "INSERT INTO " + quoted(f.table) + " (" + column_list(f.columns) + ") VALUES (" +
+    if (f.insert.prepare(f.db, "INSERT INTO " + qualified(f.schema, f.table) + " (" + column_list(f.columns) + ") VALUES (" +
                                    values + ")") != SQLITE_OK)
       return kBadFile;
   }
@@ -536,7 +608,7 @@ int IndexedFile::rewrite(const uint8_t* row) {
   if (!f.update_by_key) {
     std::string set;
     for (int i = 0; i < n; ++i) set += (i ? ", " : "") + quoted(f.columns[static_cast<size_t>(i)].name) + " = ?" + std::to_string(i + 1);
-    if (f.update_by_key.prepare(f.db, "UPDATE " + quoted(f.table) + " SET " + set + " WHERE " +
+    if (f.update_by_key.prepare(f.db, "UPDATE " + qualified(f.schema, f.table) + " SET " + set + " WHERE " +
                                           row_condition(f, desc_, n + 1)) != SQLITE_OK)
       return kBadFile;
   }
@@ -549,7 +621,7 @@ int IndexedFile::rewrite(const uint8_t* row) {
 int IndexedFile::remove(const uint8_t* row) {
   Impl& f = *impl_;
   if (!f.delete_by_key &&
-      f.delete_by_key.prepare(f.db, "DELETE FROM " + quoted(f.table) + " WHERE " + row_condition(f, desc_, 1)) != SQLITE_OK)
+      f.delete_by_key.prepare(f.db, "DELETE FROM " + qualified(f.schema, f.table) + " WHERE " + row_condition(f, desc_, 1)) != SQLITE_OK)
     return kBadFile;
   sqlite3_stmt* s = f.delete_by_key.get();
   bind_row_condition(f, desc_, s, 1, row);
@@ -557,8 +629,91 @@ int IndexedFile::remove(const uint8_t* row) {
 }
 
 int IndexedFile::begin() { return error_of(run(impl_->db, "BEGIN IMMEDIATE")); }
-int IndexedFile::commit() { return error_of(run(impl_->db, "COMMIT")); }
+int IndexedFile::commit() { return commit_or_undo(impl_->db); }
 void IndexedFile::rollback() { run(impl_->db, "ROLLBACK"); }
+
+// ---- Groups --------------------------------------------------------------------------------------
+//
+// A group is one connection: the first file is its main database and the others are attached to
+// it, so that the engine commits them together through a journal of the whole transaction (the
+// files keep the rollback journal; a write-ahead log would commit each file by itself). Writers
+// lock the files in the order they were opened, first for writing, then, when committing, for
+// committing; a snapshot takes its read locks in that order too and keeps them to its end, so a
+// writer that waits for a snapshot holds no file the snapshot still needs. Nothing written is
+// spilled to the files before the commit, which would lock a file out of that order.
+
+FileGroup::FileGroup(uint32_t mode) : mode_(mode) {}
+
+FileGroup::~FileGroup() {
+  if (in_snapshot_) end_snapshot();
+}
+
+int FileGroup::size() const { return connection_ ? connection_->files : 0; }
+
+std::unique_ptr<IndexedFile> FileGroup::open(const std::string& name, const TableDesc& desc, int& error) {
+  const std::optional<std::string> path = database_path(name, desc, mode_, error);
+  if (!path) return nullptr;
+  if (in_snapshot_) {
+    error = kBadArgument;
+    return nullptr;
+  }
+  std::string schema = "main";
+  if (!connection_) {
+    connection_ = connect(*path, mode_, error);
+    if (!connection_) return nullptr;
+    run(connection_->db, "PRAGMA cache_spill = OFF");
+  } else {
+    if (mode_ & kReadOnly) recover_interrupted_write(*path);
+    schema = "f" + std::to_string(connection_->files);
+    Statement attach;
+    int rc = attach.prepare(connection_->db, "ATTACH ?1 AS " + quoted(schema));
+    if (rc == SQLITE_OK) {
+      sqlite3_bind_text(attach.get(), 1, path->c_str(), -1, SQLITE_TRANSIENT);
+      rc = sqlite3_step(attach.get());
+    }
+    if (rc != SQLITE_DONE && rc != SQLITE_OK) {
+      error = error_of(rc);
+      return nullptr;
+    }
+  }
+  std::unique_ptr<IndexedFile::Impl> impl = open_table(connection_, schema, desc, mode_, error);
+  if (!impl) {
+    if (connection_->files == 0)
+      connection_.reset();
+    else
+      run(connection_->db, "DETACH " + quoted(schema));
+    return nullptr;
+  }
+  ++connection_->files;
+  return std::unique_ptr<IndexedFile>(new IndexedFile(std::move(impl), desc));
+}
+
+int FileGroup::begin() { return connection_ ? error_of(run(connection_->db, "BEGIN IMMEDIATE")) : kNotOpen; }
+int FileGroup::commit() { return connection_ ? commit_or_undo(connection_->db) : kNotOpen; }
+void FileGroup::rollback() {
+  if (connection_) run(connection_->db, "ROLLBACK");
+}
+
+int FileGroup::begin_snapshot() {
+  if (!connection_) return kNotOpen;
+  if (in_snapshot_) return 0;
+  if (int rc = run(connection_->db, "BEGIN"); rc != SQLITE_OK) return error_of(rc);
+  for (int i = 0; i < connection_->files; ++i) {
+    const std::string schema = i == 0 ? "main" : "f" + std::to_string(i);
+    if (int rc = run(connection_->db, "SELECT count(*) FROM " + qualified(schema, "sqlite_master")); rc != SQLITE_OK) {
+      run(connection_->db, "ROLLBACK");
+      return error_of(rc);
+    }
+  }
+  in_snapshot_ = true;
+  return 0;
+}
+
+void FileGroup::end_snapshot() {
+  if (!in_snapshot_) return;
+  run(connection_->db, "COMMIT");
+  in_snapshot_ = false;
+}
 
 bool names_server(std::string_view name) {
   const size_t colon = name.find(':');
@@ -595,6 +750,8 @@ std::optional<std::string> find_file(std::string_view name, std::string_view sea
 }
 
 std::optional<std::string> read_text_file(const std::string& path, size_t count) {
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;  // a FIFO would wait for ever
   std::ifstream in(path, std::ios::binary);
   if (!in) return std::nullopt;
   std::string text(count, '\0');

@@ -14,6 +14,13 @@
 //
 // There are no file servers: a server-qualified name ("host:path") is refused with
 // kNetworkNotAllowed, and a name starting with ":" names a local file (the ":" is dropped).
+//
+// Files that must change together are opened as one FileGroup: a write transaction on the group
+// commits all its files at once or none of them (a process killed half-way through a commit, or
+// a commit that fails for want of space, leaves every file as it was before), and a snapshot
+// reads every file as it was at one moment, so that a reader never sees one file before a
+// writer's commit and another after it. Engines keep rows in their own way; the interface is the
+// same for all of them.
 #pragma once
 
 #include <cstdint>
@@ -35,6 +42,8 @@ inline constexpr uint32_t kServerBits = 0xF0000000;  // a file server's number +
 
 // Error numbers of the operations (0 is success).
 inline constexpr int kNoSuchFile = 2;
+inline constexpr int kIoError = 5;      // EIO: the file could not be read or written
+inline constexpr int kNoSpace = 28;     // ENOSPC: the disk (or the process's file size limit) is full
 inline constexpr int kDuplicate = 100;
 inline constexpr int kNotOpen = 101;
 inline constexpr int kBadArgument = 102;
@@ -102,7 +111,8 @@ class IndexedFile {
   int remove(const uint8_t* row);
 
   // A transaction: the writes between begin and commit happen together or not at all, and no
-  // other writer comes between them (begin waits for one that is writing).
+  // other writer comes between them (begin waits for one that is writing). On a file of a group
+  // the transaction is the group's (FileGroup::begin).
   int begin();
   int commit();
   void rollback();
@@ -110,9 +120,45 @@ class IndexedFile {
   struct Impl;  // the open database and its prepared statements (datafile.cc)
 
  private:
+  friend class FileGroup;
   explicit IndexedFile(std::unique_ptr<Impl> impl, TableDesc desc);
   std::unique_ptr<Impl> impl_;
   TableDesc desc_;
+};
+
+// Indexed files that change together and are read together (above). Every file of a group is
+// opened with the mode the group was made with (kReadOnly or not; kCreate and kLocal as given).
+class FileGroup {
+ public:
+  explicit FileGroup(uint32_t mode);
+  ~FileGroup();
+  FileGroup(const FileGroup&) = delete;
+  FileGroup& operator=(const FileGroup&) = delete;
+
+  // Opens the indexed file `name` as the group's next file, as IndexedFile::open does. The file
+  // lives as long as the returned object (which may outlive the group).
+  std::unique_ptr<IndexedFile> open(const std::string& name, const TableDesc& desc, int& error);
+  int size() const;
+
+  // A write transaction on every file of the group: committed together or not at all. Begin
+  // waits for the group's snapshots in other processes to end, and for another writer.
+  int begin();
+  int commit();
+  void rollback();
+
+  // A snapshot: until end_snapshot, every read of every file of the group sees the files as they
+  // were when it began; a writer elsewhere commits before it or waits until it ends. 0, or an
+  // error number (kLocked when a writer kept the files too long).
+  int begin_snapshot();
+  void end_snapshot();
+  bool in_snapshot() const { return in_snapshot_; }
+
+  struct Connection;  // the engine's one connection to every file of the group (datafile.cc)
+
+ private:
+  uint32_t mode_;
+  std::shared_ptr<Connection> connection_;
+  bool in_snapshot_ = false;
 };
 
 // A server-qualified file name: a host part before a ":" that is not the first character (and
@@ -127,7 +173,8 @@ std::string_view local_name(std::string_view name);
 // Returns the path found: the name itself when found in the current directory.
 std::optional<std::string> find_file(std::string_view name, std::string_view search_path);
 
-// Reads up to `count` bytes from the start of a text file; nothing when it cannot be read.
+// Reads up to `count` bytes from the start of a text file; nothing when it cannot be read or is
+// not a regular file (which is not opened).
 std::optional<std::string> read_text_file(const std::string& path, size_t count);
 
 }  // namespace tav::datafile

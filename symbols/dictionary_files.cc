@@ -115,6 +115,11 @@ bool not_found(int status) { return status == datafile::kNoRecord || status == d
 // Table letters in the order they are opened; the documentation table comes last.
 constexpr DictTable kOpenOrder[] = {DictTable::object,  DictTable::field,    DictTable::record,  DictTable::key,
                                     DictTable::obj_rel, DictTable::prog_rel, DictTable::prog_obj};
+// The tables that change together and are read as one snapshot.
+bool in_description_group(DictTable t) {
+  return t == DictTable::object || t == DictTable::field || t == DictTable::record || t == DictTable::key ||
+         t == DictTable::documentation;
+}
 constexpr uint16_t kVersionMask = 0x0400;
 constexpr size_t kVersionLength = 19;
 constexpr uint32_t kLocalMode = 8;
@@ -222,6 +227,7 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
   for (const auto& open : dicts_)
     if (open->path == d->path) return 0;
   const uint32_t read_mode = d->mode | (read_only ? datafile::kReadOnly : 0);
+  d->descriptions = std::make_unique<datafile::FileGroup>(read_mode);
   for (DictTable t : kOpenOrder) {
     if (!(open_mask_ & dict_table_mask(t))) continue;
     const bool program_table = t == DictTable::obj_rel || t == DictTable::prog_rel || t == DictTable::prog_obj;
@@ -235,10 +241,14 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
   }
   int error = 0;
   const DictTable doc = DictTable::documentation;
-  d->files[static_cast<size_t>(doc)] = IndexedFile::open(d->path + "D4", dict_table_desc(doc), read_mode, error);
+  d->files[static_cast<size_t>(doc)] = d->descriptions->open(d->path + "D4", dict_table_desc(doc), error);
   if (!d->files[static_cast<size_t>(doc)]) {
     uncounted_.push_back(std::move(d));
     return -1;
+  }
+  if (read_only) {
+    if (const int status = d->descriptions->begin_snapshot(); status != 0)
+      throw RunStop{format_text(txt::dict_open_failed, {d->path, std::to_string(status)})};
   }
   dicts_.push_back(std::move(d));
   return 0;
@@ -250,7 +260,7 @@ void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {
   if (!desc.valid()) throw RunStop{format_text(txt::dict_define_failed, {name})};
   int error = 0;
   auto& slot = d.files[static_cast<size_t>(t)];
-  slot = IndexedFile::open(name, desc, mode, error);
+  slot = in_description_group(t) ? d.descriptions->open(name, desc, error) : IndexedFile::open(name, desc, mode, error);
   if (slot) return;
   switch (t) {
     case DictTable::object:
@@ -340,13 +350,29 @@ int DictionaryFiles::remove(const DictRow& row, int dictno) {
 int DictionaryFiles::in_transaction(DictTable t, int dictno, const std::function<int()>& work) {
   IndexedFile* f = file(t, dictno);
   if (!f) return datafile::kNotOpen;
-  if (int status = f->begin(); status != 0) return status;
-  const int result = work();
+  datafile::FileGroup* group = in_description_group(t) ? dicts_[static_cast<size_t>(dictno)]->descriptions.get() : nullptr;
+  const auto undo = [&] {
+    if (group)
+      group->rollback();
+    else
+      f->rollback();
+    cache(dictno) = {};  // it may hold rows that were never committed
+  };
+  if (int status = group ? group->begin() : f->begin(); status != 0) return status;
+  int result = 0;
+  try {
+    result = work();
+  } catch (...) {
+    undo();
+    throw;
+  }
   if (result != 0) {
-    f->rollback();
+    undo();
     return result;
   }
-  return f->commit();
+  result = group ? group->commit() : f->commit();
+  if (result != 0) cache(dictno) = {};
+  return result;
 }
 
 // ---- What the symbol layer asks ----------------------------------------------------------------

@@ -5,6 +5,11 @@
 // Up to three dictionaries are open at once, numbered in the order they were opened; a lookup
 // that names no dictionary searches them in that order. A dictionary the compiler cannot work
 // with stops the run (RunStop) with its message.
+//
+// The description tables of a dictionary (object, field, record, key, documentation) are one
+// group of files (datafile::FileGroup): a write changes them together, and a dictionary opened
+// for reading is read as one snapshot from its opening to its closing, so that everything a run
+// learns of it belongs to the same state, whatever a writer does meanwhile.
 #pragma once
 
 #include <array>
@@ -111,7 +116,8 @@ class DictionaryFiles final : public Dictionaries {
   int rewrite(const DictRow& row, int dictno);
   int remove(const DictRow& row, int dictno);
   // Runs `work` as one transaction on a table of a dictionary; its result is returned, and a
-  // non-zero one undoes what it wrote.
+  // non-zero one (or an exception) undoes what it wrote. On a description table (object, field,
+  // record, key, documentation) the transaction covers all five: they commit together.
   int in_transaction(DictTable t, int dictno, const std::function<int()>& work);
 
   // Dictionaries
@@ -141,6 +147,7 @@ class DictionaryFiles final : public Dictionaries {
   struct Dictionary {
     std::string path;
     uint32_t mode = 0;
+    std::unique_ptr<datafile::FileGroup> descriptions;  // the group of the description tables
     std::array<std::unique_ptr<datafile::IndexedFile>, kDictTableCount> files;
     std::string version;
     Cache cache;

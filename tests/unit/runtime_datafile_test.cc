@@ -6,11 +6,14 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/support.h"
@@ -212,6 +215,83 @@ TEST(IndexedFile, ConcurrentWriters) {
   EXPECT_EQ(rows, kWriters * kRows);
 }
 
+// The number of rows of a file, read through its own connection.
+int rows_of(const std::string& name) {
+  int error = 0;
+  auto f = IndexedFile::open(name, people(), kReadOnly, error);
+  if (!f) return -1;
+  std::vector<uint8_t> b(12);
+  f->start(1, b.data(), kFirstRow);
+  int rows = 0;
+  while (f->read(0, b.data(), kNextRow) == 0) ++rows;
+  return rows;
+}
+
+// Files of a group commit together or not at all, and a snapshot sees them as of one moment: a
+// writer in another process commits only once the snapshot has ended.
+TEST(FileGroup, CommitsTogetherAndReadsOneMoment) {
+  TempDir dir;
+  const std::string a = dir / "A4", b = dir / "B4";
+  {
+    FileGroup group(kCreate);
+    int error = 0;
+    auto fa = group.open(a, people(), error), fb = group.open(b, people(), error);
+    ASSERT_TRUE(fa && fb) << error;
+    EXPECT_EQ(group.size(), 2);
+    ASSERT_EQ(group.begin(), 0);
+    ASSERT_EQ(fa->write(bytes({"anna", 1, 1}).data()), 0);
+    ASSERT_EQ(fb->write(bytes({"anna", 1, 1}).data()), 0);
+    group.rollback();
+    EXPECT_EQ(rows_of(a) + rows_of(b), 0);
+    ASSERT_EQ(group.begin(), 0);
+    ASSERT_EQ(fa->write(bytes({"bert", 1, 1}).data()), 0);
+    ASSERT_EQ(fb->write(bytes({"bert", 1, 1}).data()), 0);
+    ASSERT_EQ(group.commit(), 0);
+    EXPECT_EQ(rows_of(a), 1);
+    EXPECT_EQ(rows_of(b), 1);
+  }
+
+  // The writer is forked before this process opens anything (open files must not cross a fork),
+  // and starts once the snapshot has begun.
+  int go[2], ready[2];
+  ASSERT_EQ(pipe(go), 0);
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t writer = fork();
+  ASSERT_GE(writer, 0);
+  if (writer == 0) {
+    char g = 0;
+    if (read(go[0], &g, 1) != 1) _exit(2);
+    FileGroup group(0);
+    int e = 0;
+    auto fa = group.open(a, people(), e), fb = group.open(b, people(), e);
+    const bool ok = fa && fb && group.begin() == 0 && fa->write(bytes({"carl", 2, 2}).data()) == 0 &&
+                    fb->write(bytes({"carl", 2, 2}).data()) == 0;
+    if (write(ready[1], &g, 1) != 1) _exit(2);
+    _exit(ok && group.commit() == 0 ? 0 : 1);  // waits for the snapshot to end
+  }
+  FileGroup reader(kReadOnly);
+  int error = 0;
+  auto ra = reader.open(a, people(), error), rb = reader.open(b, people(), error);
+  ASSERT_TRUE(ra && rb) << error;
+  ASSERT_EQ(reader.begin_snapshot(), 0);
+  ASSERT_EQ(write(go[1], "g", 1), 1);
+  char c = 0;
+  ASSERT_EQ(read(ready[0], &c, 1), 1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  std::vector<uint8_t> row = bytes({"carl"});
+  EXPECT_EQ(ra->read(1, row.data(), 0), kNoRecord);
+  EXPECT_EQ(rb->read(1, row.data(), 0), kNoRecord);
+  int status = 0;
+  EXPECT_EQ(waitpid(writer, &status, WNOHANG), 0);  // still waiting to commit
+  reader.end_snapshot();
+  waitpid(writer, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  ASSERT_EQ(reader.begin_snapshot(), 0);
+  EXPECT_EQ(ra->read(1, row.data(), 0), 0);
+  EXPECT_EQ(rb->read(1, row.data(), 0), 0);
+  for (int fd : {go[0], go[1], ready[0], ready[1]}) close(fd);
+}
+
 TEST(FileSearch, PathsAndNames) {
   TempDir dir;
   std::filesystem::create_directory(dir / "b");
@@ -226,6 +306,8 @@ TEST(FileSearch, PathsAndNames) {
   EXPECT_EQ(local_name(":/dict/"), "/dict/");
   EXPECT_EQ(read_text_file(dir / "b/x", 19), "");
   EXPECT_EQ(read_text_file(dir / "none", 19), std::nullopt);
+  ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0644), 0);
+  EXPECT_EQ(read_text_file(dir / "fifo", 19), std::nullopt);  // refused, not waited on
 }
 
 }  // namespace

@@ -1,10 +1,14 @@
 // The command line of tavdict and the load and dump commands.
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <string_view>
 
+#include "diag/diag.h"
 #include "schema.h"
+#include "scratch.h"
 #include "tav_version.h"
 
 namespace tav::dict_tool {
@@ -23,7 +27,9 @@ constexpr const char* kUsage =
     "         program; \"//% field|object NAME word text\" lines add descriptions, documentation,\n"
     "         validation text and column titles) and writes every field and object into DICT,\n"
     "         which is created when absent. Names DICT has keep their ids; an object loaded\n"
-    "         again gets new record and key rows. A schema with errors loads nothing.\n"
+    "         again gets new record and key rows. Before it commits, the load checks every\n"
+    "         object it touches and compiles every validation text it stores as the compiler\n"
+    "         would; a schema with errors, or a load the compiler would refuse, loads nothing.\n"
     "  dump   prints DICT as a schema that load accepts.\n"
     "  check  loads every object of DICT as the compiler does and reports each problem with\n"
     "         the object's name; the exit status is 1 when any is found.\n"
@@ -34,19 +40,48 @@ constexpr const char* kUsage =
 
 constexpr int kUsageError = 2;
 
-int report(const Problems& problems) {
-  for (const std::string& p : problems) std::fprintf(stderr, "tavdict: %s\n", p.c_str());
-  return problems.empty() ? 0 : 1;
-}
-
 int usage_error(const std::string& message) {
   std::fprintf(stderr, "tavdict: %s\n%s", message.c_str(), kUsage);
   return kUsageError;
 }
 
+bool is_command(const std::string& word) { return word == "load" || word == "dump" || word == "check"; }
+
+int run_command(const std::vector<std::string>& args, Output& out) {
+  const std::string& command = args[0];
+  const std::string& dict = args[1];
+  try {
+    if (command == "load") return load_command(dict, {args.begin() + 2, args.end()}, out);
+    if (command == "dump") return dump_command(dict, out);
+    return check_command(dict, out);
+  } catch (const RunStop& stop) {  // a damaged table file met on the way
+    return report({stop.message});
+  } catch (const FileAbort& abort) {
+    return report({abort.message.empty() ? "the dictionary cannot be read" : abort.message});
+  }
+}
+
 }  // namespace
 
-int load_command(const std::string& dict, const std::vector<std::string>& schemas) {
+int report(const Problems& problems) {
+  for (const std::string& p : problems) std::fprintf(stderr, "tavdict: %s\n", p.c_str());
+  return problems.empty() ? 0 : 1;
+}
+
+void Output::print(std::string_view text) {
+  if (error_ == 0 && std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) error_ = errno ? errno : EIO;
+}
+
+bool Output::finish() {
+  if (error_ == 0 && std::fflush(stdout) != 0) error_ = errno ? errno : EIO;
+  if (error_ == 0 && std::ferror(stdout)) error_ = EIO;
+  if (std::fclose(stdout) != 0 && error_ == 0) error_ = errno ? errno : EIO;
+  if (error_ == 0) return true;
+  std::fprintf(stderr, "tavdict: standard output cannot be written: %s\n", std::strerror(error_));
+  return false;
+}
+
+int load_command(const std::string& dict, const std::vector<std::string>& schemas, Output& out) {
   Problems problems;
   Schema schema = read_schemas(schemas, problems);
   if (problems.empty()) check_limits(schema, problems);
@@ -54,28 +89,38 @@ int load_command(const std::string& dict, const std::vector<std::string>& schema
     problems.push_back("nothing loaded");
     return report(problems);
   }
-  std::unique_ptr<Store> store = Store::open(dict, true, false, problems);
-  if (!store || !store->load(schema, problems)) {
-    problems.push_back("nothing loaded");
-    return report(problems);
+  std::vector<std::string> created;
+  bool loaded = false;
+  try {
+    std::unique_ptr<Store> store = Store::open(dict, true, false, problems, &created);
+    loaded = store && store->load(schema, problems);
+    if (loaded)
+      out.print(std::to_string(schema.fields.size()) + " field(s) and " + std::to_string(schema.objects.size()) +
+                " object(s) loaded into " + store->prefix() + "\n");
+  } catch (const RunStop& stop) {
+    problems.push_back(stop.message);
   }
-  std::printf("%zu field(s) and %zu object(s) loaded into %s\n", schema.fields.size(), schema.objects.size(),
-              store->prefix().c_str());
-  return 0;
+  if (loaded) return 0;
+  // What a refused load made for a new dictionary goes too: nothing changes.
+  for (auto it = created.rbegin(); it != created.rend(); ++it) std::remove(it->c_str());
+  problems.push_back("nothing loaded");
+  return report(problems);
 }
 
-int dump_command(const std::string& dict) {
+int dump_command(const std::string& dict, Output& out) {
   Problems problems;
   std::unique_ptr<Store> store = Store::open(dict, false, true, problems);
   if (!store) return report(problems);
   const Schema schema = store->read(problems);
   const std::string text = problems.empty() ? write_schema(schema, problems) : std::string();
   if (!problems.empty()) return report(problems);
-  std::fputs(text.c_str(), stdout);
+  out.print(text);
   return 0;
 }
 
 int tavdict_main(int argc, char** argv) {
+  remove_scratch_on_signals();
+  install_test_hooks();
   std::vector<std::string> args(argv + 1, argv + argc);
   if (args.empty()) return usage_error("no command given");
   const std::string& command = args[0];
@@ -84,17 +129,15 @@ int tavdict_main(int argc, char** argv) {
     return 0;
   }
   if (command == "--version") return print_version("tavdict");
+  if (!is_command(command)) return usage_error("unknown command '" + command + "'");
   if (args.size() < 2) return usage_error("no dictionary given");
-  const std::string& dict = args[1];
-  if (dict.empty()) return usage_error("an empty dictionary name");
-  if (command == "load") {
-    if (args.size() < 3) return usage_error("no schema file given");
-    return load_command(dict, {args.begin() + 2, args.end()});
-  }
-  if (args.size() > 2) return usage_error("too many arguments for " + command);
-  if (command == "dump") return dump_command(dict);
-  if (command == "check") return check_command(dict);
-  return usage_error("unknown command '" + command + "'");
+  if (args[1].empty()) return usage_error("an empty dictionary name");
+  if (command == "load" && args.size() < 3) return usage_error("no schema file given");
+  if (command != "load" && args.size() > 2) return usage_error("too many arguments for " + command);
+  Output out;
+  const int status = run_command(args, out);
+  const bool written = out.finish();
+  return status != 0 ? status : written ? 0 : 1;
 }
 
 }  // namespace tav::dict_tool

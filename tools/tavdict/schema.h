@@ -14,6 +14,12 @@ namespace tav::dict_tool {
 // Problems found in the input, each a complete message line.
 using Problems = std::vector<std::string>;
 
+// Writes each problem to standard error; the exit status: 1 when there is any.
+int report(const Problems& problems);
+
+// The test hook of test_hook.cc, installed when its variable is set.
+void install_test_hooks();
+
 // ---- Schemas -------------------------------------------------------------------------------------
 
 // A note line of a preprocessed schema, with where it came from.
@@ -41,19 +47,37 @@ void check_limits(const Schema& schema, Problems& problems);
 // The schema text of a dictionary's contents; an entry no statement can express is a problem.
 std::string write_schema(const Schema& schema, Problems& problems);
 
+// ---- What the compiler makes of a dictionary (verify.cc) -----------------------------------------
+
+// The problems the compiler meets when it loads object `name` of dictionary 0 of `files`, with
+// its keys and its whole record; each a message line. `listing` is a scratch file's path.
+std::vector<std::string> object_problems(DictionaryFiles& files, const std::string& name, const std::string& listing);
+
+// An error an ACCEPT of a field meets in the field's validation text: on line `line` of the text
+// (from 1), or 0 when it shows only once the text has been read.
+struct ValidationError {
+  int line = 0;
+  std::string message;
+};
+std::vector<ValidationError> validation_errors(DictionaryFiles& files, const std::string& field,
+                                               const std::string& listing);
+
 // ---- Dictionaries --------------------------------------------------------------------------------
 
 // An open dictionary: the compiler's dictionary files on one path prefix.
 class Store {
  public:
   // Opens the dictionary at `prefix`; with `create`, makes its missing tables and version file
-  // first. Nothing (with `problems` set) when it cannot be opened.
-  static std::unique_ptr<Store> open(const std::string& prefix, bool create, bool read_only, Problems& problems);
+  // first, adding the paths it made to `created`. Nothing (with `problems` set) when it cannot
+  // be opened. Opened read only, the store reads the dictionary as one snapshot.
+  static std::unique_ptr<Store> open(const std::string& prefix, bool create, bool read_only, Problems& problems,
+                                     std::vector<std::string>* created = nullptr);
 
   DictionaryFiles& files() { return files_; }
   const std::string& prefix() const { return prefix_; }
 
-  // Writes every entry of the schema, keeping the ids of names the dictionary has; all or nothing.
+  // Writes every entry of the schema, keeping the ids of names the dictionary has, and checks
+  // what the compiler makes of the result (verify.cc); all or nothing.
   bool load(const Schema& schema, Problems& problems);
   // The dictionary's contents; rows that do not hold together are problems.
   Schema read(Problems& problems);

@@ -17,6 +17,10 @@ namespace tav::dict_tool {
 namespace {
 
 constexpr std::string_view kNoteStart = "//%";
+constexpr std::string_view kValidationNote = "validation";
+// The compiler reads this much of each line of a validation text (its line source ends a line
+// after the 79th character).
+constexpr size_t kValidationWidth = 79;
 
 bool put(std::string& member, std::string_view text) {
   if (!member.empty()) return false;
@@ -83,9 +87,10 @@ const NoteRow<Entry>* find_row(std::span<const NoteRow<Entry>> rows, std::string
   return nullptr;
 }
 
+// The entry the note was applied to; nothing after reporting why it could not be.
 template <typename Entry>
-void apply_to(std::vector<Entry>& entries, std::span<const NoteRow<Entry>> rows, const Note& note,
-              Problems& problems) {
+Entry* apply_to(std::vector<Entry>& entries, std::span<const NoteRow<Entry>> rows, const Note& note,
+                Problems& problems) {
   const NoteRow<Entry>* row = find_row(rows, note.word);
   Entry* entry = nullptr;
   for (Entry& e : entries)
@@ -98,9 +103,15 @@ void apply_to(std::vector<Entry>& entries, std::span<const NoteRow<Entry>> rows,
   } else if (note.text.size() > row->limit) {
     problems.push_back(note.where + ": the " + note.word + " text is longer than " + std::to_string(row->limit) +
                        " characters");
+  } else if (note.word == kValidationNote && note.text.size() > kValidationWidth) {
+    problems.push_back(note.where + ": the validation text is longer than " + std::to_string(kValidationWidth) +
+                       " characters (the compiler reads no more of a line)");
   } else if (!row->apply(*entry, note.text)) {
     problems.push_back(note.where + ": the " + note.word + " of " + what + " '" + note.name + "' is given twice");
+  } else {
+    return entry;
   }
+  return nullptr;
 }
 
 }  // namespace
@@ -137,10 +148,11 @@ std::vector<Note> read_notes(std::string_view text, Problems& problems) {
 
 void apply_notes(const std::vector<Note>& notes, Schema& schema, Problems& problems) {
   for (const Note& note : notes) {
-    if (note.object)
+    if (note.object) {
       apply_to<ObjectEntry>(schema.objects, kObjectNotes, note, problems);
-    else
-      apply_to<FieldEntry>(schema.fields, kFieldNotes, note, problems);
+    } else if (FieldEntry* field = apply_to<FieldEntry>(schema.fields, kFieldNotes, note, problems)) {
+      if (note.word == kValidationNote) field->validation_where.push_back(note.where);
+    }
   }
 }
 

@@ -2,11 +2,15 @@
 // through the compiler's own definitions, into one symbol table; the fields and objects it holds
 // at the end are the schema.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "codegen/header.h"
@@ -14,6 +18,7 @@
 #include "lexer/verbs.h"
 #include "runtime/process.h"
 #include "schema.h"
+#include "scratch.h"
 #include "symbols/compiler_stores.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
@@ -23,31 +28,6 @@
 namespace tav::dict_tool {
 
 namespace {
-
-// A scratch directory for the preprocessor's output, removed with its files.
-class ScratchDir {
- public:
-  ScratchDir() {
-    const char* tmp = std::getenv("TMPDIR");
-    path_ = std::string(tmp && *tmp ? tmp : "/tmp") + "/tavdictXXXXXX";
-    if (!mkdtemp(path_.data())) path_.clear();
-  }
-  ~ScratchDir() {
-    for (const std::string& f : files_) unlink(f.c_str());
-    if (!path_.empty()) rmdir(path_.c_str());
-  }
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
-  bool ok() const { return !path_.empty(); }
-  std::string file(const std::string& name) {
-    files_.push_back(path_ + "/" + name);
-    return files_.back();
-  }
-
- private:
-  std::string path_;
-  std::vector<std::string> files_;
-};
 
 // The preprocessor installed beside this program.
 std::string preprocessor() {
@@ -66,10 +46,25 @@ std::optional<std::string> read_whole(const std::string& path) {
   return s.str();
 }
 
+const char* file_kind(mode_t mode) {
+  if (S_ISDIR(mode)) return "a directory";
+  if (S_ISFIFO(mode)) return "a FIFO";
+  if (S_ISCHR(mode)) return "a character device";
+  if (S_ISBLK(mode)) return "a block device";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "not a plain file";
+}
+
 // Runs the preprocessor over one schema; its output file, or nothing after reporting.
 std::optional<std::string> preprocess(const std::string& schema, ScratchDir& scratch, int n, Problems& problems) {
-  if (::access(schema.c_str(), R_OK) != 0) {
-    problems.push_back(schema + ": cannot be read");
+  // Looked at, not opened: opening a FIFO or a device to read it may wait for ever.
+  struct stat st {};
+  if (::stat(schema.c_str(), &st) != 0 || ::access(schema.c_str(), R_OK) != 0) {
+    problems.push_back(schema + ": cannot be read: " + std::strerror(errno));
+    return std::nullopt;
+  }
+  if (!S_ISREG(st.st_mode)) {
+    problems.push_back(schema + ": not a regular file (" + file_kind(st.st_mode) + "); a schema is a text file");
     return std::nullopt;
   }
   const std::string out = scratch.file("schema" + std::to_string(n) + ".pp");
@@ -120,6 +115,7 @@ class SchemaCompiler {
  private:
   void statement() {
     const uint32_t c = p_.cls();
+    const std::string at = std::string(compiler_.tok.file_name()) + ", line " + std::to_string(compiler_.tok.line());
     p_.accept();
     if (c == verb("field")) {
       define_fields(p_);
@@ -129,6 +125,17 @@ class SchemaCompiler {
       p_.diag.error(msg::statement_invalid_not_known);
       p_.tok.skip_to_statement();
     }
+    note_where(hdr::h_fields, fsym::f_next, fsym::f_name, at);
+    note_where(hdr::h_objects, osym::o_next, osym::o_name, at);
+  }
+  // The names a statement defined are defined where it starts.
+  void note_where(uint32_t head, uint32_t next, uint32_t name, const std::string& at) {
+    const OpSpace& ops = p_.ops;
+    for (uint32_t e = ops.get24(head); e != 0; e = ops.get24(e + next)) where_.try_emplace(text_of_link(ops, e, name), at);
+  }
+  std::string where_of(const std::string& name) const {
+    const auto it = where_.find(name);
+    return it == where_.end() ? std::string() : it->second;
   }
   FieldEntry field(uint32_t f) const;
   ObjectEntry object(uint32_t o) const;
@@ -136,6 +143,7 @@ class SchemaCompiler {
   CompilerStores compiler_;
   FileContext file_;
   ParserCore p_;
+  std::map<std::string, std::string> where_;  // "file, line n" of each name defined
 };
 
 FieldEntry SchemaCompiler::field(uint32_t f) const {
@@ -149,6 +157,7 @@ FieldEntry SchemaCompiler::field(uint32_t f) const {
   e.flags = static_cast<uint16_t>(ops.get16(f + fsym::f_flags) & (fsym::flag_upper | fsym::flag_lower | fsym::flag_justify));
   e.column = text_of_link(ops, f, fsym::f_dbcol);
   e.drill_back = text_of_link(ops, f, fsym::f_drill);
+  e.where = where_of(e.name);
   return e;
 }
 
@@ -161,6 +170,7 @@ ObjectEntry SchemaCompiler::object(uint32_t o) const {
   if (const uint8_t v = ops.at(o + osym::o_version)[0]; v != 0) e.version = static_cast<char>(v);
   if (const uint8_t s = ops.at(o + osym::o_separator)[0]; s != 0) e.separator = static_cast<char>(s);
   e.recsize = static_cast<uint16_t>(ops.get16(o + osym::o_recsize));
+  e.where = where_of(e.name);
   for (uint32_t l = ops.get24(o + osym::o_fldobj); l != 0; l = ops.get24(l + folink::fo_fldobj))
     e.record.push_back({text_of_link(ops, ops.get24(l + folink::fo_field), fsym::f_name),
                         static_cast<uint16_t>(ops.get16(l + folink::fo_offs))});

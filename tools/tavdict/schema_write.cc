@@ -57,8 +57,10 @@ std::string picture_of(uint16_t format) {
 // statement settles them; nothing when none do.
 std::optional<std::string> type_clauses(char letter, uint16_t format) {
   const auto gives = [&](SettledType s) { return s.compatible && s.letter == letter && s.format == format; };
+  // A TYPE word alone gives its type's default definition; one whose definition a plain picture
+  // gives too (COLOUR: pic 9(5)) would make a number read as a colour, and is left to the picture.
   for (const TypeWordRow& row : kTypeWords)
-    if (row.letter == letter && gives(settle_type(letter, row.format != 0, row.format)))
+    if (row.letter == letter && row.format == 0 && gives(settle_type(letter, false, 0)))
       return "type " + spelled(row.word);
   const bool rounded = conv::fmt_numeric(format) && (format & conv::kFmtRounded);
   const std::string pic = "pic " + picture_of(format) + (rounded ? " rounded" : "");
@@ -106,6 +108,16 @@ void SchemaWriter::field(const FieldEntry& f) {
                         std::to_string(f.format));
     return;
   }
+  // What the definition would not give back: the line would not mean what the row means.
+  std::string differs;
+  if (f.size != conv::format_size(f.format)) differs = "its size " + std::to_string(f.size) + " is not the size of its format word";
+  if (f.occurs == 0) differs = "it has no occurrences";
+  if (f.flags & ~7u) differs = "its flags " + std::to_string(f.flags) + " hold bits no clause sets";
+  if ((f.flags & 7u) && conv::fmt_numeric(f.format)) differs = "a number cannot be UPPER-CASE, LOWER-CASE or JUSTIFY";
+  if (!differs.empty()) {
+    problems_.push_back(what + ": no definition gives its row: " + differs + " (see tavdict check)");
+    return;
+  }
   out_ += "field " + f.name + " " + *type;
   if (f.occurs > 1) out_ += " occurs " + std::to_string(f.occurs);
   if (f.flags & 1) out_ += " upper-case";
@@ -148,6 +160,7 @@ void SchemaWriter::object(const ObjectEntry& o) {
     text_clause(what, "separator", std::string(1, o.separator));
   record(o);
   for (const KeyEntry& k : o.keys) {
+    if (k.flags & ~7u) problems_.push_back(what + ": a key's flags " + std::to_string(k.flags) + " hold bits no clause sets");
     out_ += "\n  key";
     for (size_t i = 0; i < k.fields.size(); ++i) out_ += " " + k.fields[i] + (k.descending[i] ? " desc" : "");
     if (!(k.flags & kDictKeyDuplicates)) out_ += " unique";

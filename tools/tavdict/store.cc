@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
-#include <span>
 
 #include "diag/diag.h"
 #include "schema.h"
+#include "scratch.h"
 
 namespace tav::dict_tool {
 
@@ -19,8 +19,7 @@ namespace {
 using datafile::IndexedFile;
 
 constexpr const char* kFirstVersion = "1";  // the version text of a new dictionary
-constexpr DictTable kWrittenTables[] = {DictTable::object, DictTable::field, DictTable::record, DictTable::key,
-                                        DictTable::documentation};
+constexpr int kRefused = -1;                 // a load the checks refused, with its problems
 
 bool exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
 
@@ -29,11 +28,18 @@ std::string table_name(const std::string& prefix, DictTable t) {
 }
 
 // Makes the tables the dictionary lacks, and its version file; the directory of the prefix too
-// when it does not exist yet.
-bool create_missing(const std::string& prefix, Problems& problems) {
+// when it does not exist yet. What it made is added to `created`, in the order made.
+bool create_missing(const std::string& prefix, Problems& problems, std::vector<std::string>& created) {
   if (const size_t slash = prefix.find_last_of('/'); slash != std::string::npos && slash > 0) {
+    const std::filesystem::path dir = prefix.substr(0, slash);
     std::error_code ec;
-    std::filesystem::create_directories(prefix.substr(0, slash), ec);
+    std::vector<std::string> made;
+    for (std::filesystem::path d = dir; !d.empty() && !std::filesystem::exists(d, ec); d = d.parent_path()) {
+      made.insert(made.begin(), d.string());
+      if (d == d.parent_path()) break;
+    }
+    std::filesystem::create_directories(dir, ec);
+    created.insert(created.end(), made.begin(), made.end());
   }
   for (int i = 0; i < kDictTableCount; ++i) {
     const DictTable t = static_cast<DictTable>(i);
@@ -44,10 +50,12 @@ bool create_missing(const std::string& prefix, Problems& problems) {
       problems.push_back(name + ".idx: cannot be created: " + Diagnostics::io_error_text(error));
       return false;
     }
+    created.push_back(name + ".idx");
   }
   const std::string version = prefix + "-dict.ver";
   if (exists(version)) return true;
   FILE* f = std::fopen(version.c_str(), "w");
+  if (f) created.push_back(version);
   if (!f || std::fprintf(f, "%s\n", kFirstVersion) < 0 || std::fclose(f) != 0) {
     problems.push_back(version + ": cannot be written");
     return false;
@@ -55,11 +63,15 @@ bool create_missing(const std::string& prefix, Problems& problems) {
   return true;
 }
 
-// Runs `work` inside one transaction on each table, so that it changes all or none of them.
-int in_transactions(DictionaryFiles& files, std::span<const DictTable> tables, const std::function<int()>& work) {
-  if (tables.empty()) return work();
-  return files.in_transaction(tables.front(), 0,
-                              [&] { return in_transactions(files, tables.subspan(1), work); });
+// Each table file of the dictionary that cannot be opened, with why: the compiler's messages
+// name the dictionary, or the first file it met.
+void name_unusable_tables(const std::string& prefix, Problems& problems) {
+  for (int i = 0; i < kDictTableCount; ++i) {
+    const DictTable t = static_cast<DictTable>(i);
+    int error = 0;
+    if (!IndexedFile::open(table_name(prefix, t), dict_table_desc(t), datafile::kLocal | datafile::kReadOnly, error))
+      problems.push_back(table_name(prefix, t) + ".idx: cannot be opened: " + Diagnostics::io_error_text(error));
+  }
 }
 
 // The highest id on an index whose first column is the id, descending; 0 when the table is empty.
@@ -114,6 +126,7 @@ class Writer {
 
   int fields(const std::vector<FieldEntry>& fields);
   int objects(const std::vector<ObjectEntry>& objects);
+  const std::map<std::string, uint16_t>& field_ids() const { return field_ids_; }
 
  private:
   int put(const DictRow& row, bool replace, const std::string& what);
@@ -128,16 +141,20 @@ class Writer {
   std::map<std::string, uint16_t> field_ids_;
 };
 
+std::string file_of(DictionaryFiles& files, const DictRow& row) { return table_name(files.path(0), row.table()) + ".idx"; }
+
 int Writer::put(const DictRow& row, bool replace, const std::string& what) {
   const int status = replace ? files_.rewrite(row, 0) : files_.write(row, 0);
-  if (status != 0) problems_.push_back(what + ": cannot be written: " + Diagnostics::io_error_text(status));
+  if (status != 0)
+    problems_.push_back(what + ": cannot be written into " + file_of(files_, row) + ": " + Diagnostics::io_error_text(status));
   return status;
 }
 
 int Writer::remove_all(const std::vector<DictRow>& rows, const std::string& what) {
   for (const DictRow& r : rows) {
     if (const int status = files_.remove(r, 0); status != 0) {
-      problems_.push_back(what + ": old rows cannot be removed: " + Diagnostics::io_error_text(status));
+      problems_.push_back(what + ": old rows cannot be removed from " + file_of(files_, r) + ": " +
+                          Diagnostics::io_error_text(status));
       return status;
     }
   }
@@ -271,17 +288,110 @@ FieldEntry field_entry(DictionaryFiles& files, const DictRow& r) {
 
 char first_char(const std::string& s, char none) { return s.empty() ? none : s[0]; }
 
+// The ids of the objects whose records hold field `id`.
+std::vector<uint16_t> objects_holding(DictionaryFiles& files, uint16_t id) {
+  DictRow key(DictTable::record);
+  key.set(dict_record::fld_id, id);
+  std::vector<uint16_t> ids;
+  for (const DictRow& r : rows_from(files, key, 2, [&](const DictRow& row) { return row.number(dict_record::fld_id) == id; }))
+    ids.push_back(static_cast<uint16_t>(r.number(dict_record::obj_id)));
+  return ids;
+}
+
+std::string object_name(DictionaryFiles& files, uint16_t id) {
+  DictRow r(DictTable::object);
+  r.set(dict_object::obj_id, id);
+  return files.read(r, 0, 2) < 0 ? "#" + std::to_string(id) : r.text(dict_object::obj_name);
+}
+
+bool loads_object(const Schema& schema, const std::string& name) {
+  return std::any_of(schema.objects.begin(), schema.objects.end(), [&](const ObjectEntry& o) { return o.name == name; });
+}
+
+std::string joined(const std::vector<std::string>& names) {
+  std::string s;
+  for (const std::string& n : names) s += (s.empty() ? "" : ", ") + n;
+  return s;
+}
+
+// A field whose storage changes size while objects that this load does not lay out again hold it
+// is refused: their records would no longer add up. (The load does not lay them out again itself:
+// their files were written with the old layout, and only their owner can say what is to become of
+// them.) Loading those objects in the same load is the way to change such a field.
+bool sizes_kept(DictionaryFiles& files, const Schema& schema, Problems& problems) {
+  bool kept = true;
+  for (const FieldEntry& f : schema.fields) {
+    const std::optional<DictField> old = files.find_field_in(0, f.name);
+    const uint32_t before = old ? static_cast<uint32_t>(old->size) * old->occurs : 0, after = static_cast<uint32_t>(f.size) * f.occurs;
+    if (!old || before == after) continue;
+    std::vector<std::string> holders;
+    for (uint16_t id : objects_holding(files, old->id))
+      if (const std::string name = object_name(files, id); !loads_object(schema, name)) holders.push_back(name);
+    if (holders.empty()) continue;
+    problems.push_back(f.where + ": field " + f.name + ": its size changes from " + std::to_string(before) + " to " +
+                       std::to_string(after) + " bytes, but the record of " + joined(holders) +
+                       " holds it and is not in this load; load " + (holders.size() > 1 ? "those objects" : "that object") +
+                       " again with it (tavdict dump shows the definition), or keep the size");
+    kept = false;
+  }
+  return kept;
+}
+
+// What the compiler makes of the dictionary as the load leaves it: every object the load wrote
+// or whose record holds a field it wrote loads without a problem, and every validation text it
+// wrote compiles as an ACCEPT of its field. Each problem names where the schema gave the thing.
+bool compiler_accepts(DictionaryFiles& files, const Schema& schema, const std::map<std::string, uint16_t>& field_ids,
+                      Problems& problems) {
+  ScratchDir scratch;
+  if (!scratch.ok()) {
+    problems.push_back("cannot make a scratch directory");
+    return false;
+  }
+  const std::string listing = scratch.file("verify.err");
+  std::vector<std::pair<std::string, std::string>> touched;  // name, what to call it
+  const auto touch = [&](const std::string& name, const std::string& what) {
+    for (const auto& t : touched)
+      if (t.first == name) return;
+    touched.emplace_back(name, what);
+  };
+  for (const ObjectEntry& o : schema.objects) touch(o.name, o.where + ": object " + o.name);
+  for (const FieldEntry& f : schema.fields) {
+    for (uint16_t id : objects_holding(files, field_ids.at(f.name))) {
+      const std::string name = object_name(files, id);
+      touch(name, f.where + ": field " + f.name + ": object " + name + ", which holds it");
+    }
+  }
+  const size_t before = problems.size();
+  for (const auto& [name, what] : touched)
+    for (const std::string& message : object_problems(files, name, listing)) problems.push_back(what + ": " + message);
+  for (const FieldEntry& f : schema.fields) {
+    if (f.validation.empty()) continue;
+    for (const ValidationError& e : validation_errors(files, f.name, listing)) {
+      const std::vector<std::string>& at = f.validation_where;
+      const std::string where = e.line >= 1 && static_cast<size_t>(e.line) <= at.size() ? at[static_cast<size_t>(e.line - 1)]
+                                : at.empty()                                             ? f.where
+                                                                                         : at.front();
+      problems.push_back(where + ": field " + f.name + ": validation: " + e.message);
+    }
+  }
+  return problems.size() == before;
+}
+
 }  // namespace
 
 Store::Store(std::string prefix) : prefix_(std::move(prefix)), files_(kAllTables) {}
 
-std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool read_only, Problems& problems) {
+std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool read_only, Problems& problems,
+                                   std::vector<std::string>* created) {
   if (datafile::names_server(prefix)) {
     problems.push_back(prefix + ": names a file server; dictionaries are local files (a leading ':' names a local file)");
     return nullptr;
   }
   const std::string local(datafile::local_name(prefix));
-  if (create && !create_missing(local, problems)) return nullptr;
+  std::vector<std::string> made;
+  const bool ready = !create || create_missing(local, problems, made);
+  if (created) created->insert(created->end(), made.begin(), made.end());
+  if (!ready) return nullptr;
   if (!create && !exists(table_name(local, DictTable::object) + ".idx")) {
     problems.push_back(local + ": no dictionary here (" + table_name(local, DictTable::object) + ".idx is missing)");
     return nullptr;
@@ -290,10 +400,12 @@ std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool 
   try {
     if (store->files_.open(":" + local, read_only) != 0) {
       problems.push_back(table_name(local, DictTable::documentation) + ".idx: cannot be opened");
+      name_unusable_tables(local, problems);
       return nullptr;
     }
   } catch (const RunStop& stop) {
     problems.push_back(stop.message);
+    name_unusable_tables(local, problems);
     return nullptr;
   }
   return store;
@@ -301,9 +413,12 @@ std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool 
 
 bool Store::load(const Schema& schema, Problems& problems) {
   Writer writer(files_, problems);
-  const int status = in_transactions(files_, kWrittenTables, [&] {
+  // One transaction on all the tables a load writes: they commit together or not at all.
+  const int status = files_.in_transaction(DictTable::object, 0, [&] {
+    if (!sizes_kept(files_, schema, problems)) return kRefused;
     if (int s = writer.fields(schema.fields); s != 0) return s;
-    return writer.objects(schema.objects);
+    if (int s = writer.objects(schema.objects); s != 0) return s;
+    return compiler_accepts(files_, schema, writer.field_ids(), problems) ? 0 : kRefused;
   });
   if (status != 0 && problems.empty())
     problems.push_back(prefix_ + ": the load cannot be committed: " + Diagnostics::io_error_text(status));

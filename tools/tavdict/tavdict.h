@@ -10,10 +10,16 @@
 // A schema is a program text of FIELD and OBJECT statements, preprocessed like a program. Notes
 // the statements cannot say (descriptions, documentation lines, validation text, column titles)
 // are comment lines starting "//%" (schema_notes.cc). docs/dictionaries.md describes both.
+//
+// A load never leaves a dictionary that the compiler or check refuses: inside the transaction
+// that writes its rows it loads every object it touches as the compiler does and compiles every
+// validation text it stores as an ACCEPT reads it (verify.cc); any problem undoes the whole load.
+// A field whose size changes while an object outside the load holds it is refused.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tav::dict_tool {
@@ -33,6 +39,9 @@ struct FieldEntry {
   std::vector<std::string> validation;  // ACCEPT clauses applied wherever the field is accepted
   std::string title;                    // column title
   std::string drill_back;               // the DRILL-BACK program text
+  // Where a schema gave them ("file, line n"); empty for what a dictionary holds.
+  std::string where;                          // the statement that defines the field
+  std::vector<std::string> validation_where;  // each validation line's note
 };
 
 struct RecordEntry {
@@ -57,6 +66,7 @@ struct ObjectEntry {
   std::vector<std::string> doc;  // documentation lines
   std::vector<RecordEntry> record;  // in offset order
   std::vector<KeyEntry> keys;       // index 1, 2, ...
+  std::string where;                // the statement that defines it in a schema
 
   static constexpr char kDefaultVersion = '4';
 };
@@ -72,10 +82,23 @@ enum class DocKind : int { object = 1, field = 2, validation = 3, title = 4, dri
 
 // ---- The commands --------------------------------------------------------------------------------
 
-// Each returns the exit status and writes its messages to standard error.
-int load_command(const std::string& dict, const std::vector<std::string>& schemas);
-int dump_command(const std::string& dict);
-int check_command(const std::string& dict);
+// Standard output with every write checked: a write that fails (a full disk) makes finish()
+// report it and fail.
+class Output {
+ public:
+  void print(std::string_view text);
+  // Flushes and closes standard output; false, after a message, when anything was lost.
+  bool finish();
+
+ private:
+  int error_ = 0;  // errno of the first failed write
+};
+
+// Each returns the exit status and writes its messages to standard error; what it prints goes
+// through `out`.
+int load_command(const std::string& dict, const std::vector<std::string>& schemas, Output& out);
+int dump_command(const std::string& dict, Output& out);
+int check_command(const std::string& dict, Output& out);
 
 int tavdict_main(int argc, char** argv);
 
