@@ -326,7 +326,7 @@ void Driver::compile_file(const std::string& argument) {
 
   // Two compiles of the same source take their turns: they share its listing and its table.
   // Only a regular file is locked: opening a FIFO to lock it would wait for a writer for ever,
-  // and a device is no source either. The preprocessor refuses them as it does today.
+  // and a device is no source either. The preprocessor refuses them, with its message.
   std::optional<FileLock> same_source;
   if (!refuse_unusual_source(file.source_name)) same_source.emplace(file.source_name);
   // A file the preprocessor refused has its message and no result line.
