@@ -156,7 +156,8 @@ void OptableWriter::write() {
   // The rename replaces a previous table in one step, also when that one is read-only.
   if (rename(work_name_.c_str(), file_.op6_name.c_str()) != 0) {
     int err = errno;
-    fail(format_text(txt::cant_link_table, {prog, work_name_, file_.op6_name, std::to_string(err)}), file_.op6_name, err);
+    fail(format_text(txt::cant_link_table, {prog, work_name_, file_.op6_name, std::to_string(err)}),
+         file_.op6_name, err);
   }
   if (note_) note_("");
   work_name_.clear();

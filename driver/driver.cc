@@ -634,7 +634,8 @@ void Driver::write_statistics() {
   if (!f) {
     if (opened.fd >= 0) close(opened.fd);
     display_.show(text_of(txt::cant_create_statistics));
-    explain("cannot write 'tavcmp.out': " + (opened.problem.empty() ? std::string(std::strerror(errno)) : opened.problem));
+    const std::string why = opened.problem.empty() ? std::strerror(errno) : opened.problem;
+    explain("cannot write 'tavcmp.out': " + why);
     return;
   }
   const auto& stats = compiler_->stores.builder.stats();

@@ -48,9 +48,10 @@ TEST(DriverPreprocess, MissingProductTree) {
     std::string tried;
     std::string reason;
   };
+  const std::string missing = dir / "no-such-product";
   const Case cases[] = {
-      {{{"TAVRIN=" + dir / "no-such-product"}, {}}, dir / "no-such-product/bin/tavpp", "No such file or directory (TAVRIN is '" + dir / "no-such-product'"},
-      {{{"TAVRIN=" + dir / "no-such-product/"}, {}}, dir / "no-such-product/bin/tavpp", "No such file or directory (TAVRIN is '"},
+      {{{"TAVRIN=" + missing}, {}}, missing + "/bin/tavpp", "No such file or directory (TAVRIN is '" + missing + "'"},
+      {{{"TAVRIN=" + missing + "/"}, {}}, missing + "/bin/tavpp", "No such file or directory (TAVRIN is '"},
       {{{}, {"TAVRIN"}}, "/usr/tavrin/bin/tavpp", "(TAVRIN is not set, so /usr/tavrin is used;"},
       {{{"TAVRIN=" + product.path()}, {}}, product / "bin/tavpp", "Permission denied (TAVRIN is '"},
   };
