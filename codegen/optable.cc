@@ -54,12 +54,14 @@ OptableWriter::OptableWriter(Stores& stores, const CompileSettings& settings, Fi
     : stores_(stores), settings_(settings), file_(file), program_(std::move(program)),
       note_(std::move(note_work_file)) {}
 
-void OptableWriter::fail(const std::string& message) {
+void OptableWriter::fail(const std::string& message, const std::string& path, int err) {
   if (!work_name_.empty()) {
     unlink(work_name_.c_str());
     if (note_) note_("");
   }
-  stores_.diag.abort_file(message);
+  std::string reason = "cannot write '" + file_.op6_name + "'";
+  if (path != file_.op6_name) reason += " (its work file '" + path + "')";
+  stores_.diag.abort_file(message, reason + ": " + std::strerror(err));
 }
 
 void OptableWriter::fill_header() {
@@ -107,7 +109,7 @@ void OptableWriter::write() {
     int err = errno;
     std::string name = work_name_;
     work_name_.clear();  // not ours to remove
-    fail(format_text(txt::cant_remove_work_file, {prog, name, std::to_string(err)}));
+    fail(format_text(txt::cant_remove_work_file, {prog, name, std::to_string(err)}), name, err);
   }
   if (note_) note_(work_name_);
   int fd = open(work_name_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
@@ -116,7 +118,7 @@ void OptableWriter::write() {
     std::string name = work_name_;
     if (note_) note_("");
     work_name_.clear();
-    fail(format_text(txt::cant_create_work_file, {prog, name, std::to_string(err)}));
+    fail(format_text(txt::cant_create_work_file, {prog, name, std::to_string(err)}), name, err);
   }
 
   if (texts.used()) {
@@ -136,22 +138,26 @@ void OptableWriter::write() {
 
   if (int err = write_image(fd, ops.at(0), ops_used, s)) {
     close(fd);
-    fail(format_text(txt::error_writing_table, {prog, std::to_string(err)}));
+    fail(format_text(txt::error_writing_table, {prog, std::to_string(err)}), work_name_, err);
   }
   if (d != 0) {
     if (int err = write_image(fd, data.at(0), data_used, d)) {
       close(fd);
-      fail(format_text(txt::error_writing_data_area, {prog, std::to_string(err)}));
+      fail(format_text(txt::error_writing_data_area, {prog, std::to_string(err)}), work_name_, err);
     }
   }
   file_.table_size = static_cast<long>(s) + static_cast<long>(d);
   file_.data_size = static_cast<long>(d);
-  if (close(fd) != 0) fail(format_text(txt::error_writing_table, {prog, std::to_string(errno)}));
+  if (close(fd) != 0) {
+    const int err = errno;
+    fail(format_text(txt::error_writing_table, {prog, std::to_string(err)}), work_name_, err);
+  }
 
   // The rename replaces a previous table in one step, also when that one is read-only.
   if (rename(work_name_.c_str(), file_.op6_name.c_str()) != 0) {
     int err = errno;
-    fail(format_text(txt::cant_link_table, {prog, work_name_, file_.op6_name, std::to_string(err)}));
+    fail(format_text(txt::cant_link_table, {prog, work_name_, file_.op6_name, std::to_string(err)}),
+         file_.op6_name, err);
   }
   if (note_) note_("");
   work_name_.clear();

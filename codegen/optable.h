@@ -29,7 +29,9 @@ class OptableWriter {
 
  private:
   void fill_header();
-  [[noreturn]] void fail(const std::string& message);
+  // Abandons the table with the classic message and, for standard error, the file concerned
+  // (`path`) and the system's text for `err`.
+  [[noreturn]] void fail(const std::string& message, const std::string& path, int err);
 
   Stores& stores_;
   const CompileSettings& settings_;

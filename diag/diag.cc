@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "diag/display.h"
+#include "runtime/output_open.h"
 
 namespace tav {
 
@@ -116,16 +117,31 @@ void Diagnostics::close_listing() {
   if (listing_) {
     listing_fd_ = -1;
     std::fputs("\n", listing_);
+    std::fflush(listing_);
+    remove_if_empty(listing_path_, fileno(listing_));  // nothing could be written
     std::fclose(listing_);
     listing_ = nullptr;
   }
 }
 
+void Diagnostics::list_line(std::string_view text) {
+  write_listing("\n");
+  write_listing(text);
+}
+
 void Diagnostics::write_listing(std::string_view text) {
   if (!listing_ && !listing_failed_ && !listing_path_.empty()) {
-    listing_ = std::fopen(listing_path_.c_str(), "a");
-    if (!listing_) listing_failed_ = true;
-    else listing_fd_ = fileno(listing_);
+    // Appended to, as the preprocessor's messages are already there; a name planted in a shared
+    // directory must not redirect it.
+    const OpenedOutput opened = open_output(listing_path_, OutputMode::append);
+    if (opened.fd >= 0) listing_ = fdopen(opened.fd, "a");
+    if (!listing_) {
+      if (opened.fd >= 0) close(opened.fd);
+      listing_failed_ = true;
+      if (tell_refused_) tell_refused_("cannot write the listing '" + listing_path_ + "': " + opened.problem);
+    } else {
+      listing_fd_ = fileno(listing_);
+    }
   }
   if (listing_) {
     std::fwrite(text.data(), 1, text.size(), listing_);
@@ -227,10 +243,10 @@ int Diagnostics::raise(Severity severity, std::string_view message, Context cont
   return -1;
 }
 
-void Diagnostics::abort_file(std::string message) {
+void Diagnostics::abort_file(std::string message, std::string reason) {
   if (first_error_ == 0) first_error_ = -1;
   ++error_count_;
-  throw FileAbort{std::move(message)};
+  throw FileAbort{std::move(message), std::move(reason)};
 }
 
 int Diagnostics::report(Severity severity, std::string_view message, Context context) {

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -69,6 +70,7 @@ enum class Severity : int { info = 0, warning = 1, error = 2, fatal = 3 };
 // to show.
 struct FileAbort {
   std::string message;
+  std::string reason;  // for standard error: the file concerned and the system's error text
 };
 
 // Thrown to end the whole run (a damaged dictionary, say): the driver shows the message and
@@ -134,7 +136,12 @@ class Diagnostics {
   // Per file: counts back to zero, and the name of the listing (opened on the first line).
   void start_file();
   void set_listing(std::string path);
-  void close_listing();  // writes the final "\n" when the listing is open
+  void close_listing();  // writes the final "\n" when the listing is open; removes it when empty
+  // Told, once per listing, why a listing could not be opened (it is then not written): a
+  // symbolic link or anything but a regular file is refused, not followed.
+  void on_listing_refused(std::function<void(const std::string&)> tell) { tell_refused_ = std::move(tell); }
+  // A message line of the run (not a compile diagnostic) that belongs in the listing too.
+  void list_line(std::string_view text);
   // The open listing's descriptor, -1 when none is open. Every line is flushed as it is
   // written, so a signal handler may put the final "\n" straight onto it.
   int listing_fd() const { return listing_fd_.load(); }
@@ -167,7 +174,7 @@ class Diagnostics {
 
   // The abort path of a file: the first-error value becomes -1 when it is 0, the abort counts as
   // an error, and FileAbort is thrown.
-  [[noreturn]] void abort_file(std::string message = {});
+  [[noreturn]] void abort_file(std::string message = {}, std::string reason = {});
 
   // Text of an I/O status code of the data-file layer.
   static std::string io_error_text(int code);
@@ -184,6 +191,7 @@ class Diagnostics {
   FILE* listing_ = nullptr;
   std::atomic<int> listing_fd_{-1};
   bool listing_failed_ = false;
+  std::function<void(const std::string&)> tell_refused_;
   std::string name_;
   int16_t first_error_ = 0;
   uint16_t error_count_ = 0;

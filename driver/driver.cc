@@ -4,10 +4,13 @@
 
 #include "driver/driver.h"
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -15,6 +18,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +36,7 @@
 #include "nls/catalogue.h"
 #include "nls/language_files.h"
 #include "runtime/file_lock.h"
+#include "runtime/output_open.h"
 #include "runtime/process.h"
 #include "statements/program.h"
 #include "symbols/compiler_stores.h"
@@ -100,6 +105,32 @@ bool ends_with_separator(const std::string& s) {
   return !s.empty() && (s.back() == '/' || s.back() == '\\');
 }
 
+// A file name handed to another program as an argument: one that begins with "-" would be read
+// as an option there, so a relative one is written "./-name" (the same file).
+std::string as_operand(const std::string& name) { return name.rfind('-', 0) == 0 ? "./" + name : name; }
+
+// The size of a file, 0 when it cannot be seen.
+off_t size_of(const std::string& path) {
+  struct stat st {};
+  return lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) ? st.st_size : 0;
+}
+
+// What a regular file holds from `from` on (at most `limit` bytes); nothing when the name is
+// not a regular file.
+std::string read_tail(const std::string& path, off_t from, size_t limit) {
+  const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return {};
+  std::string text;
+  struct stat st {};
+  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > from) {
+    text.resize(std::min(static_cast<size_t>(st.st_size - from), limit));
+    const ssize_t n = pread(fd, text.data(), text.size(), from);
+    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
+  }
+  close(fd);
+  return text;
+}
+
 // The byte-packed record access every operations-table record relies on.
 bool record_access_works() {
   const uint8_t record[5] = {0x11, 0x22, 0x33, 0xff, 0xaa};
@@ -133,6 +164,10 @@ class Driver {
   void open_language_files();
   void register_program(const FileContext& file);
   void say(txt::Text message);
+  void explain(const std::string& text);
+  void explain_not_started(const std::string& path, int err);
+  void explain_preprocessor_messages(const std::string& listing, off_t from);
+  bool refuse_unusual_source(const std::string& source);
   [[noreturn]] void cleanup_exit(int status);
 
   int argc_;
@@ -149,6 +184,7 @@ class Driver {
   int files_attempted_ = 0;
   int earlier_errors_ = 0;  // the error counts of the files before the current one
   time_t summary_start_ = 0;
+  std::vector<std::string> explanations_;  // held back while the progress window is on the screen
 };
 
 void Driver::run() {
@@ -169,8 +205,10 @@ void Driver::start_up() {
   signal(SIGXFSZ, SIG_IGN);
   g_cleanup.display = &display_;
   g_cleanup.diag = &diag_;
+  diag_.on_listing_refused([this](const std::string& why) { explain(why); });
 
-  std::optional<Options> options = parse_options(argc_ - 1, argv_ + 1, std::getenv("TAVCMPINC"));
+  std::string usage_problem;
+  std::optional<Options> options = parse_options(argc_ - 1, argv_ + 1, std::getenv("TAVCMPINC"), &usage_problem);
 
   const char* tavrin = std::getenv("TAVRIN");
   run_.product_dir = tavrin ? tavrin : "/usr/tavrin";
@@ -181,6 +219,7 @@ void Driver::start_up() {
   if (!options) {
     std::fputs(kUsageText, stdout);
     std::fflush(stdout);
+    explain(usage_problem);
     std::exit(255);
   }
   if (options->help) {
@@ -286,7 +325,10 @@ void Driver::compile_file(const std::string& argument) {
   }
 
   // Two compiles of the same source take their turns: they share its listing and its table.
-  const FileLock same_source(file.source_name);
+  // Only a regular file is locked: opening a FIFO to lock it would wait for a writer for ever,
+  // and a device is no source either. The preprocessor refuses them, with its message.
+  std::optional<FileLock> same_source;
+  if (!refuse_unusual_source(file.source_name)) same_source.emplace(file.source_name);
   // A file the preprocessor refused has its message and no result line.
   const bool preprocessed = preprocess(file);
   if (preprocessed) {
@@ -368,6 +410,8 @@ bool Driver::preprocess(FileContext& file) {
     args.push_back("-MT" + file.op6_name);
   }
   args.push_back("-o" + file.err_name);
+  // Names are never options to the preprocessor, whatever they begin with.
+  if (file.source_name.rfind('-', 0) == 0 || temp_name_.rfind('-', 0) == 0) args.push_back("--");
   args.push_back(file.source_name);
   args.push_back(temp_name_);
 
@@ -376,8 +420,12 @@ bool Driver::preprocess(FileContext& file) {
   if (o.include_overflow)
     diag_.info_text(txt::too_many_include_directories);
 
-  if (run_program(args) != 0) {
+  const off_t listed_before = size_of(file.err_name);
+  if (const int result = run_program(args); result != 0) {
+    const int err = errno;
     say(txt::errors_during_preprocessing);
+    if (result < 0) explain_not_started(args[0], err);
+    else explain_preprocessor_messages(file.err_name, listed_before);
     return false;
   }
   return true;
@@ -398,8 +446,13 @@ void Driver::compile_and_write(FileContext& file) {
   try {
     if (diag_.first_error() == 0 && !run_.options.test_only) write_outputs(file);
   } catch (const FileAbort& abort) {
-    // The file's output is abandoned; the rest of this phase is skipped.
-    if (!abort.message.empty()) show_stop(abort.message);
+    // The file's output is abandoned; the rest of this phase is skipped. The message goes into
+    // the listing too, so that the listing tells why there is no table.
+    if (!abort.message.empty()) {
+      diag_.list_line(abort.message);
+      show_stop(abort.message);
+    }
+    if (!abort.reason.empty()) explain(abort.reason);
   } catch (const RunStop& stop) {
     stop_run(stop);
   }
@@ -445,13 +498,64 @@ void Driver::say(txt::Text message) {
     display_.print("%.*s\n", static_cast<int>(text.size()), text.data());
 }
 
+// Why something failed, for the person running the compiler: a line on standard error, which
+// leaves the classic output alone. While the progress window holds the terminal the lines wait
+// until it is closed.
+void Driver::explain(const std::string& text) {
+  if (text.empty()) return;
+  std::string line = run_.program_name + ": " + text + "\n";
+  if (display_.screen()) {
+    explanations_.push_back(std::move(line));
+    return;
+  }
+  std::fflush(stdout);  // the explanation follows what standard output has said so far
+  std::fputs(line.c_str(), stderr);
+}
+
+// A companion program that could not be started at all: usually TAVRIN does not name the
+// product directory.
+void Driver::explain_not_started(const std::string& path, int err) {
+  const char* tavrin = std::getenv("TAVRIN");
+  std::string hint = tavrin ? "TAVRIN is '" + std::string(tavrin) + "'" : "TAVRIN is not set, so /usr/tavrin is used";
+  explain("cannot run '" + path + "': " + std::strerror(err) + " (" + hint +
+          "; it must name the product directory, whose bin/ holds tavpp and tavcmpnls)");
+}
+
+// The preprocessor's own messages are in the listing; in plain mode they are shown as well, so
+// that nobody has to open the listing to see why a file was refused.
+void Driver::explain_preprocessor_messages(const std::string& listing, off_t from) {
+  if (display_.screen()) return;
+  constexpr size_t kShownBytes = 64 * 1024;
+  std::string text = read_tail(listing, from, kShownBytes);
+  const size_t start = text.find_first_not_of('\n');
+  if (start == std::string::npos) return;
+  text.erase(0, start);
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  std::fflush(stdout);
+  std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+// A source that exists but is not a regular file (a FIFO, a device, a directory) is not opened
+// here; the reason is told, and the preprocessor refuses it.
+bool Driver::refuse_unusual_source(const std::string& source) {
+  struct stat st {};
+  if (stat(source.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return false;
+  const char* kind = S_ISFIFO(st.st_mode) ? "a FIFO" : S_ISDIR(st.st_mode) ? "a directory"
+                     : S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode) ? "a device" : "not a regular file";
+  explain("source '" + source + "' is " + kind + ", not a regular file: not compiled");
+  return true;
+}
+
 // With language-text processing on, the post-processor records the table's texts.
 void Driver::run_nls(const FileContext& file) {
   const char* language = std::getenv("TAVLANGUAGE");
   const char* dir = std::getenv("TAVLANGDIR");
   if (!language || !*language || !dir || !*dir) return;
-  if (run_program({run_.bin_dir + "tavcmpnls", file.op6_name}) != 0) {
+  const std::string program = run_.bin_dir + "tavcmpnls";
+  if (const int result = run_program({program, as_operand(file.op6_name)}); result != 0) {
+    const int err = errno;
     say(txt::errors_during_nls_processing);
+    if (result < 0) explain_not_started(program, err);
   }
 }
 
@@ -525,9 +629,13 @@ void Driver::show_summary(FileContext& file) {
 }
 
 void Driver::write_statistics() {
-  FILE* f = std::fopen("tavcmp.out", "w");
+  const OpenedOutput opened = open_output("tavcmp.out", OutputMode::truncate);
+  FILE* f = opened.fd >= 0 ? fdopen(opened.fd, "w") : nullptr;
   if (!f) {
+    if (opened.fd >= 0) close(opened.fd);
     display_.show(text_of(txt::cant_create_statistics));
+    const std::string why = opened.problem.empty() ? std::strerror(errno) : opened.problem;
+    explain("cannot write 'tavcmp.out': " + why);
     return;
   }
   const auto& stats = compiler_->stores.builder.stats();
@@ -553,6 +661,7 @@ void Driver::cleanup_exit(int status) {
     const int errors = earlier_errors_ + diag_.error_count();
     display_.wait_ack(format_text(txt::run_totals, {std::to_string(files_attempted_), std::to_string(errors)}));
     display_.end();
+    for (const std::string& line : explanations_) std::fputs(line.c_str(), stderr);
   }
   std::exit(status & 0xff);
 }

@@ -1,6 +1,7 @@
 #include "driver/options.h"
 
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
@@ -17,28 +18,30 @@ const char kHelpText[] =
     "and -w. Options taking an argument take the next ones, in the order -p -g -u -x -o.\n"
     "  -l        plain output on standard output instead of the progress window\n"
     "  -t        test compile only: diagnostics, no .op6\n"
-    "  -w        suppress warnings and informational messages\n"
-    "  -i        suppress informational messages\n"
+    "  -w        suppress warnings, informational messages and \"No errors found\"\n"
+    "  -i        suppress informational messages and \"No errors found\"\n"
     "  -d        debug compile: statement markers in the table\n"
     "  -s        compilation summary after each file (progress window only)\n"
     "  -n        compile without the data dictionaries (not with -g or -u)\n"
     "  -c        do not stop on dictionary record-layout inconsistencies\n"
-    "  -o dir    write the .op6, .err and .d files into dir\n"
+    "  -o dir    write the .op6, .err and .d files into dir (an existing directory)\n"
     "  -I dir    include directory for the preprocessor (up to 10, with TAVCMPINC)\n"
     "  -p sys    register the program under system sys in the dictionaries\n"
     "  -g dict   global dictionary\n"
     "  -u dict   user dictionary\n"
     "  -x n      debug level: 1 traces the SELECT optimiser, 99 writes op statistics to\n"
-    "            tavcmp.out\n"
+    "            tavcmp.out (with -s, in the progress window only)\n"
     "  --write-dependencies\n"
     "            also write <name>.d beside each .op6: a make rule naming the source and every\n"
     "            file it includes, and an empty rule for each included file\n"
     "  --help    print this text and exit\n"
     "  --version print the product version and exit\n"
     "\n"
-    "Environment: TAVRIN (product directory), TMPDIR, TAVCMPINC, TAVUSRDICT, TAVDISTDICT,\n"
-    "TAVDICT, TAVPATH, TAVLANGUAGE, TAVLANGDIR, TAVDATEORDER, TAVYEAROFFSET, TAVDATESEP,\n"
-    "TAVMONTHNAMES, TAVNOPREVWARN; see tavcmp(1).\n"
+    "Environment: TAVRIN (product directory), TMPDIR, TAVCMPINC, the dictionaries TAVUSRDICT,\n"
+    "TAVDISTDICT, TAVDICT and their search path TAVPATH, ERQ (component libraries),\n"
+    "TAVLANGUAGE, TAVLANGDIR, TAVDATEORDER, TAVYEAROFFSET, TAVDATESEP, TAVMONTHNAMES,\n"
+    "TAVNOPREVWARN; see tavcmp(1).\n"
+    "Why a run failed is told on standard error.\n"
     "Exit status: 0 when the last file compiled without errors; otherwise the line of its first\n"
     "error modulo 256 (255 without a line); 255 on a usage error or a failed start-up.\n";
 
@@ -83,9 +86,37 @@ void take_argument(Options& o, Pending which, const char* arg) {
   }
 }
 
+// A decimal number, as -x takes it.
+bool is_number(const char* text) {
+  if (*text == '-' || *text == '+') ++text;
+  if (!*text) return false;
+  for (; *text; ++text)
+    if (!std::isdigit(static_cast<unsigned char>(*text))) return false;
+  return true;
+}
+
+std::string unknown_letter(char letter, const char* cluster) {
+  std::string why = "unknown option letter '";
+  if (std::isprint(static_cast<unsigned char>(letter))) {
+    why += letter;
+  } else {
+    char code[8];
+    std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(letter)));
+    why += code;
+  }
+  why += "'";
+  if (std::string_view(cluster).size() > 2) why += std::string(" in '") + cluster + "'";
+  return why;
+}
+
 }  // namespace
 
-std::optional<Options> parse_options(int argc, const char* const* argv, const char* tavcmpinc) {
+std::optional<Options> parse_options(int argc, const char* const* argv, const char* tavcmpinc,
+                                     std::string* problem) {
+  auto refuse = [problem](std::string why) -> std::optional<Options> {
+    if (problem) *problem = std::move(why);
+    return std::nullopt;
+  };
   Options o;
   bool pending[pending_count] = {};
   auto any_pending = [&] {
@@ -93,6 +124,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, const ch
       if (b) return true;
     return false;
   };
+  const char* debug_argument = nullptr;  // what -x took, when it is not a number
 
   int i = 0;
   for (; i < argc; ++i) {
@@ -102,6 +134,7 @@ std::optional<Options> parse_options(int argc, const char* const* argv, const ch
         if (pending[k]) {
           pending[k] = false;
           take_argument(o, static_cast<Pending>(k), arg);
+          if (k == p_debug && !is_number(arg)) debug_argument = arg;
           break;
         }
       }
@@ -114,14 +147,14 @@ std::optional<Options> parse_options(int argc, const char* const* argv, const ch
       if (name == "help") o.help = true;
       else if (name == "version") o.version = true;
       else if (name == "write-dependencies") o.write_dependencies = true;
-      else return std::nullopt;
+      else return refuse(std::string("unknown option '") + arg + "'");
       if (o.help || o.version) return o;
       continue;
     }
     for (const char* c = arg + 1; *c; ++c) {
       // I, i and w are exact; every other letter is case-insensitive.
       if (*c == 'I') {
-        if (i + 1 >= argc) return std::nullopt;
+        if (i + 1 >= argc) return refuse(std::string("option -I in '") + arg + "' needs a directory after it");
         add_include(o, argv[++i]);
         continue;
       }
@@ -152,15 +185,26 @@ std::optional<Options> parse_options(int argc, const char* const* argv, const ch
         case 't': o.test_only = true; break;
         case 'u': pending[p_user] = true; break;
         case 'x': pending[p_debug] = true; break;
-        default: return std::nullopt;
+        default: return refuse(unknown_letter(*c, arg));
       }
     }
   }
-  if (pending[p_system] || pending[p_global] || pending[p_user]) return std::nullopt;
+  if (pending[p_system]) return refuse("option -p needs a system name");
+  if (pending[p_global]) return refuse("option -g needs a dictionary name");
+  if (pending[p_user]) return refuse("option -u needs a dictionary name");
   if (tavcmpinc && *tavcmpinc) add_include(o, tavcmpinc);
   for (; i < argc; ++i) o.sources.emplace_back(argv[i]);
-  if (o.sources.empty()) return std::nullopt;
-  if (!o.dictionaries && (o.have_global_dict || o.have_user_dict)) return std::nullopt;
+  if (o.sources.empty()) {
+    if (pending[p_debug]) return refuse("option -x needs a number, and no source file is named");
+    if (debug_argument)
+      return refuse(std::string("option -x took '") + debug_argument +
+                    "' as its number, which it is not, and no source file is left");
+    if (pending[p_output]) return refuse("option -o needs a directory, and no source file is named");
+    return refuse("no source file is named");
+  }
+  if (!o.dictionaries && (o.have_global_dict || o.have_user_dict))
+    return refuse(std::string("option -n (no dictionaries) cannot be used with ") +
+                  (o.have_global_dict ? "-g" : "-u"));
   return o;
 }
 

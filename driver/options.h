@@ -40,9 +40,11 @@ struct Options {
 };
 
 // Parses argv (argv[0] excepted) and then the TAVCMPINC value (may be null). Returns nothing on
-// a usage error. Long options ("--name") stand alone among the options; --help and --version end
-// the parse at once, so that they work without a source file.
-std::optional<Options> parse_options(int argc, const char* const* argv, const char* tavcmpinc);
+// a usage error, and then says in `problem` (when given) which argument was wrong and why. Long
+// options ("--name") stand alone among the options; --help and --version end the parse at once,
+// so that they work without a source file.
+std::optional<Options> parse_options(int argc, const char* const* argv, const char* tavcmpinc,
+                                     std::string* problem = nullptr);
 
 extern const char kUsageText[];
 extern const char kHelpText[];  // printed after kUsageText by --help

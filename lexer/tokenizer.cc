@@ -315,6 +315,38 @@ bool Tokenizer::read_raw_line() {
   return any;
 }
 
+namespace {
+
+// The file name of a line marker: the preprocessor escapes a name as a C string literal is
+// escaped ("\\", "\n", "\t", "\r", octal), so that a newline in a name cannot end the marker.
+// A backslash before anything else is kept as it is.
+std::string marker_file_name(std::string_view text) {
+  std::string name;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\\' || i + 1 == text.size()) {
+      name += text[i];
+      continue;
+    }
+    const char next = text[i + 1];
+    if (next == '\\' || next == 'n' || next == 't' || next == 'r') {
+      name += next == 'n' ? '\n' : next == 't' ? '\t' : next == 'r' ? '\r' : '\\';
+      ++i;
+    } else if (next >= '0' && next <= '7') {
+      unsigned value = 0;
+      size_t digits = 0;
+      while (digits < 3 && i + 1 + digits < text.size() && text[i + 1 + digits] >= '0' && text[i + 1 + digits] <= '7')
+        value = value * 8 + static_cast<unsigned>(text[i + 1 + digits++] - '0');
+      name += static_cast<char>(value & 0xff);
+      i += digits;
+    } else {
+      name += '\\';
+    }
+  }
+  return name;
+}
+
+}  // namespace
+
 bool Tokenizer::read_file_line() {
   line_no_ = static_cast<int16_t>(line_no_ + 1);
   for (;;) {
@@ -329,7 +361,7 @@ bool Tokenizer::read_file_line() {
     while (*p == ' ' || *p == '\t') ++p;
     const char* name = p;
     while (!(char_class(*p) & kEnd)) ++p;
-    set_file_name({name, static_cast<size_t>(p - name)});
+    set_file_name(marker_file_name({name, static_cast<size_t>(p - name)}));
   }
   ++source_lines_;
   return true;

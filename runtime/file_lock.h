@@ -1,10 +1,13 @@
 // An exclusive advisory lock on a file or directory, held for the lock object's lifetime: other
 // compilers that ask for the same path wait their turn. A path that cannot be opened is simply
-// not locked (the work goes on unguarded, as it would on a file system without locks).
+// not locked (the work goes on unguarded, as it would on a file system without locks), and
+// neither is anything but a regular file or a directory: the open does not block (a FIFO would
+// wait for a writer for ever) and a FIFO or a device is let go at once.
 #pragma once
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,8 +17,14 @@ namespace tav {
 
 class FileLock {
  public:
-  explicit FileLock(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  explicit FileLock(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
     if (fd_ < 0) return;
+    struct stat st {};
+    if (fstat(fd_, &st) != 0 || !(S_ISREG(st.st_mode) || S_ISDIR(st.st_mode))) {
+      close(fd_);
+      fd_ = -1;
+      return;
+    }
     while (flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
     }
   }

@@ -8,31 +8,40 @@ namespace {
 
 using namespace drvtest;
 
+// Every usage error prints the usage text and ends with 255; standard error says which argument
+// was wrong and why.
 TEST(DriverOptions, UsageErrorsPrintUsageAndEndWith255) {
   TempDir dir;
   write_file(dir / "ok.spl", kClean);
-  const std::vector<std::vector<std::string>> cases = {
-      {},                           // nothing at all
-      {"-ln"},                      // no source file
-      {"-lx", "5"},                 // -x takes its argument, still no source
-      {"-lq", "ok"},                // unknown letter
-      {"-lW", "ok"},                // w is exact: W is unknown
-      {"-l", "-I"},                 // -I as the last argument
-      {"-lI"},                      // ... also at the end of a cluster
-      {"-ln", "-p"},                // argument of -p still pending
-      {"-lg"},                      // ... of -g
-      {"-lu"},                      // ... of -u
-      {"-ln", "-g", "dict", "ok"},  // -n with -g
-      {"-lun", "dict", "ok"},       // -n with -u, in one cluster
-      {"-N", "-G", "dict", "ok"},   // letters other than I, i, w are case-insensitive
+  struct Case {
+    std::vector<std::string> args;
+    std::string why;
   };
-  for (const auto& args : cases) {
+  const Case cases[] = {
+      {{}, "no source file is named"},
+      {{"-ln"}, "no source file is named"},
+      {{"-lx", "5"}, "no source file is named"},  // -x takes its argument, still no source
+      {{"-lx"}, "option -x needs a number, and no source file is named"},
+      {{"-lx", "ok"}, "option -x took 'ok' as its number, which it is not, and no source file is left"},
+      {{"-lq", "ok"}, "unknown option letter 'q' in '-lq'"},
+      {{"-lW", "ok"}, "unknown option letter 'W' in '-lW'"},  // w is exact: W is unknown
+      {{"-l", "-I"}, "option -I in '-I' needs a directory after it"},
+      {{"-lI"}, "option -I in '-lI' needs a directory after it"},  // ... also at the end of a cluster
+      {{"--nonsense", "ok"}, "unknown option '--nonsense'"},
+      {{"-ln", "-p"}, "option -p needs a system name"},
+      {{"-lg"}, "option -g needs a dictionary name"},
+      {{"-lu"}, "option -u needs a dictionary name"},
+      {{"-ln", "-g", "dict", "ok"}, "option -n (no dictionaries) cannot be used with -g"},
+      {{"-lun", "dict", "ok"}, "option -n (no dictionaries) cannot be used with -u"},
+      {{"-N", "-G", "dict", "ok"}, "option -n (no dictionaries) cannot be used with -g"},  // case-insensitive
+  };
+  for (const Case& c : cases) {
     std::string shown;
-    for (const auto& a : args) shown += a + " ";
-    RunResult r = tavcmp(dir.path(), args);
+    for (const auto& a : c.args) shown += a + " ";
+    RunResult r = tavcmp(dir.path(), c.args);
     EXPECT_EQ(r.status, 255) << shown;
     EXPECT_EQ(r.out, kUsage) << shown;
-    EXPECT_EQ(r.err, "") << shown;
+    EXPECT_EQ(r.err, tavtest::program("tavcmp") + ": " + c.why + "\n") << shown;
     EXPECT_EQ(list_dir(dir.path()), std::vector<std::string>{"ok.spl"}) << shown;
   }
 }

@@ -1,6 +1,9 @@
 // The tavpp program: command line, exact output, listing and exit statuses.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "tests/support/support.h"
@@ -79,10 +82,61 @@ TEST(TavppCli, ErrorsAppendToListing) {
             "bad.spl, line 3: ERROR  #error - 'Release too old'\n");
   EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"bad.err", "bad.spl"}));
 
-  // A missing source, and a listing that cannot be opened: the message goes to stderr.
+  // A missing source, and a listing that cannot be opened: the message goes to stderr, after a
+  // line that says why.
   r = tavpp(dir, {"-ono/such/dir.err", "none.spl", "none.pp"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "ERROR  Can't open source file - 'none.spl'\n");
+  EXPECT_EQ(r.err, "tavpp: cannot write the listing 'no/such/dir.err': No such file or directory\n"
+                   "ERROR  Can't open source file - 'none.spl'\n");
+}
+
+// File names are never options after "--"; names with a newline, a backslash or a leading blank
+// are escaped in the line markers, and quoted for make in the rules.
+TEST(TavppCli, OddFileNames) {
+  tavtest::TempDir dir;
+  write_file(dir / "-a\nb.spl", "#include \" lead\\ing.spl\"\nend\n");
+  write_file(dir / " lead\\ing.spl", "lead\n");
+  auto r = tavpp(dir, {"-oa.err", "-MFa.d", "--", "-a\nb.spl", "-a.pp"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(read_file(dir / "-a.pp"),
+            "# 1 -a\\nb.spl\n"
+            "# 1 \\040lead\\\\ing.spl\n"
+            "lead\n"
+            "# 2 -a\\nb.spl\n"
+            "end\n");
+  // As make reads them: a blank after a backslash needs both quoted, a newline cannot be said.
+  EXPECT_EQ(read_file(dir / "a.d"),
+            "-a\\nb.op6: -a\\nb.spl \\ lead\\ing.spl\n"
+            "\n\\ lead\\ing.spl:\n");
+  write_file(dir / "b $#\\ c.spl", "b\n");
+  r = tavpp(dir, {"-ob.err", "-MFb.d", "-MTout/b $#\\ c.op6", "b $#\\ c.spl", "b.pp"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(read_file(dir / "b.d"), "out/b\\ $$\\#\\\\\\ c.op6: b\\ $$\\#\\\\\\ c.spl\n");
+  // Without "--" a name that begins with "-" stays a usage error.
+  r = tavpp(dir, {"-oa.err", "-a.spl", "a.pp"});
+  EXPECT_EQ(r.status, 2);
+}
+
+// A symbolic link planted at the listing's name in a shared (sticky) directory is not followed:
+// the messages go to standard error instead, and the file the link names keeps its bytes. As the
+// superuser the link and the directory belong to another user, as they would in /tmp.
+TEST(TavppCli, PlantedListingLinkIsNotFollowed) {
+  tavtest::TempDir dir;
+  const std::string shared = dir / "shared";
+  std::filesystem::create_directory(shared);
+  write_file(dir / "target", "precious\n");
+  ASSERT_EQ(symlink((dir / "target").c_str(), (shared + "/bad.err").c_str()), 0);
+  if (geteuid() == 0) {
+    ASSERT_EQ(chown(shared.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(lchown((shared + "/bad.err").c_str(), 65534, 65534), 0);
+  }
+  chmod(shared.c_str(), 01777);
+  write_file(dir / "bad.spl", "#error stop\n");
+  auto r = tavpp(dir, {"-oshared/bad.err", "bad.spl", "bad.pp"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(read_file(dir / "target"), "precious\n");
+  EXPECT_EQ(r.err, "tavpp: cannot write the listing 'shared/bad.err': Is a symbolic link (not followed)\n"
+                   "bad.spl, line 1: ERROR  #error - 'stop'\n");
 }
 
 TEST(TavppCli, BinaryInput) {

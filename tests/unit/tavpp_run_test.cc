@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "source.h"
 #include "tavpp.h"
 #include "tests/support/support.h"
 
@@ -139,6 +140,20 @@ TEST_F(TavppRun, ErrorLimitStopsTheRun) {
   EXPECT_NE(r.listing.find("line 40: ERROR  Too many errors - preprocessing stopped\n"),
             std::string::npos);
   EXPECT_EQ(r.listing.find("line 41:"), std::string::npos);
+}
+
+// A line of 4 MiB or more is said to be too long, not blamed on a macro it does not have; the
+// longest line allowed passes unchanged.
+TEST_F(TavppRun, LongLines) {
+  const std::string longest(LineReader::kMaxLine, 'x');
+  Outcome r = run("a\n" + longest + "\nb\n");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.size(), ("# 1 " + p("main.spl") + "\na\n" + longest + "\nb\n").size());
+
+  r = run("a\n" + longest + "x\n" + longest + "yz");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.listing, "\n" + p("main.spl") + ", line 2: ERROR  Line too long - 'more than 4194303 bytes'\n" +
+                           p("main.spl") + ", line 3: ERROR  Line too long - 'more than 4194303 bytes'\n");
 }
 
 TEST_F(TavppRun, GarbageDoesNotCrash) {

@@ -9,7 +9,8 @@
 namespace tav::pp {
 
 // The rules: "target: files[0] files[1] ...", continued with " \" on further lines when long,
-// then an empty rule for each of files[1...]. Names are quoted for make (blank, "#", "$").
+// then an empty rule for each of files[1...]. Names are quoted for make (blank, tab and the
+// backslashes before them, "#", "$"; a newline, which make cannot express, as "\n").
 std::string make_rules(const std::string& target, const std::vector<std::string>& files);
 
 // The target used when none is given: the source with its extension replaced by ".op6".

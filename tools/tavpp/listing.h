@@ -1,6 +1,6 @@
 // The message listing: message lines in the compiler's listing format, appended to the file
 // named by -o (opened only when there is something to say), or to standard error when no
-// listing was named or it cannot be opened.
+// listing was named or it cannot be opened. A listing that got no byte is removed again.
 #pragma once
 
 #include <cstdio>
@@ -30,6 +30,8 @@ class Listing {
   void close();
 
  private:
+  void open();
+
   std::string path_;
   std::FILE* file_ = nullptr;
   bool unavailable_ = false;

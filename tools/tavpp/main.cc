@@ -55,6 +55,10 @@ int main(int argc, char** argv) {
   sa.sa_handler = on_signal;
   sigemptyset(&sa.sa_mask);
   for (int s : kSignals) sigaction(s, &sa, nullptr);
+  // The file-size limit and a closed pipe are write errors, reported as such; the signals would
+  // end the run before it removed its partial output.
+  std::signal(SIGXFSZ, SIG_IGN);
+  std::signal(SIGPIPE, SIG_IGN);
   options->on_temp_file = set_temp_name;
   return tav::pp::run_tavpp(*options);
 }

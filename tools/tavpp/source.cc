@@ -1,5 +1,6 @@
 #include "source.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -10,6 +11,10 @@ namespace tav::pp {
 
 std::unique_ptr<LineReader> LineReader::open(const std::string& path) {
   if (path.empty() || path.find('\0') != std::string::npos) return nullptr;
+  // Opening a FIFO for reading would wake a writer waiting for a reader; a device may do
+  // anything when opened. They are refused by name first.
+  struct stat named {};
+  if (::stat(path.c_str(), &named) != 0 || !S_ISREG(named.st_mode)) return nullptr;
   int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return nullptr;
   struct stat st {};
@@ -40,7 +45,13 @@ bool LineReader::fill() {
 
 bool LineReader::next(std::string& line) {
   line.clear();
+  cut_ = false;
   bool any = false;
+  auto keep = [&](const char* start, std::size_t n) {
+    const std::size_t room = kMaxLine - std::min(line.size(), kMaxLine);
+    if (n > room) cut_ = true;
+    line.append(start, std::min(n, room));
+  };
   for (;;) {
     if (pos_ == len_ && !fill()) return any;
     any = true;
@@ -49,11 +60,11 @@ bool LineReader::next(std::string& line) {
     const void* nl = std::memchr(start, '\n', avail);
     if (nl != nullptr) {
       std::size_t n = static_cast<std::size_t>(static_cast<const char*>(nl) - start);
-      line.append(start, n);
+      keep(start, n);
       pos_ += n + 1;
       return true;
     }
-    line.append(start, avail);
+    keep(start, avail);
     pos_ = len_;
   }
 }

@@ -12,15 +12,21 @@ namespace tav::pp {
 class LineReader {
  public:
   // nullptr when the path cannot be opened or is not a regular file (a device or a pipe could
-  // block or never end).
+  // block or never end); such a file is not even opened.
   static std::unique_ptr<LineReader> open(const std::string& path);
   ~LineReader();
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  // The next line without its "\n"; false at the end of the file or on a read error.
+  // The longest line handled: what a macro replacement may produce from one line, too. The rest
+  // of a longer line is read past, not kept.
+  static constexpr std::size_t kMaxLine = (std::size_t{4} << 20) - 1;
+
+  // The next line without its "\n"; false at the end of the file or on a read error. A line
+  // longer than kMaxLine comes back cut, with line_cut() set.
   bool next(std::string& line);
   bool failed() const { return failed_; }
+  bool line_cut() const { return cut_; }
 
  private:
   explicit LineReader(int fd) : fd_(fd), buf_(kBufferSize) {}
@@ -33,6 +39,7 @@ class LineReader {
   std::size_t len_ = 0;
   bool eof_ = false;
   bool failed_ = false;
+  bool cut_ = false;
 };
 
 // An open conditional block (#if ... #endif) of one file.

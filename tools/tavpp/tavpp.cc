@@ -82,7 +82,7 @@ void Preprocessor::run(std::unique_ptr<LineReader> main_file) {
   files_.push(options_.source, std::move(main_file));
   files_read_.push_back(options_.source);
   marker_file_ = options_.source;
-  out_.write("# 1 " + options_.source + "\n");
+  out_.write("# 1 " + marker_name(options_.source) + "\n");
   std::string line;
   while (!files_.empty() && !stopped_) {
     SourceFile& f = files_.top();
@@ -91,6 +91,11 @@ void Preprocessor::run(std::unique_ptr<LineReader> main_file) {
       continue;
     }
     ++f.line;
+    if (f.reader->line_cut()) {
+      // The line is not handled at all: a cut directive or program line would mean something else.
+      report(Msg::line_too_long, "more than " + std::to_string(LineReader::kMaxLine) + " bytes");
+      continue;
+    }
     if (!line.empty() && line[0] == '#') directive(line);
     else if (f.active()) program_line(line);
   }
@@ -117,7 +122,7 @@ void Preprocessor::report_at(int line, Msg msg, std::string_view context) {
 void Preprocessor::emit(std::string_view text) {
   const SourceFile& f = files_.top();
   if (f.path != marker_file_ || f.line != marker_line_) {
-    out_.write("# " + std::to_string(f.line) + " " + f.path + "\n");
+    out_.write("# " + std::to_string(f.line) + " " + marker_name(f.path) + "\n");
     marker_file_ = f.path;
   }
   // A program line must not look like a line marker.
@@ -272,9 +277,15 @@ bool write_dependencies(const Options& options, const std::vector<std::string>& 
 std::optional<Options> parse_args(std::span<const std::string> args) {
   Options o;
   std::vector<std::string> files;
+  bool options_ended = false;  // after "--" every argument is a file name
   for (const std::string& a : args) {
     std::string_view v = a;
-    if (v.starts_with("-D")) {
+    if (options_ended) {
+      if (v.empty()) return std::nullopt;
+      files.push_back(a);
+    } else if (v == "--") {
+      options_ended = true;
+    } else if (v.starts_with("-D")) {
       std::string_view def = v.substr(2);
       std::size_t eq = def.find('=');
       std::string_view name = def.substr(0, eq);

@@ -41,6 +41,7 @@ inline constexpr const char* kHelp =
     "  -MFfile         also write make rules into file: the target depends on the source and\n"
     "                  every file it included, and each included file gets an empty rule\n"
     "  -MTtarget       the target of those rules (default: the source with .op6)\n"
+    "  --              the arguments after it are file names, even when they begin with \"-\"\n"
     "  --help          print this text and exit\n"
     "  --version       print the product version and exit\n"
     "The output (and the -MF file) is written only when there was no error.\n"

@@ -101,4 +101,26 @@ std::string normalise_path(std::string_view path) {
   return out;
 }
 
+std::string marker_name(std::string_view path) {
+  std::string out;
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    const auto c = static_cast<unsigned char>(path[i]);
+    switch (c) {
+      case '\\': out += "\\\\"; continue;
+      case '\n': out += "\\n"; continue;
+      case '\r': out += "\\r"; continue;
+      case '\t': out += "\\t"; continue;
+      default: break;
+    }
+    if (c < 0x20 || c == 0x7f || (c == ' ' && i == 0)) {
+      const char octal[] = {'\\', static_cast<char>('0' + (c >> 6)), static_cast<char>('0' + ((c >> 3) & 7)),
+                            static_cast<char>('0' + (c & 7)), '\0'};
+      out += octal;
+      continue;
+    }
+    out += static_cast<char>(c);
+  }
+  return out;
+}
+
 }  // namespace tav::pp

@@ -49,4 +49,10 @@ std::string_view dir_part(std::string_view path);
 // resolved ("a/./b/../c" is "a/c"; leading ".." components stay).
 std::string normalise_path(std::string_view path);
 
+// A file name as a line marker writes it, like a C string literal without its quotes: "\\" for a
+// backslash, "\n", "\r", "\t" and octal escapes for control characters, and an octal escape for
+// a leading blank (the reader skips blanks before the name). Other bytes stay as they are, so an
+// ordinary name reads the same.
+std::string marker_name(std::string_view path);
+
 }  // namespace tav::pp
