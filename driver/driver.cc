@@ -436,12 +436,15 @@ void Driver::compile_and_write(FileContext& file) {
   register_program(file);
   diag_.set_source(&c.tok);
   try {
+    // Each file reads the dictionaries as one snapshot, as they are when its compile begins.
+    if (dictionaries_) dictionaries_->begin_snapshots();
     compile_program(c, file);
   } catch (const FileAbort&) {
     // The abort is counted; go on to close the source, which writes nothing now.
   } catch (const RunStop& stop) {
     stop_run(stop);
   }
+  if (dictionaries_) dictionaries_->end_snapshots();
   c.tok.close_source();
   try {
     if (diag_.first_error() == 0 && !run_.options.test_only) write_outputs(file);

@@ -246,12 +246,26 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
     uncounted_.push_back(std::move(d));
     return -1;
   }
-  if (read_only) {
+  d->snapshots = read_only;
+  dicts_.push_back(std::move(d));
+  begin_snapshots();
+  return 0;
+}
+
+void DictionaryFiles::begin_snapshots() {
+  for (const auto& d : dicts_) {
+    if (!d->snapshots || d->descriptions->in_snapshot()) continue;
     if (const int status = d->descriptions->begin_snapshot(); status != 0)
       throw RunStop{format_text(txt::dict_open_failed, {d->path, std::to_string(status)})};
   }
-  dicts_.push_back(std::move(d));
-  return 0;
+}
+
+void DictionaryFiles::end_snapshots() {
+  for (const auto& d : dicts_) {
+    if (!d->descriptions || !d->descriptions->in_snapshot()) continue;
+    d->descriptions->end_snapshot();
+    d->cache = {};  // what the next snapshot reads may differ
+  }
 }
 
 void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {

@@ -8,8 +8,9 @@
 //
 // The description tables of a dictionary (object, field, record, key, documentation) are one
 // group of files (datafile::FileGroup): a write changes them together, and a dictionary opened
-// for reading is read as one snapshot from its opening to its closing, so that everything a run
-// learns of it belongs to the same state, whatever a writer does meanwhile.
+// for reading is read as one snapshot at a time (one per source file in a compile), so that
+// everything a file's compile learns of it belongs to the same state, whatever a writer does
+// meanwhile.
 #pragma once
 
 #include <array>
@@ -101,6 +102,13 @@ class DictionaryFiles final : public Dictionaries {
   // be opened). Stops the run on the other failures.
   int open(std::string_view name, bool read_only);
   void close_all();
+  // A run of several source files reads each dictionary opened for reading as one snapshot per
+  // file: the compile of a file begins one (a dictionary is opened with one already begun) and
+  // ends it, forgetting what it read. Between files no snapshot is held, so a load waits at most
+  // for one file's compile, and the next file reads the dictionary as the load left it. A
+  // snapshot that cannot be begun stops the run.
+  void begin_snapshots();
+  void end_snapshots();
 
   const std::string& path(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->path; }
   const std::string& version(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->version; }
@@ -148,6 +156,7 @@ class DictionaryFiles final : public Dictionaries {
     std::string path;
     uint32_t mode = 0;
     std::unique_ptr<datafile::FileGroup> descriptions;  // the group of the description tables
+    bool snapshots = false;                              // opened for reading: read as snapshots
     std::array<std::unique_ptr<datafile::IndexedFile>, kDictTableCount> files;
     std::string version;
     Cache cache;

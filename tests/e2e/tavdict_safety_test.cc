@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "tests/e2e/driver_fixture.h"
+#include "tests/support/tmux.h"
 
 namespace {
 
@@ -400,6 +401,33 @@ TEST(TavdictSafety, CompilesBesideLoads) {
   EXPECT_GE(loads.size(), 2u);
   EXPECT_GE(compiles, 2);
   for (const RunResult& l : loads) EXPECT_EQ(l.status, 0) << l.err;
+}
+
+// A run of several programs holds the dictionary only while it compiles a file: while the
+// progress window waits for the operator after the first file, a load goes through at once, and
+// the next file is compiled against what the load left.
+TEST(TavdictSafety, ALoadGoesInBetweenTheFilesOfARun) {
+  TAV_REQUIRE_TMUX();
+  TempDir dir;
+  ASSERT_EQ(load(dir, kBefore).status, 0);
+  write_file(dir / "bad.spl", "procedure main\n  bogus\nend\n");
+  write_file(dir / "uses.spl", "procedure main\n  set region = \"x\"\nend\n");  // region comes with kAfter
+  tavtest::TmuxOptions o;
+  o.cwd = dir.path();
+  o.env = {"TERM=xterm", "TAVRIN=" + tavtest::product_dir(), "LANG=C", "LC_ALL=C"};
+  o.unset = {"TAVUSRDICT", "TAVDISTDICT", "TAVDICT", "TAVPATH", "TAVLANGUAGE", "TAVLANGDIR"};
+  tavtest::TmuxSession s;
+  ASSERT_TRUE(s.start({tavtest::program("tavcmp"), "-g", "app", "bad.spl", "uses.spl"}, o));
+  ASSERT_TRUE(s.wait_for("Press RETURN to continue")) << s.capture();
+  const auto started = std::chrono::steady_clock::now();
+  const RunResult loaded = load(dir, kAfter);
+  EXPECT_EQ(loaded.status, 0) << loaded.err;
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(30)) << "the load waited for the run";
+  s.send_keys({"Enter"});
+  ASSERT_TRUE(s.wait_for("Files = 2")) << s.capture();
+  s.send_keys({"Enter"});
+  EXPECT_EQ(s.wait_exit(), 0) << s.capture();
+  EXPECT_TRUE(file_exists(dir / "uses.op6"));
 }
 
 }  // namespace
