@@ -124,11 +124,6 @@ void Diagnostics::close_listing() {
   }
 }
 
-void Diagnostics::list_line(std::string_view text) {
-  write_listing("\n");
-  write_listing(text);
-}
-
 void Diagnostics::write_listing(std::string_view text) {
   if (!listing_ && !listing_failed_ && !listing_path_.empty()) {
     // Appended to, as the preprocessor's messages are already there; a name planted in a shared

@@ -140,8 +140,6 @@ class Diagnostics {
   // Told, once per listing, why a listing could not be opened (it is then not written): a
   // symbolic link or anything but a regular file is refused, not followed.
   void on_listing_refused(std::function<void(const std::string&)> tell) { tell_refused_ = std::move(tell); }
-  // A message line of the run (not a compile diagnostic) that belongs in the listing too.
-  void list_line(std::string_view text);
   // The open listing's descriptor, -1 when none is open. Every line is flushed as it is
   // written, so a signal handler may put the final "\n" straight onto it.
   int listing_fd() const { return listing_fd_.load(); }

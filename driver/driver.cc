@@ -449,12 +449,10 @@ void Driver::compile_and_write(FileContext& file) {
   try {
     if (diag_.first_error() == 0 && !run_.options.test_only) write_outputs(file);
   } catch (const FileAbort& abort) {
-    // The file's output is abandoned; the rest of this phase is skipped. The message goes into
-    // the listing too, so that the listing tells why there is no table.
-    if (!abort.message.empty()) {
-      diag_.list_line(abort.message);
-      show_stop(abort.message);
-    }
+    // The file's output is abandoned; the rest of this phase is skipped. The message is shown,
+    // not listed (the listing keeps the compile's messages only); standard error has the path
+    // and the system's words for the error.
+    if (!abort.message.empty()) show_stop(abort.message);
     if (!abort.reason.empty()) explain(abort.reason);
   } catch (const RunStop& stop) {
     stop_run(stop);

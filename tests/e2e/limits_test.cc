@@ -63,9 +63,7 @@ TEST(Faults, ClosedPipeAndFileSizeLimit) {
   r = bash(dir, "ulimit -f 1; " + tavcmp + " -l -n ok.spl; echo \"status=$?\"");
   EXPECT_NE(r.out.find("error writing out operations table (errno=27)"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("status=255"), std::string::npos) << r.out;
-  // The listing tells why there is no table, as standard output does.
-  EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"ok.err", "ok.spl", "tmp"}));
-  EXPECT_EQ(tavtest::read_file(dir / "ok.err"), "\n" + tavcmp + ": error writing out operations table (errno=27)\n");
+  EXPECT_EQ(tavtest::list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "tmp"}));
   EXPECT_TRUE(tavtest::list_dir(dir / "tmp").empty());
 }
 
