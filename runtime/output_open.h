@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -57,6 +58,17 @@ inline void remove_if_empty(const std::string& path, int fd) {
   if (::fstat(fd, &open_st) != 0 || open_st.st_size != 0) return;
   if (::lstat(path.c_str(), &named_st) != 0) return;
   if (named_st.st_dev == open_st.st_dev && named_st.st_ino == open_st.st_ino) ::unlink(path.c_str());
+}
+
+// Flushes and closes standard output, the last step of a program whose output is its result:
+// 0, or the error number of what failed (the flush, an earlier buffered write, the close; EIO
+// when the system gave none). A caller that clears errno before its writes keeps the reason of a
+// write that failed before the flush.
+inline int close_standard_output() {
+  int error = 0;
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) error = errno != 0 ? errno : EIO;
+  if (std::fclose(stdout) != 0 && error == 0) error = errno != 0 ? errno : EIO;
+  return error;
 }
 
 }  // namespace tav

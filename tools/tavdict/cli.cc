@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "diag/diag.h"
+#include "runtime/output_open.h"
 #include "schema.h"
 #include "scratch.h"
 #include "tav_version.h"
@@ -73,9 +74,7 @@ void Output::print(std::string_view text) {
 }
 
 bool Output::finish() {
-  if (error_ == 0 && std::fflush(stdout) != 0) error_ = errno ? errno : EIO;
-  if (error_ == 0 && std::ferror(stdout)) error_ = EIO;
-  if (std::fclose(stdout) != 0 && error_ == 0) error_ = errno ? errno : EIO;
+  if (const int closed = close_standard_output(); error_ == 0) error_ = closed;
   if (error_ == 0) return true;
   std::fprintf(stderr, "tavdict: standard output cannot be written: %s\n", std::strerror(error_));
   return false;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "codegen/opspace.h"
+#include "runtime/output_open.h"
 #include "tav_version.h"
 #include "tavdump.h"
 
@@ -74,10 +75,9 @@ bool read_table_file(const char* path, std::vector<uint8_t>& bytes, std::string&
 // closed pipe) is a failure of the run, said on standard error. The caller clears errno before
 // its writes, so that the reason of a failed write before the flush is kept.
 bool output_written() {
-  const bool failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
-  const int saved = errno;
-  if (std::fclose(stdout) == 0 && !failed) return true;
-  std::fprintf(stderr, "tavdump: cannot write the listing: %s\n", std::strerror(failed && saved != 0 ? saved : errno));
+  const int error = close_standard_output();
+  if (error == 0) return true;
+  std::fprintf(stderr, "tavdump: cannot write the listing: %s\n", std::strerror(error));
   return false;
 }
 
