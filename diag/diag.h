@@ -14,6 +14,8 @@
 #include <string>
 #include <string_view>
 
+#include "diag/diagnostic.h"
+
 namespace tav {
 
 class Display;
@@ -61,8 +63,6 @@ struct MessageRow {
 // The row of a message code; nullptr for a code outside the table.
 const MessageRow* message_row(int code);
 constexpr int kMessageCount = 144;
-
-enum class Severity : int { info = 0, warning = 1, error = 2, fatal = 3 };
 
 // Thrown to abandon the current source file; the driver's per-file loop catches it. The reporter
 // that throws has already counted the abort and set the first-error value. A message that is

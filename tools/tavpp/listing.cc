@@ -9,7 +9,7 @@ namespace {
 
 constexpr const char* kMessageTexts[] = {
 #define PP_MESSAGE(id, text) text,
-#include "messages.def"
+#include "diag/pp_messages.def"
 #undef PP_MESSAGE
 };
 

@@ -1,4 +1,5 @@
-// Message identifiers and texts of the preprocessor (the rows are in messages.def).
+// Message identifiers and texts of the preprocessor (the rows are in diag/pp_messages.def, where the
+// compiler reads them too for the message codes it lists).
 #pragma once
 
 #include <string>
@@ -7,7 +8,7 @@ namespace tav::pp {
 
 enum class Msg {
 #define PP_MESSAGE(id, text) id,
-#include "messages.def"
+#include "diag/pp_messages.def"
 #undef PP_MESSAGE
 };
 
