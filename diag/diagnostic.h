@@ -4,6 +4,7 @@
 // text, the JSON and SARIF documents and the language server all read these records.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,18 @@ struct SourceRange {
 
   bool known() const { return line > 0 && !file.empty(); }
   bool operator==(const SourceRange&) const = default;
+};
+
+// A place as the token stream knows it, cheap to keep for a check made later (a DO of a section
+// that is never defined): the stream turns it into a SourceRange and its include chain when a
+// message needs it. All zero: no place.
+struct SourceMark {
+  uint32_t file = 0;   // the stream's own numbering of the files it has read, 0: none
+  uint32_t chain = 0;  // the include chain the place was read under, 0: none
+  int32_t line = 0;
+  int32_t column = 0;
+  int32_t end_column = 0;
+  bool known() const { return file != 0 && line > 0; }
 };
 
 // A related place: "IF opened here", "first defined here", "in file included from", or a
@@ -44,15 +57,16 @@ struct Diagnostic {
   std::string message;  // the message text, without its context
   std::string context;  // the text shown after " - " in quotes (may be empty)
 
-  // What the classic listing shows: the file name and line of its prefix (0: no line part).
+  // The place the message is about. For a token context, the token's own place even while a
+  // word is held (and `context` is then that word); for a name context, where that name stands;
+  // for end-of-program checks, the statement the check is about.
+  SourceRange where;
+
+  // What the classic listing shows: the file name and line of its prefix (0: no line part) and
+  // the context, which is the word before a held one.
   std::string classic_file;
   int classic_line = 0;
-
-  // The place the message is about. For a token context, the token's own place even while a
-  // word is held; for a name context, where that name stands; for end-of-program checks, the
-  // statement the check is about.
-  SourceRange where;
-  std::string where_text;  // the text at `where` when it differs from `context` (the held word)
+  std::string classic_context;
 
   std::vector<DiagnosticNote> notes;
   std::vector<FixIt> fixes;
