@@ -1,10 +1,13 @@
 #include "diag/diag.h"
 
 #include <cerrno>
+#include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "diag/display.h"
+#include "runtime/ascii.h"
 #include "runtime/output_open.h"
 
 namespace tav {
@@ -144,13 +147,90 @@ void Diagnostics::write_listing(std::string_view text) {
   }
 }
 
-void Diagnostics::set_name(std::string_view name) { name_ = name.substr(0, kNameContextMax); }
 
 Context Diagnostics::context_of(int code) const {
   const MessageRow* row = message_row(code);
   if (!row || row->kind == ContextKind::none) return {};
-  if (row->kind == ContextKind::name) return Context(std::string_view(name_));
+  if (row->kind == ContextKind::name) return Context::at(name_, name_mark_);
   return Context::current_token();
+}
+
+namespace {
+
+bool same_word(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (ascii_lower(a[i]) != ascii_lower(b[i])) return false;
+  return true;
+}
+
+}  // namespace
+
+void Diagnostics::set_name(std::string_view name) {
+  name_ = name.substr(0, kNameContextMax);
+  if (!collecting_ || !source_) return;
+  // A name is usually the word just read, or the one before a held word.
+  if (same_word(source_->diag_token_text(), name) || !same_word(source_->diag_prev_text(), name))
+    name_mark_ = source_->diag_token_mark();
+  else
+    name_mark_ = source_->diag_prev_mark();
+}
+
+void Diagnostics::set_name(std::string_view name, SourceMark where) {
+  name_ = name.substr(0, kNameContextMax);
+  name_mark_ = where;
+}
+
+void Diagnostics::collect(Severity severity, std::string_view message, const Context& context,
+                          std::string_view code, std::string_view classic_context, int classic_line,
+                          std::string_view classic_file) {
+  Diagnostic d;
+  d.severity = severity;
+  d.code = code;
+  d.message = message;
+  d.classic_file = classic_file;
+  d.classic_line = classic_line;
+  d.classic_context = classic_context;
+  d.context = classic_context;
+  if (source_) {
+    SourceMark mark = context.mark;
+    if (!mark.known()) {
+      mark = source_->diag_token_mark();
+      // The place of a token context is the token itself, held or not, and the word shown is
+      // the one at that place.
+      if (context.kind == Context::token) d.context = source_->diag_token_text();
+    }
+    d.where = source_->diag_range(mark);
+    if (context.line > 0 && !context.mark.known()) d.where = {d.where.file, context.line, 0, 0};
+    d.notes = source_->diag_include_notes(mark);
+  }
+  collected_.push_back(std::move(d));
+  last_kept_ = true;
+}
+
+std::vector<Diagnostic> Diagnostics::take_collected() {
+  last_kept_ = false;
+  return std::exchange(collected_, {});
+}
+
+void Diagnostics::add_note(std::string message, SourceMark where) {
+  if (!last_kept_ || collected_.empty()) return;
+  DiagnosticNote note{std::move(message), source_ && where.known() ? source_->diag_range(where) : SourceRange{}};
+  // Notes of the message itself go before the include chain, which closes the list.
+  auto& notes = collected_.back().notes;
+  auto first_include = std::find_if(notes.begin(), notes.end(), [](const DiagnosticNote& n) {
+    return n.message.rfind("in file included from ", 0) == 0;
+  });
+  notes.insert(first_include, std::move(note));
+}
+
+void Diagnostics::add_fix(const SourceRange& where, std::string replacement) {
+  if (!last_kept_ || collected_.empty() || !where.known()) return;
+  collected_.back().fixes.push_back({where, std::move(replacement)});
+}
+
+void Diagnostics::mark_follow_on() {
+  if (last_kept_ && !collected_.empty()) collected_.back().follow_on = true;
 }
 
 static const char* text_of(int code) {
@@ -164,6 +244,14 @@ constexpr std::string_view kTexts[] = {
 };
 
 std::string_view text_of(txt::Text message) { return kTexts[static_cast<int>(message)]; }
+
+constexpr std::string_view kTextNames[] = {
+#define TAV_TEXT(name, text) #name,
+#include "diag/messages.def"
+};
+
+std::string message_code(int code) { return "T" + std::to_string(code); }
+std::string_view message_code(txt::Text message) { return kTextNames[static_cast<int>(message)]; }
 
 std::string format_text(txt::Text message, std::initializer_list<std::string_view> values) {
   const std::string_view text = text_of(message);
@@ -180,48 +268,51 @@ std::string format_text(txt::Text message, std::initializer_list<std::string_vie
   return out;
 }
 
-int Diagnostics::error(int code) { return raise(Severity::error, text_of(code), context_of(code)); }
+int Diagnostics::error(int code) { return raise(Severity::error, text_of(code), context_of(code), message_code(code)); }
 int Diagnostics::error_with(int code, std::string_view context) {
-  return raise(Severity::error, text_of(code), Context(context));
+  return raise(Severity::error, text_of(code), Context(context), message_code(code));
 }
-int Diagnostics::warning(int code) { return raise(Severity::warning, text_of(code), context_of(code)); }
-int Diagnostics::info(int code) { return raise(Severity::info, text_of(code), context_of(code)); }
+int Diagnostics::warning(int code) {
+  return raise(Severity::warning, text_of(code), context_of(code), message_code(code));
+}
+int Diagnostics::info(int code) { return raise(Severity::info, text_of(code), context_of(code), message_code(code)); }
 void Diagnostics::fatal(int code) {
-  raise(Severity::fatal, text_of(code), context_of(code));
+  raise(Severity::fatal, text_of(code), context_of(code), message_code(code));
   abort_file();  // not reached: raise abandons the file
 }
 
 int Diagnostics::error_text(txt::Text message, Context context) {
-  return raise(Severity::error, text_of(message), context);
+  return raise(Severity::error, text_of(message), context, message_code(message));
 }
 int Diagnostics::warning_text(txt::Text message, Context context) {
-  return raise(Severity::warning, text_of(message), context);
+  return raise(Severity::warning, text_of(message), context, message_code(message));
 }
 int Diagnostics::info_text(txt::Text message, Context context) {
-  return raise(Severity::info, text_of(message), context);
+  return raise(Severity::info, text_of(message), context, message_code(message));
 }
 void Diagnostics::fatal_text(txt::Text message, Context context) {
-  raise(Severity::fatal, text_of(message), context);
+  raise(Severity::fatal, text_of(message), context, message_code(message));
   abort_file();  // not reached
 }
 
-int Diagnostics::raise(Severity severity, std::string_view message, Context context) {
+int Diagnostics::raise(Severity severity, std::string_view message, Context context, std::string_view code) {
+  last_kept_ = false;
   switch (severity) {
     case Severity::info:
-      if (!no_info_) report(severity, message, context);
+      if (!no_info_) report(severity, message, context, code);
       return 0;
     case Severity::warning:
-      if (!no_warning_) report(severity, message, context);
+      if (!no_warning_) report(severity, message, context, code);
       return 0;
     case Severity::fatal:
       ++error_count_;
       first_error_ = -1;
-      report(severity, message, context);
+      report(severity, message, context, code);
       abort_file();
     case Severity::error:
       break;
   }
-  report(Severity::error, message, context);
+  report(Severity::error, message, context, code);
   if (first_error_ == 0) {
     int line = context.line > 0 ? context.line : source_ ? source_->diag_line() : 0;
     first_error_ = static_cast<int16_t>(line > 0 ? line : -1);
@@ -232,6 +323,14 @@ int Diagnostics::raise(Severity severity, std::string_view message, Context cont
     const std::string_view limit = text_of(txt::error_limit_exceeded);
     display_.line_out(limit);
     write_listing(limit);
+    if (collecting_) {
+      Diagnostic stop;
+      stop.severity = Severity::fatal;
+      stop.code = message_code(txt::error_limit_exceeded);
+      stop.message = limit;
+      if (source_) stop.where = source_->diag_range(source_->diag_token_mark());
+      collected_.push_back(std::move(stop));
+    }
     display_.flush();
     abort_file();
   }
@@ -244,7 +343,7 @@ void Diagnostics::abort_file(std::string message, std::string reason) {
   throw FileAbort{std::move(message), std::move(reason)};
 }
 
-int Diagnostics::report(Severity severity, std::string_view message, Context context) {
+int Diagnostics::report(Severity severity, std::string_view message, Context context, std::string_view code) {
   int line = source_ ? source_->diag_line() : 0;
   std::string_view shown;
   if (context.kind == Context::token) {
@@ -264,10 +363,13 @@ int Diagnostics::report(Severity severity, std::string_view message, Context con
   new_message_line();
 
   std::string text;
+  std::string file;
   if (source_ && !source_->diag_file_name().empty()) {
-    text = normalise_path(source_->diag_file_name());
+    file = normalise_path(source_->diag_file_name());
+    text = file;
     text += ", ";
   }
+  if (collecting_) collect(severity, message, context, code, shown, line, file);
   if (line > 0) {
     text += "line ";
     text += std::to_string(line);

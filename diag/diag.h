@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "diag/diagnostic.h"
 
@@ -50,6 +51,9 @@ using enum Text;
 // The text of an unnumbered message, and the same with each "%s" or "%d" replaced by the next
 // value (a number already written out).
 std::string_view text_of(txt::Text message);
+// The stable code of a message: "T16" for a numbered one, the row's name for the others.
+std::string message_code(int code);
+std::string_view message_code(txt::Text message);
 std::string format_text(txt::Text message, std::initializer_list<std::string_view> values);
 
 // Context kinds of the message table.
@@ -89,16 +93,29 @@ class DiagSource {
   virtual bool diag_token_held() const = 0;  // pushed back or held as a statement verb
   virtual std::string_view diag_prev_text() const = 0;
   virtual int diag_prev_line() const = 0;
+
+  // Where the current token (held or not) and the previous one really stand, and what a mark
+  // kept earlier means: its range, and the "in file included from" notes of its include chain,
+  // innermost first.
+  virtual SourceMark diag_token_mark() const { return {}; }
+  virtual SourceMark diag_prev_mark() const { return {}; }
+  virtual SourceRange diag_range(const SourceMark&) const { return {}; }
+  virtual std::vector<DiagnosticNote> diag_include_notes(const SourceMark&) const { return {}; }
 };
 
 // The context shown after a message: nothing, the current token (subject to substitution of
 // the previous token while the current one is held back), or a given text. A text context may
 // carry the line of the word it names, for a check that runs after the statement has been read
 // on; the message then shows that line.
+//
+// Every context may also carry the place the message is about (`mark`), which the classic
+// listing does not show; without one, a token context is about the current token, a name
+// context about where the name was last seen, and a text context about the current token.
 struct Context {
   enum Kind { none, token, text } kind = none;
   std::string_view value;
   int line = 0;  // 0: the line of the current token
+  SourceMark mark;
 
   Context() = default;
   Context(std::string_view t) : kind(text), value(t) {}  // NOLINT: implicit on purpose
@@ -109,9 +126,15 @@ struct Context {
     c.kind = token;
     return c;
   }
-  static Context at_line(std::string_view t, int line) {
+  static Context at_line(std::string_view t, int line, SourceMark mark = {}) {
     Context c(t);
     c.line = line;
+    c.mark = mark;
+    return c;
+  }
+  static Context at(std::string_view t, SourceMark mark) {
+    Context c(t);
+    c.mark = mark;
     return c;
   }
 };
@@ -147,9 +170,26 @@ class Diagnostics {
   int16_t first_error() const { return first_error_; }
   uint16_t error_count() const { return error_count_; }
 
-  // The name context buffer of kind-2 messages (at most 30 characters are kept).
+  // The name context buffer of kind-2 messages (at most 30 characters are kept). The place of
+  // the name is the current or the previous token when it is that name, or the mark given.
   void set_name(std::string_view name);
+  void set_name(std::string_view name, SourceMark where);
   std::string_view name() const { return name_; }
+
+  // The diagnostics model: while collecting, every message shown is also kept as a Diagnostic,
+  // with its code and true place, until taken. Notes and the follow-on mark go to the message
+  // kept last (nothing happens when it was suppressed or nothing is being collected).
+  void set_collecting(bool on) { collecting_ = on; }
+  bool collecting() const { return collecting_; }
+  std::vector<Diagnostic> take_collected();
+  void add_note(std::string message, SourceMark where = {});
+  void add_fix(const SourceRange& where, std::string replacement);
+  // The message kept last, while notes may still be added to it; nullptr otherwise.
+  const Diagnostic* last_kept() const { return last_kept_ && !collected_.empty() ? &collected_.back() : nullptr; }
+  void mark_follow_on();
+  // The place of the current token, for a check that reports later.
+  SourceMark current_mark() const { return source_ ? source_->diag_token_mark() : SourceMark{}; }
+  SourceRange range_of(const SourceMark& mark) const { return source_ ? source_->diag_range(mark) : SourceRange{}; }
 
   int error(int code);
   int error_with(int code, std::string_view context);
@@ -163,8 +203,8 @@ class Diagnostics {
 
   // The reporters behind the ones above, for a message text of the tables: `raise` counts
   // errors and abandons the file at the limit or on FATAL; `report` only writes the line.
-  int raise(Severity severity, std::string_view message, Context context);
-  int report(Severity severity, std::string_view message, Context context);
+  int raise(Severity severity, std::string_view message, Context context, std::string_view code = {});
+  int report(Severity severity, std::string_view message, Context context, std::string_view code = {});
   void new_message_line();
 
   // A line of the compile trace (-x 1): printed in plain mode, not listed, not counted.
@@ -180,6 +220,8 @@ class Diagnostics {
  private:
   void write_listing(std::string_view text);
   Context context_of(int code) const;
+  void collect(Severity severity, std::string_view message, const Context& context, std::string_view code,
+               std::string_view classic_context, int classic_line, std::string_view classic_file);
 
   Display& display_;
   bool no_warning_;
@@ -191,6 +233,10 @@ class Diagnostics {
   bool listing_failed_ = false;
   std::function<void(const std::string&)> tell_refused_;
   std::string name_;
+  SourceMark name_mark_;
+  bool collecting_ = false;
+  bool last_kept_ = false;  // the last message raised was kept: notes attach to it
+  std::vector<Diagnostic> collected_;
   int16_t first_error_ = 0;
   uint16_t error_count_ = 0;
 };

@@ -31,6 +31,7 @@
 #include "diag/diag.h"
 #include "diag/display.h"
 #include "driver/context.h"
+#include "driver/diagnostics_output.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 #include "nls/catalogue.h"
@@ -54,6 +55,7 @@ namespace {
 struct SignalCleanup {
   char temp_name[PATH_MAX];  // the preprocessor output, once its name is built
   char work_name[PATH_MAX];  // an .op6 work file while it is being written
+  char records_name[PATH_MAX];  // the preprocessor's message records (diagnostics formats)
   Display* display;          // to end the screen
   const Diagnostics* diag;   // to finish the listing
 };
@@ -66,6 +68,7 @@ extern "C" void on_signal(int sig) {
   }
   if (g_cleanup.temp_name[0]) unlink(g_cleanup.temp_name);
   if (g_cleanup.work_name[0]) unlink(g_cleanup.work_name);
+  if (g_cleanup.records_name[0]) unlink(g_cleanup.records_name);
   if (int fd = g_cleanup.diag ? g_cleanup.diag->listing_fd() : -1; fd >= 0) {
     ssize_t ignored = write(fd, "\n", 1);  // a listing always ends with a newline
     (void)ignored;
@@ -164,6 +167,11 @@ class Driver {
   void open_language_files();
   void register_program(const FileContext& file);
   void say(txt::Text message);
+  void show(std::string_view text);
+  void start_diagnostics_output();
+  void finish_file(const FileContext& file, bool preprocessed);
+  void keep_problem(txt::Text code, std::string message, std::string context);
+  int final_status() const;
   void explain(const std::string& text);
   void explain_not_started(const std::string& path, int err);
   void explain_preprocessor_messages(const std::string& listing, off_t from);
@@ -185,12 +193,25 @@ class Driver {
   int earlier_errors_ = 0;  // the error counts of the files before the current one
   time_t summary_start_ = 0;
   std::vector<std::string> explanations_;  // held back while the progress window is on the screen
+  // A diagnostics format: the model is collected and written through diagnostics_out_.
+  bool modern_ = false;
+  std::unique_ptr<DiagnosticsOutput> diagnostics_out_;
+  std::string records_name_;             // the preprocessor's message records of the file
+  std::vector<Diagnostic> run_problems_;  // the file's failures beside its messages
+  bool run_failed_ = false;              // a file had errors or was not preprocessed, written, registered
 };
 
 void Driver::run() {
   start_up();
   for (const std::string& source : run_.options.sources) compile_file(source);
-  cleanup_exit(diag_.first_error());
+  cleanup_exit(final_status());
+}
+
+// The classic status is the first-error value of the last file; for build tools, 1 when any
+// file failed.
+int Driver::final_status() const {
+  if (run_.options.error_status) return run_failed_ ? 1 : 0;
+  return diag_.first_error();
 }
 
 void Driver::start_up() {
@@ -228,6 +249,7 @@ void Driver::start_up() {
   }
   if (options->version) std::exit(print_version("tavcmp") == 0 ? 0 : 255);
   run_.options = std::move(*options);
+  if (run_.options.diagnostics_format != DiagnosticsFormat::classic) start_diagnostics_output();
   const Options& o = run_.options;
   diag_.set_suppression(o.no_warning, o.no_info);
   summary_start_ = o.summary_start;
@@ -235,12 +257,12 @@ void Driver::start_up() {
   // Without a terminal the progress window does not open and output stays plain.
   if (o.screen) display_.open_screen(product_version() + " Compiler");
   if (std::string_view bad = check_verb_table(); !bad.empty()) {
-    display_.show(format_text(txt::verb_table_out_of_order, {bad}));
+    show(format_text(txt::verb_table_out_of_order, {bad}));
     display_.wait_ack();
     cleanup_exit(255);
   }
   if (!record_access_works()) {
-    display_.show(text_of(txt::record_access_broken));
+    show(text_of(txt::record_access_broken));
     display_.wait_ack();
     cleanup_exit(255);
   }
@@ -260,6 +282,23 @@ void Driver::start_up() {
   compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));
   compiler_->dictionaries = dictionaries_.get();
   compiler_->catalogue = catalogue_.get();
+  compiler_->tok.set_include_chain(modern_);
+}
+
+// A diagnostics format takes standard output (json, sarif) or standard error (gcc) for itself:
+// the progress window stays closed and the classic lines reach only the listings.
+void Driver::start_diagnostics_output() {
+  Options& o = run_.options;
+  modern_ = true;
+  o.error_status = true;
+  o.screen = false;
+  display_.set_plain_output(nullptr);
+  diag_.set_collecting(true);
+  diagnostics_out_ = std::make_unique<DiagnosticsOutput>(o.diagnostics_format, o.diagnostics_output, product_version());
+  if (std::string problem; !diagnostics_out_->open(problem)) {
+    explain(problem);
+    std::exit(255);
+  }
 }
 
 // The language files of TAVLANGDIR and TAVLANGUAGE, and the message catalogue of TAVLANGUAGE.
@@ -268,14 +307,14 @@ void Driver::open_language_files() {
   const char* language = std::getenv("TAVLANGUAGE");
   catalogue_ = std::make_unique<nls::Catalogue>(run_.product_dir, language ? language : "");
   std::string message;
-  if (language_files_.open(std::getenv("TAVLANGDIR"), language, message) < 0) display_.show(message);
+  if (language_files_.open(std::getenv("TAVLANGDIR"), language, message) < 0) show(message);
 }
 
 // Every program compiled gets its number in the program index of the language files.
 void Driver::register_program(const FileContext& file) {
   std::string message;
   if (language_files_.register_program(run_.options.system_name, file.source_name, message) < 0)
-    display_.show(message);
+    show(message);
 }
 
 // The user dictionary, then the global one; the dictionaries of the environment when neither
@@ -321,6 +360,7 @@ void Driver::compile_file(const std::string& argument) {
     diag_.error_text(txt::cant_open_source_file, file.source_name);
     if (display_.screen()) display_.wait_ack();
     had_errors_ = true;
+    finish_file(file, true);
     return;
   }
 
@@ -334,16 +374,48 @@ void Driver::compile_file(const std::string& argument) {
   if (preprocessed) {
     if (compiler_->tok.open_source(temp_name_) != 0) {
       int err = errno;
-      display_.show(format_text(txt::cant_open_temporary, {temp_name_, std::to_string(err)}));
+      const std::string message = format_text(txt::cant_open_temporary, {temp_name_, std::to_string(err)});
+      show(message);
       display_.wait_ack();
+      keep_problem(txt::cant_open_temporary, message, "");
     } else {
       compile_and_write(file);
     }
     report_result(file);
   }
   had_errors_ = diag_.error_count() > 0;
+  finish_file(file, preprocessed);
 
   compiler_->reset();
+}
+
+// What the file's compile reported, with the preprocessor's messages first, goes to the
+// diagnostics output; a file that failed in any way fails the run for build tools.
+void Driver::finish_file(const FileContext& file, bool preprocessed) {
+  if (diag_.error_count() > 0 || !preprocessed || /*PENDING file.registration_failed ||*/ !run_problems_.empty())
+    run_failed_ = true;
+  if (!modern_) return;
+  FileDiagnostics done;
+  done.source = file.source_name;
+  if (!records_name_.empty()) {
+    done.items = {}; /*PENDING read_pp_records(records_name_);*/
+    unlink(records_name_.c_str());
+  }
+  for (Diagnostic& d : diag_.take_collected()) done.items.push_back(std::move(d));
+  for (Diagnostic& d : run_problems_) done.items.push_back(std::move(d));
+  run_problems_.clear();
+  diagnostics_out_->file_done(std::move(done));
+}
+
+// A failure that is not a message of the compile (the preprocessor refused the file, the table
+// could not be written): in the model, about the file as a whole.
+void Driver::keep_problem(txt::Text code, std::string message, std::string context) {
+  Diagnostic d;
+  d.code = message_code(code);
+  d.message = std::move(message);
+  d.context = std::move(context);
+  d.classic_context = d.context;
+  run_problems_.push_back(std::move(d));
 }
 
 void Driver::name_files(FileContext& file) {
@@ -385,7 +457,7 @@ bool Driver::preprocess(FileContext& file) {
   // characters.
   std::string release = std::string(kVersionString).substr(16);
   if (release.rfind("Release ", 0) != 0) {
-    display_.show(text_of(txt::unknown_release_number));
+    show(text_of(txt::unknown_release_number));
   } else {
     size_t pos = 8;
     std::string major, minor;
@@ -409,6 +481,13 @@ bool Driver::preprocess(FileContext& file) {
     args.push_back("-MF" + with_extension(file.op6_name, ".d"));
     args.push_back("-MT" + file.op6_name);
   }
+  if (modern_ && false /*PENDING*/) {
+    // The include chain for the "in file included from" notes, and the messages as records.
+    records_name_ = temp_name_ + ".msg";
+    copy_name(g_cleanup.records_name, records_name_);
+    args.push_back("--include-chain");
+    args.push_back("--message-records=" + records_name_);
+  }
   args.push_back("-o" + file.err_name);
   // Names are never options to the preprocessor, whatever they begin with.
   if (file.source_name.rfind('-', 0) == 0 || temp_name_.rfind('-', 0) == 0) args.push_back("--");
@@ -425,7 +504,8 @@ bool Driver::preprocess(FileContext& file) {
     const int err = errno;
     say(txt::errors_during_preprocessing);
     if (result < 0) explain_not_started(args[0], err);
-    else explain_preprocessor_messages(file.err_name, listed_before);
+    else if (!modern_) explain_preprocessor_messages(file.err_name, listed_before);
+    if (modern_) keep_problem(txt::errors_during_preprocessing, std::string(text_of(txt::errors_during_preprocessing)), file.source_name);
     return false;
   }
   return true;
@@ -454,6 +534,8 @@ void Driver::compile_and_write(FileContext& file) {
     // and the system's words for the error.
     if (!abort.message.empty()) show_stop(abort.message);
     if (!abort.reason.empty()) explain(abort.reason);
+    keep_problem(txt::table_not_written, std::string(text_of(txt::table_not_written)),
+                 abort.reason.empty() ? abort.message : abort.reason);
   } catch (const RunStop& stop) {
     stop_run(stop);
   }
@@ -468,7 +550,7 @@ void Driver::write_outputs(FileContext& file) {
   if (failure.wait_for_ack) {
     show_stop(failure.message);
   } else if (!failure.message.empty()) {
-    display_.show(failure.message);
+    show(failure.message);
   }
   OptableWriter writer(c.stores, c.settings, file, run_.program_name,
                        [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
@@ -485,7 +567,7 @@ void Driver::stop_run(const RunStop& stop) {
 
 // Shows a message that is not a compile diagnostic and waits for it to be acknowledged.
 void Driver::show_stop(const std::string& message) {
-  display_.show(message);
+  show(message);
   display_.wait_ack();
 }
 
@@ -493,10 +575,19 @@ void Driver::show_stop(const std::string& message) {
 // own in plain mode.
 void Driver::say(txt::Text message) {
   const std::string_view text = text_of(message);
-  if (display_.screen())
-    display_.show(text);
+  if (modern_)
+    explain(std::string(text));
+  else if (display_.screen())
+    show(text);
   else
     display_.print("%.*s\n", static_cast<int>(text.size()), text.data());
+}
+
+// A message about the run shown in the progress window or on standard output; with a
+// diagnostics format, which keeps those for itself, on standard error.
+void Driver::show(std::string_view text) {
+  if (modern_) explain(std::string(text));
+  else display_.show(text);
 }
 
 // Why something failed, for the person running the compiler: a line on standard error, which
@@ -634,7 +725,7 @@ void Driver::write_statistics() {
   FILE* f = opened.fd >= 0 ? fdopen(opened.fd, "w") : nullptr;
   if (!f) {
     if (opened.fd >= 0) close(opened.fd);
-    display_.show(text_of(txt::cant_create_statistics));
+    show(text_of(txt::cant_create_statistics));
     const std::string why = opened.problem.empty() ? std::strerror(errno) : opened.problem;
     explain("cannot write 'tavcmp.out': " + why);
     return;
@@ -650,7 +741,12 @@ void Driver::cleanup_exit(int status) {
   dictionaries_.reset();
   language_files_.close();
   diag_.close_listing();
-  if (!display_.screen()) {
+  if (diagnostics_out_) {
+    if (std::string problem; !diagnostics_out_->finish(problem)) {
+      std::fprintf(stderr, "%s: %s\n", run_.program_name.c_str(), problem.c_str());
+      status = 255;
+    }
+  } else if (!display_.screen()) {
     std::fputs("\n", stdout);
     if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
       // Standard output was lost (a closed pipe, a full disk): the results never arrived.

@@ -34,6 +34,15 @@ const char kHelpText[] =
     "  --write-dependencies\n"
     "            also write <name>.d beside each .op6: a make rule naming the source and every\n"
     "            file it includes, and an empty rule for each included file\n"
+    "  --diagnostics-format=gcc|json|sarif\n"
+    "            messages for tools: GCC-style lines on standard error (with the source line,\n"
+    "            a caret and notes), or one GCC JSON or SARIF 2.1.0 document for the run on\n"
+    "            standard output; the .err listings are written as always\n"
+    "  --diagnostics-output=FILE\n"
+    "            write the JSON or SARIF document (or the gcc lines) to FILE instead\n"
+    "  --exit-status=errors\n"
+    "            exit 1 when any file had an error or was not preprocessed, written or\n"
+    "            registered, else 0 (the default with a diagnostics format)\n"
     "  --help    print this text and exit\n"
     "  --version print the product version and exit\n"
     "\n"
@@ -147,6 +156,15 @@ std::optional<Options> parse_options(int argc, const char* const* argv, const ch
       if (name == "help") o.help = true;
       else if (name == "version") o.version = true;
       else if (name == "write-dependencies") o.write_dependencies = true;
+      else if (name.rfind("diagnostics-format=", 0) == 0) {
+        auto format = diagnostics_format_named(name.substr(19));
+        if (!format) return refuse(std::string("'") + arg + "': the format is gcc, json, sarif or classic");
+        o.diagnostics_format = *format;
+      } else if (name.rfind("diagnostics-output=", 0) == 0) {
+        if (name.size() == 19) return refuse(std::string("'") + arg + "' needs a file name after '='");
+        o.diagnostics_output = std::string(name.substr(19));
+      } else if (name == "exit-status=errors") o.error_status = true;
+      else if (name == "exit-status=classic") o.error_status = false;
       else return refuse(std::string("unknown option '") + arg + "'");
       if (o.help || o.version) return o;
       continue;

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "diag/render.h"
+
 namespace tav {
 
 inline constexpr int kMaxIncludeDirs = 10;
@@ -35,6 +37,9 @@ struct Options {
   std::vector<std::string> sources;
   std::time_t summary_start = 0;
   bool write_dependencies = false;  // --write-dependencies: make rules in <name>.d beside the .op6
+  DiagnosticsFormat diagnostics_format = DiagnosticsFormat::classic;  // --diagnostics-format
+  std::string diagnostics_output;  // --diagnostics-output: the document's file, else standard output
+  bool error_status = false;       // --exit-status=errors (always so with a diagnostics format)
   bool help = false;                // --help: print kHelpText, compile nothing
   bool version = false;             // --version: print the product version, compile nothing
 };

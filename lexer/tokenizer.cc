@@ -92,6 +92,13 @@ void Tokenizer::reset(std::string_view name) {
   rp_ = rend_ = nullptr;
   source_ = nullptr;
   saved_.valid = false;
+  mark_ = prev_mark_ = {};
+  files_.clear();
+  file_numbers_.clear();
+  file_ = 0;
+  chains_.clear();
+  chain_ = 0;
+  line_ascii_ = true;
   set_file_name(name);
 }
 
@@ -125,6 +132,45 @@ void Tokenizer::close_source() {
 
 void Tokenizer::set_file_name(std::string_view name) {
   file_name_.assign(name.substr(0, kFileNameMax));
+  if (file_ != 0 && files_[file_ - 1] == file_name_) return;
+  auto [it, added] = file_numbers_.try_emplace(file_name_, static_cast<uint32_t>(files_.size() + 1));
+  if (added) files_.push_back(file_name_);
+  file_ = it->second;
+}
+
+int32_t Tokenizer::column_at(size_t byte) const {
+  if (line_ascii_) return static_cast<int32_t>(byte + 1);
+  int32_t column = 1;
+  for (size_t i = 0; i < byte && line_[i]; ++i)
+    if ((static_cast<unsigned char>(line_[i]) & 0xc0) != 0x80) ++column;  // not a continuation byte
+  return column;
+}
+
+void Tokenizer::mark_token(size_t start, size_t end) {
+  if (saved_.valid) {
+    // Inserted text (a dictionary's validation text) has no place of its own: its messages are
+    // about the word that brought it in.
+    mark_ = saved_.mark;
+    return;
+  }
+  mark_ = {file_, chain_, line_no_, column_at(start), column_at(end)};
+}
+
+SourceRange Tokenizer::diag_range(const SourceMark& mark) const {
+  if (!mark.known() || mark.file > files_.size()) return {};
+  return {files_[mark.file - 1], mark.line, mark.column, mark.end_column};
+}
+
+std::vector<DiagnosticNote> Tokenizer::diag_include_notes(const SourceMark& mark) const {
+  std::vector<DiagnosticNote> notes;
+  // Each node names its parent, which came before it, so the walk ends.
+  for (uint32_t chain = mark.chain; chain != 0 && chain <= chains_.size(); chain = chains_[chain - 1].parent) {
+    const ChainNode& node = chains_[chain - 1];
+    if (node.file == 0 || node.file > files_.size() || node.parent >= chain) break;
+    const std::string& file = files_[node.file - 1];
+    notes.push_back({"in file included from " + file + ":" + std::to_string(node.line), {file, node.line, 1, 2}});
+  }
+  return notes;
 }
 
 void Tokenizer::set_text(std::string_view text) {
@@ -150,6 +196,7 @@ uint32_t Tokenizer::get_token() {
     std::memcpy(prev_, text_, text_len_ + 1);
     prev_len_ = text_len_;
     prev_line_ = line_no_;
+    prev_mark_ = mark_;
     ++source_words_;
     value_ = 0;
     attribute_ = 0;
@@ -159,14 +206,22 @@ uint32_t Tokenizer::get_token() {
       line_no_ = 0;
       set_text(kEofText);
       deliver(kClassEndOfInput);
+      // The end of the program is just behind its last word.
+      mark_ = prev_mark_;
+      mark_.column = mark_.end_column;
+      ++mark_.end_column;
     } else if (scan == Scan::restored) {
       state_ = class_ | (state_ & kTranslateMark) | ((class_ & statement_mask_) ? kHoldBit : 0);
       return class_;
     } else if (scan == Scan::quoted) {
       attribute_ = static_cast<uint16_t>(text_len_);
+      mark_token(token_start_, pos_);
       deliver(kClassAlpha);
     } else {
-      deliver(classify_word(raw));
+      mark_token(token_start_, pos_);
+      const uint32_t cls = classify_word(raw);
+      mark_token(token_start_, pos_);  // a repeated-character literal may have taken more
+      deliver(cls);
       if (class_ == verb("translate") && !translating) {
         // TRANSLATE marks the literal after it for the language files; it is not delivered.
         translating = true;
@@ -213,6 +268,7 @@ void Tokenizer::save_position() {
   saved_.value = value_;
   saved_.attribute = attribute_;
   saved_.source = source_;
+  saved_.mark = mark_;
   line_[0] = 0;
   pos_ = 0;
   state_ = 0;
@@ -238,6 +294,7 @@ void Tokenizer::restore_position() {
   value_ = saved_.value;
   attribute_ = saved_.attribute;
   source_ = saved_.source;
+  mark_ = prev_mark_ = saved_.mark;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -248,6 +305,7 @@ void Tokenizer::store_line(std::string_view line) {
   std::memcpy(line_, line.data(), n);
   line_[n] = 0;
   pos_ = 0;
+  line_ascii_ = std::none_of(line_, line_ + n, [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
 }
 
 Tokenizer::LineResult Tokenizer::next_line() {
@@ -312,6 +370,7 @@ bool Tokenizer::read_raw_line() {
   }
   line_[n] = 0;
   pos_ = 0;
+  line_ascii_ = std::none_of(line_, line_ + n, [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
   return any;
 }
 
@@ -352,6 +411,7 @@ bool Tokenizer::read_file_line() {
   for (;;) {
     if (!read_raw_line()) return false;
     if (line_[0] != '#') break;
+    if (include_chain_ && read_chain_line()) continue;
     // A line marker "# <number> <file>": the next line carries that number in that file.
     const char* p = line_ + 1;
     while (*p == ' ' || *p == '\t') ++p;
@@ -365,6 +425,24 @@ bool Tokenizer::read_file_line() {
   }
   ++source_lines_;
   return true;
+}
+
+// "#> <line>": the next file is included from that line of the current one; "#<": the
+// included file has ended.
+bool Tokenizer::read_chain_line() {
+  if (line_[1] == '>') {
+    int32_t line = 0;
+    for (const char* p = line_ + 2 + (line_[2] == ' '); ascii_digit(*p) && line < 1000000; ++p)
+      line = line * 10 + (*p - '0');
+    chains_.push_back({chain_, file_, line});
+    chain_ = static_cast<uint32_t>(chains_.size());
+    return true;
+  }
+  if (line_[1] == '<') {
+    if (chain_ != 0) chain_ = chains_[chain_ - 1].parent;
+    return true;
+  }
+  return false;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -388,6 +466,8 @@ Tokenizer::Scan Tokenizer::scan_token(bool raw) {
       ++pos_;
       continue;
     }
+    token_start_ = pos_;
+    mark_token(pos_, pos_ + 1);  // for messages raised while the token is read
     if (cc & kQuote) {
       if (read_quoted()) return Scan::quoted;
       continue;

@@ -30,6 +30,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 #include "diag/diag.h"
 
@@ -151,7 +153,18 @@ class Tokenizer : public DiagSource {
   void set_clause_mask(uint32_t mask) { clause_mask_ = mask; }
   void set_function_mask(uint32_t mask) { function_mask_ = mask; }
 
+  // Where tokens really stand. With the include chain on, the "#>" and "#<" lines of the
+  // preprocessor (entering an include from a line of the current file, leaving it) are read
+  // for the "in file included from" notes; without it they are not special.
+  void set_include_chain(bool on) { include_chain_ = on; }
+  SourceMark mark() const { return mark_; }
+  SourceMark prev_mark() const { return prev_mark_; }
+
   // DiagSource
+  SourceMark diag_token_mark() const override { return mark_; }
+  SourceMark diag_prev_mark() const override { return prev_mark_; }
+  SourceRange diag_range(const SourceMark& mark) const override;
+  std::vector<DiagnosticNote> diag_include_notes(const SourceMark& mark) const override;
   std::string_view diag_file_name() const override { return file_name(); }
   int diag_line() const override { return line_no_; }
   std::string_view diag_token_text() const override { return text(); }
@@ -178,6 +191,9 @@ class Tokenizer : public DiagSource {
   void store_line(std::string_view line);
   void set_text(std::string_view text);
   void deliver(uint32_t cls);
+  void mark_token(size_t start, size_t end);
+  int32_t column_at(size_t byte) const;
+  bool read_chain_line();
 
   Diagnostics& diag_;
   const conv::DateSettings& dates_;
@@ -203,6 +219,24 @@ class Tokenizer : public DiagSource {
   // The current line and the scan position in it.
   char line_[kLineMax + 1] = {};
   size_t pos_ = 0;
+  bool line_ascii_ = true;  // no byte of the line is above 0x7f: columns are byte offsets
+  size_t token_start_ = 0;  // where in the line the token being read began
+
+  // True places: the files read (numbered from 1, in files_[n - 1]) and the include chains, a
+  // tree of (including chain, file, line of the include) nodes numbered from 1.
+  struct ChainNode {
+    uint32_t parent;
+    uint32_t file;
+    int32_t line;
+  };
+  SourceMark mark_;
+  SourceMark prev_mark_;
+  std::vector<std::string> files_;
+  std::unordered_map<std::string, uint32_t> file_numbers_;
+  uint32_t file_ = 0;
+  std::vector<ChainNode> chains_;
+  uint32_t chain_ = 0;
+  bool include_chain_ = false;
 
   // The file reader: the open file (or memory text) and the read buffer.
   LineSource* source_ = nullptr;
@@ -227,6 +261,7 @@ class Tokenizer : public DiagSource {
     double value = 0;
     uint16_t attribute = 0;
     LineSource* source = nullptr;
+    SourceMark mark;
   } saved_;
 };
 

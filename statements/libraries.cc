@@ -75,18 +75,23 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 // Where the library is found: under ERQ, then (unless it is the base library) beside the program
 // and one directory up. Sets `skipped` when the ERQ candidate is the table being produced.
-File open_library(const std::string& produced, const std::string& library, bool base, bool& skipped) {
+// The names tried are added to `tried`.
+File open_library(const std::string& produced, const std::string& library, bool base, bool& skipped,
+                  std::vector<std::string>& tried) {
   if (const char* erq = std::getenv("ERQ")) {
     const std::string candidate = table_name(std::string(erq) + "/" + library);
     if (same_file(candidate, produced)) {
       skipped = true;
       return nullptr;
     }
+    tried.push_back(candidate);
     if (File f{std::fopen(candidate.c_str(), "rb")}) return f;
   }
   if (base) return nullptr;
-  for (const std::string& candidate : {table_name(library), table_name("../" + library)})
+  for (const std::string& candidate : {table_name(library), table_name("../" + library)}) {
+    tried.push_back(candidate);
     if (File f{std::fopen(candidate.c_str(), "rb")}) return f;
+  }
   return nullptr;
 }
 
@@ -177,10 +182,12 @@ void resolve_library(Parser& p, uint32_t entry, const std::string& produced) {
   const std::string library = text_of_link(p, ops.get24(entry + library::l_name));
   const bool base = is_base_library(produced, library);
   bool skipped = false;
-  File f = open_library(produced, library, base, skipped);
+  std::vector<std::string> tried;
+  File f = open_library(produced, library, base, skipped, tried);
   if (skipped) return;
   if (!f) {
-    p.diag.error_text(txt::library_not_found, library);
+    p.diag.error_text(txt::library_not_found, Context::at(library, p.syms.defined_at(entry)));
+    for (const std::string& name : tried) p.diag.add_note("searched '" + name + "'");
     return;
   }
   const std::optional<std::vector<LibrarySection>> sections = read_library(p, f.get(), library);

@@ -15,6 +15,7 @@
 #include "statements/records.h"
 #include "statements/reports.h"
 #include "statements/screen_output.h"
+#include "symbols/suggest.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
 #include "symbols/records.h"
@@ -95,11 +96,12 @@ void check_sections(Parser& p) {
     bool exported = ops.get16(s + ssym::s_form) & ssym::form_export;
     if (kind_of(kind) == ssym::kind_undefined) {
       if (ops.get24(s + ssym::s_library) == 0) {
-        p.diag.set_name(name);
+        p.diag.set_name(name, p.syms.first_used_at(s));  // about the first call of it
         p.diag.error(msg::screen_procedure_not_defined);
+        suggest_name(p, name, section_names(p));
       }
     } else if (!referenced && !exported && !(kind & ssym::kind_api) && s != entry) {
-      if (name != "library-init") p.diag.info_text(txt::routine_not_referenced, name);
+      if (name != "library-init") p.diag.info_text(txt::routine_not_referenced, Context::at(name, p.syms.defined_at(s)));
     } else if (!exported && ops.get16(s + ssym::s_routine) != 0) {
       p.diag.warning_text(txt::library_override_not_exported, name);
     }
@@ -207,8 +209,10 @@ uint32_t declare_section(Parser& p, const SectionKind& sk) {
   }
   OpSpace& ops = p.ops;
   uint32_t s = p.syms.find_or_declare_section(p.text(), true);
-  if (kind_of(static_cast<uint16_t>(ops.get16(s + ssym::s_kind))) != ssym::kind_undefined)
+  if (kind_of(static_cast<uint16_t>(ops.get16(s + ssym::s_kind))) != ssym::kind_undefined) {
     p.diag.error(msg::name_already_defined);
+    p.diag.add_note("first defined here", p.syms.defined_at(s));
+  }
   if (ops.get24(hdr::h_entry_section) == 0 || p.text() == "main") ops.put24(hdr::h_entry_section, s);
 
   ops.put16(s + ssym::s_kind, sk.kind);

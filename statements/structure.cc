@@ -932,6 +932,7 @@ void compile_link(Parser& p) {
       ops.put16(e + library::l_index, count);
       ops.put24(e + library::l_name, ops.store_text(name));
       ops.put24(hdr::h_library_list, e);
+      p.syms.note_defined(e);  // the LINK naming it, for a library that is not found
     }
     p.max_opt_ver(6);
   }

@@ -20,7 +20,9 @@ struct CompilerStores {
       : settings(std::move(compile_settings)),
         stores(diagnostics, settings.debug_ops),
         tok(diagnostics, settings.dates),
-        syms(stores.ops, settings.debug_ops) {}
+        syms(stores.ops, settings.debug_ops) {
+    syms.set_places(&diagnostics);
+  }
   CompilerStores(const CompilerStores&) = delete;
   CompilerStores& operator=(const CompilerStores&) = delete;
 

@@ -44,6 +44,7 @@ struct FieldList {
 void local_field(ParserCore& p, uint32_t s, const std::string& name, uint32_t f) {
   if (f != 0) {
     p.diag.error_with(msg::field_name_already_exists_defined, name);
+    p.diag.add_note("first defined here", p.syms.defined_at(f));
     define_field(p, name, true);  // read its clauses; the field itself is dropped
   } else {
     p.syms.link_local_field(s, define_field(p, name, true));
@@ -62,6 +63,7 @@ bool list_field(FieldList& l, uint32_t s, const std::string& name, uint32_t& f) 
     }
     if (redefinition_follows(p)) {
       p.diag.error_with(msg::field_name_already_exists_defined, name);
+      p.diag.add_note("first defined here", p.syms.defined_at(f));
       define_field(p, name, true);
     }
   } else {
@@ -147,7 +149,7 @@ void report_unreferenced_locals(ParserCore& p, uint32_t section) {
     unused.push_back(f);
   }
   for (auto it = unused.rbegin(); it != unused.rend(); ++it) {
-    p.diag.set_name(ops.text_at(ops.get24(*it + fsym::f_name)));
+    p.diag.set_name(ops.text_at(ops.get24(*it + fsym::f_name)), p.syms.defined_at(*it));
     p.diag.info(msg::defined_field_not_referenced);
   }
 }

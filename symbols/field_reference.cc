@@ -5,6 +5,7 @@
 #include <string>
 
 #include "codegen/convert.h"
+#include "symbols/suggest.h"
 #include "symbols/parser_core.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
@@ -37,6 +38,7 @@ uint32_t load_field(ParserCore& p, std::string_view name) {
   if (!d) {
     p.diag.set_name(name);
     p.diag.error(msg::field_not_defined);
+    suggest_name(p, name, fields_in_scope(p));
     return 0;
   }
   ops.put16(f + fsym::f_dictno, static_cast<uint16_t>(d->dictno));

@@ -1,5 +1,6 @@
 // Field definitions: the FIELD statement and the definition clauses of one field.
 
+#include "symbols/suggest.h"
 #include "symbols/fields.h"
 
 #include <string>
@@ -258,6 +259,7 @@ void FieldDefinition::like_clause() {
   } else {
     p_.diag.set_name(other);
     p_.diag.error(msg::field_not_defined);
+    suggest_name(p_, other, fields_in_scope(p_));
     return;
   }
   if (get16(fsym::f_occurs) == 0) put16(fsym::f_occurs, 1);
@@ -334,7 +336,10 @@ bool valid_name_characters(std::string_view name) {
 
 uint32_t define_field(ParserCore& p, std::string_view name_in, bool local) {
   const std::string name = lower_case(name_in);
-  if (!valid_field_name(p, name)) p.diag.error(msg::name_invalid_reserved_word);
+  if (!valid_field_name(p, name)) {
+    p.diag.error(msg::name_invalid_reserved_word);
+    note_reserved_word(p, name);
+  }
 
   const uint32_t f = p.syms.new_field(name, local);
   if (!local) {
@@ -361,11 +366,16 @@ void define_fields(ParserCore& p) {
     const uint32_t c = p.next();
     if (p.at_statement_start()) return;
     if (c != kClassName) {
+      const std::string word(p.text());
       p.fail(msg::name_invalid_reserved_word);
+      note_reserved_word(p, word);
       return;
     }
     const std::string name(p.text());
-    if (p.syms.find_field(name) != 0) p.diag.error(msg::field_name_already_exists_defined);
+    if (const uint32_t earlier = p.syms.find_field(name); earlier != 0) {
+      p.diag.error(msg::field_name_already_exists_defined);
+      p.diag.add_note("first defined here", p.syms.defined_at(earlier));
+    }
     define_field(p, name, false);
   }
 }

@@ -63,7 +63,7 @@ void joined_field_data(ParserCore& p) {
     const uint32_t bytes = ops.get16(f + fsym::f_size) * occurs;
 
     if (dictionary && chain == 0) {
-      p.diag.set_name(name);
+      p.diag.set_name(name, p.syms.first_used_at(f).known() ? p.syms.first_used_at(f) : p.syms.defined_at(f));
       p.diag.warning(msg::field_not_contained_any_objects);
     }
     uint32_t addr = ops.get24(f + fsym::f_addr);
@@ -82,7 +82,7 @@ void joined_field_data(ParserCore& p) {
     }
     if (addr == 0) {
       if (!dictionary) {
-        p.diag.set_name(name);
+        p.diag.set_name(name, p.syms.defined_at(f));
         p.diag.info(msg::defined_field_not_referenced);
         continue;
       }

@@ -1,6 +1,7 @@
 // The OBJECT statement: file type, file name, record layout, keys and joining of an object the
 // program defines itself; objects found or loaded by name.
 
+#include "symbols/suggest.h"
 #include "symbols/objects.h"
 
 #include <cstring>
@@ -289,6 +290,7 @@ ClauseStep ObjectDefinition::record_clause() {
       if (field == 0) continue;
     } else if (defining) {
       p_.diag.error(msg::field_name_already_exists_defined);
+      p_.diag.add_note("first defined here", p_.syms.defined_at(field));
       skip_definition_clauses(p_);
     }
     add_record_field(field, offset, tail);
@@ -330,6 +332,7 @@ ClauseStep ObjectDefinition::like_clause() {
     if (!row) {
       p_.diag.set_name(name);
       p_.fail(msg::object_not_defined_dictionary);
+      suggest_name(p_, name, object_names(p_));
       return step(false);
     }
     apply_dictionary_row(p_, o_, *row);
@@ -438,6 +441,7 @@ uint32_t find_or_load_object(ParserCore& p, std::string_view name) {
   if (!row) {
     p.diag.set_name(name);
     p.fail(msg::object_not_defined_dictionary);
+    suggest_name(p, name, object_names(p));
     return 0;
   }
   return object_from_dictionary(p, name, *row);

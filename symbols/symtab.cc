@@ -71,6 +71,8 @@ void SymbolTable::reset() {
   section_index_.clear();
   section_prev_.clear();
   section_tail_ = 0;
+  defined_at_.clear();
+  first_used_at_.clear();
 }
 
 int SymbolTable::compare_names(const char* stored, std::string_view name) {
@@ -89,6 +91,26 @@ std::string_view SymbolTable::text(uint32_t link) const {
 
 uint32_t SymbolTable::store_name(std::string_view name) { return ops_.store_text(name); }
 
+// --- Places ------------------------------------------------------------------------------------
+
+void SymbolTable::note_defined(uint32_t record) {
+  if (places_diag_ && places_diag_->collecting()) defined_at_.try_emplace(record, places_diag_->current_mark());
+}
+
+void SymbolTable::note_used(uint32_t record) {
+  if (places_diag_ && places_diag_->collecting()) first_used_at_.try_emplace(record, places_diag_->current_mark());
+}
+
+SourceMark SymbolTable::defined_at(uint32_t record) const {
+  auto it = defined_at_.find(record);
+  return it == defined_at_.end() ? SourceMark{} : it->second;
+}
+
+SourceMark SymbolTable::first_used_at(uint32_t record) const {
+  auto it = first_used_at_.find(record);
+  return it == first_used_at_.end() ? SourceMark{} : it->second;
+}
+
 // --- Fields ------------------------------------------------------------------------------------
 
 uint32_t SymbolTable::new_field(std::string_view name, bool local) {
@@ -100,6 +122,7 @@ uint32_t SymbolTable::new_field(std::string_view name, bool local) {
   ops_.put16(f + fsym::f_dictno,
              static_cast<uint16_t>(local ? fsym::dictno_local : fsym::dictno_program));
   ops_.put16(f + fsym::f_ldictno, static_cast<uint16_t>(fsym::dictno_program));
+  note_defined(f);
   return f;
 }
 
@@ -241,6 +264,7 @@ uint32_t SymbolTable::add_object(std::string_view name, int16_t dictno) {
   ops_.put24(o + osym::o_name, store_name(name));
   ops_.put16(o + osym::o_dictno, static_cast<uint16_t>(dictno));
   ops_.put16(o + osym::o_seq, ops_.next_count(hdr::h_object_count, "objects"));
+  note_defined(o);
   return o;
 }
 
@@ -283,7 +307,13 @@ uint32_t SymbolTable::last_defined_from(uint32_t section) const {
 }
 
 uint32_t SymbolTable::find_or_declare_section(std::string_view name, bool defining) {
-  if (debug_ops_) return declare_section_in_name_order(name, defining);
+  const uint32_t s = debug_ops_ ? declare_section_in_name_order(name, defining) : declare_section(name, defining);
+  if (defining) note_defined(s);
+  else note_used(s);
+  return s;
+}
+
+uint32_t SymbolTable::declare_section(std::string_view name, bool defining) {
   if (const uint32_t s = section_index_.find(ops_, name)) {
     if (!defining) {
       ops_.put16(s + ssym::s_flags, ops_.get16(s + ssym::s_flags) | ssym::flag_referenced);

@@ -24,6 +24,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "diag/diag.h"
 #include "symbols/records.h"
 
 namespace tav {
@@ -133,9 +134,20 @@ class SymbolTable {
 
   OpSpace& ops() { return ops_; }
 
+  // --- Places ------------------------------------------------------------------------------------
+  // Where fields, objects and sections were defined and first used, for the places and notes of
+  // the diagnostics model: the current token's place is kept when a record is made or a section
+  // named, and only while `diag` collects.
+  void set_places(const Diagnostics* diag) { places_diag_ = diag; }
+  SourceMark defined_at(uint32_t record) const;
+  SourceMark first_used_at(uint32_t record) const;
+  void note_defined(uint32_t record);
+  void note_used(uint32_t record);
+
  private:
   uint32_t store_name(std::string_view name);
   int cache_search(std::string_view name, bool& found) const;
+  uint32_t declare_section(std::string_view name, bool defining);
   uint32_t declare_section_in_name_order(std::string_view name, bool defining);
   uint32_t last_defined_from(uint32_t section) const;
   void link_section_after(uint32_t after, uint32_t section);
@@ -153,6 +165,9 @@ class SymbolTable {
   NameIndex section_index_;  // the section list
   std::unordered_map<uint32_t, uint32_t> section_prev_;  // section -> the one before it (0: head)
   uint32_t section_tail_ = 0;
+  const Diagnostics* places_diag_ = nullptr;
+  std::unordered_map<uint32_t, SourceMark> defined_at_;
+  std::unordered_map<uint32_t, SourceMark> first_used_at_;
 };
 
 }  // namespace tav
