@@ -28,15 +28,23 @@ namespace tav {
 namespace {
 
 
+// The statement word that opens a block and its place, for the note of a missing closing word.
+struct Opened {
+  std::string_view word;
+  SourceMark mark;
+};
+
 // Reads the closing verb: true when it is one of the two given (and consumed); otherwise reports
 // "<name> missing" and leaves the token for the next statement or section.
-bool close_with(Parser& p, uint32_t found, uint32_t closing, txt::Text missing) {
+// The note names the statement that opened the block, where it stands.
+bool close_with(Parser& p, uint32_t found, uint32_t closing, txt::Text missing, const Opened& opened) {
   if (found == verb("end") || found == closing) {
     p.next();
     p.accept();
     return true;
   }
   p.diag.error_text(missing, Context::current_token());
+  p.diag.add_note(std::string(opened.word) + " opened here", opened.mark);
   return false;
 }
 
@@ -189,6 +197,7 @@ void read_case_values(Parser& p, uint32_t case_op, bool numeric) {
 // IF condition [THEN] ... [ELSE-IF condition [THEN] ...]... [ELSE ...] END-IF
 void compile_if(Parser& p) {
   OpSpace& ops = p.ops;
+  const Opened opened{"IF", p.tok.mark()};
   p.accept();
   BlockScope construct(p, BlockScope::conditional | BlockScope::accepts);
   uint32_t jumps = 0;   // pending jumps to the end
@@ -217,13 +226,14 @@ void compile_if(Parser& p) {
     ops.put24(branch + ifop::if_false, p.ob.top().tail);
   }
   patch_jumps(p, jumps);
-  if (close_with(p, stop, verb("end_if"), txt::end_if_missing)) p.ob.emit_statement_marker(verb("end_if"));
+  if (close_with(p, stop, verb("end_if"), txt::end_if_missing, opened)) p.ob.emit_statement_marker(verb("end_if"));
   p.locks.settle_branches();
 }
 
 // WHILE condition [DETAIL] ... END-WHILE
 void compile_while(Parser& p) {
   OpSpace& ops = p.ops;
+  const Opened opened{"WHILE", p.tok.mark()};
   p.accept();
   BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   p.ob.emit_statement_marker(verb("while"));
@@ -232,7 +242,7 @@ void compile_while(Parser& p) {
   p.take(verb("detail"));
   uint32_t stop = 0;
   ops.put24(op + loop::lp_body, compile_loop_body(p, {verb("end"), verb("end_while")}, stop));
-  close_with(p, stop, verb("end_while"), txt::end_while_missing);
+  close_with(p, stop, verb("end_while"), txt::end_while_missing, opened);
   p.ob.emit_statement_marker(verb("end_while"));
 }
 
@@ -240,6 +250,7 @@ void compile_while(Parser& p) {
 // the condition holds, otherwise the second list runs and the loop starts again.
 void compile_repeat(Parser& p) {
   OpSpace& ops = p.ops;
+  const Opened opened{"REPEAT", p.tok.mark()};
   p.accept();
   BlockScope loop(p, BlockScope::conditional | BlockScope::loop | BlockScope::accepts);
   p.ob.emit_statement_marker(verb("repeat"));
@@ -256,7 +267,7 @@ void compile_repeat(Parser& p) {
     p.diag.error_text(txt::until_missing, Context::current_token());
   }
   ops.put24(op + repeat::rp_second, compile_loop_body(p, {verb("end"), verb("end_repeat")}, stop));
-  close_with(p, stop, verb("end_repeat"), txt::end_repeat_missing);
+  close_with(p, stop, verb("end_repeat"), txt::end_repeat_missing, opened);
   p.ob.emit_statement_marker(verb("end_repeat"));
 }
 
@@ -265,6 +276,7 @@ void compile_repeat(Parser& p) {
 // subtracts) the step.
 void compile_for(Parser& p) {
   OpSpace& ops = p.ops;
+  const Opened opened{"FOR", p.tok.mark()};
   p.accept();
   p.ob.emit_statement_marker(verb("for"));
   LoopField f;
@@ -313,13 +325,14 @@ void compile_for(Parser& p) {
   emit_assignment(p, f, increment);
   ops.put24(op + loop::lp_increment, p.ob.top().head);
   p.ob.close_level();
-  close_with(p, stop, verb("end_for"), txt::end_for_missing);
+  close_with(p, stop, verb("end_for"), txt::end_for_missing, opened);
   p.ob.emit_statement_marker(verb("end_for"));
 }
 
 // SWITCH [ON] [ASCII | COLLATE] expression CASE [OF] values ... [ELSE ...] END-SWITCH
 void compile_switch(Parser& p) {
   OpSpace& ops = p.ops;
+  const Opened opened{"SWITCH", p.tok.mark()};
   p.accept();
   BlockScope construct(p, BlockScope::conditional | BlockScope::accepts);
   p.take(verb("on"));
@@ -364,7 +377,7 @@ void compile_switch(Parser& p) {
     ops.put24(op + switchop::sw_else, p.ob.top().tail);
   }
   patch_jumps(p, jumps);
-  if (close_with(p, stop, verb("end_switch"), txt::end_switch_missing))
+  if (close_with(p, stop, verb("end_switch"), txt::end_switch_missing, opened))
     p.ob.emit_statement_marker(verb("end_switch"));
   p.locks.settle_branches();
 }

@@ -84,6 +84,7 @@ class FieldDefinition {
   bool local_;
   bool occurs_given_ = false;
   bool ended_ = false;  // the statement was skipped after an error
+  bool picture_failed_ = false;  // an invalid picture was reported: what it leaves unset follows from it
 };
 
 // PICTURE, TYPE and LIKE also refuse a value that clashes with what another clause has set; the
@@ -167,7 +168,11 @@ void FieldDefinition::picture_clause() {
   const PictureResult pic = parse_picture(text);
   uint16_t format = pic.format;
   const bool valid = pic.kind == PictureKind::plain;
-  if (!valid) p_.diag.error(msg::invalid_picture_string);
+  if (!valid) {
+    p_.diag.error(msg::invalid_picture_string);
+    if (!pic.problem.empty()) p_.diag.add_note("the picture is invalid: " + pic.problem);
+    picture_failed_ = true;
+  }
   if (p_.take(verb("rounded"))) {
     if (valid && !conv::fmt_numeric(format)) {
       p_.diag.error(msg::invalid_picture_string);
@@ -292,10 +297,15 @@ ClauseStep FieldDefinition::text_clause(uint32_t member) {
 void FieldDefinition::finish() {
   const char given = static_cast<char>(ops_.at(f_ + fsym::f_type)[0]);
   const uint16_t format = get16(fsym::f_format);
-  if (given == 0 && format == 0)
+  if (given == 0 && format == 0) {
     p_.diag.error_text(txt::picture_type_missing, Context::current_token());
+    if (picture_failed_) p_.diag.mark_follow_on();  // the picture given was already reported
+  }
   const SettledType settled = settle_type(given, format != 0, format);
-  if (!settled.compatible) p_.diag.error(msg::picture_type_not_compatible);
+  if (!settled.compatible) {
+    p_.diag.error(msg::picture_type_not_compatible);
+    if (picture_failed_) p_.diag.mark_follow_on();
+  }
   ops_.at(f_ + fsym::f_type)[0] = static_cast<uint8_t>(settled.letter);
   put16(fsym::f_format, settled.format);
 

@@ -30,8 +30,11 @@ class PictureParser {
   explicit PictureParser(std::string_view picture) : p_(picture) {}
 
   PictureResult run() {
-    while (pos_ < p_.size())
-      if (!element()) return {};
+    while (pos_ < p_.size()) {
+      const size_t start = pos_;
+      if (!element()) return invalid("'" + std::string(p_.substr(start, 1)) + "' at character " + std::to_string(start + 1) +
+                                     " is not allowed there");
+    }
     return finish();
   }
 
@@ -291,6 +294,12 @@ class PictureParser {
     }
   }
 
+  static PictureResult invalid(std::string problem) {
+    PictureResult r;
+    r.problem = std::move(problem);
+    return r;
+  }
+
   PictureResult finish() {
     if (hour_ && am_pm_)
       for (char& ch : text_)
@@ -301,7 +310,8 @@ class PictureParser {
       case kDigits:
       case kEditing:
       case kDigits | kEditing:
-        if (add_sat(integers_, decimals_) > kMaxDigits) return {};
+        if (add_sat(integers_, decimals_) > kMaxDigits)
+          return invalid("more than " + std::to_string(kMaxDigits) + " digits");
         r.kind = mask_ == kDigits ? PictureKind::plain : PictureKind::edited;
         r.format = static_cast<uint16_t>(conv::kFmtZoned | integers_ << 5 | decimals_ |
                                          (signed_ ? conv::kFmtSigned : 0));
@@ -316,12 +326,12 @@ class PictureParser {
         r.format = conv::kFmtTime;
         break;
       case kAlpha:
-        if (alpha_ > kMaxAlpha) return {};
+        if (alpha_ > kMaxAlpha) return invalid("more than " + std::to_string(kMaxAlpha) + " characters");
         r.kind = PictureKind::plain;
         r.format = static_cast<uint16_t>(alpha_ == kMaxAlpha ? kMaxAlpha - 1 : alpha_);
         break;
       default:
-        return {};
+        return invalid(mask_ == 0 ? "no position at all" : "it mixes x positions, digits, dates and times");
     }
     r.width = width_;
     r.text = std::move(text_);

@@ -38,6 +38,7 @@ struct PictureResult {
   uint16_t format = 0;  // the format word; 0 when invalid
   uint32_t width = 0;   // display width in characters
   std::string text;     // normalised picture, at most kPictureTextMax characters
+  std::string problem;  // why an invalid picture is invalid (which character, which limit)
 };
 
 // Parses a picture as the tokenizer delivers it (lower case).  Pure: reports nothing.

@@ -30,7 +30,8 @@ TEST(ProgramHelp, EveryProgramHasHelpVersionAndManualPage) {
   };
   const std::vector<Case> cases = {
       {"tavcmp", {"-l", "-t", "-w", "-i", "-d", "-s", "-n", "-c", "-o", "-I", "-p", "-g", "-u", "-x",
-                  "--write-dependencies", "--help", "--version"}},
+                  "--write-dependencies", "--diagnostics-format", "--diagnostics-output", "--exit-status", "--help",
+                  "--version"}},
       {"tavpp", {"-D", "-I", "-o", "-M", "--help", "--version"}},
       {"tavdump", {"-h", "-r", "--help", "--version"}},
       {"tavdict", {"--help", "--version"}},

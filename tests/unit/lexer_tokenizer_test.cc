@@ -271,5 +271,52 @@ TEST_F(Lex, FilesAreReadInChunksAndLongLinesCut) {
   EXPECT_EQ(tok.open_source(dir / "missing.spl"), -1);
 }
 
+// The places of the diagnostics model: columns in characters, through line markers and include
+// chains, the end of input behind the last word, and inserted text standing for the word that
+// brought it in.
+TEST_F(Lex, TokensKnowWhereTheyStand) {
+  tok.set_include_chain(true);
+  open("# 3 main.spl\n  display \"h\u00e9llo\" x\n#> 4\n# 1 inc.spl\n\tfoo\n#<\n# 5 main.spl\ncaf\u00e9 bar\n");
+  auto next = [&] {
+    tok.get_token();
+    tok.accept();
+    SourceRange r = tok.diag_range(tok.mark());
+    return r.file + ":" + std::to_string(r.line) + ":" + std::to_string(r.column) + "-" + std::to_string(r.end_column);
+  };
+  EXPECT_EQ(next(), "main.spl:3:3-10");   // display
+  EXPECT_EQ(next(), "main.spl:3:11-18");  // the literal with its quotes, in characters
+  EXPECT_EQ(next(), "main.spl:3:19-20");
+  EXPECT_EQ(next(), "inc.spl:1:2-5");     // a tab is one character
+  const auto notes = tok.diag_include_notes(tok.mark());
+  ASSERT_EQ(notes.size(), 1u);
+  EXPECT_EQ(notes[0].message, "in file included from main.spl:4");
+  EXPECT_EQ(notes[0].where.line, 4);
+  EXPECT_EQ(next(), "main.spl:5:1-5");
+  EXPECT_TRUE(tok.diag_include_notes(tok.mark()).empty());
+  EXPECT_EQ(next(), "main.spl:5:6-9");
+  EXPECT_EQ(next(), "main.spl:5:9-10");  // the end of input, just behind the last word
+
+  // Without the include chain the lines are what they always were: markers.
+  tok.set_include_chain(false);
+  open("#> 4\nx\n");
+  tok.get_token();
+  EXPECT_EQ(tok.file_name(), "> 4");
+  EXPECT_EQ(tok.line(), 0);
+}
+
+TEST_F(Lex, InsertedTextIsAboutTheWordThatBroughtItIn) {
+  open("accept cust\nnext\n");
+  tok.get_token();
+  tok.accept();
+  tok.get_token();  // cust, at 1:8
+  const SourceMark cust = tok.mark();
+  TextLineSource inserted("if x > 1\n");
+  tok.save_position();
+  tok.set_line_source(&inserted);
+  tok.get_token();
+  EXPECT_EQ(tok.text(), "if");
+  EXPECT_EQ(tok.diag_range(tok.mark()), tok.diag_range(cust));
+}
+
 }  // namespace
 }  // namespace tav
