@@ -272,6 +272,9 @@ int Diagnostics::error(int code) { return raise(Severity::error, text_of(code), 
 int Diagnostics::error_with(int code, std::string_view context) {
   return raise(Severity::error, text_of(code), Context(context), message_code(code));
 }
+int Diagnostics::error_at(int code, Context context) {
+  return raise(Severity::error, text_of(code), context, message_code(code));
+}
 int Diagnostics::warning(int code) {
   return raise(Severity::warning, text_of(code), context_of(code), message_code(code));
 }

@@ -193,6 +193,7 @@ class Diagnostics {
 
   int error(int code);
   int error_with(int code, std::string_view context);
+  int error_at(int code, Context context);  // a numbered message with the context and place given
   int error_text(txt::Text message, Context context = {});
   int warning(int code);
   int warning_text(txt::Text message, Context context = {});

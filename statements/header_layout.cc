@@ -202,8 +202,10 @@ ClauseStep local(Header& h) {
 ClauseStep parameters(Header& h) {
   Parser& p = h.p;
   p.accept();
-  if (!h.parameters && (get16(h, ssym::s_flags) & ssym::flag_referenced) != 0 && p.ops.get24(h.s + ssym::s_params) == 0)
+  if (!h.parameters && (get16(h, ssym::s_flags) & ssym::flag_referenced) != 0 && p.ops.get24(h.s + ssym::s_params) == 0) {
     p.diag.error(msg::parameter_list_mismatch);
+    p.diag.add_note("called here", p.syms.first_used_at(h.s));
+  }
   compile_section_field_list(p, h.s, FieldListKind::parameters, !h.parameters);
   h.parameters = true;
   return ClauseStep::next;
@@ -290,8 +292,10 @@ void finish(Header& h) {
   if ((h.when && object == 0) || ((review_word & ssym::review) && object == 0 && !select))
     p.diag.error(msg::primary_object_required_screen);
   if ((ops.get24(h.s + ssym::s_params) != 0 && !h.parameters) ||
-      (ops.get24(h.s + ssym::s_returning) != 0 && !h.returning))
+      (ops.get24(h.s + ssym::s_returning) != 0 && !h.returning)) {
     p.diag.error(msg::parameter_list_mismatch);
+    p.diag.add_note("called here", p.syms.first_used_at(h.s));
+  }
   if (h.window_plain && h.window_full) {
     ops.put24(h.s + ssym::s_window_bottom, 255);
     ops.put24(h.s + ssym::s_window_bottom + 3, 255);

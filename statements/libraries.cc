@@ -130,25 +130,26 @@ std::optional<std::vector<LibrarySection>> read_library(Parser& p, std::FILE* f,
 std::string text_of_link(const Parser& p, uint32_t link) { return std::string(p.ops.text_at(link)); }
 
 // The program's list, recorded by its calls, against the library section's.
+// Messages are about the first call of the section.
 void compare_list(Parser& p, uint32_t head, const std::string& section, const std::vector<LibraryParameter>& library,
-                  bool returning) {
+                  bool returning, SourceMark called) {
   OpSpace& ops = p.ops;
   uint32_t e = head;
   std::string context;
   for (const LibraryParameter& l : library) {
     context = section + ":" + l.name;
     if (e == 0) {
-      if (!returning) p.diag.error_with(msg::parameter_list_mismatch, context);
+      if (!returning) p.diag.error_at(msg::parameter_list_mismatch, Context::at(context, called));
       return;
     }
     const bool numeric = ops.get24(e + param_entry::pe_field) != 0;
     if (numeric != l.numeric)
-      p.diag.error_with(msg::parameters_not_correct_type, context);
+      p.diag.error_at(msg::parameters_not_correct_type, Context::at(context, called));
     else if (ops.get24(e + param_entry::pe_occurs) != l.occurs)
-      p.diag.error_with(msg::parameter_different_field_occurrence_factor, context);
+      p.diag.error_at(msg::parameter_different_field_occurrence_factor, Context::at(context, called));
     e = ops.get24(e + param_entry::pe_next);
   }
-  if (e != 0) p.diag.error_with(msg::parameter_list_mismatch, context.empty() ? section : context);
+  if (e != 0) p.diag.error_at(msg::parameter_list_mismatch, Context::at(context.empty() ? section : context, called));
 }
 
 uint16_t kind_of(const Parser& p, uint32_t s) { return static_cast<uint16_t>(p.ops.get16(s + ssym::s_kind) & ssym::kind_mask); }
@@ -172,8 +173,8 @@ void bind_section(Parser& p, uint32_t s, uint32_t entry, const LibrarySection& l
   ops.put24(s + ssym::s_library, entry);
   give_routine_number(p, s);
   if (!defined) {
-    compare_list(p, ops.get24(s + ssym::s_params), name, l.parameters, false);
-    compare_list(p, ops.get24(s + ssym::s_returning), name, l.returning, true);
+    compare_list(p, ops.get24(s + ssym::s_params), name, l.parameters, false, p.syms.first_used_at(s));
+    compare_list(p, ops.get24(s + ssym::s_returning), name, l.returning, true, p.syms.first_used_at(s));
   }
 }
 

@@ -241,8 +241,10 @@ void check_do_lists(Do& d, uint32_t section) {
   uint32_t declared = ops.get24(section + ssym::s_params);
   if (!d.params_given && declared != 0) {
     p.diag.error(msg::parameter_list_mismatch);
+    p.diag.add_note("defined here", p.syms.defined_at(section));
   } else if (d.params_given && defined && count_entries(p, declared) != d.param_types.size()) {
     p.diag.error(msg::parameter_list_mismatch);
+    p.diag.add_note("defined here", p.syms.defined_at(section));
   } else if (d.params_given && !defined && declared == 0) {
     record_arguments(p, section, ssym::s_params, d.params, false, d.param_types);
   }
