@@ -61,8 +61,9 @@ Json fixes(const std::vector<FixIt>& list) {
     if (!fix.where.known() || fix.where.column < 1) continue;  // not exact: not offered
     SourceRange deleted = fix.where;
     deleted.end_column = std::max(fix.where.end_column, fix.where.column);
-    const std::string description =
-        fix.replacement.empty() ? "Delete" : "Replace with '" + fix.replacement + "'";
+    const std::string description = fix.replacement.empty()            ? std::string("Delete")
+                                    : deleted.end_column == deleted.column ? "Insert '" + fix.replacement + "'"
+                                                                           : "Replace with '" + fix.replacement + "'";
     Json replacement{{"deletedRegion", *region(deleted)}, {"insertedContent", {{"text", fix.replacement}}}};
     out.push_back({{"description", {{"text", description}}},
                    {"artifactChanges", Json::array({{{"artifactLocation", {{"uri", uri_of(fix.where.file)}}},
