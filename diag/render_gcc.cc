@@ -83,7 +83,8 @@ std::string GccWriter::fix_line(std::string_view line, std::vector<const FixIt*>
   int width = 0;  // display columns of `text`
   for (const FixIt* fix : fixes) {
     const LinePosition start = position_in(line, fix->where.column);
-    const LinePosition end = position_in(line, std::max(fix->where.end_column, fix->where.column));
+    const int last = render::char_count(line) + 1;
+    const LinePosition end = position_in(line, std::min(std::max(fix->where.end_column, fix->where.column), last));
     if (width < start.display) {
       text.append(static_cast<size_t>(start.display - width), ' ');
       width = start.display;

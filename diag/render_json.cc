@@ -30,7 +30,7 @@ Json locations(const SourceRange& where, const SourceLineReader& lines) {
   Json list = Json::array();
   if (!where.known()) return list;
   Json location{{"caret", point(where, where.column, lines)}};
-  if (where.column > 0 && where.end_column > where.column + 1)
+  if (where.column > 0 && where.end_column > where.column && where.end_column - where.column > 1)
     location["finish"] = point(where, where.end_column - 1, lines);
   list.push_back(std::move(location));
   return list;

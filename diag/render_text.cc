@@ -1,5 +1,9 @@
 #include "diag/render_text.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
 namespace tav::render {
 
 namespace {
@@ -53,14 +57,15 @@ int char_count(std::string_view text) {
 
 LinePosition position_in(std::string_view line, int column) {
   LinePosition p;
-  for (int c = 1; c < column; ++c) {
-    if (p.byte < line.size()) {
-      p.display = display_after(static_cast<unsigned char>(line[p.byte]), p.display);
-      p.byte += char_length(line, p.byte);
-    } else {
-      ++p.byte;
-      ++p.display;
-    }
+  int c = 1;
+  for (; c < column && p.byte < line.size(); ++c) {
+    p.display = display_after(static_cast<unsigned char>(line[p.byte]), p.display);
+    p.byte += char_length(line, p.byte);
+  }
+  if (c < column) {  // past the end: one byte and one column each, however far
+    const auto beyond = static_cast<int64_t>(column) - c;
+    p.byte += static_cast<size_t>(beyond);
+    p.display = static_cast<int>(std::min<int64_t>(p.display + beyond, std::numeric_limits<int>::max() - 1));
   }
   return p;
 }

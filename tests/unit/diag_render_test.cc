@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 #include <algorithm>
+#include <limits>
 #include <set>
 
 #include "diag/diag.h"
@@ -80,6 +81,16 @@ TEST_F(RenderFormats, GccPlacesWithoutSource) {
             src + ":99:1: error: Bad [T1]\n"
             "4 errors generated.\n");
   EXPECT_EQ(gcc({diag(Severity::warning, "T5", "Careful", "", {})}), src + ": warning: Careful [T5]\n");
+  // Places from a damaged model stay within the line, however far they claim to reach.
+  const int far = std::numeric_limits<int>::max();
+  Diagnostic wide = diag(Severity::warning, "T5", "Careful", "", {src, 3, 11, far});
+  wide.fixes.push_back({{src, 3, 11, far}, ""});
+  EXPECT_EQ(gcc({wide}), src + ":3:11: warning: Careful [T5]\n"
+            "    3 |   display cust-nme\n"
+            "      |           ^~~~~~~~\n"
+            "      |           --------\n");
+  const Json json = Json::parse(render_json({{src, {diag(Severity::error, "T1", "x", "", {src, 3, far, far})}}}, lines));
+  EXPECT_EQ(json[0]["locations"][0]["caret"]["column"], far);
   EXPECT_EQ(gcc({follow_on}), "");
 }
 
