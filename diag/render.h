@@ -46,8 +46,10 @@ SourceLineReader disk_line_reader();
 // `colour` is set.
 std::string render_gcc(const FileDiagnostics& file, const SourceLineReader& lines, bool colour);
 
-// The whole run's JSON array and SARIF log; `version` is the tool version for SARIF.
-std::string render_json(const std::vector<FileDiagnostics>& run);
+// The whole run's JSON array and SARIF log; `version` is the tool version for SARIF. The JSON
+// locations' "byte-column" and "display-column" are read from the source lines when `lines` is
+// given; without it they are the character column.
+std::string render_json(const std::vector<FileDiagnostics>& run, const SourceLineReader& lines = {});
 std::string render_sarif(const std::vector<FileDiagnostics>& run, std::string_view version);
 
 }  // namespace tav
