@@ -37,6 +37,7 @@ struct FileContext {
   bool have_table = false;   // the program compiler allocated an operations table
   long table_size = 0;       // bytes of the .op6 written, for the summary
   long data_size = 0;        // bytes of its data image
+  bool registration_failed = false;  // -p: the program could not be recorded in a dictionary
 };
 
 // Raises the operations table version a file needs to at least v. Versions of 8 and above do

@@ -547,6 +547,7 @@ void Driver::write_outputs(FileContext& file) {
   CompilerStores& c = *compiler_;
   const ProgramEntriesFailure failure =
       write_po_entries(c.stores.ops, dictionaries_.get(), run_.options.system_name, file.source_name);
+  file.registration_failed = failure.failed();
   if (failure.wait_for_ack) {
     show_stop(failure.message);
   } else if (!failure.message.empty()) {

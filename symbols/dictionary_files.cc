@@ -120,6 +120,8 @@ bool in_description_group(DictTable t) {
   return t == DictTable::object || t == DictTable::field || t == DictTable::record || t == DictTable::key ||
          t == DictTable::documentation;
 }
+// The tables of a program's registration (-p): its row and the rows of the objects it uses.
+bool in_program_group(DictTable t) { return t == DictTable::prog_rel || t == DictTable::prog_obj; }
 constexpr uint16_t kVersionMask = 0x0400;
 constexpr size_t kVersionLength = 19;
 constexpr uint32_t kLocalMode = 8;
@@ -228,6 +230,7 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
     if (open->path == d->path) return 0;
   const uint32_t read_mode = d->mode | (read_only ? datafile::kReadOnly : 0);
   d->descriptions = std::make_unique<datafile::FileGroup>(read_mode);
+  d->programs = std::make_unique<datafile::FileGroup>(d->mode);
   for (DictTable t : kOpenOrder) {
     if (!(open_mask_ & dict_table_mask(t))) continue;
     const bool program_table = t == DictTable::obj_rel || t == DictTable::prog_rel || t == DictTable::prog_obj;
@@ -274,6 +277,13 @@ void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {
   if (!desc.valid()) throw RunStop{format_text(txt::dict_define_failed, {name})};
   int error = 0;
   auto& slot = d.files[static_cast<size_t>(t)];
+  if (in_program_group(t)) {
+    // Made when missing, as the other tables below, then opened in its group.
+    slot = d.programs->open(name, desc, error);
+    if (!slot && error == datafile::kNoSuchFile && IndexedFile::open(name, desc, mode | datafile::kCreate, error))
+      slot = d.programs->open(name, desc, error);
+    return;
+  }
   slot = in_description_group(t) ? d.descriptions->open(name, desc, error) : IndexedFile::open(name, desc, mode, error);
   if (slot) return;
   switch (t) {
@@ -361,10 +371,17 @@ int DictionaryFiles::remove(const DictRow& row, int dictno) {
   return f->remove(row.data());
 }
 
+datafile::FileGroup* DictionaryFiles::group_of(DictTable t, int dictno) {
+  Dictionary& d = *dicts_[static_cast<size_t>(dictno)];
+  if (in_description_group(t)) return d.descriptions.get();
+  if (in_program_group(t)) return d.programs.get();
+  return nullptr;
+}
+
 int DictionaryFiles::in_transaction(DictTable t, int dictno, const std::function<int()>& work) {
   IndexedFile* f = file(t, dictno);
   if (!f) return datafile::kNotOpen;
-  datafile::FileGroup* group = in_description_group(t) ? dicts_[static_cast<size_t>(dictno)]->descriptions.get() : nullptr;
+  datafile::FileGroup* group = group_of(t, dictno);
   const auto undo = [&] {
     if (group)
       group->rollback();

@@ -10,7 +10,8 @@
 // group of files (datafile::FileGroup): a write changes them together, and a dictionary opened
 // for reading is read as one snapshot at a time (one per source file in a compile), so that
 // everything a file's compile learns of it belongs to the same state, whatever a writer does
-// meanwhile.
+// meanwhile. The program and program-object tables are a group of their own, so that a program's
+// row and the rows of the objects it uses are written together.
 #pragma once
 
 #include <array>
@@ -125,7 +126,8 @@ class DictionaryFiles final : public Dictionaries {
   int remove(const DictRow& row, int dictno);
   // Runs `work` as one transaction on a table of a dictionary; its result is returned, and a
   // non-zero one (or an exception) undoes what it wrote. On a description table (object, field,
-  // record, key, documentation) the transaction covers all five: they commit together.
+  // record, key, documentation) the transaction covers all five: they commit together; on the
+  // program or the program-object table it covers both.
   int in_transaction(DictTable t, int dictno, const std::function<int()>& work);
 
   // Dictionaries
@@ -156,6 +158,7 @@ class DictionaryFiles final : public Dictionaries {
     std::string path;
     uint32_t mode = 0;
     std::unique_ptr<datafile::FileGroup> descriptions;  // the group of the description tables
+    std::unique_ptr<datafile::FileGroup> programs;      // the program and program-object tables
     bool snapshots = false;                              // opened for reading: read as snapshots
     std::array<std::unique_ptr<datafile::IndexedFile>, kDictTableCount> files;
     std::string version;
@@ -164,6 +167,7 @@ class DictionaryFiles final : public Dictionaries {
 
   std::string dictionary_path(std::string_view name, uint32_t& mode) const;
   void open_table(Dictionary& d, DictTable t, uint32_t mode);
+  datafile::FileGroup* group_of(DictTable t, int dictno);
   datafile::IndexedFile* file(DictTable t, int dictno);
   [[noreturn]] void read_failed(DictTable t, int dictno, int status);
   const char* env(const char* name) const;

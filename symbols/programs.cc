@@ -72,37 +72,29 @@ int replace_po_rows(DictionaryFiles& dicts, int dictno, uint16_t prog_id, const 
   return 0;
 }
 
-}  // namespace
-
-int insert_pr_rec(DictionaryFiles& dicts, int dictno, std::string_view program, std::string_view system_name) {
-  int prog_id = -1;
-  dicts.in_transaction(DictTable::prog_rel, dictno, [&] {
-    DictRow row(DictTable::prog_rel);
-    auto put_key = [&] {
-      row.clear();
-      row.set(dict_prog_rel::prog_name, program.substr(0, dict_prog_rel::prog_name.size));
-      row.set(dict_prog_rel::sys_name, system_name.substr(0, dict_prog_rel::sys_name.size));
-    };
-    put_key();
-    if (dicts.read(row, dictno, 1) >= 0) {
-      prog_id = static_cast<int>(row.number(dict_prog_rel::prog_id));
-      return 0;
-    }
-    int id = dicts.start(row, dictno, 2, datafile::kFirstRow) == 0 && dicts.next(row, dictno) == 0
-                 ? static_cast<int>(row.number(dict_prog_rel::prog_id))
-                 : kNoProgramsYet;
-    put_key();
-    for (int tries = 0; tries < kInsertTries; ++tries) {
-      row.set(dict_prog_rel::prog_id, --id);
-      if (dicts.write(row, dictno) == 0) {
-        prog_id = id;
-        return 0;
-      }
-    }
-    return datafile::kDuplicate;
-  });
-  return prog_id;
+// The PR row of the program in dictionary `dictno`, within the caller's transaction: its
+// prog_id, found or given out downwards from 32766; -1 when it could not be inserted.
+int program_row(DictionaryFiles& dicts, int dictno, std::string_view program, std::string_view system_name) {
+  DictRow row(DictTable::prog_rel);
+  auto put_key = [&] {
+    row.clear();
+    row.set(dict_prog_rel::prog_name, program.substr(0, dict_prog_rel::prog_name.size));
+    row.set(dict_prog_rel::sys_name, system_name.substr(0, dict_prog_rel::sys_name.size));
+  };
+  put_key();
+  if (dicts.read(row, dictno, 1) >= 0) return static_cast<int>(row.number(dict_prog_rel::prog_id));
+  int id = dicts.start(row, dictno, 2, datafile::kFirstRow) == 0 && dicts.next(row, dictno) == 0
+               ? static_cast<int>(row.number(dict_prog_rel::prog_id))
+               : kNoProgramsYet;
+  put_key();
+  for (int tries = 0; tries < kInsertTries; ++tries) {
+    row.set(dict_prog_rel::prog_id, --id);
+    if (dicts.write(row, dictno) == 0) return id;
+  }
+  return -1;
 }
+
+}  // namespace
 
 ProgramEntriesFailure write_po_entries(OpSpace& ops, DictionaryFiles* dicts, std::string_view system_name,
                                        std::string_view source) {
@@ -116,13 +108,16 @@ ProgramEntriesFailure write_po_entries(OpSpace& ops, DictionaryFiles* dicts, std
   if (dicts == nullptr || system_name.empty()) return {};
   const std::string_view program = program_name(source);
   for (int d = 0; d < dicts->open_count(); ++d) {
-    const int prog_id = insert_pr_rec(*dicts, d, program, system_name);
-    if (prog_id < 0) return {format_text(txt::pr_insert_failed, {dicts->path(d)}), true};
-    const int status = dicts->in_transaction(DictTable::prog_obj, d, [&] {
+    bool have_program_row = false;
+    const int status = dicts->in_transaction(DictTable::prog_rel, d, [&] {
+      const int prog_id = program_row(*dicts, d, program, system_name);
+      if (prog_id < 0) return datafile::kDuplicate;
+      have_program_row = true;
       return replace_po_rows(*dicts, d, static_cast<uint16_t>(prog_id), used);
     });
-    if (status != 0)
-      return {format_text(txt::po_write_failed, {dicts->path(d), Diagnostics::io_error_text(status)}), false};
+    if (status == 0) continue;
+    if (!have_program_row) return {format_text(txt::pr_insert_failed, {dicts->path(d)}), true};
+    return {format_text(txt::po_write_failed, {dicts->path(d), Diagnostics::io_error_text(status)}), false};
   }
   return {};
 }

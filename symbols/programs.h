@@ -15,17 +15,16 @@ class DictionaryFiles;
 struct ProgramEntriesFailure {
   std::string message;
   bool wait_for_ack = false;
+  bool failed() const { return !message.empty(); }
 };
 
 // Clears the usage bits of every object, which never reach the operations table. With a system
 // name (-p) and dictionaries, records the program in each open dictionary (its PR row, found or
-// made) and which of its objects it uses (its PO rows, replaced) with their access flags.
-// `source` is the source file's name; the program name is its last component without extension.
+// made) and which of its objects it uses (its PO rows, replaced) with their access flags: in one
+// transaction per dictionary, so that a failure leaves that dictionary as it was. It stops at the
+// first dictionary that fails. `source` is the source file's name; the program name is its last
+// component without extension.
 ProgramEntriesFailure write_po_entries(OpSpace& ops, DictionaryFiles* dictionaries, std::string_view system_name,
                                        std::string_view source);
-
-// The PR row of the program in dictionary `dictno`: its prog_id, found or given out downwards
-// from 32766; -1 when it could not be inserted.
-int insert_pr_rec(DictionaryFiles& dictionaries, int dictno, std::string_view program, std::string_view system_name);
 
 }  // namespace tav

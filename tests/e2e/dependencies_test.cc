@@ -38,13 +38,30 @@ TEST(Dependencies, RulesNameEveryIncludedFileOnce) {
   EXPECT_EQ(r.status, 1) << r.out;
   EXPECT_EQ(read_file(dir / "src/prog.d"), "src/prog.op6" + rules.substr(rules.find(':')));
 
-  // A file the preprocessor refuses leaves no rules, not stale ones.
+  // A file the preprocessor refuses keeps rules naming every file it read before it stopped, so
+  // that make tries again once the include is fixed; the include it could not open is not a
+  // prerequisite (make would stop at it). The table of the last good compile stays.
+  const std::string table = read_file(dir / "out/prog.op6");
   std::filesystem::remove(dir / "inc/b.inc");
+  write_file(dir / "src/local.inc", "#include \"gone.inc\"\n// local\n");
   r = tavcmp(dir.path(), {"-lniI", "inc", "--write-dependencies", "-o", "out", "src/prog"});
   EXPECT_TRUE(contains(r.out, "Errors during preprocessing")) << r.out;
-  EXPECT_FALSE(file_exists(dir / "out/prog.d"));
+  EXPECT_EQ(r.status, 0) << "a refused file keeps its classic status";
+  EXPECT_EQ(read_file(dir / "out/prog.d"),
+            "out/prog.op6: src/prog.spl src/local.inc inc/a.inc\n"
+            "\nsrc/local.inc:\n"
+            "\ninc/a.inc:\n");
+  EXPECT_EQ(read_file(dir / "out/prog.op6"), table);
+  // A source that cannot be read at all (a directory) leaves no rules, not stale ones.
+  std::filesystem::create_directories(dir / "odd.spl");
+  write_file(dir / "out/odd.d", "out/odd.op6: odd.spl\n");
+  r = tavcmp(dir.path(), {"-lniI", "inc", "--write-dependencies", "-o", "out", "odd"});
+  EXPECT_TRUE(contains(r.out, "Errors during preprocessing")) << r.out;
+  EXPECT_FALSE(file_exists(dir / "out/odd.d"));
 
   // Without the option there are no rules.
+  std::filesystem::remove(dir / "out/prog.d");
+  std::filesystem::remove(dir / "out/odd.err");
   write_file(dir / "inc/b.inc", "// b\n");
   write_file(dir / "src/local.inc", "// local\n");
   r = tavcmp(dir.path(), {"-lniI", "inc", "-o", "out", "src/prog"});

@@ -205,6 +205,26 @@ TEST(Dictionaries, ProgramRowsWithSystemName) {
   EXPECT_EQ(sql(po, "SELECT count(*) FROM dict_prog_obj"), "9");
 }
 
+// A registration that fails after the program's row was made (its program-object table refuses
+// new rows, as a damaged or foreign file may) leaves no program row behind: the rows of a
+// program are written together or not at all. The classic message and status stay.
+TEST(Dictionaries, FailedRegistrationLeavesNoProgramRow) {
+  TempDir dir;
+  make_dictionary(dir, "d/");
+  const std::string po = dir / "d/PO4.idx", pr = dir / "d/PR4.idx";
+  ASSERT_EQ(compile_with(dir, {"-p", "shop", "-g", "d/"}).status, 0);
+  sql(po, "CREATE TRIGGER refuse BEFORE INSERT ON dict_prog_obj BEGIN SELECT RAISE(ABORT, 'refused'); END");
+
+  const RunResult r = compile_with(dir, {"-p", "shop", "-g", "d/"}, dictionary_env(), kProgram, "other.spl");
+  EXPECT_TRUE(contains(r.out, "Error writing PO entry in 'd/'")) << r.out;
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(file_exists(dir / "other.op6")) << "the table is written as before";
+  EXPECT_EQ(sql(pr, "SELECT count(*) FROM dict_prog_rel WHERE prog_name = 'other'"), "0");
+  // The program registered before keeps its rows.
+  EXPECT_EQ(sql(pr, "SELECT prog_id FROM dict_prog_rel"), "32766");
+  EXPECT_EQ(sql(po, "SELECT count(*) FROM dict_prog_obj WHERE prog_id = 32766"), "1");
+}
+
 // What each record access statement does to an object is what its PO row's flags say: 1 OPEN
 // with LOCK, 2 GET with LOCK, 4 INSERT (or OPEN LOCAL and its kin), 8 UPDATE, 16 DELETE.
 TEST(Dictionaries, ProgramObjectFlagsFollowTheRecordAccess) {

@@ -58,13 +58,14 @@ const Macro* MacroTable::find(std::string_view name) const {
 std::optional<std::string> Expander::expand(std::string_view line) {
   budget_ = kBudget;
   active_.clear();
+  outer_call_ = std::string::npos;
   std::string out;
   if (!expand_into(line, out, 0)) return std::nullopt;
   return out;
 }
 
 bool Expander::fail(Msg msg, std::string_view context) {
-  problem_ = {msg, std::string(context)};
+  problem_ = {msg, std::string(context), outer_call_};
   return false;
 }
 
@@ -102,6 +103,7 @@ bool Expander::expand_into(std::string_view text, std::string& out, int depth) {
       const std::string_view word = text.substr(i, e - i);
       const Macro* m = nullptr;
       if (is_ident_start(c) && word.find('-') == std::string_view::npos) m = table_.find(word);
+      if (m != nullptr && depth == 0) outer_call_ = i;
       if (m != nullptr && !active(m) && !m->function_like) {
         if (!flush(i)) return false;
         active_.push_back(m);

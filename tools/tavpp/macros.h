@@ -61,6 +61,7 @@ class Expander {
   WordRule rule_;
   std::size_t budget_ = kBudget;
   std::vector<const Macro*> active_;
+  std::size_t outer_call_ = std::string::npos;  // where the call being replaced began in the line
   Problem problem_{Msg::expansion_too_long, {}};
 };
 

@@ -2,6 +2,7 @@
 // compiler reads them too for the message codes it lists).
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace tav::pp {
@@ -14,10 +15,12 @@ enum class Msg {
 
 const char* message_text(Msg msg);
 
-// A reported problem: the message and its context (may be empty).
+// A reported problem: the message and its context (may be empty), and where in the line
+// expanded the outermost macro call being replaced began (npos: none).
 struct Problem {
   Msg msg;
   std::string context;
+  std::size_t call = std::string::npos;
 };
 
 }  // namespace tav::pp

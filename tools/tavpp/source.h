@@ -67,6 +67,9 @@ class IncludeStack {
   bool empty() const { return files_.empty(); }
   bool full() const { return files_.size() > kMaxNesting; }
   SourceFile& top() { return files_.back(); }
+  // The files open, the main file first: each but the last is at the line of its #include.
+  std::size_t size() const { return files_.size(); }
+  const SourceFile& at(std::size_t i) const { return files_[i]; }
   void push(std::string path, std::unique_ptr<LineReader> reader);
   void pop() { files_.pop_back(); }
 

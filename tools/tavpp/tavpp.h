@@ -20,6 +20,8 @@ struct Options {
   std::string listing;                                        // -o: message listing (empty: stderr)
   std::string dependency_file;    // -MF: make rules for the files read (empty: none)
   std::string dependency_target;  // -MT: the rules' target (empty: the source with ".op6")
+  bool include_chain = false;     // --include-chain: "#> <line>" and "#<" around each include
+  std::string message_records;    // --message-records=FILE: one record a message (empty: none)
   std::string source;
   std::string output;
   // Called with the name of the temporary output file right after it is created, and with an
@@ -41,10 +43,16 @@ inline constexpr const char* kHelp =
     "  -MFfile         also write make rules into file: the target depends on the source and\n"
     "                  every file it included, and each included file gets an empty rule\n"
     "  -MTtarget       the target of those rules (default: the source with .op6)\n"
+    "  --include-chain also write \"#> <line>\" where an include begins (the line of its\n"
+    "                  #include) and \"#<\" where it ends, for the compiler's include notes\n"
+    "  --message-records=FILE\n"
+    "                  also write every message into FILE, one line of tab-separated fields:\n"
+    "                  line, column, message id, file, context, then the include chain\n"
     "  --              the arguments after it are file names, even when they begin with \"-\"\n"
     "  --help          print this text and exit\n"
     "  --version       print the product version and exit\n"
-    "The output (and the -MF file) is written only when there was no error.\n"
+    "The output is written only when there was no error; the -MF rules also after errors,\n"
+    "once the source was read.\n"
     "Exit status: 0 done, 1 errors reported, 2 usage error.\n";
 
 // Parses the arguments that follow the program name; nullopt on a usage error.
