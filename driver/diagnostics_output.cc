@@ -51,7 +51,7 @@ void DiagnosticsOutput::file_done(FileDiagnostics file) {
 
 bool DiagnosticsOutput::finish(std::string& problem) {
   std::string document;
-  if (format_ == DiagnosticsFormat::json) document = render_json(run_) + "\n";
+  if (format_ == DiagnosticsFormat::json) document = render_json(run_, lines_) + "\n";
   if (format_ == DiagnosticsFormat::sarif) document = render_sarif(run_, version_) + "\n";
   std::FILE* out = stream();
   std::fwrite(document.data(), 1, document.size(), out);

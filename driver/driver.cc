@@ -32,6 +32,7 @@
 #include "diag/display.h"
 #include "driver/context.h"
 #include "driver/diagnostics_output.h"
+#include "driver/pp_records.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 #include "nls/catalogue.h"
@@ -392,13 +393,13 @@ void Driver::compile_file(const std::string& argument) {
 // What the file's compile reported, with the preprocessor's messages first, goes to the
 // diagnostics output; a file that failed in any way fails the run for build tools.
 void Driver::finish_file(const FileContext& file, bool preprocessed) {
-  if (diag_.error_count() > 0 || !preprocessed || /*PENDING file.registration_failed ||*/ !run_problems_.empty())
+  if (diag_.error_count() > 0 || !preprocessed || file.registration_failed || !run_problems_.empty())
     run_failed_ = true;
   if (!modern_) return;
   FileDiagnostics done;
   done.source = file.source_name;
   if (!records_name_.empty()) {
-    done.items = {}; /*PENDING read_pp_records(records_name_);*/
+    done.items = read_pp_records(records_name_);
     unlink(records_name_.c_str());
   }
   for (Diagnostic& d : diag_.take_collected()) done.items.push_back(std::move(d));
@@ -481,7 +482,7 @@ bool Driver::preprocess(FileContext& file) {
     args.push_back("-MF" + with_extension(file.op6_name, ".d"));
     args.push_back("-MT" + file.op6_name);
   }
-  if (modern_ && false /*PENDING*/) {
+  if (modern_) {
     // The include chain for the "in file included from" notes, and the messages as records.
     records_name_ = temp_name_ + ".msg";
     copy_name(g_cleanup.records_name, records_name_);
@@ -502,10 +503,15 @@ bool Driver::preprocess(FileContext& file) {
   const off_t listed_before = size_of(file.err_name);
   if (const int result = run_program(args); result != 0) {
     const int err = errno;
+    if (modern_) {
+      // The preprocessor's messages are in the model, and so is the refusal.
+      if (result < 0) explain_not_started(args[0], err);
+      keep_problem(txt::errors_during_preprocessing, std::string(text_of(txt::errors_during_preprocessing)), "");
+      return false;
+    }
     say(txt::errors_during_preprocessing);
     if (result < 0) explain_not_started(args[0], err);
-    else if (!modern_) explain_preprocessor_messages(file.err_name, listed_before);
-    if (modern_) keep_problem(txt::errors_during_preprocessing, std::string(text_of(txt::errors_during_preprocessing)), file.source_name);
+    else explain_preprocessor_messages(file.err_name, listed_before);
     return false;
   }
   return true;

@@ -210,7 +210,9 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
     ops.put24(op + nameop::na_value, value);
     *ops.at(op + nameop::na_type) = kNameTypeWord;
   } else if (kind == kParamReport) {
-    ops.put32(value, find_or_create_report(p_.ops, name));
+    const uint32_t report = find_or_create_report(p_.ops, name);
+    p_.syms.note_used(report);
+    ops.put32(value, report);
     uint32_t op = p_.ob.emit(Op::literal);
     ops.put24(op + literal::lit_value, value);
     ops.put16(op + literal::lit_format, conv::kFmtTime);

@@ -237,7 +237,9 @@ bool read_report(ParserCore& p, uint32_t op) {
       p.fail(msg::report_name_not_defined);
       return false;
     }
-    ops.put24(op + setvar::sv_report, find_or_create_report(p.ops, p.text()));
+    const uint32_t report = find_or_create_report(p.ops, p.text());
+    p.syms.note_used(report);
+    ops.put24(op + setvar::sv_report, report);
   } else {
     p.push_back();
   }

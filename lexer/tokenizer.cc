@@ -500,6 +500,7 @@ void Tokenizer::read_word(bool raw) {
           pos_ = p;
           text_len_ = n;
           text_[n] = 0;
+          mark_token(token_start_, p - 1 > token_start_ ? p - 1 : p);  // the word so far, or the character
           diag_.error_with(msg::invalid_character, text());
           continue;
         }
@@ -527,6 +528,7 @@ bool Tokenizer::read_quoted() {
       pos_ = p;
       text_len_ = n;
       text_[n] = 0;
+      mark_token(token_start_, p);
       diag_.error(msg::invalid_alpha_literal_string);
       return n > 0;
     }
@@ -536,6 +538,7 @@ bool Tokenizer::read_quoted() {
       pos_ = p;
       text_len_ = n;
       text_[n] = 0;
+      mark_token(token_start_, p - 1);  // the literal so far, with its opening quote
       diag_.error_with(msg::invalid_character, text());
       continue;
     }

@@ -186,6 +186,7 @@ ClauseStep on_report(Item& i) {
     return ClauseStep::next;
   }
   run.report = find_or_create_report(p.ops, p.text());
+  p.syms.note_used(run.report);
   return ClauseStep::next;
 }
 

@@ -25,7 +25,9 @@ bool read_report_name(Parser& p, uint32_t dest) {
     p.push_back();
     return false;
   }
-  p.ops.put24(dest, find_or_create_report(p.ops, p.text()));
+  const uint32_t report = find_or_create_report(p.ops, p.text());
+  p.syms.note_used(report);
+  p.ops.put24(dest, report);
   return true;
 }
 
@@ -42,7 +44,8 @@ void check_reports(Parser& p) {
   OpSpace& ops = p.ops;
   for (uint32_t r = ops.get24(hdr::h_report_list); r != 0; r = ops.get24(r + report::r_next)) {
     if (ops.get16(r + report::r_flags) & report::flag_referenced)
-      p.diag.error_text(txt::report_referenced_not_defined, Context(ops.text_at(ops.get24(r + report::r_name))));
+      p.diag.error_text(txt::report_referenced_not_defined,
+                        Context::at(ops.text_at(ops.get24(r + report::r_name)), p.syms.first_used_at(r)));
   }
 }
 
