@@ -85,6 +85,7 @@ void Tokenizer::reset(std::string_view name) {
   value_ = 0;
   attribute_ = 0;
   line_no_ = 0;
+  true_line_ = 0;
   source_lines_ = 0;
   source_words_ = 0;
   line_[0] = 0;
@@ -136,24 +137,6 @@ void Tokenizer::set_file_name(std::string_view name) {
   auto [it, added] = file_numbers_.try_emplace(file_name_, static_cast<uint32_t>(files_.size() + 1));
   if (added) files_.push_back(file_name_);
   file_ = it->second;
-}
-
-int32_t Tokenizer::column_at(size_t byte) const {
-  if (line_ascii_) return static_cast<int32_t>(byte + 1);
-  int32_t column = 1;
-  for (size_t i = 0; i < byte && line_[i]; ++i)
-    if ((static_cast<unsigned char>(line_[i]) & 0xc0) != 0x80) ++column;  // not a continuation byte
-  return column;
-}
-
-void Tokenizer::mark_token(size_t start, size_t end) {
-  if (saved_.valid) {
-    // Inserted text (a dictionary's validation text) has no place of its own: its messages are
-    // about the word that brought it in.
-    mark_ = saved_.mark;
-    return;
-  }
-  mark_ = {file_, chain_, line_no_, column_at(start), column_at(end)};
 }
 
 SourceRange Tokenizer::diag_range(const SourceMark& mark) const {
@@ -219,8 +202,9 @@ uint32_t Tokenizer::get_token() {
       deliver(kClassAlpha);
     } else {
       mark_token(token_start_, pos_);
+      const size_t end = pos_;
       const uint32_t cls = classify_word(raw);
-      mark_token(token_start_, pos_);  // a repeated-character literal may have taken more
+      if (pos_ != end) mark_token(token_start_, pos_);  // a repeated-character literal took more
       deliver(cls);
       if (class_ == verb("translate") && !translating) {
         // TRANSLATE marks the literal after it for the language files; it is not delivered.
@@ -353,6 +337,7 @@ constexpr char kNulStandIn = '\x01';
 bool Tokenizer::read_raw_line() {
   size_t n = 0;
   bool any = false;
+  unsigned char high = 0;  // the high bits of every byte: a line without any has byte columns
   for (;;) {
     if (rp_ == rend_ && !fill()) break;
     any = true;
@@ -360,17 +345,20 @@ bool Tokenizer::read_raw_line() {
     const void* nl = std::memchr(rp_, '\n', avail);
     size_t chunk = nl ? static_cast<size_t>(static_cast<const char*>(nl) - rp_) + 1 : avail;
     size_t take = chunk < kLineMax - n ? chunk : kLineMax - n;  // the rest of a long line is dropped
-    std::memcpy(line_ + n, rp_, take);
     // A NUL inside the line would end it unseen; it becomes a control character, which the
     // scanner reports where it stands.
-    std::replace(line_ + n, line_ + n + take, '\0', kNulStandIn);
+    for (size_t i = 0; i < take; ++i) {
+      const char c = rp_[i];
+      high |= static_cast<unsigned char>(c);
+      line_[n + i] = c == '\0' ? kNulStandIn : c;
+    }
     n += take;
     rp_ += chunk;
     if (nl) break;
   }
   line_[n] = 0;
   pos_ = 0;
-  line_ascii_ = std::none_of(line_, line_ + n, [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
+  line_ascii_ = (high & 0x80) == 0;
   return any;
 }
 
@@ -408,6 +396,7 @@ std::string marker_file_name(std::string_view text) {
 
 bool Tokenizer::read_file_line() {
   line_no_ = static_cast<int16_t>(line_no_ + 1);
+  if (true_line_ < INT32_MAX) ++true_line_;
   for (;;) {
     if (!read_raw_line()) return false;
     if (line_[0] != '#') break;
@@ -418,6 +407,7 @@ bool Tokenizer::read_file_line() {
     uint32_t number = 0;
     for (; ascii_digit(*p); ++p) number = number * 10 + static_cast<uint32_t>(*p - '0');
     line_no_ = static_cast<int16_t>(number);
+    true_line_ = static_cast<int32_t>(std::min<uint32_t>(number, INT32_MAX));
     while (*p == ' ' || *p == '\t') ++p;
     const char* name = p;
     while (!(char_class(*p) & kEnd)) ++p;
@@ -466,8 +456,7 @@ Tokenizer::Scan Tokenizer::scan_token(bool raw) {
       ++pos_;
       continue;
     }
-    token_start_ = pos_;
-    mark_token(pos_, pos_ + 1);  // for messages raised while the token is read
+    token_start_ = pos_;  // each message raised while the token is read places it first
     if (cc & kQuote) {
       if (read_quoted()) return Scan::quoted;
       continue;
@@ -547,8 +536,10 @@ bool Tokenizer::read_quoted() {
   pos_ = p;
   text_len_ = n;
   text_[n] = 0;
-  if (n == 0 || !(char_class(line_[p]) & (kEnd | kBlank | kSeparator | kDelimiter)))
+  if (n == 0 || !(char_class(line_[p]) & (kEnd | kBlank | kSeparator | kDelimiter))) {
+    mark_token(token_start_, p);
     diag_.error(msg::invalid_character);
+  }
   return n > 0;
 }
 

@@ -209,6 +209,7 @@ class Tokenizer : public DiagSource {
   size_t prev_len_ = 0;
   int16_t prev_line_ = 0;
   int16_t line_no_ = 0;  // 16-bit signed, as the listings have always counted
+  int32_t true_line_ = 0;  // the same line counted in full, for the places of the diagnostics
   std::string file_name_;
   uint32_t statement_mask_ = 0;
   uint32_t clause_mask_ = 0;
@@ -264,5 +265,24 @@ class Tokenizer : public DiagSource {
     SourceMark mark;
   } saved_;
 };
+
+// The place of a token, kept for every token read: inline, since it runs once a token.
+inline int32_t Tokenizer::column_at(size_t byte) const {
+  if (line_ascii_) return static_cast<int32_t>(byte + 1);
+  int32_t column = 1;
+  for (size_t i = 0; i < byte && line_[i]; ++i)
+    if ((static_cast<unsigned char>(line_[i]) & 0xc0) != 0x80) ++column;  // not a continuation byte
+  return column;
+}
+
+inline void Tokenizer::mark_token(size_t start, size_t end) {
+  if (saved_.valid) {
+    // Inserted text (a dictionary's validation text) has no place of its own: its messages are
+    // about the word that brought it in.
+    mark_ = saved_.mark;
+    return;
+  }
+  mark_ = {file_, chain_, true_line_, column_at(start), column_at(end)};
+}
 
 }  // namespace tav

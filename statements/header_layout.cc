@@ -8,6 +8,7 @@
 #include "statements/records.h"
 #include "statements/screen_clauses.h"
 #include "statements/select.h"
+#include "symbols/suggest.h"
 #include "symbols/fields.h"
 #include "symbols/objects.h"
 
@@ -184,6 +185,7 @@ ClauseStep allowed(Header& h) {
       for (const char* m : {"next-scr", "prev-scr", "find", "next", "prev"}) add_mode_to_list(p, head, m);
     } else if (!add_mode_to_list(p, head, c == verb("prev") ? "prev" : c == verb("show") ? "~-show" : p.text())) {
       p.diag.error(msg::mode_not_defined_known);
+      suggest_name(p, p.text(), mode_names(p));
     }
   }
   p.push_back();

@@ -13,6 +13,7 @@
 #include "statements/record_io.h"
 #include "statements/records.h"
 #include "statements/screen_clauses.h"
+#include "symbols/suggest.h"
 #include "symbols/clauses.h"
 #include "symbols/records.h"
 #include "symbols/reports.h"
@@ -43,9 +44,10 @@ void expect_statement_end(Parser& p) {
 void check_reports(Parser& p) {
   OpSpace& ops = p.ops;
   for (uint32_t r = ops.get24(hdr::h_report_list); r != 0; r = ops.get24(r + report::r_next)) {
-    if (ops.get16(r + report::r_flags) & report::flag_referenced)
-      p.diag.error_text(txt::report_referenced_not_defined,
-                        Context::at(ops.text_at(ops.get24(r + report::r_name)), p.syms.first_used_at(r)));
+    if (!(ops.get16(r + report::r_flags) & report::flag_referenced)) continue;
+    const std::string name(ops.text_at(ops.get24(r + report::r_name)));
+    p.diag.error_text(txt::report_referenced_not_defined, Context::at(name, p.syms.first_used_at(r)));
+    suggest_name(p, name, defined_report_names(p));
   }
 }
 

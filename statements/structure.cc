@@ -19,6 +19,7 @@
 #include "statements/program.h"
 #include "statements/records.h"
 #include "statements/screen_clauses.h"
+#include "symbols/suggest.h"
 #include "symbols/clauses.h"
 #include "symbols/fields.h"
 #include "symbols/records.h"
@@ -152,7 +153,10 @@ ClauseStep do_initial_mode(Do& d) {
   d.p.take(verb("is"));
   d.p.next();
   d.initial = find_mode(d.p, d.p.text());
-  if (d.initial == 0) d.p.diag.error(msg::mode_not_defined_known);
+  if (d.initial == 0) {
+    d.p.diag.error(msg::mode_not_defined_known);
+    suggest_name(d.p, d.p.text(), mode_names(d.p));
+  }
   return ClauseStep::next;
 }
 
@@ -195,6 +199,7 @@ ClauseStep do_mode(Do& d) {
     ++d.mode_count;
   } else {
     p.diag.error(msg::mode_not_defined_known);
+    suggest_name(p, p.text(), mode_names(p));
   }
   return ClauseStep::next;
 }

@@ -439,9 +439,10 @@ uint32_t find_or_load_object(ParserCore& p, std::string_view name) {
   if (const uint32_t o = p.syms.find_object(name); o != 0) return o;
   const std::optional<DictObject> row = lookup_dictionary_object(p, name);
   if (!row) {
-    p.diag.set_name(name);
+    const std::string wanted(name);  // the name may be the token's text, which the skip replaces
+    p.diag.set_name(wanted);
     p.fail(msg::object_not_defined_dictionary);
-    suggest_name(p, name, object_names(p));
+    suggest_name(p, wanted, object_names(p));
     return 0;
   }
   return object_from_dictionary(p, name, *row);

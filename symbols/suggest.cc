@@ -83,6 +83,24 @@ std::vector<std::string_view> section_names(const ParserCore& p) {
   return names;
 }
 
+std::vector<std::string_view> mode_names(const ParserCore& p) {
+  std::vector<std::string_view> names;
+  const OpSpace& ops = p.ops;
+  for (uint32_t m = ops.get24(hdr::h_mode_list); m != 0; m = ops.get24(m + mode::m_next)) {
+    const std::string_view name = ops.text_at(ops.get24(m + mode::m_name));
+    if (!name.starts_with("~")) names.push_back(name);  // "~-show" and the like are not written
+  }
+  return names;
+}
+
+std::vector<std::string_view> defined_report_names(const ParserCore& p) {
+  std::vector<std::string_view> names;
+  const OpSpace& ops = p.ops;
+  for (uint32_t r = ops.get24(hdr::h_report_list); r != 0; r = ops.get24(r + report::r_next))
+    if (!(ops.get16(r + report::r_flags) & report::flag_referenced)) names.push_back(ops.text_at(ops.get24(r + report::r_name)));
+  return names;
+}
+
 void suggest_name(ParserCore& p, std::string_view name, const std::vector<std::string_view>& candidates) {
   const Diagnostic* raised = p.diag.last_kept();
   if (!raised) return;

@@ -23,6 +23,8 @@ std::string nearest_name(std::string_view name, const std::vector<std::string_vi
 std::vector<std::string_view> fields_in_scope(const ParserCore& p);
 std::vector<std::string_view> object_names(const ParserCore& p);
 std::vector<std::string_view> section_names(const ParserCore& p);
+std::vector<std::string_view> mode_names(const ParserCore& p);
+std::vector<std::string_view> defined_report_names(const ParserCore& p);
 
 // Adds "did you mean '<nearest>'?" to the message just raised about `name`, with the exact
 // replacement as its fix when the message's place holds just that name.

@@ -296,6 +296,12 @@ TEST_F(Lex, TokensKnowWhereTheyStand) {
   EXPECT_EQ(next(), "main.spl:5:6-9");
   EXPECT_EQ(next(), "main.spl:5:9-10");  // the end of input, just behind the last word
 
+  // The listing's line number is 16 bits wide; a place has the whole number.
+  open("# 40000 big.spl\nword\n");
+  tok.get_token();
+  EXPECT_EQ(tok.diag_range(tok.mark()).line, 40000);
+  EXPECT_EQ(tok.line(), 40000 - 65536);
+
   // Without the include chain the lines are what they always were: markers.
   tok.set_include_chain(false);
   open("#> 4\nx\n");
