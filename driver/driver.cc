@@ -395,7 +395,10 @@ void Driver::compile_file(const std::string& argument) {
 void Driver::finish_file(const FileContext& file, bool preprocessed) {
   if (diag_.error_count() > 0 || !preprocessed || file.registration_failed || !run_problems_.empty())
     run_failed_ = true;
-  if (!modern_) return;
+  if (!modern_) {
+    run_problems_.clear();
+    return;
+  }
   FileDiagnostics done;
   done.source = file.source_name;
   if (!records_name_.empty()) {
