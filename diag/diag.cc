@@ -268,6 +268,10 @@ std::string format_text(txt::Text message, std::initializer_list<std::string_vie
   return out;
 }
 
+RunStop run_stop(txt::Text message, std::initializer_list<std::string_view> values) {
+  return RunStop{format_text(message, values), message};
+}
+
 int Diagnostics::error(int code) { return raise(Severity::error, text_of(code), context_of(code), message_code(code)); }
 int Diagnostics::error_with(int code, std::string_view context) {
   return raise(Severity::error, text_of(code), Context(context), message_code(code));

@@ -81,7 +81,11 @@ struct FileAbort {
 // leaves through its clean-up exit with status 255. Nothing below the driver ends the process.
 struct RunStop {
   std::string message;
+  txt::Text code;                  // the message's row
+  std::vector<std::string> notes{};  // what it tried, for the diagnostics formats
 };
+// A stop with the text of `message`, its values filled in.
+RunStop run_stop(txt::Text message, std::initializer_list<std::string_view> values = {});
 
 // What the reporters need to know of the token stream; the tokenizer provides it.
 class DiagSource {
@@ -124,6 +128,13 @@ struct Context {
   static Context current_token() {
     Context c;
     c.kind = token;
+    return c;
+  }
+  // The current token as the classic line shows it, placed at `mark` (the word before a held
+  // one, when the message is about that word).
+  static Context token_at(SourceMark mark) {
+    Context c = current_token();
+    c.mark = mark;
     return c;
   }
   static Context at_line(std::string_view t, int line, SourceMark mark = {}) {

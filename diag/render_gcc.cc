@@ -48,7 +48,10 @@ class GccWriter {
 };
 
 void GccWriter::heading(const SourceRange& where, Severity severity, const std::string& message) {
-  std::string place = where.known() ? where.file + ":" + std::to_string(where.line) : file_.source;
+  // A message about the run rather than a file is the compiler's, as GCC's driver says "gcc:".
+  std::string place = where.known()           ? where.file + ":" + std::to_string(where.line)
+                      : file_.source.empty() ? std::string("tavcmp")
+                                             : file_.source;
   if (where.known() && where.column > 0) place += ":" + std::to_string(where.column);
   const std::string word = std::string(render::severity_word(severity)) + ": ";
   const std::string_view sgr = severity == Severity::info      ? kBoldCyan

@@ -95,13 +95,17 @@ class SarifWriter {
     if (auto it = index_.find(d.code); it != index_.end()) r["ruleIndex"] = it->second;
     r["level"] = level_of(d.severity);
     r["message"] = {{"text", render::message_text(d)}};
-    r["locations"] = Json::array({{{"physicalLocation", physical_location(d.where, source)}}});
+    // A message about the run (no file was being compiled) has no location.
+    const bool placed = d.where.known() || !source.empty();
+    if (placed) r["locations"] = Json::array({{{"physicalLocation", physical_location(d.where, source)}}});
     if (!d.notes.empty()) {
       Json related = Json::array();
-      for (size_t i = 0; i < d.notes.size(); ++i)
-        related.push_back({{"id", i},
-                           {"message", {{"text", d.notes[i].message}}},
-                           {"physicalLocation", physical_location(render::note_place(d.notes[i], d), source)}});
+      for (size_t i = 0; i < d.notes.size(); ++i) {
+        Json note{{"id", i}, {"message", {{"text", d.notes[i].message}}}};
+        const SourceRange where = render::note_place(d.notes[i], d);
+        if (where.known() || !source.empty()) note["physicalLocation"] = physical_location(where, source);
+        related.push_back(std::move(note));
+      }
       r["relatedLocations"] = std::move(related);
     }
     if (Json f = fixes(d.fixes); !f.empty()) r["fixes"] = std::move(f);

@@ -172,6 +172,8 @@ class Driver {
   void start_diagnostics_output();
   void finish_file(const FileContext& file, bool preprocessed);
   void keep_problem(txt::Text code, std::string message, std::string context);
+  FileDiagnostics take_file_diagnostics(const std::string& source);
+  void keep_stop(const RunStop& stop);
   int final_status() const;
   void explain(const std::string& text);
   void explain_not_started(const std::string& path, int err);
@@ -199,6 +201,7 @@ class Driver {
   std::unique_ptr<DiagnosticsOutput> diagnostics_out_;
   std::string records_name_;             // the preprocessor's message records of the file
   std::vector<Diagnostic> run_problems_;  // the file's failures beside its messages
+  std::string current_source_;            // the file being compiled, for a stop of the run
   bool run_failed_ = false;              // a file had errors or was not preprocessed, written, registered
 };
 
@@ -331,7 +334,9 @@ void Driver::open_dictionaries() {
   try {
     dictionaries_->open_all(names, true);
   } catch (const RunStop& stop) {
-    show_stop(stop.message);  // no source is open yet
+    // No source is open yet.
+    if (modern_) keep_stop(stop);
+    else show_stop(stop.message);
     cleanup_exit(255);
   }
 }
@@ -355,6 +360,7 @@ void Driver::compile_file(const std::string& argument) {
   }
 
   name_files(file);
+  current_source_ = file.source_name;
 
   if (access(file.source_name.c_str(), F_OK) != 0) {
     diag_.set_listing("");
@@ -395,12 +401,18 @@ void Driver::compile_file(const std::string& argument) {
 void Driver::finish_file(const FileContext& file, bool preprocessed) {
   if (diag_.error_count() > 0 || !preprocessed || file.registration_failed || !run_problems_.empty())
     run_failed_ = true;
+  current_source_.clear();
   if (!modern_) {
     run_problems_.clear();
     return;
   }
+  diagnostics_out_->file_done(take_file_diagnostics(file.source_name));
+}
+
+// What the file reported: the preprocessor's messages, the compile's, then its failures.
+FileDiagnostics Driver::take_file_diagnostics(const std::string& source) {
   FileDiagnostics done;
-  done.source = file.source_name;
+  done.source = source;
   if (!records_name_.empty()) {
     done.items = read_pp_records(records_name_);
     unlink(records_name_.c_str());
@@ -408,7 +420,19 @@ void Driver::finish_file(const FileContext& file, bool preprocessed) {
   for (Diagnostic& d : diag_.take_collected()) done.items.push_back(std::move(d));
   for (Diagnostic& d : run_problems_) done.items.push_back(std::move(d));
   run_problems_.clear();
-  diagnostics_out_->file_done(std::move(done));
+  return done;
+}
+
+// With a diagnostics format a stop of the run is the document's last entry, after what the file
+// being compiled reported so far (on its own before the first file).
+void Driver::keep_stop(const RunStop& stop) {
+  Diagnostic d;
+  d.code = message_code(stop.code);
+  d.message = stop.message;
+  for (const std::string& note : stop.notes) d.notes.push_back({note, {}});
+  run_problems_.push_back(std::move(d));
+  diagnostics_out_->file_done(take_file_diagnostics(current_source_));
+  current_source_.clear();
 }
 
 // A failure that is not a message of the compile (the preprocessor refused the file, the table
@@ -557,7 +581,9 @@ void Driver::write_outputs(FileContext& file) {
   const ProgramEntriesFailure failure =
       write_po_entries(c.stores.ops, dictionaries_.get(), run_.options.system_name, file.source_name);
   file.registration_failed = failure.failed();
-  if (failure.wait_for_ack) {
+  if (failure.failed() && modern_) {
+    keep_problem(failure.code, failure.message, "");  // an entry of the diagnostics, not a window line
+  } else if (failure.wait_for_ack) {
     show_stop(failure.message);
   } else if (!failure.message.empty()) {
     show(failure.message);
@@ -571,7 +597,8 @@ void Driver::write_outputs(FileContext& file) {
 // A fault that makes the rest of the run pointless (a damaged dictionary): shown, then the run ends.
 void Driver::stop_run(const RunStop& stop) {
   compiler_->tok.close_source();
-  show_stop(stop.message);
+  if (modern_) keep_stop(stop);
+  else show_stop(stop.message);
   cleanup_exit(255);
 }
 

@@ -725,26 +725,26 @@ std::string_view local_name(std::string_view name) {
   return !name.empty() && name[0] == ':' ? name.substr(1) : name;
 }
 
-std::optional<std::string> find_file(std::string_view name, std::string_view search_path) {
-  auto exists = [](const std::string& p) {
-    struct stat st {};
-    return stat(p.c_str(), &st) == 0;
-  };
-  if (!name.empty() && (name[0] == '/' || name[0] == '\\')) {
-    std::string p(name);
-    return exists(p) ? std::optional(p) : std::nullopt;
-  }
+std::vector<std::string> search_candidates(std::string_view name, std::string_view search_path) {
+  if (!name.empty() && (name[0] == '/' || name[0] == '\\')) return {std::string(name)};
   if (search_path.empty()) search_path = ".";
+  std::vector<std::string> paths;
   size_t pos = 0;
   while (pos <= search_path.size()) {
     size_t end = search_path.find(':', pos);
     if (end == std::string_view::npos) end = search_path.size();
     const std::string dir(search_path.substr(pos, end - pos));
     // The current directory is the name itself, so that paths read as they were given.
-    const std::string p = dir.empty() || dir == "." ? std::string(name)
-                                                    : dir + (dir.back() == '/' ? "" : "/") + std::string(name);
-    if (exists(p)) return p;
+    paths.push_back(dir.empty() || dir == "." ? std::string(name) : dir + (dir.back() == '/' ? "" : "/") + std::string(name));
     pos = end + 1;
+  }
+  return paths;
+}
+
+std::optional<std::string> find_file(std::string_view name, std::string_view search_path) {
+  for (const std::string& p : search_candidates(name, search_path)) {
+    struct stat st {};
+    if (stat(p.c_str(), &st) == 0) return p;
   }
   return std::nullopt;
 }

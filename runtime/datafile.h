@@ -172,6 +172,8 @@ std::string_view local_name(std::string_view name);
 // as is an empty entry or ".") for a relative `name`; an absolute name is checked as it is.
 // Returns the path found: the name itself when found in the current directory.
 std::optional<std::string> find_file(std::string_view name, std::string_view search_path);
+// The paths find_file tries, in its order.
+std::vector<std::string> search_candidates(std::string_view name, std::string_view search_path);
 
 // Reads up to `count` bytes from the start of a text file; nothing when it cannot be read or is
 // not a regular file (which is not opened).

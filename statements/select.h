@@ -45,6 +45,11 @@ class Select final : public AggregateSink, public SelectScope {
   bool group_given = false;
   bool for_update = false;        // FOR UPDATE was written
   std::unordered_map<uint32_t, int> lines;  // the line each field entry was first named on
+  bool object_unknown = false;    // an object it names is unknown: its fields' warnings follow from that
+
+  // The object of that name, from the program or the dictionaries (find_or_load_object); 0,
+  // reported, when there is none.
+  uint32_t object_named(std::string_view name);
 
   // The seams of the expression compiler.
   uint32_t aggregate(ParserCore& core, uint32_t verb_code, uint16_t number, ExprType& type) override;

@@ -35,7 +35,7 @@ void read_quantifier(Select& s) {
 void object_star(Select& s, std::string_view name) {
   Parser& p = s.p;
   if (s.has(selrec::all_fields)) p.diag.error_text(txt::not_valid_with_select_star, Context::current_token());
-  const uint32_t object = find_or_load_object(p, name.substr(0, name.size() - 2));
+  const uint32_t object = s.object_named(name.substr(0, name.size() - 2));
   if (object == 0) return;
   uint32_t from = from_entry_of(s, object);
   if (from == 0) from = new_from_entry(s, object);
@@ -190,7 +190,7 @@ uint32_t named_order_entry(Select& s, std::string_view name) {
   std::string_view bare = name;
   const size_t dot = name.find('.');
   if (dot != std::string_view::npos && dot > 0) {
-    const uint32_t object = find_or_load_object(p, name.substr(0, dot));
+    const uint32_t object = s.object_named(name.substr(0, dot));
     if (object == 0) return 0;
     from = from_entry_of(s, object);
     if (from == 0) {

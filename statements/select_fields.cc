@@ -132,7 +132,7 @@ struct Named {
 // The FROM entry of a prefix: the object's entry, added (as an object of an enclosing select
 // when one reads it) when the FROM list does not name it. False when the object is unknown.
 bool prefix_entry(Select& s, std::string_view prefix, Named& n) {
-  const uint32_t object = find_or_load_object(s.p, prefix);
+  const uint32_t object = s.object_named(prefix);
   if (object == 0) return false;
   n.from = from_entry_of(s, object);
   if (n.from != 0) return true;
@@ -191,6 +191,12 @@ void check_aggregates(Select& s, uint32_t entry, bool in_aggregate) {
 }
 
 }  // namespace
+
+uint32_t Select::object_named(std::string_view name) {
+  const uint32_t object = find_or_load_object(p, name);
+  if (object == 0) object_unknown = true;
+  return object;
+}
 
 bool Select::field_operand(ParserCore&, std::string_view name, bool in_aggr, uint32_t allow,
                            SelectScope::Operand& result) {

@@ -82,7 +82,7 @@ bool join_side(Select& s, JoinSide& side) {
   uint32_t from = 0;
   const size_t dot = written.find('.');
   if (dot != std::string::npos && dot > 0) {
-    side.object = find_or_load_object(p, bare.substr(0, dot));
+    side.object = s.object_named(bare.substr(0, dot));
     if (side.object == 0) return false;
     from = from_entry_of(s, side.object);
     if (from == 0) from = new_from_entry(s, side.object);
@@ -160,7 +160,7 @@ bool read_from_item(Select& s, bool outer) {
     p.fail(msg::object_name_expected);
     return false;
   }
-  const uint32_t object = find_or_load_object(p, p.text());
+  const uint32_t object = s.object_named(p.text());
   if (object == 0) return false;
   const uint32_t from = name_object(s, object, outer);
   while (p.take(verb("on"))) on_clause(s, from);

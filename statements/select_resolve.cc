@@ -139,6 +139,8 @@ void bind_entry(Select& s, uint32_t entry) {
     const auto line = s.lines.find(entry);
     p.diag.warning_text(txt::host_field_colon,
                         Context::at_line(field_name(p, field), line == s.lines.end() ? 0 : line->second));
+    // A field of an object that could not be found is no host field: the warning only echoes that.
+    if (s.object_unknown) p.diag.mark_follow_on();
   }
 }
 

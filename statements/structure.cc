@@ -145,6 +145,7 @@ struct Do {
   int mode_count = 0, result_count = 0;
   std::vector<ExprType> param_types{};
   bool initial_given = false, params_given = false, results_given = false;
+  SourceMark at{};  // the section's name
 };
 
 // INITIAL-MODE [IS] mode.
@@ -252,9 +253,12 @@ void check_do_lists(Do& d, uint32_t section) {
     p.diag.add_note("defined here", p.syms.defined_at(section));
   } else if (d.params_given && !defined && declared == 0) {
     record_arguments(p, section, ssym::s_params, d.params, false, d.param_types);
+    p.syms.note_used(ops.get24(section + ssym::s_params), d.at);  // for the definition's "called here"
   }
-  if (d.results_given && !defined && ops.get24(section + ssym::s_returning) == 0)
+  if (d.results_given && !defined && ops.get24(section + ssym::s_returning) == 0) {
     record_arguments(p, section, ssym::s_returning, d.results, true);
+    p.syms.note_used(ops.get24(section + ssym::s_returning), d.at);
+  }
 }
 
 }  // namespace
@@ -266,6 +270,7 @@ void compile_do(Parser& p) {
   Do d{p};
   uint32_t section = do_section(p, d.flags);
   if (section == 0) return;
+  d.at = p.diag.current_mark();
   read_clauses(p, kDoClauses, d, do_mode);
   check_do_lists(d, section);
   if (d.mode_count > 1) d.flags &= static_cast<uint16_t>(~doop::show);

@@ -102,6 +102,12 @@ class Dictionaries {
   // The lines of a documentation text (doc_type, doc_id) from line 1 on, in key order, each
   // without trailing blanks (gaps in the line numbers are passed over); empty when there is none.
   virtual std::vector<std::string> documentation_text(int dictno, int type, uint16_t id) = 0;
+
+  // The names of the objects (the fields) of every open dictionary, each once, in name order:
+  // for suggestions and completion. They read whole tables, so they are asked only when a
+  // name was not found and someone will read the answer.
+  virtual std::vector<std::string> object_names() = 0;
+  virtual std::vector<std::string> field_names() = 0;
 };
 
 // No dictionary is open (the compiler was run without them, or they are not available yet).
@@ -118,6 +124,8 @@ class NoDictionaries : public Dictionaries {
   bool record_holds(int, uint16_t, std::string_view) override { return false; }
   std::string documentation(int, int, uint16_t, uint16_t) override { return {}; }
   std::vector<std::string> documentation_text(int, int, uint16_t) override { return {}; }
+  std::vector<std::string> object_names() override { return {}; }
+  std::vector<std::string> field_names() override { return {}; }
 };
 
 }  // namespace tav

@@ -1,5 +1,6 @@
 #include "symbols/dictionary_files.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -201,7 +202,7 @@ void DictionaryFiles::open_all(const std::vector<std::string>& names, bool read_
     any_set = true;
     if (*value && open(value, read_only) != 0) break;
   }
-  if (!any_set) throw RunStop{std::string(text_of(txt::dict_env_not_set))};
+  if (!any_set) throw run_stop(txt::dict_env_not_set);
 }
 
 std::string DictionaryFiles::dictionary_path(std::string_view name, uint32_t& mode) const {
@@ -218,12 +219,17 @@ std::string DictionaryFiles::dictionary_path(std::string_view name, uint32_t& mo
   if (first.starts_with('/') || first.starts_with('\\')) return std::string(name);
   const char* search = env("TAVPATH");
   std::optional<std::string> found = datafile::find_file(first, search ? search : "");
-  if (!found) throw RunStop{format_text(txt::dict_not_found, {name})};
+  if (!found) {
+    RunStop stop = run_stop(txt::dict_not_found, {name});
+    for (const std::string& tried : datafile::search_candidates(first, search ? search : ""))
+      stop.notes.push_back("searched '" + tried + "'");
+    throw stop;
+  }
   return found->substr(0, found->size() - 6);
 }
 
 int DictionaryFiles::open(std::string_view name, bool read_only) {
-  if (dicts_.size() == kMaxDictionaries) throw RunStop{std::string(text_of(txt::too_many_dictionaries))};
+  if (dicts_.size() == kMaxDictionaries) throw run_stop(txt::too_many_dictionaries);
   auto d = std::make_unique<Dictionary>();
   d->path = dictionary_path(name, d->mode);
   for (const auto& open : dicts_)
@@ -259,7 +265,7 @@ void DictionaryFiles::begin_snapshots() {
   for (const auto& d : dicts_) {
     if (!d->snapshots || d->descriptions->in_snapshot()) continue;
     if (const int status = d->descriptions->begin_snapshot(); status != 0)
-      throw RunStop{format_text(txt::dict_open_failed, {d->path, std::to_string(status)})};
+      throw run_stop(txt::dict_open_failed, {d->path, std::to_string(status)});
   }
 }
 
@@ -274,7 +280,7 @@ void DictionaryFiles::end_snapshots() {
 void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {
   const datafile::TableDesc& desc = dict_table_desc(t);
   const std::string name = d.path + std::string(dict_table_letters(t)) + "4";
-  if (!desc.valid()) throw RunStop{format_text(txt::dict_define_failed, {name})};
+  if (!desc.valid()) throw run_stop(txt::dict_define_failed, {name});
   int error = 0;
   auto& slot = d.files[static_cast<size_t>(t)];
   if (in_program_group(t)) {
@@ -288,11 +294,11 @@ void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {
   if (slot) return;
   switch (t) {
     case DictTable::object:
-      throw RunStop{format_text(txt::dict_open_failed, {d.path, std::to_string(error)})};
+      throw run_stop(txt::dict_open_failed, {d.path, std::to_string(error)});
     case DictTable::field:
     case DictTable::record:
     case DictTable::key:
-      throw RunStop{format_text(txt::dict_file_open_failed, {name})};
+      throw run_stop(txt::dict_file_open_failed, {name});
     default:
       if (error == datafile::kNoSuchFile) slot = IndexedFile::open(name, desc, mode | datafile::kCreate, error);
   }
@@ -312,7 +318,7 @@ IndexedFile* DictionaryFiles::file(DictTable t, int dictno) {
 
 void DictionaryFiles::read_failed(DictTable t, int dictno, int status) {
   const std::string name = path(dictno) + std::string(dict_table_letters(t)) + "4";
-  throw RunStop{format_text(txt::dict_read_failed, {name, Diagnostics::io_error_text(status)})};
+  throw run_stop(txt::dict_read_failed, {name, Diagnostics::io_error_text(status)});
 }
 
 int DictionaryFiles::read(DictRow& row, int dictno, int index) {
@@ -475,6 +481,37 @@ std::vector<DictRecordEntry> DictionaryFiles::record(int dictno, uint16_t obj_id
   auto [it, fresh] = cache(dictno).records.try_emplace(obj_id);
   if (fresh) it->second = read_record(dictno, obj_id);
   return it->second;
+}
+
+std::vector<std::string> DictionaryFiles::object_names() {
+  return all_names(DictTable::object, dict_object::obj_name, &Cache::object_names);
+}
+
+std::vector<std::string> DictionaryFiles::field_names() {
+  return all_names(DictTable::field, dict_field::fld_name, &Cache::field_names);
+}
+
+// The names of a table over the open dictionaries, merged; each dictionary's list is kept.
+std::vector<std::string> DictionaryFiles::all_names(DictTable t, const DictColumn& name,
+                                                    std::optional<std::vector<std::string>> Cache::*kept) {
+  std::vector<std::string> names;
+  for (int d = 0; d < open_count(); ++d) {
+    std::optional<std::vector<std::string>>& list = cache(d).*kept;
+    if (!list) list = read_names(t, name, d);
+    names.insert(names.end(), list->begin(), list->end());
+  }
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  return names;
+}
+
+// Every name of a table of one dictionary, along index 1.
+std::vector<std::string> DictionaryFiles::read_names(DictTable t, const DictColumn& name, int dictno) {
+  std::vector<std::string> names;
+  DictRow r(t);
+  if (start(r, dictno, 1, datafile::kFirstRow) != 0) return names;
+  while (next(r, dictno) == 0) names.push_back(r.text(name));
+  return names;
 }
 
 std::optional<DictField> DictionaryFiles::read_field_in(int dictno, std::string_view name) {

@@ -142,6 +142,8 @@ class DictionaryFiles final : public Dictionaries {
   bool record_holds(int dictno, uint16_t obj_id, std::string_view field_name) override;
   std::string documentation(int dictno, int type, uint16_t id, uint16_t line_no) override;
   std::vector<std::string> documentation_text(int dictno, int type, uint16_t id) override;
+  std::vector<std::string> object_names() override;
+  std::vector<std::string> field_names() override;
 
  private:
   // What the compiler has read of a dictionary's descriptions, kept for the run: they do not
@@ -152,6 +154,8 @@ class DictionaryFiles final : public Dictionaries {
     std::unordered_map<std::string, std::optional<DictObject>> objects;
     std::map<std::pair<uint16_t, uint16_t>, std::optional<DictKey>> keys;
     std::unordered_map<uint16_t, std::vector<DictRecordEntry>> records;
+    std::optional<std::vector<std::string>> object_names;
+    std::optional<std::vector<std::string>> field_names;
   };
 
   struct Dictionary {
@@ -178,6 +182,9 @@ class DictionaryFiles final : public Dictionaries {
   std::optional<DictObject> read_object(int dictno, std::string_view name);
   std::optional<DictKey> read_key(int dictno, uint16_t obj_id, uint16_t index_no);
   std::vector<DictRecordEntry> read_record(int dictno, uint16_t obj_id);
+  std::vector<std::string> read_names(DictTable t, const DictColumn& name, int dictno);
+  std::vector<std::string> all_names(DictTable t, const DictColumn& name,
+                                     std::optional<std::vector<std::string>> Cache::*kept);
 
   uint16_t open_mask_;
   Getenv getenv_;

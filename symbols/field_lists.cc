@@ -30,6 +30,8 @@ bool redefinition_follows(ParserCore& p) {
 // A PARAMETERS or RETURNING list as it is read.
 struct FieldList {
   ParserCore& p;
+  uint32_t section;
+  uint32_t recorded;      // the list the earlier call left
   FieldListKind kind;
   uint32_t slot;          // the section's list
   bool building;          // the list is recorded (a definition, not a declaration)
@@ -74,6 +76,16 @@ bool list_field(FieldList& l, uint32_t s, const std::string& name, uint32_t& f) 
   return true;
 }
 
+// A list that contradicts the call made before the definition; the call is noted. A field's
+// clauses (or the list) end at the word after them, which is held: the message is placed on
+// the word before it, the one the classic line shows.
+void mismatch(FieldList& l, int code) {
+  ParserCore& p = l.p;
+  p.diag.error_at(code, p.tok.diag_token_held() ? Context::token_at(p.tok.diag_prev_mark()) : Context::current_token());
+  const SourceMark call = p.syms.first_used_at(l.recorded);
+  p.diag.add_note("called here", call.known() ? call : p.syms.first_used_at(l.section));
+}
+
 // The field takes the place of the next argument of the earlier call, which must agree with it.
 void match_argument(FieldList& l, uint32_t f) {
   ParserCore& p = l.p;
@@ -81,9 +93,9 @@ void match_argument(FieldList& l, uint32_t f) {
   uint32_t& pending = l.pending;
   const bool numeric_argument = ops.get24(pending + param_entry::pe_field) != 0;
   if (numeric_argument != conv::fmt_numeric(static_cast<uint16_t>(ops.get16(f + fsym::f_format)))) {
-    p.diag.error(msg::parameters_not_correct_type);
+    mismatch(l, msg::parameters_not_correct_type);
   } else if (ops.get24(pending + param_entry::pe_occurs) != ops.get16(f + fsym::f_occurs)) {
-    p.diag.error(msg::parameter_different_field_occurrence_factor);
+    mismatch(l, msg::parameter_different_field_occurrence_factor);
   }
   ops.put24(pending + param_entry::pe_field, f);
   ops.put24(pending + param_entry::pe_occurs, 0);
@@ -99,7 +111,7 @@ void add_to_list(FieldList& l, uint32_t f) {
     return;
   }
   if (l.matching && l.kind == FieldListKind::parameters) {
-    if (!l.too_many) l.p.diag.error(msg::parameter_list_mismatch);
+    if (!l.too_many) mismatch(l, msg::parameter_list_mismatch);
     l.too_many = true;
     return;
   }
@@ -120,7 +132,7 @@ void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind k
   const uint32_t slot = s + (kind == FieldListKind::parameters ? ssym::s_params : ssym::s_returning);
   const bool building = record && kind != FieldListKind::local;
   const bool matching = building && ops.get24(slot) != 0;
-  FieldList l{p, kind, slot, building, matching, matching ? ops.get24(slot) : 0};
+  FieldList l{p, s, ops.get24(slot), kind, slot, building, matching, matching ? ops.get24(slot) : 0};
 
   for (;;) {
     const uint32_t c = p.next();
@@ -135,7 +147,7 @@ void compile_section_field_list(ParserCore& p, uint32_t section, FieldListKind k
     else if (list_field(l, s, name, f) && building)
       add_to_list(l, f);
   }
-  if (matching && l.pending != 0) p.diag.error(msg::parameter_list_mismatch);
+  if (matching && l.pending != 0) mismatch(l, msg::parameter_list_mismatch);
 }
 
 void report_unreferenced_locals(ParserCore& p, uint32_t section) {

@@ -38,7 +38,7 @@ uint32_t load_field(ParserCore& p, std::string_view name) {
   if (!d) {
     p.diag.set_name(name);
     p.diag.error(msg::field_not_defined);
-    suggest_name(p, name, fields_in_scope(p));
+    suggest_field(p, name);
     return 0;
   }
   ops.put16(f + fsym::f_dictno, static_cast<uint16_t>(d->dictno));
@@ -64,7 +64,7 @@ uint32_t load_field(ParserCore& p, std::string_view name) {
 
   note_field_type(p, f);
   if (d->occurs == 0 || size * d->occurs > kDictFieldStorageLimit)
-    throw RunStop{format_text(txt::dict_field_too_large, {name})};
+    throw run_stop(txt::dict_field_too_large, {name});
   p.syms.enter_field_into_cache(f);
   p.syms.append_field(f);
   return f;
@@ -122,6 +122,7 @@ uint32_t reference_field(ParserCore& p, std::string_view name, uint32_t* object)
   if (obj != 0) {
     if (!field_in_object(p, obj, f)) {
       p.diag.error(msg::field_not_contained_object);
+      suggest_record_field(p, q.field, obj);
     } else {
       *object = obj;
     }

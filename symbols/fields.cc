@@ -264,7 +264,7 @@ void FieldDefinition::like_clause() {
   } else {
     p_.diag.set_name(other);
     p_.diag.error(msg::field_not_defined);
-    suggest_name(p_, other, fields_in_scope(p_));
+    suggest_field(p_, other);
     return;
   }
   if (get16(fsym::f_occurs) == 0) put16(fsym::f_occurs, 1);

@@ -100,13 +100,13 @@ bool link_dictionary_field(ParserCore& p, uint32_t object, const DictField& fiel
   if (!all_fields && f == 0) return false;
   if (all_fields) {
     f = reference_field(p, field.name, nullptr);
-    if (f == 0) throw RunStop{std::string(text_of(txt::dict_load_fields))};
+    if (f == 0) throw run_stop(txt::dict_load_fields);
   }
   if (static_cast<int16_t>(ops.get16(f + fsym::f_dictno)) < 0) {
     p.diag.set_name(field.name);
     p.diag.error(msg::defined_field_present_object);
   }
-  if (!valid_dictionary_field(field)) throw RunStop{format_text(txt::dict_field_invalid, {field.name})};
+  if (!valid_dictionary_field(field)) throw run_stop(txt::dict_field_invalid, {field.name});
   tail = link_record_field(ops, object, f, offset, tail);
   const uint32_t record = ops.get24(object + osym::o_record);
   if (ops.get24(f + fsym::f_addr) == 0 && !(ops.get16(object + osym::o_attr) & osym::attr_no_joins))
@@ -177,15 +177,15 @@ bool load_dictionary_record(ParserCore& p, uint32_t object, bool all_fields) {
   uint32_t tail = 0;
   bool complete = true;
   for (const DictRecordEntry& entry : p.dictionaries->record(dictno, objid)) {
-    if (p.settings.dict_check && entry.offset != total) throw RunStop{format_text(txt::dict_rec_offsets, {name})};
+    if (p.settings.dict_check && entry.offset != total) throw run_stop(txt::dict_rec_offsets, {name});
     const std::optional<DictField> field = p.dictionaries->field_by_id(dictno, entry.field_id);
-    if (!field) throw RunStop{format_text(txt::dict_record_corrupt, {name})};
+    if (!field) throw run_stop(txt::dict_record_corrupt, {name});
     if (dictno > 0) check_earlier_dictionaries(p, dictno, *field);
     total += static_cast<uint32_t>(field->size) * field->occurs;
     complete &= link_dictionary_field(p, object, *field, entry.offset, all_fields, tail);
   }
   if (p.settings.dict_check && total != ops.get16(object + osym::o_recsize))
-    throw RunStop{format_text(txt::dict_record_size, {name})};
+    throw run_stop(txt::dict_record_size, {name});
   if (complete) ops.put16(object + osym::o_attr, ops.get16(object + osym::o_attr) | osym::attr_complete);
   return complete;
 }

@@ -332,7 +332,7 @@ ClauseStep ObjectDefinition::like_clause() {
     if (!row) {
       p_.diag.set_name(name);
       p_.fail(msg::object_not_defined_dictionary);
-      suggest_name(p_, name, object_names(p_));
+      suggest_object(p_, name);
       return step(false);
     }
     apply_dictionary_row(p_, o_, *row);
@@ -442,7 +442,7 @@ uint32_t find_or_load_object(ParserCore& p, std::string_view name) {
     const std::string wanted(name);  // the name may be the token's text, which the skip replaces
     p.diag.set_name(wanted);
     p.fail(msg::object_not_defined_dictionary);
-    suggest_name(p, wanted, object_names(p));
+    suggest_object(p, wanted);
     return 0;
   }
   return object_from_dictionary(p, name, *row);

@@ -116,8 +116,9 @@ ProgramEntriesFailure write_po_entries(OpSpace& ops, DictionaryFiles* dicts, std
       return replace_po_rows(*dicts, d, static_cast<uint16_t>(prog_id), used);
     });
     if (status == 0) continue;
-    if (!have_program_row) return {format_text(txt::pr_insert_failed, {dicts->path(d)}), true};
-    return {format_text(txt::po_write_failed, {dicts->path(d), Diagnostics::io_error_text(status)}), false};
+    if (!have_program_row) return {format_text(txt::pr_insert_failed, {dicts->path(d)}), true, txt::pr_insert_failed};
+    return {format_text(txt::po_write_failed, {dicts->path(d), Diagnostics::io_error_text(status)}), false,
+            txt::po_write_failed};
   }
   return {};
 }

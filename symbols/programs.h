@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "diag/diag.h"
+
 namespace tav {
 
 class OpSpace;
@@ -15,6 +17,7 @@ class DictionaryFiles;
 struct ProgramEntriesFailure {
   std::string message;
   bool wait_for_ack = false;
+  txt::Text code = txt::po_write_failed;  // the message's row
   bool failed() const { return !message.empty(); }
 };
 

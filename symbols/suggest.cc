@@ -112,6 +112,42 @@ void suggest_name(ParserCore& p, std::string_view name, const std::vector<std::s
   if (where.column > 0 && where.end_column - where.column == static_cast<int>(name.size())) p.diag.add_fix(where, nearest);
 }
 
+namespace {
+
+// Adds the dictionaries' names to the program's: `kept` holds them while the views are used.
+void suggest_among(ParserCore& p, std::string_view name, std::vector<std::string_view> candidates,
+                   const std::vector<std::string>& kept) {
+  candidates.insert(candidates.end(), kept.begin(), kept.end());
+  suggest_name(p, name, candidates);
+}
+
+}  // namespace
+
+void suggest_field(ParserCore& p, std::string_view name) {
+  if (!p.diag.last_kept()) return;
+  suggest_among(p, name, fields_in_scope(p), p.dictionaries->field_names());
+}
+
+void suggest_object(ParserCore& p, std::string_view name) {
+  if (!p.diag.last_kept()) return;
+  suggest_among(p, name, object_names(p), p.dictionaries->object_names());
+}
+
+void suggest_record_field(ParserCore& p, std::string_view name, uint32_t object) {
+  if (!p.diag.last_kept()) return;
+  const OpSpace& ops = p.ops;
+  std::vector<std::string> names;
+  const auto dictno = static_cast<int16_t>(ops.get16(object + osym::o_dictno));
+  if (dictno < 0) {
+    for (uint32_t l = ops.get24(object + osym::o_fldobj); l != 0; l = ops.get24(l + folink::fo_fldobj))
+      names.emplace_back(ops.text_at(ops.get24(ops.get24(l + folink::fo_field) + fsym::f_name)));
+  } else {
+    for (const DictRecordEntry& e : p.dictionaries->record(dictno, static_cast<uint16_t>(ops.get16(object + osym::o_objid))))
+      if (const std::optional<DictField> f = p.dictionaries->field_by_id(dictno, e.field_id)) names.push_back(f->name);
+  }
+  suggest_among(p, name, {}, names);
+}
+
 void note_reserved_word(ParserCore& p, std::string_view name) {
   if (p.diag.collecting() && find_keyword(name) != 0) p.diag.add_note("'" + std::string(name) + "' is a reserved word");
 }

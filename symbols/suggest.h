@@ -3,6 +3,7 @@
 // name. They are notes of the diagnostics model, added only while the diagnostics collect.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +30,12 @@ std::vector<std::string_view> defined_report_names(const ParserCore& p);
 // Adds "did you mean '<nearest>'?" to the message just raised about `name`, with the exact
 // replacement as its fix when the message's place holds just that name.
 void suggest_name(ParserCore& p, std::string_view name, const std::vector<std::string_view>& candidates);
+// The same among the fields (the objects) a reference can reach: the program's and, while the
+// diagnostics collect, the dictionaries'.
+void suggest_field(ParserCore& p, std::string_view name);
+void suggest_object(ParserCore& p, std::string_view name);
+// The same among the fields of an object's record, for a field named with the wrong object.
+void suggest_record_field(ParserCore& p, std::string_view name, uint32_t object);
 // Adds "'<name>' is a reserved word" when it is one.
 void note_reserved_word(ParserCore& p, std::string_view name);
 

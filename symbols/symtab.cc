@@ -101,6 +101,10 @@ void SymbolTable::note_used(uint32_t record) {
   if (places_diag_ && places_diag_->collecting()) first_used_at_.try_emplace(record, places_diag_->current_mark());
 }
 
+void SymbolTable::note_used(uint32_t record, SourceMark where) {
+  if (places_diag_ && places_diag_->collecting()) first_used_at_.try_emplace(record, where);
+}
+
 SourceMark SymbolTable::defined_at(uint32_t record) const {
   auto it = defined_at_.find(record);
   return it == defined_at_.end() ? SourceMark{} : it->second;

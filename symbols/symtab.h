@@ -143,6 +143,7 @@ class SymbolTable {
   SourceMark first_used_at(uint32_t record) const;
   void note_defined(uint32_t record);
   void note_used(uint32_t record);
+  void note_used(uint32_t record, SourceMark where);  // used at an earlier place
 
  private:
   uint32_t store_name(std::string_view name);
