@@ -565,10 +565,15 @@ void Driver::compile_and_write(FileContext& file) {
     // The file's output is abandoned; the rest of this phase is skipped. The message is shown,
     // not listed (the listing keeps the compile's messages only); standard error has the path
     // and the system's words for the error.
-    if (!abort.message.empty()) show_stop(abort.message);
-    if (!abort.reason.empty()) explain(abort.reason);
+    // With a diagnostics format both are the entry's.
     keep_problem(txt::table_not_written, std::string(text_of(txt::table_not_written)),
                  abort.reason.empty() ? abort.message : abort.reason);
+    if (modern_) {
+      if (!abort.message.empty() && !abort.reason.empty()) run_problems_.back().notes.push_back({abort.message, {}});
+    } else {
+      if (!abort.message.empty()) show_stop(abort.message);
+      if (!abort.reason.empty()) explain(abort.reason);
+    }
   } catch (const RunStop& stop) {
     stop_run(stop);
   }

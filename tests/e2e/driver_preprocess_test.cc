@@ -245,6 +245,12 @@ TEST(DriverBadInput, OutputThatCannotBeCreated) {
     // Standard error has the paths and the system's words for the number.
     EXPECT_EQ(r.err, prog + ": cannot write '" + c.out_dir + "/ok.op6' (its work file '" + c.out_dir + "/ok.tmp'): " +
                          std::strerror(c.errnum) + "\n");
+    // A diagnostics format has both in its one entry.
+    r = tavcmp(dir.path(), {"-n", "--diagnostics-format=gcc", "-o", c.out_dir, "ok.spl"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "ok.spl: error: Operations table not written - 'cannot write '" + c.out_dir + "/ok.op6' (its work file '" +
+                         c.out_dir + "/ok.tmp'): " + std::strerror(c.errnum) + "' [table_not_written]\nok.spl: note: " + prog +
+                         ": can't create '" + c.out_dir + "/ok.tmp' (errno=" + std::to_string(c.errnum) + ")\n1 error generated.\n");
   }
   EXPECT_EQ(list_dir(dir.path()), (std::vector<std::string>{"ok.spl", "plain-file"}));
 
