@@ -12,6 +12,9 @@ done
 mkdir -p "$stage/syntaxes"
 cp "$src/syntaxes/tavrin.tmLanguage.json" "$stage/syntaxes/"
 cd "$stage"
+# The client is plain JavaScript run as it is: it must parse, and what it requires must be there.
+node --check extension.js
+node -e 'require.resolve("vscode-languageclient/node")'
 rm -f tavrin-4gl.vsix
 # --no-install: only the vsce of the lock, never one fetched now. No terminal: vsce asks nothing.
 npx --no-install vsce package --allow-missing-repository --out tavrin-4gl.vsix </dev/null
