@@ -33,12 +33,6 @@ constexpr uint16_t kDictionaryMask = 0x001F | 0x0400;
 constexpr DictTable kDescriptionTables[] = {DictTable::object, DictTable::field, DictTable::record, DictTable::key,
                                             DictTable::documentation};
 
-std::string directory_of(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 std::string last_component(const std::string& path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
@@ -105,18 +99,6 @@ class EnvironmentOverride {
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
-void rename_file(SourceRange& where, const std::string& from, const std::string& to) {
-  if (where.file == from) where.file = to;
-}
-
-// The places in the temporary copy are places in the document.
-void rename_places(Diagnostic& d, const std::string& from, const std::string& to) {
-  rename_file(d.where, from, to);
-  for (DiagnosticNote& note : d.notes) rename_file(note.where, from, to);
-  for (FixIt& fix : d.fixes) rename_file(fix.where, from, to);
-  if (d.classic_file == from) d.classic_file = to;
-}
-
 }  // namespace
 
 DictionaryCache::DictionaryCache() = default;
@@ -180,17 +162,17 @@ std::string CompileService::tavpp(const Settings& settings) const {
   return product + "bin/tavpp";
 }
 
-// As tavcmp runs it, with the document's directory first among the include directories: the
-// text is read from the temporary copy, so "beside the including file" must be said.
+// As tavcmp runs it, on the copy named as the document: the markers, the messages and the
+// search for includes beside the program are the document's.
 std::vector<std::string> CompileService::preprocessor_args(const std::string& path, const Settings& settings) const {
   std::vector<std::string> args{tavpp(settings)};
   if (std::optional<std::vector<std::string>> macros = release_macro_args())
     args.insert(args.end(), macros->begin(), macros->end());
-  args.push_back("-I" + directory_of(path));
   for (size_t i = 0; i < settings.includes.size() && i < static_cast<size_t>(kMaxIncludeDirs); ++i)
     args.push_back("-I" + settings.absolute(settings.includes[i]));
   args.push_back("--include-chain");
   args.push_back("--message-records=" + dir_ + "/pp.msg");
+  args.push_back("--source-name=" + path);
   args.push_back("-o" + dir_ + "/pp.err");
   args.push_back("--");
   args.push_back(dir_ + "/" + last_component(path));
@@ -270,11 +252,8 @@ std::vector<Diagnostic> CompileService::compile(const std::string& path, std::st
   for (Diagnostic& d : diag.take_collected()) out.push_back(std::move(d));
   for (Diagnostic& d : problems) out.push_back(std::move(d));
   std::vector<Diagnostic> shown;
-  for (Diagnostic& d : out) {
-    if (!render::shown(d)) continue;
-    rename_places(d, copy, path);
-    shown.push_back(std::move(d));
-  }
+  for (Diagnostic& d : out)
+    if (render::shown(d)) shown.push_back(std::move(d));
   for (const std::string& name : {copy, output, records, dir_ + "/pp.err"}) unlink(name.c_str());
   return shown;
 }
