@@ -75,8 +75,8 @@ void PrintTo(const Seen& s, std::ostream* os) {
 // tavcmp's json diagnostics for `program` in `dir`, as the server should publish them: names
 // relative to `dir`, the caret's byte column turned into UTF-16 units, a diagnostic without a
 // place at the start of the program, a note without a place of its own in the message.
-std::vector<Seen> expected(const std::string& dir, const std::string& program, std::vector<std::string> options = {}) {
-  options.insert(options.begin(), {"-n", "-t", "--diagnostics-format=json"});
+std::vector<Seen> expected(const std::string& dir, const std::string& program, std::vector<std::string> options = {"-n"}) {
+  options.insert(options.begin(), {"-t", "--diagnostics-format=json"});
   options.push_back(dir + "/" + program);  // named as the server names it
   const RunResult r = tavtest::tavcmp(dir, options);
   const Json all = Json::parse(r.out);
@@ -230,7 +230,7 @@ TEST(Tavls, PositionsIncludesAndNoFilesWritten) {
       "  set n = 1 // \xC3\xA4\xF0\x9F\x98\x80\xF0\x9F\x98\x80 and then\n"
       "  set n = \"\xF0\x9F\x98\x80\" + nope\n  set shared-one = \"\xC3\xA4\" \n  set locl-one = 2\nend\n";
   write_file(dir / "src/prog.spl", program);
-  const std::vector<Seen> want = expected(dir / "src", "prog.spl", {"-I", "../inc"});
+  const std::vector<Seen> want = expected(dir / "src", "prog.spl", {"-n", "-I", "../inc"});
   ASSERT_FALSE(want.empty());
   const std::vector<std::string> before = list_dir(dir / "src");
 
@@ -290,6 +290,40 @@ TEST(Tavls, ChangesAreDebouncedAndIncludesCleared) {
   std::optional<Json> closed = session.client.diagnostics_for(uri);
   ASSERT_TRUE(closed);
   EXPECT_TRUE((*closed)["params"]["diagnostics"].empty());
+  EXPECT_EQ(session.finish(), 0);
+}
+
+// The dictionaries are opened for the first compile and again when their files change; one that
+// cannot be opened is reported as tavcmp reports it.
+TEST(Tavls, DictionariesFollowTheirFiles) {
+  TempDir dir;
+  const std::string shop =
+      "field cust-no pic 9(6)\nfield cust-name pic x(30)\nobject customer type indexed file \"cust\"\n"
+      "  record cust-no cust-name end-record\n  key cust-no unique\n";
+  load_dictionary(dir, "d/", shop + "field amount pic 9(5)v99\n");
+  const std::string program = "object c2 like customer\nprocedure main\n  set amount = 1\n  set c2.cust-name = \"x\"\nend\n";
+  write_file(dir / "prog.spl", program);
+  const std::vector<std::string> options{"-g", dir / "d/"};
+  const std::string uri = uri_of(dir / "prog.spl");
+  Session session(dir.path(), {{"globalDictionary", "d/"}});
+  const auto saved = [&] {
+    session.client.notify("textDocument/didSave", {{"textDocument", {{"uri", uri}}}});
+    return session.diagnostics({uri});
+  };
+  session.open(dir / "prog.spl", program);
+  EXPECT_EQ(session.diagnostics({uri}), expected(dir.path(), "prog.spl", options));
+
+  fs::remove_all(dir / "d");
+  load_dictionary(dir, "d/", shop);  // no amount any more
+  std::vector<Seen> want = expected(dir.path(), "prog.spl", options);
+  EXPECT_TRUE(std::any_of(want.begin(), want.end(), [](const Seen& s) { return s.message == "Field not defined - 'amount'"; }));
+  EXPECT_EQ(saved(), want);
+
+  fs::remove_all(dir / "d");
+  want = expected(dir.path(), "prog.spl", options);
+  ASSERT_EQ(want.size(), 1u);
+  EXPECT_EQ(want[0].code, "dict_open_failed");
+  EXPECT_EQ(saved(), want);
   EXPECT_EQ(session.finish(), 0);
 }
 
