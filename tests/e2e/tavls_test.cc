@@ -327,6 +327,44 @@ TEST(Tavls, DictionariesFollowTheirFiles) {
   EXPECT_EQ(session.finish(), 0);
 }
 
+// The outline: fields, objects and sections where they are defined, a section's parts inside it,
+// each section folding to its last line; the newest text is compiled before answering.
+TEST(Tavls, OutlineAndFolding) {
+  TempDir dir;
+  const std::string uri = uri_of(dir / "prog.spl");
+  Session session(dir.path());
+  EXPECT_TRUE(session.capabilities["documentSymbolProvider"].get<bool>());
+  session.open(dir / "prog.spl", "procedure main\n  pause\nend\n");
+  session.client.notify("textDocument/didChange", Json::parse(R"({"textDocument": {"uri": ")" + uri + R"(", "version": 2},
+      "contentChanges": [{"text": "field n pic 9(3)\nobject cust type indexed file \"cust\"\n  record n end-record\n  key n unique\n\nscreen cust-entry\n  before\n    set n = 1\n  detail\n    accept n @ 2,2\n  after\n    pause\nend-screen\n\nprocedure main\n  do cust-entry\nend\n"}]})"));
+  const std::optional<Json> symbols = session.client.response(
+      session.client.request("textDocument/documentSymbol", {{"textDocument", {{"uri", uri}}}}));
+  ASSERT_TRUE(symbols);
+  std::vector<std::string> seen;
+  const auto line = [](const Json& s) {
+    return s["name"].get<std::string>() + " " + s["detail"].get<std::string>() + " " +
+           std::to_string(s["range"]["start"]["line"].get<int>()) + "-" + std::to_string(s["range"]["end"]["line"].get<int>()) +
+           " at " + std::to_string(s["selectionRange"]["start"]["character"].get<int>());
+  };
+  for (const Json& s : (*symbols)["result"]) {
+    seen.push_back(line(s));
+    for (const Json& c : s.value("children", Json::array())) seen.push_back("  " + line(c));
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"n field 0-0 at 6", "cust object 1-1 at 7", "cust-entry screen 5-12 at 7",
+                                            "  before before 6-7 at 2", "  detail detail 8-9 at 2",
+                                            "  after after 10-12 at 2", "main procedure 14-16 at 10"}));
+  const std::optional<Json> folds =
+      session.client.response(session.client.request("textDocument/foldingRange", {{"textDocument", {{"uri", uri}}}}));
+  ASSERT_TRUE(folds);
+  EXPECT_EQ((*folds)["result"].size(), 5u) << folds->dump();
+  // A document that is not open has no outline.
+  const std::optional<Json> none = session.client.response(
+      session.client.request("textDocument/documentSymbol", {{"textDocument", {{"uri", uri + "x"}}}}));
+  ASSERT_TRUE(none);
+  EXPECT_EQ((*none)["result"], Json::array());
+  EXPECT_EQ(session.finish(), 0);
+}
+
 // What a broken or impatient client sends gets an error and the session goes on; exit without
 // shutdown and the end of the input end with status 1.
 TEST(Tavls, BadInputAndLifecycle) {

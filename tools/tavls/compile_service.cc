@@ -180,17 +180,16 @@ std::vector<std::string> CompileService::preprocessor_args(const std::string& pa
   return args;
 }
 
-std::vector<Diagnostic> CompileService::compile(const std::string& path, std::string_view text,
-                                                const Settings& settings) {
+CompileResult CompileService::compile(const std::string& path, std::string_view text, const Settings& settings) {
   const std::string copy = dir_ + "/" + last_component(path);
   const std::string output = dir_ + "/pp.out", records = dir_ + "/pp.msg";
   for (const std::string& name : {output, records, dir_ + "/pp.err"}) unlink(name.c_str());
   if (!write_text(copy, text))
-    return {problem(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)}))};
+    return {{problem(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)}))}, {}};
 
   std::vector<Diagnostic> out;
   DictionaryFiles* dictionaries = settings.dictionaries ? dictionaries_.get(settings, out) : nullptr;
-  if (!out.empty()) return out;  // the dictionaries stop every compile, as they stop tavcmp's run
+  if (!out.empty()) return {out, {}};  // the dictionaries stop every compile, as they stop tavcmp's run
   const EnvironmentOverride environment(settings.environment);
 
   Display display;
@@ -208,6 +207,7 @@ std::vector<Diagnostic> CompileService::compile(const std::string& path, std::st
   const int err = errno;
   out = read_pp_records(records);
   std::vector<Diagnostic> problems;
+  CompileResult done;
   if (result != 0) {
     problems.push_back(problem(txt::errors_during_preprocessing, std::string(text_of(txt::errors_during_preprocessing))));
     if (result < 0) problems.back().notes.push_back({"cannot run '" + args[0] + "': " + std::strerror(err), {}});
@@ -245,17 +245,17 @@ std::vector<Diagnostic> CompileService::compile(const std::string& path, std::st
         dictionaries = nullptr;
       }
       if (dictionaries) dictionaries->end_snapshots();
+      if (file.have_table) done.outline = outline_of(compiler, path, text);
       compiler.tok.close_source();
       diag.set_source(nullptr);
     }
   }
   for (Diagnostic& d : diag.take_collected()) out.push_back(std::move(d));
   for (Diagnostic& d : problems) out.push_back(std::move(d));
-  std::vector<Diagnostic> shown;
   for (Diagnostic& d : out)
-    if (render::shown(d)) shown.push_back(std::move(d));
+    if (render::shown(d)) done.diagnostics.push_back(std::move(d));
   for (const std::string& name : {copy, output, records, dir_ + "/pp.err"}) unlink(name.c_str());
-  return shown;
+  return done;
 }
 
 }  // namespace tav::lsp

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "diag/diagnostic.h"
+#include "outline.h"
 #include "settings.h"
 
 namespace tav {
@@ -52,6 +53,12 @@ class DictionaryCache {
   std::vector<Stamp> stamps_;
 };
 
+// What one compile found: the diagnostics and the program's outline.
+struct CompileResult {
+  std::vector<Diagnostic> diagnostics;
+  std::vector<OutlineSymbol> outline;
+};
+
 class CompileService {
  public:
   // `program_dir` is the directory of this program (where tavpp is looked for first);
@@ -62,8 +69,9 @@ class CompileService {
   CompileService& operator=(const CompileService&) = delete;
 
   // The diagnostics of `text` compiled as the file `path`, in the order tavcmp's json format
-  // lists them (follow-on messages left out). Places in the text are given as `path`.
-  std::vector<Diagnostic> compile(const std::string& path, std::string_view text, const Settings& settings);
+  // lists them (follow-on messages left out), and its outline. Places in the text are given as
+  // `path`.
+  CompileResult compile(const std::string& path, std::string_view text, const Settings& settings);
 
   // The preprocessor beside this program, else the one under TAVRIN/bin.
   std::string tavpp(const Settings& settings) const;

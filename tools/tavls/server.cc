@@ -3,6 +3,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "outline.h"
 #include "publish.h"
 #include "tav_version.h"
 #include "text_positions.h"
@@ -122,6 +123,13 @@ void Server::request(const Json& id, const std::string& method, const Json& para
       return;
     }
     respond(id, initialize(params));
+  } else if (method == "textDocument/documentSymbol") {
+    const std::vector<OutlineSymbol>* symbols = outline(params);
+    const Document* d = documents_.find(string_member(member(params, "textDocument"), "uri"));
+    respond(id, symbols && d ? document_symbols(*symbols, d->text) : Json::array());
+  } else if (method == "textDocument/foldingRange") {
+    const std::vector<OutlineSymbol>* symbols = outline(params);
+    respond(id, symbols ? folding_ranges(*symbols) : Json::array());
   } else if (method == "shutdown") {
     state_ = State::shut_down;
     due_.clear();
@@ -154,6 +162,8 @@ Json Server::initialize(const Json& params) {
   std::string version = kVersionText;
   return {{"capabilities",
            {{"positionEncoding", "utf-16"},
+            {"documentSymbolProvider", true},
+            {"foldingRangeProvider", true},
             {"textDocumentSync", {{"openClose", true}, {"change", 2}, {"save", {{"includeText", true}}}}}}},
           {"serverInfo", {{"name", "tavls"}, {"version", version}}}};
 }
@@ -200,6 +210,7 @@ void Server::did_save(const Json& params) {
 void Server::did_close(const Json& params) {
   const std::string uri = string_member(member(params, "textDocument"), "uri");
   due_.erase(uri);
+  outlines_.erase(uri);
   documents_.close(uri);
   for (const std::string& published : published_[uri]) publish(published, Json::array(), nullptr);
   published_.erase(uri);
@@ -235,7 +246,9 @@ void Server::run_due_compiles() {
 
 void Server::compile_and_publish(Document& d) {
   if (d.path.empty()) return;  // not a file: nothing to compile it as
-  const std::vector<Diagnostic> items = compiler_.compile(d.path, d.text, settings_);
+  CompileResult result = compiler_.compile(d.path, d.text, settings_);
+  outlines_[d.uri] = std::move(result.outline);
+  const std::vector<Diagnostic>& items = result.diagnostics;
   DiskLines disk;
   const LineText lines = [&](const std::string& path, int line) -> std::optional<std::string> {
     if (path == d.path) return std::string(line_of(d.text, line - 1));
@@ -250,6 +263,15 @@ void Server::compile_and_publish(Document& d) {
     if (!list.empty() || uri == d.uri) before.insert(uri);
     publish(uri, std::move(list), uri == d.uri ? &d : nullptr);
   }
+}
+
+const std::vector<OutlineSymbol>* Server::outline(const Json& params) {
+  const std::string uri = string_member(member(params, "textDocument"), "uri");
+  Document* d = documents_.find(uri);
+  if (!d) return nullptr;
+  if (due_.erase(uri) > 0 || !outlines_.count(uri)) compile_and_publish(*d);
+  const auto it = outlines_.find(uri);
+  return it == outlines_.end() ? nullptr : &it->second;
 }
 
 void Server::publish(const std::string& uri, Json diagnostics, const Document* d) {

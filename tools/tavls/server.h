@@ -54,6 +54,9 @@ class Server {
   void load_settings(const Json& client_settings);
   void schedule(const std::string& uri, Clock::duration delay);
   void compile_and_publish(Document& d);
+  // The outline of the document's newest text (compiled now when a compile is waiting); null
+  // for a document that is not open.
+  const std::vector<OutlineSymbol>* outline(const Json& params);
   void publish(const std::string& uri, Json diagnostics, const Document* d);
 
   void respond(const Json& id, Json result);
@@ -73,6 +76,7 @@ class Server {
   CompileService compiler_;
   std::map<std::string, Clock::time_point> due_;            // documents waiting to be compiled
   std::map<std::string, std::set<std::string>> published_;  // per document, the URIs it published for
+  std::map<std::string, std::vector<OutlineSymbol>> outlines_;  // per document, of its last compile
 };
 
 }  // namespace tav::lsp
