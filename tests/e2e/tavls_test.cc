@@ -234,7 +234,9 @@ TEST(Tavls, PositionsIncludesAndNoFilesWritten) {
   ASSERT_FALSE(want.empty());
   const std::vector<std::string> before = list_dir(dir / "src");
 
-  Session session(dir.path(), {{"noDictionaries", true}, {"includeDirectories", {"inc"}}});
+  // The settings come from tavls.json in the workspace root.
+  write_file(dir / "tavls.json", R"({"noDictionaries": true, "includeDirectories": ["inc"]})");
+  Session session(dir.path(), nullptr);
   session.open(dir / "src/prog.spl", program);
   std::set<std::string> uris{uri_of(dir / "src/prog.spl")};
   for (const Seen& s : want) uris.insert(s.uri);
@@ -244,6 +246,12 @@ TEST(Tavls, PositionsIncludesAndNoFilesWritten) {
     if (s.code == "custom_include_path") s.message.replace(s.message.find("'inc'"), 5, "'../inc'");
   EXPECT_EQ(got, want);
   EXPECT_EQ(list_dir(dir / "src"), before);
+
+  // The client's configuration overrides the file: without the directory, shared.inc is missing.
+  session.client.notify("workspace/didChangeConfiguration", {{"settings", {{"tavls", {{"includeDirectories", Json::array()}}}}}});
+  const std::vector<Seen> without = expected(dir / "src", "prog.spl", {"-n"});
+  ASSERT_TRUE(std::any_of(without.begin(), without.end(), [](const Seen& s) { return s.code == "pp_cant_open_include"; }));
+  EXPECT_EQ(session.diagnostics({uri_of(dir / "src/prog.spl")}), without);
   EXPECT_EQ(session.finish(), 0);
 }
 
