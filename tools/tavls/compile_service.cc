@@ -168,8 +168,9 @@ std::vector<std::string> CompileService::preprocessor_args(const std::string& pa
   std::vector<std::string> args{tavpp(settings)};
   if (std::optional<std::vector<std::string>> macros = release_macro_args())
     args.insert(args.end(), macros->begin(), macros->end());
-  for (size_t i = 0; i < settings.includes.size() && i < static_cast<size_t>(kMaxIncludeDirs); ++i)
-    args.push_back("-I" + settings.absolute(settings.includes[i]));
+  const std::vector<std::string> includes = settings.include_dirs();
+  for (size_t i = 0; i < includes.size() && i < static_cast<size_t>(kMaxIncludeDirs); ++i)
+    args.push_back("-I" + settings.absolute(includes[i]));
   args.push_back("--include-chain");
   args.push_back("--message-records=" + dir_ + "/pp.msg");
   args.push_back("--source-name=" + path);
@@ -198,9 +199,10 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
   diag.set_collecting(true);
   diag.start_file();
   diag.set_listing("");
-  for (size_t i = 0; i < settings.includes.size() && i < static_cast<size_t>(kMaxIncludeDirs); ++i)
-    diag.info_text(txt::custom_include_path, settings.includes[i]);
-  if (settings.includes.size() > static_cast<size_t>(kMaxIncludeDirs)) diag.info_text(txt::too_many_include_directories);
+  const std::vector<std::string> includes = settings.include_dirs();
+  for (size_t i = 0; i < includes.size() && i < static_cast<size_t>(kMaxIncludeDirs); ++i)
+    diag.info_text(txt::custom_include_path, includes[i]);
+  if (includes.size() > static_cast<size_t>(kMaxIncludeDirs)) diag.info_text(txt::too_many_include_directories);
 
   const std::vector<std::string> args = preprocessor_args(path, settings);
   const int result = run_program(args);

@@ -40,7 +40,6 @@ Settings Settings::from_environment(std::string root) {
   Settings s;
   s.root = std::move(root);
   if (const char* v = std::getenv("TAVRIN"); v && *v) s.tavrin = v;
-  if (const char* v = std::getenv("TAVCMPINC"); v && *v) s.includes.emplace_back(v);
   return s;
 }
 
@@ -103,6 +102,12 @@ const char* Settings::get(const char* name) const {
 
 std::function<const char*(const char*)> Settings::getenv() const {
   return [this](const char* name) { return get(name); };
+}
+
+std::vector<std::string> Settings::include_dirs() const {
+  std::vector<std::string> dirs = includes;
+  if (const char* v = get("TAVCMPINC"); v && *v) dirs.emplace_back(v);
+  return dirs;
 }
 
 std::string Settings::absolute(const std::string& name) const {

@@ -23,7 +23,7 @@ namespace tav::lsp {
 struct Settings {
   std::string root;  // the workspace root; relative names are taken from it
   std::string tavrin = "/usr/tavrin";
-  std::vector<std::string> includes;  // directories, as -I takes them
+  std::vector<std::string> includes;  // directories, as -I takes them (TAVCMPINC comes after them)
   std::string user_dict, global_dict;  // -u, -g
   bool dictionaries = true;            // -n clears
   std::map<std::string, std::string> environment;  // overrides of the server's environment
@@ -40,6 +40,9 @@ struct Settings {
   // lives as long as these settings are not changed.
   const char* get(const char* name) const;
   std::function<const char*(const char*)> getenv() const;
+
+  // The include directories as tavcmp takes them: those given, then TAVCMPINC.
+  std::vector<std::string> include_dirs() const;
 
   // A name taken from the workspace root when it is relative.
   std::string absolute(const std::string& name) const;
