@@ -33,6 +33,7 @@
 #include "driver/context.h"
 #include "driver/diagnostics_output.h"
 #include "driver/pp_records.h"
+#include "driver/release_macros.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 #include "nls/catalogue.h"
@@ -481,28 +482,10 @@ bool Driver::preprocess(FileContext& file) {
   diag_.set_listing(file.err_name);
 
   std::vector<std::string> args{run_.product_dir + "bin/tavpp"};
-  // Release macros from the version text: "Release <major>[.<minor>]" behind its first 16
-  // characters.
-  std::string release = std::string(kVersionString).substr(16);
-  if (release.rfind("Release ", 0) != 0) {
+  if (std::optional<std::vector<std::string>> macros = release_macro_args())
+    args.insert(args.end(), macros->begin(), macros->end());
+  else
     show(text_of(txt::unknown_release_number));
-  } else {
-    size_t pos = 8;
-    std::string major, minor;
-    while (pos < release.size() && std::isdigit(static_cast<unsigned char>(release[pos])))
-      major += release[pos++];
-    bool have_minor = pos < release.size() && release[pos] == '.';
-    if (have_minor) {
-      ++pos;
-      while (pos < release.size() && std::isdigit(static_cast<unsigned char>(release[pos])))
-        minor += release[pos++];
-    }
-    args.push_back("-DTAVRIN_RELEASE=" + major + minor.substr(0, 1));
-    args.push_back("-DTAVRIN_RELEASE_" + major);
-    args.push_back("-DTAVRIN_RELEASE_" + major + (have_minor ? "_" + minor : ""));
-    args.push_back("-DTAVRIN_RELEASE_4");
-    args.push_back("-DTAVRIN_RELEASE_5");
-  }
   for (const std::string& inc : o.includes) args.push_back(inc);
   if (o.write_dependencies) {
     // The preprocessor knows every file it opened: it writes the make rule for the table.

@@ -36,6 +36,7 @@ TEST(ProgramHelp, EveryProgramHasHelpVersionAndManualPage) {
       {"tavdump", {"-h", "-r", "--help", "--version"}},
       {"tavdict", {"--help", "--version"}},
       {"tavcmpnls", {"--help", "--version"}},
+      {"tavls", {"--help", "--version"}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.program);

@@ -55,6 +55,25 @@ TEST(TavppCli, OutputWithIncludesAndMarkers) {
             (std::vector<std::string>{"inc", "prog.pp", "prog.spl"}));
 }
 
+// --source-name: the text is read from a copy elsewhere, but the markers, the messages, the rules
+// and the search for includes are those of the file it is named after.
+TEST(TavppCli, SourceNameStandsForTheCopy) {
+  tavtest::TempDir dir;
+  std::filesystem::create_directories(dir / "app/inc");
+  std::filesystem::create_directories(dir / "copy/inc");
+  write_file(dir / "app/inc/near.inc", "near\n");
+  write_file(dir / "copy/inc/near.inc", "wrong\n");
+  write_file(dir / "copy/buffer", "#include \"inc/near.inc\"\n#include \"gone.inc\"\nlast\n");
+  auto r = tavpp(dir, {"--source-name=app/prog.spl", "-MFprog.d", "-oprog.err", "copy/buffer", "prog.pp"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(read_file(dir / "prog.err"), "\napp/prog.spl, line 2: ERROR  Can't open include file - 'gone.inc'\n");
+  EXPECT_EQ(read_file(dir / "prog.d"), "app/prog.op6: app/prog.spl app/inc/near.inc\n\napp/inc/near.inc:\n");
+  write_file(dir / "copy/buffer", "#include \"inc/near.inc\"\nlast\n");
+  r = tavpp(dir, {"--source-name=app/prog.spl", "-oprog.err", "copy/buffer", "prog.pp"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(read_file(dir / "prog.pp"), "# 1 app/prog.spl\n# 1 app/inc/near.inc\nnear\n# 2 app/prog.spl\nlast\n");
+}
+
 TEST(TavppCli, UsageErrors) {
   tavtest::TempDir dir;
   write_file(dir / "a.spl", "a\n");

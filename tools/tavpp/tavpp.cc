@@ -103,10 +103,10 @@ class Preprocessor {
 };
 
 void Preprocessor::run(std::unique_ptr<LineReader> main_file) {
-  files_.push(options_.source, std::move(main_file));
-  files_read_.push_back(options_.source);
-  marker_file_ = options_.source;
-  out_.write("# 1 " + marker_name(options_.source) + "\n");
+  files_.push(options_.source_named(), std::move(main_file));
+  files_read_.push_back(options_.source_named());
+  marker_file_ = options_.source_named();
+  out_.write("# 1 " + marker_name(options_.source_named()) + "\n");
   std::string line;
   while (!files_.empty() && !stopped_) {
     SourceFile& f = files_.top();
@@ -321,7 +321,7 @@ void Preprocessor::endif_directive() {
 bool write_dependencies(const Options& options, const std::vector<std::string>& files) {
   if (options.dependency_file.empty()) return true;
   const std::string& target =
-      options.dependency_target.empty() ? default_target(options.source) : options.dependency_target;
+      options.dependency_target.empty() ? default_target(options.source_named()) : options.dependency_target;
   OutputFile rules;
   if (!rules.open(options.dependency_file, options.on_temp_file)) return false;
   rules.write(make_rules(target, files));
@@ -345,6 +345,8 @@ std::optional<Options> parse_args(std::span<const std::string> args) {
       o.include_chain = true;
     } else if (v.starts_with("--message-records=") && v.size() > 18) {
       o.message_records = v.substr(18);
+    } else if (v.starts_with("--source-name=") && v.size() > 14) {
+      o.source_name = v.substr(14);
     } else if (v.starts_with("-D")) {
       std::string_view def = v.substr(2);
       std::size_t eq = def.find('=');

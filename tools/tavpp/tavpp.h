@@ -22,8 +22,14 @@ struct Options {
   std::string dependency_target;  // -MT: the rules' target (empty: the source with ".op6")
   bool include_chain = false;     // --include-chain: "#> <line>" and "#<" around each include
   std::string message_records;    // --message-records=FILE: one record a message (empty: none)
+  // --source-name=NAME: the source is read from `source` but is NAME everywhere else: in the
+  // line markers, the messages and the rules, and its includes are searched beside NAME. An
+  // editor's unsaved text, copied elsewhere, is preprocessed as the file it will be saved as.
+  std::string source_name;
   std::string source;
   std::string output;
+  // The source's name everywhere but where it is read from.
+  const std::string& source_named() const { return source_name.empty() ? source : source_name; }
   // Called with the name of the temporary output file right after it is created, and with an
   // empty string once it has been renamed or removed, so that a signal handler can remove it.
   std::function<void(const std::string&)> on_temp_file;
@@ -48,6 +54,9 @@ inline constexpr const char* kHelp =
     "  --message-records=FILE\n"
     "                  also write every message into FILE, one line of tab-separated fields:\n"
     "                  line, column, message id, file, context, then the include chain\n"
+    "  --source-name=NAME\n"
+    "                  read the source file but call it NAME in the output, the messages and\n"
+    "                  the rules, and search NAME's directory for its includes\n"
     "  --              the arguments after it are file names, even when they begin with \"-\"\n"
     "  --help          print this text and exit\n"
     "  --version       print the product version and exit\n"

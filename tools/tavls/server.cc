@@ -1,0 +1,304 @@
+#include "server.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "outline.h"
+#include "publish.h"
+#include "tav_version.h"
+#include "text_positions.h"
+#include "transport.h"
+
+namespace tav::lsp {
+
+namespace {
+
+// JSON-RPC and protocol error codes.
+constexpr int kParseError = -32700;
+constexpr int kInvalidRequest = -32600;
+constexpr int kMethodNotFound = -32601;
+constexpr int kServerNotInitialized = -32002;
+
+using Json = nlohmann::json;
+
+std::string string_member(const Json& object, const char* name) {
+  if (!object.is_object()) return {};
+  const auto it = object.find(name);
+  return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+int int_member(const Json& object, const char* name) {
+  if (!object.is_object()) return 0;
+  const auto it = object.find(name);
+  if (it == object.end() || !it->is_number_integer()) return 0;
+  const long long v = it->get<long long>();
+  return v < INT32_MIN || v > INT32_MAX ? 0 : static_cast<int>(v);
+}
+
+const Json& member(const Json& object, const char* name) {
+  static const Json kNull;
+  if (!object.is_object()) return kNull;
+  const auto it = object.find(name);
+  return it == object.end() ? kNull : *it;
+}
+
+// The workspace root the client names: rootUri, else rootPath, else the first workspace folder.
+std::string root_of(const Json& params) {
+  if (std::optional<std::string> p = path_of_uri(string_member(params, "rootUri"))) return *p;
+  if (std::string p = string_member(params, "rootPath"); !p.empty()) return p;
+  const Json& folders = member(params, "workspaceFolders");
+  if (folders.is_array() && !folders.empty())
+    if (std::optional<std::string> p = path_of_uri(string_member(folders[0], "uri"))) return *p;
+  return {};
+}
+
+// Lines of files as they are on disk, each file read once per compile.
+class DiskLines {
+ public:
+  std::optional<std::string> line(const std::string& path, int line) {
+    auto it = files_.find(path);
+    if (it == files_.end()) {
+      std::ifstream in(path, std::ios::binary);
+      std::optional<std::string> text;
+      if (in) {
+        std::stringstream s;
+        s << in.rdbuf();
+        text = s.str();
+      }
+      it = files_.emplace(path, std::move(text)).first;
+    }
+    if (!it->second) return std::nullopt;
+    return std::string(line_of(*it->second, line - 1));
+  }
+
+ private:
+  std::map<std::string, std::optional<std::string>> files_;
+};
+
+}  // namespace
+
+Server::Server(int out_fd, std::string program_dir, std::string work_dir)
+    : out_fd_(out_fd), compiler_(std::move(program_dir), std::move(work_dir)) {}
+
+void Server::bad_frame(const std::string& problem) { respond_error(nullptr, kParseError, problem); }
+
+void Server::handle(std::string_view body) {
+  const Json message = Json::parse(body, nullptr, false);
+  if (message.is_discarded()) {
+    respond_error(nullptr, kParseError, "the message is not valid JSON");
+    return;
+  }
+  const Json& id = member(message, "id");
+  const bool has_id = message.is_object() && message.contains("id");
+  if (!message.is_object() || string_member(message, "jsonrpc") != "2.0" ||
+      (has_id && !id.is_string() && !id.is_number_integer() && !id.is_null())) {
+    respond_error(has_id && (id.is_string() || id.is_number_integer()) ? id : Json(nullptr), kInvalidRequest,
+                  "not a JSON-RPC 2.0 request or notification");
+    return;
+  }
+  const Json& method = member(message, "method");
+  if (!method.is_string()) {
+    // A response to a request of ours (we send none that expect one), or nothing at all.
+    if (!message.contains("result") && !message.contains("error"))
+      respond_error(has_id ? id : Json(nullptr), kInvalidRequest, "a request without a method");
+    return;
+  }
+  const Json& params = member(message, "params");
+  if (has_id) request(id, method.get<std::string>(), params);
+  else notification(method.get<std::string>(), params);
+}
+
+void Server::request(const Json& id, const std::string& method, const Json& params) {
+  if (state_ == State::starting && method != "initialize") {
+    respond_error(id, kServerNotInitialized, "the server is not initialized");
+    return;
+  }
+  if (state_ == State::shut_down) {
+    respond_error(id, kInvalidRequest, "the server is shut down");
+    return;
+  }
+  if (method == "initialize") {
+    if (state_ != State::starting) {
+      respond_error(id, kInvalidRequest, "the server is already initialized");
+      return;
+    }
+    respond(id, initialize(params));
+  } else if (method == "textDocument/documentSymbol") {
+    const std::vector<OutlineSymbol>* symbols = outline(params);
+    const Document* d = documents_.find(string_member(member(params, "textDocument"), "uri"));
+    respond(id, symbols && d ? document_symbols(*symbols, d->text) : Json::array());
+  } else if (method == "textDocument/foldingRange") {
+    const std::vector<OutlineSymbol>* symbols = outline(params);
+    respond(id, symbols ? folding_ranges(*symbols) : Json::array());
+  } else if (method == "shutdown") {
+    state_ = State::shut_down;
+    due_.clear();
+    respond(id, nullptr);
+  } else {
+    respond_error(id, kMethodNotFound, "method not supported: " + method);
+  }
+}
+
+void Server::notification(const std::string& method, const Json& params) {
+  if (method == "exit") {
+    exited_ = true;
+    return;
+  }
+  if (state_ != State::running) return;  // before initialize and after shutdown: dropped
+  if (method == "textDocument/didOpen") did_open(params);
+  else if (method == "textDocument/didChange") did_change(params);
+  else if (method == "textDocument/didSave") did_save(params);
+  else if (method == "textDocument/didClose") did_close(params);
+  else if (method == "workspace/didChangeConfiguration") did_change_configuration(params);
+  // "initialized", "$/cancelRequest" (every request is answered before the next is read; a
+  // compile waiting for a newer text is replaced by it) and the rest need nothing.
+}
+
+Json Server::initialize(const Json& params) {
+  root_ = root_of(params);
+  init_options_ = member(params, "initializationOptions");
+  load_settings(nullptr);
+  state_ = State::running;
+  std::string version = kVersionText;
+  return {{"capabilities",
+           {{"positionEncoding", "utf-16"},
+            {"documentSymbolProvider", true},
+            {"foldingRangeProvider", true},
+            {"textDocumentSync", {{"openClose", true}, {"change", 2}, {"save", {{"includeText", true}}}}}}},
+          {"serverInfo", {{"name", "tavls"}, {"version", version}}}};
+}
+
+// The environment, then tavls.json, then the client's initializationOptions, then what the client
+// last sent with didChangeConfiguration.
+void Server::load_settings(const Json& client_settings) {
+  std::vector<std::string> problems;
+  settings_ = Settings::from_environment(root_);
+  settings_.apply_file(problems);
+  settings_.apply(init_options_, problems);
+  if (!client_settings.is_null()) client_settings_ = client_settings;
+  settings_.apply(client_settings_, problems);
+  for (const std::string& p : problems) log(p);
+}
+
+void Server::did_open(const Json& params) {
+  const Json& item = member(params, "textDocument");
+  const std::string uri = string_member(item, "uri");
+  const Json& text = member(item, "text");
+  if (uri.empty() || !text.is_string()) return;
+  documents_.open(uri, text.get<std::string>(), int_member(item, "version"));
+  schedule(uri, Clock::duration::zero());
+}
+
+void Server::did_change(const Json& params) {
+  const Json& item = member(params, "textDocument");
+  const std::string uri = string_member(item, "uri");
+  if (!documents_.change(uri, int_member(item, "version"), member(params, "contentChanges"))) {
+    if (documents_.find(uri)) log("a change of " + uri + " could not be applied; the text may be out of step");
+    return;
+  }
+  schedule(uri, kDebounce);
+}
+
+void Server::did_save(const Json& params) {
+  const std::string uri = string_member(member(params, "textDocument"), "uri");
+  Document* d = documents_.find(uri);
+  if (!d) return;
+  if (const Json& text = member(params, "text"); text.is_string()) d->text = text.get<std::string>();
+  schedule(uri, Clock::duration::zero());
+}
+
+void Server::did_close(const Json& params) {
+  const std::string uri = string_member(member(params, "textDocument"), "uri");
+  due_.erase(uri);
+  outlines_.erase(uri);
+  documents_.close(uri);
+  for (const std::string& published : published_[uri]) publish(published, Json::array(), nullptr);
+  published_.erase(uri);
+}
+
+void Server::did_change_configuration(const Json& params) {
+  Json settings = member(params, "settings");
+  if (settings.is_object() && settings.contains("tavls")) settings = settings["tavls"];
+  load_settings(settings.is_null() ? Json::object() : settings);
+  for (const std::string& uri : documents_.uris()) schedule(uri, Clock::duration::zero());
+}
+
+void Server::schedule(const std::string& uri, Clock::duration delay) { due_[uri] = Clock::now() + delay; }
+
+int Server::next_due_ms() const {
+  if (due_.empty()) return -1;
+  Clock::time_point first = Clock::time_point::max();
+  for (const auto& [uri, when] : due_) first = std::min(first, when);
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(first - Clock::now()).count();
+  return left <= 0 ? 0 : static_cast<int>(std::min<long long>(left, 60000));
+}
+
+void Server::run_due_compiles() {
+  const Clock::time_point now = Clock::now();
+  std::vector<std::string> ready;
+  for (const auto& [uri, when] : due_)
+    if (when <= now) ready.push_back(uri);
+  for (const std::string& uri : ready) {
+    due_.erase(uri);
+    if (Document* d = documents_.find(uri)) compile_and_publish(*d);
+  }
+}
+
+void Server::compile_and_publish(Document& d) {
+  if (d.path.empty()) return;  // not a file: nothing to compile it as
+  CompileResult result = compiler_.compile(d.path, d.text, settings_);
+  outlines_[d.uri] = std::move(result.outline);
+  const std::vector<Diagnostic>& items = result.diagnostics;
+  DiskLines disk;
+  const LineText lines = [&](const std::string& path, int line) -> std::optional<std::string> {
+    if (path == d.path) return std::string(line_of(d.text, line - 1));
+    return disk.line(path, line);
+  };
+  std::map<std::string, Json> by_uri = diagnostics_by_uri(items, d.path, lines);
+  std::set<std::string>& before = published_[d.uri];
+  for (const std::string& uri : before)
+    if (!by_uri.count(uri)) by_uri[uri] = Json::array();  // gone from that file: cleared there
+  before.clear();
+  for (auto& [uri, list] : by_uri) {
+    if (!list.empty() || uri == d.uri) before.insert(uri);
+    publish(uri, std::move(list), uri == d.uri ? &d : nullptr);
+  }
+}
+
+const std::vector<OutlineSymbol>* Server::outline(const Json& params) {
+  const std::string uri = string_member(member(params, "textDocument"), "uri");
+  Document* d = documents_.find(uri);
+  if (!d) return nullptr;
+  if (due_.erase(uri) > 0 || !outlines_.count(uri)) compile_and_publish(*d);
+  const auto it = outlines_.find(uri);
+  return it == outlines_.end() ? nullptr : &it->second;
+}
+
+void Server::publish(const std::string& uri, Json diagnostics, const Document* d) {
+  Json params{{"uri", uri}, {"diagnostics", std::move(diagnostics)}};
+  if (d) params["version"] = d->version;
+  notify("textDocument/publishDiagnostics", std::move(params));
+}
+
+void Server::respond(const Json& id, Json result) {
+  send({{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}});
+}
+
+void Server::respond_error(const Json& id, int code, const std::string& message) {
+  send({{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", message}}}});
+}
+
+void Server::notify(const std::string& method, Json params) {
+  send({{"jsonrpc", "2.0"}, {"method", method}, {"params", std::move(params)}});
+}
+
+void Server::log(const std::string& message) {
+  notify("window/logMessage", {{"type", 2}, {"message", "tavls: " + message}});
+}
+
+void Server::send(const Json& message) {
+  // Texts come from users' files: bytes that are not UTF-8 become U+FFFD.
+  write_all(out_fd_, framed(message.dump(-1, ' ', false, Json::error_handler_t::replace)));
+}
+
+}  // namespace tav::lsp

@@ -1,0 +1,30 @@
+// Positions in a text as the protocol counts them (0-based lines, UTF-16 code units within the
+// line) and as the compiler does (1-based lines, characters from 1), and file URIs.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tav::lsp {
+
+// The byte offset of a protocol position in `text`. A line past the end gives the text's end,
+// a character past the end of its line gives the line's end; a position inside a
+// surrogate pair gives the start of its character.
+size_t offset_of(std::string_view text, int line, int character);
+
+// The text of line `line` (from 0) without its line end; empty past the end.
+std::string_view line_of(std::string_view text, int line);
+
+// The UTF-16 offset in `line` where character column `column` (from 1) begins. Bytes that are
+// not UTF-8 count as one character each; columns past the line's end count one unit each.
+int utf16_column(std::string_view line, int column);
+// The length of `line` in UTF-16 code units.
+int utf16_length(std::string_view line);
+
+// "file:///a/b%20c.spl" for "/a/b c.spl", and back; nothing for another scheme.
+std::string uri_of_path(std::string_view path);
+std::optional<std::string> path_of_uri(std::string_view uri);
+
+}  // namespace tav::lsp
