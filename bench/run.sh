@@ -26,7 +26,7 @@ src=$(cd "$(dirname "$0")/.." && pwd)
 reps=${TAV_BENCH_REPS:-5}
 
 cmake -S "$src" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTAV_BENCH=ON >/dev/null
-ninja -C "$build" -j2 tavcmp tavpp tavdict tav-gen-program bench_compile >/dev/null
+ninja -C "$build" -j2 tavcmp tavpp tavdict tavls tav-gen-program bench_compile tavls_edits >/dev/null
 
 product=$build/tavrin
 tavcmp=$product/bin/tavcmp
@@ -135,3 +135,15 @@ opts=-n
 row "the same 20 programs defining them" "$defined" "$work"/defined/*.spl
 echo
 echo "Medians of $reps runs; ÷ is tavcmp's time over the reference's on the same files."
+
+# The language server: one-character edits of a 10,000-line program, each timed from the change
+# sent to the diagnostics published for it; beside it, tavcmp -t with the json format on the
+# same file (what one compile of the text costs without the server), median of $reps runs.
+"$gen" --lines 10000 "$work/ls.spl" >/dev/null
+json_run() { TAVRIN=$product "$tavcmp" -n -t --diagnostics-format=json "$work/ls.spl"; }
+ref=$(median_us json_run)
+echo
+printf '| tavls | edits | median ms | 95th percentile ms | slowest ms | RSS after the first edit kB | after the last kB | ratio |\n'
+printf '|---|---:|---:|---:|---:|---:|---:|---:|\n'
+(cd "$work" && TAVRIN=$product "$build/bench/tavls_edits" "$product/bin/tavls" "$product" ls.spl "${TAV_BENCH_EDITS:-1000}")
+awk -v r="$ref" 'BEGIN { printf "\nReference: tavcmp -t --diagnostics-format=json on the same program, %.1f ms.\n", r / 1000 }'

@@ -69,21 +69,21 @@ std::string first_word(std::string_view line) {
 }
 
 // The last line before `next` (from 1) that is not blank, and not before `from`.
-int last_filled_line(std::string_view text, int from, int next) {
+int last_filled_line(const LineIndex& lines, int from, int next) {
   int last = next - 1;
-  while (last > from && line_of(text, last - 1).find_first_not_of(" \t\r") == std::string_view::npos) --last;
+  while (last > from && lines.line(last - 1).find_first_not_of(" \t\r") == std::string_view::npos) --last;
   return last;
 }
 
 // The BEFORE, DETAIL and AFTER parts of a section, found by the word that opens each at the
 // start of a line between the section's header and its end.
-void add_parts(OutlineSymbol& section, std::string_view text) {
+void add_parts(OutlineSymbol& section, const LineIndex& lines) {
   std::vector<OutlineSymbol> parts;
   for (int line = section.line + 1; line <= section.end_line; ++line) {
-    const std::string_view content = line_of(text, line - 1);
+    const std::string_view content = lines.line(line - 1);
     const std::string word = first_word(content);
     if (word != "before" && word != "detail" && word != "after") continue;
-    if (!parts.empty()) parts.back().end_line = last_filled_line(text, parts.back().line, line);
+    if (!parts.empty()) parts.back().end_line = last_filled_line(lines, parts.back().line, line);
     OutlineSymbol part;
     part.kind = OutlineSymbol::Kind::part;
     part.name = part.detail = word;
@@ -96,27 +96,22 @@ void add_parts(OutlineSymbol& section, std::string_view text) {
   section.children.insert(section.children.begin(), parts.begin(), parts.end());
 }
 
-int line_count(std::string_view text) {
-  int lines = static_cast<int>(std::count(text.begin(), text.end(), '\n'));
-  return text.empty() || text.back() == '\n' ? lines : lines + 1;
-}
-
 Json position(int line, int character) { return {{"line", line}, {"character", character}}; }
 
-Json symbol_json(const OutlineSymbol& s, std::string_view text) {
+Json symbol_json(const OutlineSymbol& s, const LineIndex& lines) {
   static constexpr int kKinds[] = {12, 6, 8, 23};  // Function, Method, Field, Struct
-  const std::string_view line = line_of(text, s.line - 1);
+  const std::string_view line = lines.line(s.line - 1);
   const Json selection = {{"start", position(s.line - 1, utf16_column(line, s.column))},
                           {"end", position(s.line - 1, utf16_column(line, std::max(s.end_column, s.column + 1)))}};
   const Json range = {{"start", position(s.line - 1, 0)},
-                      {"end", position(s.end_line - 1, utf16_length(line_of(text, s.end_line - 1)))}};
+                      {"end", position(s.end_line - 1, utf16_length(lines.line(s.end_line - 1)))}};
   Json out{{"name", s.name.empty() ? std::string("?") : s.name},
            {"detail", s.detail},
            {"kind", kKinds[static_cast<int>(s.kind)]},
            {"range", range},
            {"selectionRange", selection}};
   Json children = Json::array();
-  for (const OutlineSymbol& c : s.children) children.push_back(symbol_json(c, text));
+  for (const OutlineSymbol& c : s.children) children.push_back(symbol_json(c, lines));
   if (!children.empty()) out["children"] = std::move(children);
   return out;
 }
@@ -145,11 +140,12 @@ std::vector<OutlineSymbol> outline_of(const CompilerStores& c, const std::string
     sections.push_back(std::move(s));
   }
   std::sort(sections.begin(), sections.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
-  const int last_line = line_count(text);
+  const LineIndex lines(text);
+  const int last_line = lines.count();
   for (size_t i = 0; i < sections.size(); ++i) {
     const int next = i + 1 < sections.size() ? sections[i + 1].line : last_line + 1;
-    sections[i].end_line = std::max(sections[i].line, last_filled_line(text, sections[i].line, next));
-    add_parts(sections[i], text);
+    sections[i].end_line = std::max(sections[i].line, last_filled_line(lines, sections[i].line, next));
+    add_parts(sections[i], lines);
   }
   out.insert(out.end(), std::make_move_iterator(sections.begin()), std::make_move_iterator(sections.end()));
   std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
@@ -158,7 +154,8 @@ std::vector<OutlineSymbol> outline_of(const CompilerStores& c, const std::string
 
 Json document_symbols(const std::vector<OutlineSymbol>& outline, std::string_view text) {
   Json out = Json::array();
-  for (const OutlineSymbol& s : outline) out.push_back(symbol_json(s, text));
+  const LineIndex lines(text);
+  for (const OutlineSymbol& s : outline) out.push_back(symbol_json(s, lines));
   return out;
 }
 

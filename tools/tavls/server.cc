@@ -1,6 +1,8 @@
 #include "server.h"
 
 #include <fstream>
+#include <map>
+#include <memory>
 #include <sstream>
 
 #include "outline.h"
@@ -59,20 +61,25 @@ class DiskLines {
     auto it = files_.find(path);
     if (it == files_.end()) {
       std::ifstream in(path, std::ios::binary);
-      std::optional<std::string> text;
+      std::unique_ptr<File> file;
       if (in) {
         std::stringstream s;
         s << in.rdbuf();
-        text = s.str();
+        file = std::make_unique<File>(s.str());
       }
-      it = files_.emplace(path, std::move(text)).first;
+      it = files_.emplace(path, std::move(file)).first;
     }
     if (!it->second) return std::nullopt;
-    return std::string(line_of(*it->second, line - 1));
+    return std::string(it->second->lines.line(line - 1));
   }
 
  private:
-  std::map<std::string, std::optional<std::string>> files_;
+  struct File {
+    explicit File(std::string t) : text(std::move(t)), lines(text) {}
+    std::string text;
+    LineIndex lines;  // of `text`: a File is never moved
+  };
+  std::map<std::string, std::unique_ptr<File>> files_;  // null: the file cannot be read
 };
 
 }  // namespace
@@ -250,8 +257,9 @@ void Server::compile_and_publish(Document& d) {
   outlines_[d.uri] = std::move(result.outline);
   const std::vector<Diagnostic>& items = result.diagnostics;
   DiskLines disk;
+  const LineIndex own(d.text);
   const LineText lines = [&](const std::string& path, int line) -> std::optional<std::string> {
-    if (path == d.path) return std::string(line_of(d.text, line - 1));
+    if (path == d.path) return std::string(own.line(line - 1));
     return disk.line(path, line);
   };
   std::map<std::string, Json> by_uri = diagnostics_by_uri(items, d.path, lines);

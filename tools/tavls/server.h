@@ -20,7 +20,7 @@ namespace tav::lsp {
 class Server {
  public:
   using Clock = std::chrono::steady_clock;
-  static constexpr std::chrono::milliseconds kDebounce{150};
+  static constexpr std::chrono::milliseconds kDebounce{10};  // edits made during a compile are taken together anyway
 
   // Messages go out on `out_fd`; `program_dir` is where tavls lives, `work_dir` its private
   // temporary directory.

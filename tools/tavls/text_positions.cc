@@ -58,6 +58,23 @@ std::string_view line_of(std::string_view text, int line) {
   return text.substr(start, line_end(text, start) - start);
 }
 
+LineIndex::LineIndex(std::string_view text) : text_(text) {
+  starts_.push_back(0);
+  for (size_t at = text.find('\n'); at != std::string_view::npos; at = text.find('\n', at + 1)) starts_.push_back(at + 1);
+}
+
+std::string_view LineIndex::line(int line) const {
+  if (line < 0) line = 0;
+  if (static_cast<size_t>(line) >= starts_.size()) return {};
+  const size_t start = starts_[static_cast<size_t>(line)];
+  return text_.substr(start, line_end(text_, start) - start);
+}
+
+int LineIndex::count() const {
+  const int full = static_cast<int>(starts_.size()) - 1;
+  return text_.empty() || text_.back() == '\n' ? full : full + 1;
+}
+
 int utf16_column(std::string_view line, int column) {
   int units = 0;
   size_t at = 0;

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tav::lsp {
 
@@ -16,6 +17,21 @@ size_t offset_of(std::string_view text, int line, int character);
 
 // The text of line `line` (from 0) without its line end; empty past the end.
 std::string_view line_of(std::string_view text, int line);
+
+// The lines of a text, found once, so that taking many of them does not read the text again
+// for each (line_of does). The text must outlive the index.
+class LineIndex {
+ public:
+  explicit LineIndex(std::string_view text);
+  // As line_of(text, line).
+  std::string_view line(int line) const;
+  // Lines of the text; a last line without its line end counts.
+  int count() const;
+
+ private:
+  std::string_view text_;
+  std::vector<size_t> starts_;
+};
 
 // The UTF-16 offset in `line` where character column `column` (from 1) begins. Bytes that are
 // not UTF-8 count as one character each; columns past the line's end count one unit each.
