@@ -375,6 +375,48 @@ TEST(Tavls, OutlineAndFolding) {
   EXPECT_EQ(session.finish(), 0);
 }
 
+// Go to definition: a field defined in an include, a section's own field before the global one of
+// the same name, the object before a dot, a DO target, and the file an #include line names.
+TEST(Tavls, DefinitionsAcrossIncludes) {
+  TempDir dir;
+  write_file(dir / "fields.inc", "field amount pic 9(5)\nfield n pic 9(3)\n");
+  const std::string uri = uri_of(dir / "prog.spl"), inc = uri_of(dir / "fields.inc");
+  Session session(dir.path());
+  EXPECT_TRUE(session.capabilities["definitionProvider"].get<bool>());
+  session.open(dir / "prog.spl",
+               "#include \"fields.inc\"\n"
+               "object cust type indexed file \"cust\" no-joins\n"
+               "  record n end-record\n"
+               "  key n unique\n"
+               "procedure main\n"
+               "  set amount = cust.n\n"
+               "  do helper parameters amount\n"
+               "end\n"
+               "procedure helper parameters n pic 9(5)\n"
+               "  set n = 1\n"
+               "end\n");
+  ASSERT_TRUE(session.client.diagnostics_for(uri));
+  // "uri line:from-to" of where the word at (line, character) is defined; "null" for nothing.
+  const auto go = [&](int line, int character) {
+    const std::optional<Json> r = session.client.response(session.client.request(
+        "textDocument/definition", {{"textDocument", {{"uri", uri}}}, {"position", {{"line", line}, {"character", character}}}}));
+    if (!r || !r->contains("result")) return std::string("no answer");
+    const Json& l = (*r)["result"];
+    if (l.is_null()) return std::string("null");
+    return l["uri"].get<std::string>() + " " + std::to_string(l["range"]["start"]["line"].get<int>()) + ":" +
+           std::to_string(l["range"]["start"]["character"].get<int>()) + "-" +
+           std::to_string(l["range"]["end"]["character"].get<int>());
+  };
+  EXPECT_EQ(go(5, 7), inc + " 0:6-12");   // amount, defined in the include
+  EXPECT_EQ(go(5, 15), uri + " 1:7-11");  // cust of cust.n
+  EXPECT_EQ(go(5, 20), inc + " 1:6-7");   // n of cust.n: the global field
+  EXPECT_EQ(go(6, 6), uri + " 8:10-16");  // the DO target
+  EXPECT_EQ(go(9, 6), uri + " 8:28-29");  // n inside helper: its own parameter
+  EXPECT_EQ(go(0, 3), inc + " 0:0-0");    // the included file
+  EXPECT_EQ(go(4, 0), "null");            // "procedure" is no name the program defines
+  EXPECT_EQ(session.finish(), 0);
+}
+
 // What a broken or impatient client sends gets an error and the session goes on; exit without
 // shutdown and the end of the input end with status 1.
 TEST(Tavls, BadInputAndLifecycle) {

@@ -186,11 +186,11 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
   const std::string output = dir_ + "/pp.out", records = dir_ + "/pp.msg";
   for (const std::string& name : {output, records, dir_ + "/pp.err"}) unlink(name.c_str());
   if (!write_text(copy, text))
-    return {{problem(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)}))}, {}};
+    return {{problem(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)}))}, {}, {}};
 
   std::vector<Diagnostic> out;
   DictionaryFiles* dictionaries = settings.dictionaries ? dictionaries_.get(settings, out) : nullptr;
-  if (!out.empty()) return {out, {}};  // the dictionaries stop every compile, as they stop tavcmp's run
+  if (!out.empty()) return {out, {}, {}};  // the dictionaries stop every compile, as they stop tavcmp's run
   const EnvironmentOverride environment(settings.environment);
 
   Display display;
@@ -247,7 +247,10 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
         dictionaries = nullptr;
       }
       if (dictionaries) dictionaries->end_snapshots();
-      if (file.have_table) done.outline = outline_of(compiler, path, text);
+      if (file.have_table) {
+        done.outline = outline_of(compiler, path, text);
+        done.definitions = definitions_of(compiler);
+      }
       compiler.tok.close_source();
       diag.set_source(nullptr);
     }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "diag/diagnostic.h"
+#include "definitions.h"
 #include "outline.h"
 #include "settings.h"
 
@@ -57,6 +58,7 @@ class DictionaryCache {
 struct CompileResult {
   std::vector<Diagnostic> diagnostics;
   std::vector<OutlineSymbol> outline;
+  std::vector<Definition> definitions;
 };
 
 class CompileService {

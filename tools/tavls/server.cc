@@ -134,6 +134,8 @@ void Server::request(const Json& id, const std::string& method, const Json& para
     const std::vector<OutlineSymbol>* symbols = outline(params);
     const Document* d = documents_.find(string_member(member(params, "textDocument"), "uri"));
     respond(id, symbols && d ? document_symbols(*symbols, d->text) : Json::array());
+  } else if (method == "textDocument/definition") {
+    respond(id, definition(params));
   } else if (method == "textDocument/foldingRange") {
     const std::vector<OutlineSymbol>* symbols = outline(params);
     respond(id, symbols ? folding_ranges(*symbols) : Json::array());
@@ -171,6 +173,7 @@ Json Server::initialize(const Json& params) {
            {{"positionEncoding", "utf-16"},
             {"documentSymbolProvider", true},
             {"foldingRangeProvider", true},
+            {"definitionProvider", true},
             {"textDocumentSync", {{"openClose", true}, {"change", 2}, {"save", {{"includeText", true}}}}}}},
           {"serverInfo", {{"name", "tavls"}, {"version", version}}}};
 }
@@ -218,6 +221,7 @@ void Server::did_close(const Json& params) {
   const std::string uri = string_member(member(params, "textDocument"), "uri");
   due_.erase(uri);
   outlines_.erase(uri);
+  definitions_.erase(uri);
   documents_.close(uri);
   for (const std::string& published : published_[uri]) publish(published, Json::array(), nullptr);
   published_.erase(uri);
@@ -255,6 +259,7 @@ void Server::compile_and_publish(Document& d) {
   if (d.path.empty()) return;  // not a file: nothing to compile it as
   CompileResult result = compiler_.compile(d.path, d.text, settings_);
   outlines_[d.uri] = std::move(result.outline);
+  definitions_[d.uri] = std::move(result.definitions);
   const std::vector<Diagnostic>& items = result.diagnostics;
   DiskLines disk;
   const LineIndex own(d.text);
@@ -307,6 +312,52 @@ void Server::log(const std::string& message) {
 void Server::send(const Json& message) {
   // Texts come from users' files: bytes that are not UTF-8 become U+FFFD.
   write_all(out_fd_, framed(message.dump(-1, ' ', false, Json::error_handler_t::replace)));
+}
+
+// textDocument/definition: the file an #include line names, or where the program defines the name
+// under the cursor (the newest text is compiled first when a compile is waiting).
+Json Server::definition(const Json& params) {
+  const std::string uri = string_member(member(params, "textDocument"), "uri");
+  Document* d = documents_.find(uri);
+  if (!d) return nullptr;
+  if (due_.erase(uri) > 0 || !definitions_.count(uri)) compile_and_publish(*d);
+  const Json& position = member(params, "position");
+  const int line = int_member(position, "line");
+  const LineIndex lines(d->text);
+  if (line < 0 || line >= lines.count()) return nullptr;
+  const std::string_view text = lines.line(line);
+  const size_t line_start = static_cast<size_t>(text.data() - d->text.data());
+  const size_t at = offset_of(d->text, line, int_member(position, "character")) - line_start;
+  const auto location = [](const std::string& path, int l, int from, int to) {
+    return Json{{"uri", uri_of_path(path)},
+                {"range", {{"start", {{"line", l}, {"character", from}}}, {"end", {{"line", l}, {"character", to}}}}}};
+  };
+  if (const std::string name = included_name(text); !name.empty()) {
+    const std::string found = find_include(*d, name);
+    return found.empty() ? Json(nullptr) : location(found, 0, 0, 0);
+  }
+  const Definition* def = resolve(definitions_[uri], word_at(text, at), d->path, line + 1);
+  if (!def) return nullptr;
+  DiskLines disk;
+  const std::optional<std::string> there =
+      def->where.file == d->path ? std::optional<std::string>(std::string(lines.line(def->where.line - 1)))
+                                 : disk.line(def->where.file, def->where.line);
+  const std::string shown = there.value_or("");
+  return location(def->where.file, def->where.line - 1, utf16_column(shown, def->where.column),
+                  utf16_column(shown, std::max(def->where.end_column, def->where.column + 1)));
+}
+
+// An include as tavpp finds it: beside the document, then in the include directories.
+std::string Server::find_include(const Document& d, const std::string& name) const {
+  std::vector<std::string> candidates;
+  if (!name.empty() && name.front() == '/') candidates.push_back(name);
+  else {
+    candidates.push_back(d.path.substr(0, d.path.rfind('/') + 1) + name);
+    for (const std::string& dir : settings_.include_dirs()) candidates.push_back(settings_.absolute(dir) + "/" + name);
+  }
+  for (const std::string& c : candidates)
+    if (std::ifstream(c).good()) return c;
+  return {};
 }
 
 }  // namespace tav::lsp

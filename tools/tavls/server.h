@@ -57,6 +57,8 @@ class Server {
   // The outline of the document's newest text (compiled now when a compile is waiting); null
   // for a document that is not open.
   const std::vector<OutlineSymbol>* outline(const Json& params);
+  Json definition(const Json& params);
+  std::string find_include(const Document& d, const std::string& name) const;
   void publish(const std::string& uri, Json diagnostics, const Document* d);
 
   void respond(const Json& id, Json result);
@@ -77,6 +79,7 @@ class Server {
   std::map<std::string, Clock::time_point> due_;            // documents waiting to be compiled
   std::map<std::string, std::set<std::string>> published_;  // per document, the URIs it published for
   std::map<std::string, std::vector<OutlineSymbol>> outlines_;  // per document, of its last compile
+  std::map<std::string, std::vector<Definition>> definitions_;  // the same
 };
 
 }  // namespace tav::lsp
