@@ -536,4 +536,49 @@ vim.cmd('qa!')
   EXPECT_EQ(seen, want);
 }
 
+// Neovim's client goes to a definition: from a use of a field to its line in the include that
+// defines it, with the cursor on the name.
+TEST(Tavls, NeovimGoesToADefinitionInAnInclude) {
+  std::string nvim;
+  for (const char* d : {"/usr/bin", "/usr/local/bin", "/bin"})
+    if (nvim.empty() && file_exists(std::string(d) + "/nvim")) nvim = std::string(d) + "/nvim";
+  if (nvim.empty()) GTEST_FAIL() << "nvim is needed (Debian package neovim)";
+  TempDir dir;
+  write_file(dir / "fields.inc", "// the shop's fields\nfield amount pic 9(5)\n");
+  write_file(dir / "prog.spl", "#include \"fields.inc\"\nprocedure main\n  set amount = 1\nend\n");
+  write_file(dir / "session.lua", R"lua(
+local dir, tavls, product = ...
+local function session()
+local prog = dir .. '/prog.spl'
+local published = false
+local client = vim.lsp.start_client({
+  name = 'tavls', cmd = { tavls }, root_dir = dir, cmd_env = { TAVRIN = product },
+  init_options = { noDictionaries = true },
+  handlers = { ['textDocument/publishDiagnostics'] = function() published = true end },
+})
+vim.cmd('edit ' .. prog)
+local buf = vim.api.nvim_get_current_buf()
+vim.lsp.buf_attach_client(buf, client)
+if not vim.wait(20000, function() return published end, 20) then error('nothing published') end
+vim.api.nvim_win_set_cursor(0, { 3, 8 })  -- on "amount"
+vim.lsp.buf.definition()
+if not vim.wait(20000, function() return vim.api.nvim_get_current_buf() ~= buf end, 20) then error('no jump') end
+local at = vim.api.nvim_win_get_cursor(0)
+vim.fn.writefile({ vim.fn.fnamemodify(vim.api.nvim_buf_get_name(0), ':t') .. ':' .. at[1] .. ':' .. at[2] }, dir .. '/seen.txt')
+vim.lsp.stop_client(client)
+end
+local ok, problem = pcall(session)
+if not ok then vim.fn.writefile({ 'error: ' .. tostring(problem) }, dir .. '/seen.txt') end
+vim.cmd('qa!')
+)lua");
+  tavtest::RunOptions options;
+  options.cwd = dir.path();
+  const RunResult r = tavtest::run({nvim, "--headless", "--clean", "-c",
+                                    "lua loadfile('session.lua')('" + dir.path() + "', '" + tavtest::program("tavls") +
+                                        "', '" + tavtest::product_dir() + "')"},
+                                   options);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(read_file(dir / "seen.txt"), "fields.inc:2:6\n");  // line 2, byte 6: "amount"
+}
+
 }  // namespace
