@@ -272,6 +272,23 @@ RunStop run_stop(txt::Text message, std::initializer_list<std::string_view> valu
   return RunStop{format_text(message, values), message};
 }
 
+Diagnostic problem_diagnostic(txt::Text code, std::string message, std::string context) {
+  Diagnostic d;
+  d.code = message_code(code);
+  d.message = std::move(message);
+  d.context = std::move(context);
+  d.classic_context = d.context;
+  return d;
+}
+
+Diagnostic stop_diagnostic(const RunStop& stop) {
+  Diagnostic d;
+  d.code = message_code(stop.code);
+  d.message = stop.message;
+  for (const std::string& note : stop.notes) d.notes.push_back({note, {}});
+  return d;
+}
+
 int Diagnostics::error(int code) { return raise(Severity::error, text_of(code), context_of(code), message_code(code)); }
 int Diagnostics::error_with(int code, std::string_view context) {
   return raise(Severity::error, text_of(code), Context(context), message_code(code));

@@ -87,6 +87,12 @@ struct RunStop {
 // A stop with the text of `message`, its values filled in.
 RunStop run_stop(txt::Text message, std::initializer_list<std::string_view> values = {});
 
+// Failures that are no message of a line, as entries of the diagnostics model (about the file as
+// a whole): one with its row and context (a table not written, a file not preprocessed), and a
+// stop of the run with what it tried as notes.
+Diagnostic problem_diagnostic(txt::Text code, std::string message, std::string context = {});
+Diagnostic stop_diagnostic(const RunStop& stop);
+
 // What the reporters need to know of the token stream; the tokenizer provides it.
 class DiagSource {
  public:

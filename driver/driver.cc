@@ -427,11 +427,7 @@ FileDiagnostics Driver::take_file_diagnostics(const std::string& source) {
 // With a diagnostics format a stop of the run is the document's last entry, after what the file
 // being compiled reported so far (on its own before the first file).
 void Driver::keep_stop(const RunStop& stop) {
-  Diagnostic d;
-  d.code = message_code(stop.code);
-  d.message = stop.message;
-  for (const std::string& note : stop.notes) d.notes.push_back({note, {}});
-  run_problems_.push_back(std::move(d));
+  run_problems_.push_back(stop_diagnostic(stop));
   diagnostics_out_->file_done(take_file_diagnostics(current_source_));
   current_source_.clear();
 }
@@ -439,12 +435,7 @@ void Driver::keep_stop(const RunStop& stop) {
 // A failure that is not a message of the compile (the preprocessor refused the file, the table
 // could not be written): in the model, about the file as a whole.
 void Driver::keep_problem(txt::Text code, std::string message, std::string context) {
-  Diagnostic d;
-  d.code = message_code(code);
-  d.message = std::move(message);
-  d.context = std::move(context);
-  d.classic_context = d.context;
-  run_problems_.push_back(std::move(d));
+  run_problems_.push_back(problem_diagnostic(code, std::move(message), std::move(context)));
 }
 
 void Driver::name_files(FileContext& file) {

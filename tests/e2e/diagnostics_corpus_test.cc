@@ -160,9 +160,7 @@ TEST(DiagnosticsCorpus, ClassicOutputGccGoldenAndJsonPlaces) {
 // Neovim's quickfix list, under its default errorformat, holds every located line of the gcc
 // output with its file, line and column.
 TEST(DiagnosticsCorpus, NeovimReadsTheGccLines) {
-  std::string nvim_path;
-  for (const char* dir : {"/usr/bin", "/usr/local/bin", "/bin"})
-    if (nvim_path.empty() && file_exists(std::string(dir) + "/nvim")) nvim_path = std::string(dir) + "/nvim";
+  const std::string nvim_path = nvim_program();
   if (nvim_path.empty()) GTEST_FAIL() << "nvim is needed (Debian package neovim)";
   TempDir dir;
   copy_corpus(dir);

@@ -94,6 +94,13 @@ inline void load_dictionary(const TempDir& dir, const std::string& dict, const s
   ASSERT_EQ(r.status, 0) << r.err;
 }
 
+// Neovim's program (Debian package neovim), or empty when it is not installed.
+inline std::string nvim_program() {
+  for (const char* dir : {"/usr/bin", "/usr/local/bin", "/bin"})
+    if (file_exists(std::string(dir) + "/nvim")) return std::string(dir) + "/nvim";
+  return {};
+}
+
 // Runs one SQL statement on an existing database file (the test links SQLite); returns the first
 // column of each row, joined by ",", or "<no database>".
 inline std::string sql(const std::string& file, const std::string& statement) {

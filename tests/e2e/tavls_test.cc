@@ -469,9 +469,7 @@ TEST(Tavls, BadInputAndLifecycle) {
 // buffer is changed without saving: the diagnostics it holds are tavcmp's for the changed text,
 // at the byte columns tavcmp gives (the server counts UTF-16 units, Neovim turns them back).
 TEST(Tavls, NeovimReceivesTavcmpsDiagnostics) {
-  std::string nvim;
-  for (const char* dir : {"/usr/bin", "/usr/local/bin", "/bin"})
-    if (nvim.empty() && file_exists(std::string(dir) + "/nvim")) nvim = std::string(dir) + "/nvim";
+  const std::string nvim = nvim_program();
   if (nvim.empty()) GTEST_FAIL() << "nvim is needed (Debian package neovim)";
   TempDir dir;
   const std::string first = "field n pic 9(3)\n\nprocedure main\n  if n > 1\n    set n = 2\nend-procedure\n";
@@ -539,9 +537,7 @@ vim.cmd('qa!')
 // Neovim's client goes to a definition: from a use of a field to its line in the include that
 // defines it, with the cursor on the name.
 TEST(Tavls, NeovimGoesToADefinitionInAnInclude) {
-  std::string nvim;
-  for (const char* d : {"/usr/bin", "/usr/local/bin", "/bin"})
-    if (nvim.empty() && file_exists(std::string(d) + "/nvim")) nvim = std::string(d) + "/nvim";
+  const std::string nvim = nvim_program();
   if (nvim.empty()) GTEST_FAIL() << "nvim is needed (Debian package neovim)";
   TempDir dir;
   write_file(dir / "fields.inc", "// the shop's fields\nfield amount pic 9(5)\n");

@@ -1,6 +1,6 @@
 #!/bin/sh
 # vsix.sh EXTENSION_DIR STAGE_DIR: packages the VS Code extension with the vsce installed in
-# STAGE_DIR (install.sh), offline: the extension's files are copied over the stage, "npx vsce
+# STAGE_DIR (tests/support/npm_install.sh), offline: the extension's files are copied over the stage, "npx vsce
 # package" writes the .vsix there, and the package is read back to check that it holds the
 # grammar, the manifest, the client and the language configuration.
 set -eu

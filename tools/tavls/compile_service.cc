@@ -58,23 +58,6 @@ bool write_text(const std::string& path, std::string_view text) {
   return ::close(fd) == 0 && ok;
 }
 
-Diagnostic problem(txt::Text code, std::string message, std::string context = {}) {
-  Diagnostic d;
-  d.code = message_code(code);
-  d.message = std::move(message);
-  d.context = std::move(context);
-  d.classic_context = d.context;
-  return d;
-}
-
-Diagnostic stop_diagnostic(const RunStop& stop) {
-  Diagnostic d;
-  d.code = message_code(stop.code);
-  d.message = stop.message;
-  for (const std::string& note : stop.notes) d.notes.push_back({note, {}});
-  return d;
-}
-
 // The variables the settings give, set in this process for the length of one compile: the
 // compiler reads ERQ and the variables a LINK names from the environment.
 class EnvironmentOverride {
@@ -186,7 +169,7 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
   const std::string output = dir_ + "/pp.out", records = dir_ + "/pp.msg";
   for (const std::string& name : {output, records, dir_ + "/pp.err"}) unlink(name.c_str());
   if (!write_text(copy, text))
-    return {{problem(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)}))}, {}, {}};
+    return {{problem_diagnostic(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)}))}, {}, {}};
 
   std::vector<Diagnostic> out;
   DictionaryFiles* dictionaries = settings.dictionaries ? dictionaries_.get(settings, out) : nullptr;
@@ -211,7 +194,7 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
   std::vector<Diagnostic> problems;
   CompileResult done;
   if (result != 0) {
-    problems.push_back(problem(txt::errors_during_preprocessing, std::string(text_of(txt::errors_during_preprocessing))));
+    problems.push_back(problem_diagnostic(txt::errors_during_preprocessing, std::string(text_of(txt::errors_during_preprocessing))));
     if (result < 0) problems.back().notes.push_back({"cannot run '" + args[0] + "': " + std::strerror(err), {}});
   } else {
     CompileSettings compile_settings;
@@ -233,7 +216,7 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
     file.err_name = with_extension(path, ".err");
     file.op6_name = with_extension(path, ".op6");
     if (compiler.tok.open_source(output) != 0) {
-      problems.push_back(problem(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {output, std::to_string(errno)})));
+      problems.push_back(problem_diagnostic(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {output, std::to_string(errno)})));
     } else {
       diag.set_source(&compiler.tok);
       try {
