@@ -264,7 +264,7 @@ void Tokenizer::save_position() {
 void Tokenizer::restore_position() {
   if (!saved_.valid) return;
   saved_.valid = false;
-  file_name_ = saved_.file_name;
+  set_file_name(saved_.file_name);  // its number too: the places after it name the file again
   std::memcpy(text_, saved_.text, saved_.text_len + 1);
   text_len_ = saved_.text_len;
   std::memcpy(prev_, saved_.text, saved_.text_len + 1);
