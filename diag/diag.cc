@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -164,6 +165,26 @@ bool same_word(std::string_view a, std::string_view b) {
   return true;
 }
 
+// The part of a word's place that `name` covers when the word is `name` itself or
+// "object.field" with `name` one of its parts; nothing when the word holds no such part.
+std::optional<SourceMark> part_of(std::string_view word, SourceMark mark, std::string_view name) {
+  if (same_word(word, name)) return mark;
+  // A name the symbol table cut to its length is the start of the word written.
+  if (name.size() >= kNameContextMax && word.size() > name.size() && same_word(word.substr(0, name.size()), name))
+    return mark;
+  const size_t dot = word.find('.');
+  if (dot == std::string_view::npos) return std::nullopt;
+  if (same_word(word.substr(0, dot), name)) {
+    mark.end_column = mark.column + static_cast<int32_t>(dot);
+    return mark;
+  }
+  if (same_word(word.substr(dot + 1), name)) {
+    mark.column += static_cast<int32_t>(dot + 1);
+    return mark;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 void Diagnostics::set_name(std::string_view name) {
@@ -174,6 +195,13 @@ void Diagnostics::set_name(std::string_view name) {
     name_mark_ = source_->diag_token_mark();
   else
     name_mark_ = source_->diag_prev_mark();
+}
+
+SourceMark Diagnostics::mark_of_word(std::string_view name) const {
+  if (!collecting_ || !source_) return {};
+  if (auto m = part_of(source_->diag_token_text(), source_->diag_token_mark(), name)) return *m;
+  if (auto m = part_of(source_->diag_prev_text(), source_->diag_prev_mark(), name)) return *m;
+  return {};
 }
 
 void Diagnostics::set_name(std::string_view name, SourceMark where) {

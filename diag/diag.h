@@ -205,6 +205,10 @@ class Diagnostics {
   const Diagnostic* last_kept() const { return last_kept_ && !collected_.empty() ? &collected_.back() : nullptr; }
   void mark_follow_on();
   // The place of the current token, for a check that reports later.
+  // Where `name` stands: the word just read, or the one before a held word, or the part of an
+  // "object.field" word that is `name`. Unknown when neither word is or holds it (a name the
+  // compiler supplies itself), or unless collecting.
+  SourceMark mark_of_word(std::string_view name) const;
   SourceMark current_mark() const { return source_ ? source_->diag_token_mark() : SourceMark{}; }
   SourceRange range_of(const SourceMark& mark) const { return source_ ? source_->diag_range(mark) : SourceRange{}; }
 

@@ -212,6 +212,7 @@ bool Compiler::name_argument(int kind, ExprType& arg, bool& arg_datetime) {
   } else if (kind == kParamReport) {
     const uint32_t report = find_or_create_report(p_.ops, name);
     p_.syms.note_used(report);
+    p_.syms.note_name(XrefKind::report, report, name);
     ops.put32(value, report);
     uint32_t op = p_.ob.emit(Op::literal);
     ops.put24(op + literal::lit_value, value);

@@ -239,6 +239,7 @@ bool read_report(ParserCore& p, uint32_t op) {
     }
     const uint32_t report = find_or_create_report(p.ops, p.text());
     p.syms.note_used(report);
+    p.syms.note_name(XrefKind::report, report, p.text());
     ops.put24(op + setvar::sv_report, report);
   } else {
     p.push_back();

@@ -187,6 +187,7 @@ ClauseStep on_report(Item& i) {
   }
   run.report = find_or_create_report(p.ops, p.text());
   p.syms.note_used(run.report);
+  p.syms.note_name(XrefKind::report, run.report, p.text());
   return ClauseStep::next;
 }
 

@@ -7,7 +7,7 @@ namespace tav {
 
 class Parser;
 
-#define TAV_STATEMENT(keyword, handler, prologue) void handler(Parser& p);
+#define TAV_STATEMENT(keyword, handler, prologue, access) void handler(Parser& p);
 #include "statements/statements.def"
 #undef TAV_STATEMENT
 

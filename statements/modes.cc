@@ -113,7 +113,11 @@ void create_builtin_modes(Parser& p) {
   }
 }
 
-uint32_t find_mode(Parser& p, std::string_view name) { return p.mode_named(name); }
+uint32_t find_mode(Parser& p, std::string_view name) {
+  const uint32_t m = p.mode_named(name);
+  if (!name.starts_with('~')) p.syms.note_name(XrefKind::mode, m, name);  // not the hidden ones
+  return m;
+}
 
 bool add_mode_to_list(Parser& p, uint32_t& head, std::string_view name) {
   OpSpace& ops = p.ops;
@@ -286,6 +290,7 @@ void compile_mode_definition(Parser& p) {
     p.diag.warning_text(txt::field_mode_conflict, Context::current_token());
   ModeDefinition d{p, new_mode(p, name, 0)};
   const uint32_t m = d.m;
+  p.syms.note_name(XrefKind::mode, m, name, true);
   read_clauses(p, kModeClauses, d, mode_flag);
   ops.put16(m + mode::m_flags, d.flags);
   if (ops.get24(m + mode::m_prompt) == 0) ops.put24(m + mode::m_prompt, text_item_list(p, name, 'N'));

@@ -30,11 +30,14 @@ struct StatementRow {
   uint32_t code;
   void (*handler)(Parser&);
   Prologue prologue;
+  std::string_view keyword;
+  ObjectAccess access;
 };
 
 constexpr auto kStatements = [] {
   std::array rows{
-#define TAV_STATEMENT(keyword, handler, prologue) StatementRow{verb(keyword), handler, Prologue::prologue},
+#define TAV_STATEMENT(keyword, handler, prologue, access) \
+  StatementRow{verb(keyword), handler, Prologue::prologue, keyword, ObjectAccess::access},
 #include "statements/statements.def"
 #undef TAV_STATEMENT
   };
@@ -166,7 +169,13 @@ void compile_statement(Parser& p) {
   if (row->prologue != Prologue::none &&
       statement_prologue(p, row->prologue == Prologue::keeps_path) < 0)
     return;
+  // A statement may hold others (ACCEPT's blocks): the outer one is current again after them.
+  CrossReference& xref = p.syms.xref();
+  const std::string_view outer = xref.statement();
+  const ObjectAccess outer_access = xref.access();
+  xref.set_statement(row->keyword, row->access);
   row->handler(p);
+  xref.set_statement(outer, outer_access);
 }
 
 int statement_prologue(Parser& p, bool keeps_path) {

@@ -75,8 +75,29 @@ void check_last_full_key(RecordIo& r) {
     r.p.diag.error_text(txt::full_key_needs_alpha_last, Context::current_token());
 }
 
+// For the cross reference: the key a GET reads by, and its fields that the statement gives.
+void note_get_read(RecordIo& r) {
+  Parser& p = r.p;
+  if (!p.syms.keeps_places() || r.object == 0) return;
+  const OpSpace& ops = p.ops;
+  XrefRead read;
+  read.object = r.object;
+  read.statement = p.syms.xref().statement();
+  read.where = r.named_at;
+  read.index = *ops.at(r.block + accesskey::a_index);
+  read.explicit_index = r.on_index;
+  const size_t leading = *ops.at(r.block + accesskey::a_key_count);
+  const uint32_t key = key_record(p, r.object, read.index);
+  size_t count = 0;
+  for (uint32_t kp = key ? ops.get24(key + keyrec::k_parts) : 0; kp != 0 && (leading == 0 || count < leading) && count < 64;
+       kp = ops.get24(kp + keypart::kp_next), ++count)
+    read.key_fields.push_back(ops.get24(kp + keypart::kp_field));
+  p.syms.xref().add_read(std::move(read));
+}
+
 void finish_get(RecordIo& r) {
   finish_record_io(r);
+  note_get_read(r);
   const uint16_t f = r.flags();
   if ((f & access::last) && (f & accesskey::flag_full_key)) check_last_full_key(r);
   if (f & access::look_up) r.p.ops.put24(r.block + accesskey::a_list, look_up_entry(r.p, r.object));
@@ -282,6 +303,7 @@ void compile_get(Parser& p) {
   if (!read_object_head(p, verb("from"), head)) return;
   r.object = head.object;
   r.field_list = head.listed;
+  r.named_at = p.syms.xref().last_place(r.object);
   p.ops.put24(r.block + accesskey::a_object, r.object);
   p.ops.put24(r.block + accesskey::a_list, head.fields);
   p.locks.record(p.ops, r.object, false);

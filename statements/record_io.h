@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "codegen/ops.h"
+#include "diag/diagnostic.h"
 #include "symbols/clauses.h"
 
 namespace tav {
@@ -71,6 +72,7 @@ struct RecordIo {
     int line;
   };
   std::vector<Named> same_fields = {};
+  SourceMark named_at = {};       // the object's name, for the cross reference
   void (*finish)(RecordIo&) = nullptr;
 
   uint16_t flags() const;

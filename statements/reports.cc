@@ -28,6 +28,7 @@ bool read_report_name(Parser& p, uint32_t dest) {
   }
   const uint32_t report = find_or_create_report(p.ops, p.text());
   p.syms.note_used(report);
+  p.syms.note_name(XrefKind::report, report, p.text());
   p.ops.put24(dest, report);
   return true;
 }
@@ -114,6 +115,7 @@ ClauseStep report_name(Report& rp) {
   }
   const uint32_t named = find_or_create_report(p.ops, p.text());
   if (!(p.ops.get16(named + report::r_flags) & report::flag_referenced)) p.diag.error(msg::report_name_already_defined);
+  p.syms.note_name(XrefKind::report, named, p.text(), true);
   rp.named = named;
   return ClauseStep::next;
 }

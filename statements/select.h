@@ -46,6 +46,8 @@ class Select final : public AggregateSink, public SelectScope {
   bool for_update = false;        // FOR UPDATE was written
   std::unordered_map<uint32_t, int> lines;  // the line each field entry was first named on
   bool object_unknown = false;    // an object it names is unknown: its fields' warnings follow from that
+  // Where each FROM entry's object was named, for the cross reference.
+  std::vector<std::pair<uint32_t, SourceMark>> named_at;
 
   // The object of that name, from the program or the dictionaries (find_or_load_object); 0,
   // reported, when there is none.
@@ -138,6 +140,8 @@ void read_from(Select& s);
 void apply_for_update(Select& s, bool union_follows);
 void resolve_references(Select& s, bool order_flag);
 void optimise_keys(Select& s);
+// Records in the cross reference how the select reads each object (after optimise_keys).
+void note_reads(Select& s);
 void build_column_lists(Select& s);
 // With a GROUP BY and no ORDER BY the rows are ordered by the groups; outside a UNION an ORDER BY
 // that does not lead the GROUP BY list is worth a warning.

@@ -2,6 +2,7 @@
 // field entry to the FROM objects that hold it, the key optimiser's passes, the column lists of
 // the FROM entries, the GROUP BY and ORDER BY agreement, and UNION.
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -166,6 +167,56 @@ void resolve_references(Select& s, bool) {
   }
 }
 
+namespace {
+
+// Whether the entry's value is known before its row is read: a key range bounds it, or the
+// condition equates it to a field of another FROM entry.
+bool key_bound(const Select& s, uint32_t entry) {
+  const OpSpace& ops = s.p.ops;
+  if (ops.get24(entry + selfield::sf_ranges) != 0) return true;
+  const uint32_t from = ops.get24(entry + selfield::sf_from);
+  size_t guard = 0;
+  for (uint32_t e = ops.get24(entry + selfield::sf_ring); e != 0 && e != entry && guard++ < 1024;
+       e = ops.get24(e + selfield::sf_ring))
+    if (ops.get24(e + selfield::sf_from) != from) return true;
+  return false;
+}
+
+// The index a FROM entry reads by: the one ON INDEX named, else the first key that a bound
+// field leads; 0 when none does.
+int chosen_index(const Select& s, uint32_t from, const std::vector<uint32_t>& bound) {
+  const OpSpace& ops = s.p.ops;
+  if (const int given = *ops.at(from + fromrec::fe_index); given != 0) return given;
+  const uint32_t object = ops.get24(from + fromrec::fe_object);
+  size_t guard = 0;
+  for (uint32_t k = ops.get24(object + osym::o_keylist); k != 0 && guard++ < 64; k = ops.get24(k + keyrec::k_next)) {
+    const uint32_t first = ops.get24(k + keyrec::k_parts);
+    if (first != 0 && std::find(bound.begin(), bound.end(), ops.get24(first + keypart::kp_field)) != bound.end())
+      return *ops.at(k + keyrec::k_index);
+  }
+  return 0;
+}
+
+}  // namespace
+
+// For the cross reference: how the select reads each object it names.
+void note_reads(Select& s) {
+  const OpSpace& ops = s.p.ops;
+  CrossReference& xref = s.p.syms.xref();
+  for (const auto& [from, where] : s.named_at) {
+    XrefRead read;
+    read.object = ops.get24(from + fromrec::fe_object);
+    read.statement = xref.statement();
+    read.where = where;
+    for (uint32_t e : field_entries(s))
+      if (ops.get24(e + selfield::sf_from) == from && key_bound(s, e)) read.key_fields.push_back(ops.get24(e + selfield::sf_field));
+    read.explicit_index = *ops.at(from + fromrec::fe_index) != 0;
+    read.index = chosen_index(s, from, read.key_fields);
+    read.whole_table = read.index == 0;
+    xref.add_read(std::move(read));
+  }
+}
+
 void optimise_keys(Select& s) {
   Parser& p = s.p;
   const uint32_t where = p.ops.get24(s.rec + selrec::sr_where);
@@ -176,6 +227,7 @@ void optimise_keys(Select& s) {
   }
   for (uint32_t e : entries) join_pass(p, e, where);
   for (uint32_t e : entries) range_pass(p, e, where);
+  if (p.syms.keeps_places()) note_reads(s);
 }
 
 void build_column_lists(Select& s) {

@@ -34,6 +34,7 @@ QualifiedName split_name(std::string_view name) {
 uint32_t load_field(ParserCore& p, std::string_view name) {
   OpSpace& ops = p.ops;
   const uint32_t f = p.syms.new_field(name);
+  p.syms.xref().not_defined_here(f);  // named here; defined by a dictionary, if at all
   const auto d = p.dictionaries->find_field(name);
   if (!d) {
     p.diag.set_name(name);
@@ -127,6 +128,7 @@ uint32_t reference_field(ParserCore& p, std::string_view name, uint32_t* object)
       *object = obj;
     }
   }
+  p.syms.note_name(XrefKind::field, f, q.field);
   note_field_type(p, f);
   return f;
 }

@@ -244,6 +244,7 @@ void FieldDefinition::like_clause() {
   }
   const std::string other(p_.text());
   if (const uint32_t g = p_.syms.find_field(other); g != 0) {
+    p_.syms.note_name(XrefKind::field, g, other);
     if (g == f_) {
       p_.diag.error_text(txt::field_defined_as_itself, other);
       return;

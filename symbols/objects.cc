@@ -285,6 +285,7 @@ ClauseStep ObjectDefinition::record_clause() {
     const bool defining = definition_clause(p_.next()) != nullptr;
     p_.push_back();
     uint32_t field = p_.syms.find_field(name);
+    if (field != 0 && !defining) p_.syms.note_name(XrefKind::field, field, name);
     if (field == 0) {
       field = defining ? define_field(p_, name, false) : reference_field(p_, name, nullptr);
       if (field == 0) continue;
@@ -436,7 +437,10 @@ void define_object(ParserCore& p) {
 }
 
 uint32_t find_or_load_object(ParserCore& p, std::string_view name) {
-  if (const uint32_t o = p.syms.find_object(name); o != 0) return o;
+  if (const uint32_t o = p.syms.find_object(name); o != 0) {
+    p.syms.note_name(XrefKind::object, o, name);
+    return o;
+  }
   const std::optional<DictObject> row = lookup_dictionary_object(p, name);
   if (!row) {
     const std::string wanted(name);  // the name may be the token's text, which the skip replaces
@@ -445,11 +449,14 @@ uint32_t find_or_load_object(ParserCore& p, std::string_view name) {
     suggest_object(p, wanted);
     return 0;
   }
-  return object_from_dictionary(p, name, *row);
+  const uint32_t o = object_from_dictionary(p, name, *row);
+  p.syms.note_name(XrefKind::object, o, name);
+  return o;
 }
 
 uint32_t object_from_dictionary(ParserCore& p, std::string_view name, const DictObject& row) {
   const uint32_t o = p.syms.add_object(name, row.dictno);
+  p.syms.xref().not_defined_here(o);
   apply_dictionary_row(p, o, row);
   return o;
 }

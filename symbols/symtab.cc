@@ -1,5 +1,6 @@
 #include "symbols/symtab.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "codegen/header.h"
@@ -73,6 +74,7 @@ void SymbolTable::reset() {
   section_tail_ = 0;
   defined_at_.clear();
   first_used_at_.clear();
+  xref_.clear();
 }
 
 int SymbolTable::compare_names(const char* stored, std::string_view name) {
@@ -105,6 +107,14 @@ void SymbolTable::note_used(uint32_t record, SourceMark where) {
   if (places_diag_ && places_diag_->collecting()) first_used_at_.try_emplace(record, where);
 }
 
+void SymbolTable::note_name(XrefKind kind, uint32_t record, std::string_view name, bool definition) {
+  if (!keeps_places() || record == 0) return;
+  const SourceMark where = places_diag_->mark_of_word(name);
+  if (!where.known()) return;  // a name the compiler supplies, not one written here
+  xref_.add({kind, record, std::string(name.substr(0, kSymbolNameLength)), where, definition, xref_.statement(),
+             xref_.access()});
+}
+
 SourceMark SymbolTable::defined_at(uint32_t record) const {
   auto it = defined_at_.find(record);
   return it == defined_at_.end() ? SourceMark{} : it->second;
@@ -127,6 +137,7 @@ uint32_t SymbolTable::new_field(std::string_view name, bool local) {
              static_cast<uint16_t>(local ? fsym::dictno_local : fsym::dictno_program));
   ops_.put16(f + fsym::f_ldictno, static_cast<uint16_t>(fsym::dictno_program));
   note_defined(f);
+  note_name(XrefKind::field, f, name, true);
   return f;
 }
 
@@ -269,6 +280,7 @@ uint32_t SymbolTable::add_object(std::string_view name, int16_t dictno) {
   ops_.put16(o + osym::o_dictno, static_cast<uint16_t>(dictno));
   ops_.put16(o + osym::o_seq, ops_.next_count(hdr::h_object_count, "objects"));
   note_defined(o);
+  note_name(XrefKind::object, o, name, true);
   return o;
 }
 
@@ -314,6 +326,7 @@ uint32_t SymbolTable::find_or_declare_section(std::string_view name, bool defini
   const uint32_t s = debug_ops_ ? declare_section_in_name_order(name, defining) : declare_section(name, defining);
   if (defining) note_defined(s);
   else note_used(s);
+  note_name(XrefKind::section, s, name, defining);
   return s;
 }
 

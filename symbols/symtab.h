@@ -26,6 +26,7 @@
 
 #include "diag/diag.h"
 #include "symbols/records.h"
+#include "symbols/xref.h"
 
 namespace tav {
 
@@ -145,6 +146,13 @@ class SymbolTable {
   void note_used(uint32_t record);
   void note_used(uint32_t record, SourceMark where);  // used at an earlier place
 
+  // The cross reference: `name`, the word just read, defines or names `record`. Kept only
+  // while the places are.
+  void note_name(XrefKind kind, uint32_t record, std::string_view name, bool definition = false);
+  bool keeps_places() const { return places_diag_ && places_diag_->collecting(); }
+  CrossReference& xref() { return xref_; }
+  const CrossReference& xref() const { return xref_; }
+
  private:
   uint32_t store_name(std::string_view name);
   int cache_search(std::string_view name, bool& found) const;
@@ -169,6 +177,7 @@ class SymbolTable {
   const Diagnostics* places_diag_ = nullptr;
   std::unordered_map<uint32_t, SourceMark> defined_at_;
   std::unordered_map<uint32_t, SourceMark> first_used_at_;
+  CrossReference xref_;
 };
 
 }  // namespace tav
