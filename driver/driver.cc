@@ -34,6 +34,7 @@
 #include "driver/diagnostics_output.h"
 #include "driver/pp_records.h"
 #include "driver/release_macros.h"
+#include "driver/xref.h"
 #include "lexer/tokenizer.h"
 #include "lexer/verbs.h"
 #include "nls/catalogue.h"
@@ -175,6 +176,7 @@ class Driver {
   void keep_problem(txt::Text code, std::string message, std::string context);
   FileDiagnostics take_file_diagnostics(const std::string& source);
   void keep_stop(const RunStop& stop);
+  bool write_xref();
   int final_status() const;
   void explain(const std::string& text);
   void explain_not_started(const std::string& path, int err);
@@ -200,6 +202,8 @@ class Driver {
   // A diagnostics format: the model is collected and written through diagnostics_out_.
   bool modern_ = false;
   std::unique_ptr<DiagnosticsOutput> diagnostics_out_;
+  // --xref: each program's cross reference, written when the run ends.
+  nlohmann::ordered_json xref_programs_ = nlohmann::ordered_json::array();
   std::string records_name_;             // the preprocessor's message records of the file
   std::vector<Diagnostic> run_problems_;  // the file's failures beside its messages
   std::string current_source_;            // the file being compiled, for a stop of the run
@@ -255,6 +259,7 @@ void Driver::start_up() {
   if (options->version) std::exit(print_version("tavcmp") == 0 ? 0 : 255);
   run_.options = std::move(*options);
   if (run_.options.diagnostics_format != DiagnosticsFormat::classic) start_diagnostics_output();
+  if (!run_.options.xref_output.empty()) diag_.set_collecting(true);  // the places of the names
   const Options& o = run_.options;
   diag_.set_suppression(o.no_warning, o.no_info);
   summary_start_ = o.summary_start;
@@ -405,6 +410,7 @@ void Driver::finish_file(const FileContext& file, bool preprocessed) {
   current_source_.clear();
   if (!modern_) {
     run_problems_.clear();
+    diag_.take_collected();  // kept for the cross reference's places only
     return;
   }
   diagnostics_out_->file_done(take_file_diagnostics(file.source_name));
@@ -532,6 +538,7 @@ void Driver::compile_and_write(FileContext& file) {
     stop_run(stop);
   }
   if (dictionaries_) dictionaries_->end_snapshots();
+  if (!run_.options.xref_output.empty()) xref_programs_.push_back(xref_json(build_xref(c), file.source_name));
   c.tok.close_source();
   try {
     if (diag_.first_error() == 0 && !run_.options.test_only) write_outputs(file);
@@ -752,8 +759,29 @@ void Driver::write_statistics() {
   std::fclose(f);
 }
 
+// The cross reference document of the run, replacing FILE at once: a reader never sees half of it.
+bool Driver::write_xref() {
+  const std::string& path = run_.options.xref_output;
+  nlohmann::ordered_json doc{{"version", 1}, {"tool", product_version()}, {"programs", std::move(xref_programs_)}};
+  const std::string temporary = path + ".tmp" + std::to_string(getpid());
+  FILE* f = std::fopen(temporary.c_str(), "w");
+  bool written = f != nullptr;
+  if (f) {
+    const std::string text = doc.dump(1) + "\n";
+    written = std::fwrite(text.data(), 1, text.size(), f) == text.size();
+    written = std::fclose(f) == 0 && written;
+  }
+  if (written && std::rename(temporary.c_str(), path.c_str()) == 0) return true;
+  const int err = errno;
+  if (f) unlink(temporary.c_str());
+  std::fprintf(stderr, "%s: cannot write the cross reference '%s': %s\n", run_.program_name.c_str(), path.c_str(),
+               std::strerror(err));
+  return false;
+}
+
 void Driver::cleanup_exit(int status) {
   if (!temp_name_.empty()) unlink(temp_name_.c_str());
+  if (!run_.options.xref_output.empty() && compiler_ && !write_xref()) status = 255;
   dictionaries_.reset();
   language_files_.close();
   diag_.close_listing();

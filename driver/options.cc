@@ -43,6 +43,10 @@ const char kHelpText[] =
     "  --exit-status=errors\n"
     "            exit 1 when any file had an error or was not preprocessed, written or\n"
     "            registered, else 0 (the default with a diagnostics format)\n"
+    "  --xref=FILE\n"
+    "            write the cross reference of the files compiled to FILE as JSON: where each\n"
+    "            name is defined and used, the objects each statement reads and writes, and\n"
+    "            the index each SELECT and GET reads by\n"
     "  --help    print this text and exit\n"
     "  --version print the product version and exit\n"
     "\n"
@@ -163,6 +167,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv, const ch
       } else if (name.rfind("diagnostics-output=", 0) == 0) {
         if (name.size() == 19) return refuse(std::string("'") + arg + "' needs a file name after '='");
         o.diagnostics_output = std::string(name.substr(19));
+      } else if (name.rfind("xref=", 0) == 0) {
+        if (name.size() == 5) return refuse(std::string("'") + arg + "' needs a file name after '='");
+        o.xref_output = std::string(name.substr(5));
       } else if (name == "exit-status=errors") o.error_status = true;
       else if (name == "exit-status=classic") o.error_status = false;
       else return refuse(std::string("unknown option '") + arg + "'");

@@ -39,6 +39,7 @@ struct Options {
   bool write_dependencies = false;  // --write-dependencies: make rules in <name>.d beside the .op6
   DiagnosticsFormat diagnostics_format = DiagnosticsFormat::classic;  // --diagnostics-format
   std::string diagnostics_output;  // --diagnostics-output: the document's file, else standard output
+  std::string xref_output;         // --xref: the cross reference's JSON file (empty: none)
   bool error_status = false;       // --exit-status=errors (always so with a diagnostics format)
   bool help = false;                // --help: print kHelpText, compile nothing
   bool version = false;             // --version: print the product version, compile nothing

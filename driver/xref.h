@@ -1,0 +1,63 @@
+// The cross reference of one compiled program, with places as the diagnostics give them: every
+// field, object, section, report and mode with its definition and its uses, and how each SELECT
+// and GET reads its objects. Built from the compiler's stores right after a compile, while the
+// places are known; tavcmp --xref writes it as JSON, and the language server answers from it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "diag/diagnostic.h"
+#include "symbols/xref.h"
+
+namespace tav {
+
+struct CompilerStores;
+
+struct XrefUse {
+  SourceRange at;
+  std::string statement;  // the keyword of the statement ("set", "end-if"); "" at the top level
+  ObjectAccess access = ObjectAccess::none;
+};
+
+struct XrefSymbol {
+  enum class Origin { program, dictionary, builtin };
+  XrefKind kind = XrefKind::field;
+  std::string name;
+  Origin origin = Origin::program;
+  uint32_t record = 0;
+  SourceRange definition;  // unknown for a dictionary's or a built-in name
+  std::vector<XrefUse> uses;
+  int section = -1;  // a section's own field: the index of that section's symbol
+};
+
+struct XrefObjectRead {
+  std::string object;
+  std::string statement;
+  SourceRange at;
+  int index = 0;
+  bool explicit_index = false;
+  std::vector<std::string> key_fields;
+  bool whole_table = false;
+};
+
+struct XrefIndex {
+  std::vector<XrefSymbol> symbols;
+  std::vector<XrefObjectRead> reads;
+
+  // The symbol whose definition or one of whose uses covers `column` (1-based, in characters)
+  // of `line` in `file`; null when none does.
+  const XrefSymbol* at(const std::string& file, int line, int column) const;
+};
+
+XrefIndex build_xref(const CompilerStores& compiler);
+
+std::string_view origin_name(XrefSymbol::Origin origin);
+
+// One program's entry of the --xref document.
+nlohmann::ordered_json xref_json(const XrefIndex& index, const std::string& source);
+
+}  // namespace tav
