@@ -63,6 +63,8 @@ struct DictRecordEntry {
 };
 
 // Kinds of documentation lines (doc_type).
+inline constexpr int kDocObject = 1;
+inline constexpr int kDocField = 2;
 inline constexpr int kDocValidation = 3;
 inline constexpr int kDocColumnTitle = 4;
 inline constexpr int kDocDrillBack = 5;

@@ -367,4 +367,12 @@ PictureResult blank_zero_picture(uint16_t format, bool decimals_only) {
   return parse_picture(text);
 }
 
+std::string storage_picture(uint16_t format) {
+  if (!conv::fmt_numeric(format)) return "x(" + std::to_string(format) + ")";
+  std::string p = conv::fmt_signed(format) ? "s" : "";
+  if (const int d = conv::fmt_digits(format); d > 0) p += "9(" + std::to_string(d) + ")";
+  if (const int d = conv::fmt_decimals(format); d > 0) p += "v9(" + std::to_string(d) + ")";
+  return p;
+}
+
 }  // namespace tav

@@ -44,6 +44,9 @@ struct PictureResult {
 // Parses a picture as the tokenizer delivers it (lower case).  Pure: reports nothing.
 PictureResult parse_picture(std::string_view picture);
 
+// A storage picture of a format word: x(n) for a length, digits, sign and decimals for a number.
+std::string storage_picture(uint16_t format);
+
 // The display picture of a numeric format word that shows a zero value as blanks
 // (BLANK-WHEN-ZERO: every digit position suppressed) or shows zero decimals as blanks
 // (BLANK-DECIMALS-WHEN-ZERO: the units digit always shown).

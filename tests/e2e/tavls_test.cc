@@ -577,4 +577,173 @@ vim.cmd('qa!')
   EXPECT_EQ(read_file(dir / "seen.txt"), "fields.inc:2:6\n");  // line 2, byte 6: "amount"
 }
 
+// Hover, references, rename, completion and the workspace's symbols answered from the
+// compile's cross reference, across an include.
+TEST(Tavls, NamesAnsweredFromTheCrossReference) {
+  TempDir dir;
+  write_file(dir / "fields.inc", "field amount pic 9(5)\nfield n pic 9(3)\n");
+  const std::string uri = uri_of(dir / "prog.spl"), inc = uri_of(dir / "fields.inc");
+  Session session(dir.path());
+  for (const char* provider : {"hoverProvider", "referencesProvider", "renameProvider", "workspaceSymbolProvider"})
+    EXPECT_TRUE(session.capabilities[provider].get<bool>()) << provider;
+  session.open(dir / "prog.spl",
+               "#include \"fields.inc\"\n"
+               "object cust type indexed file \"cust\" no-joins\n"
+               "  record n amount end-record\n"
+               "  key n unique\n"
+               "procedure main\n"
+               "  set amount = cust.n\n"
+               "  select n from cust where n = 5\n"
+               "  detail\n"
+               "    do helper\n"
+               "  end-select\n"
+               "end\n"
+               "procedure helper\n"
+               "  set amount = amount + 1\n"
+               "end\n");
+  ASSERT_TRUE(session.client.diagnostics_for(uri));
+  const auto ask = [&](const std::string& method, Json params) {
+    params["textDocument"] = {{"uri", uri}};
+    const std::optional<Json> r = session.client.response(session.client.request(method, std::move(params)));
+    return r ? *r : Json();
+  };
+  const auto at = [](int line, int character) { return Json{{"line", line}, {"character", character}}; };
+  const auto place = [](const Json& location) {
+    return location["uri"].get<std::string>() + " " + std::to_string(location["range"]["start"]["line"].get<int>()) +
+           ":" + std::to_string(location["range"]["start"]["character"].get<int>()) + "-" +
+           std::to_string(location["range"]["end"]["character"].get<int>());
+  };
+
+  // A field: its picture, size and where it is defined; an object of a SELECT: how it is read.
+  std::string hover = ask("textDocument/hover", {{"position", at(5, 7)}})["result"]["contents"]["value"];
+  EXPECT_TRUE(contains(hover, "field amount pic 9(5)")) << hover;
+  EXPECT_TRUE(contains(hover, "defined at fields.inc:1")) << hover;
+  hover = ask("textDocument/hover", {{"position", at(6, 18)}})["result"]["contents"]["value"];
+  EXPECT_TRUE(contains(hover, "object cust")) << hover;
+  EXPECT_TRUE(contains(hover, "key 1: n")) << hover;
+  EXPECT_TRUE(contains(hover, "**select** reads `cust` by index 1")) << hover;
+  EXPECT_TRUE(ask("textDocument/hover", {{"position", at(4, 2)}})["result"].is_null());  // a keyword
+
+  // Every place of amount, the definition in the include first.
+  std::vector<std::string> places;
+  for (const Json& l : ask("textDocument/references", {{"position", at(12, 16)}, {"context", {{"includeDeclaration", true}}}})["result"])
+    places.push_back(place(l));
+  EXPECT_EQ(places, (std::vector<std::string>{inc + " 0:6-12", uri + " 2:11-17", uri + " 5:6-12", uri + " 12:6-12",
+                                              uri + " 12:15-21"}));
+
+  // A section renamed at its definition and its DO; a keyword and a built-in name are refused.
+  const Json edit = ask("textDocument/rename", {{"position", at(8, 8)}, {"newName", "worker"}})["result"];
+  places.clear();
+  for (const Json& e : edit["changes"][uri]) {
+    EXPECT_EQ(e["newText"], "worker");
+    places.push_back(std::to_string(e["range"]["start"]["line"].get<int>()) + ":" +
+                     std::to_string(e["range"]["start"]["character"].get<int>()));
+  }
+  EXPECT_EQ(places, (std::vector<std::string>{"11:10", "8:7"}));
+  const Json refused = ask("textDocument/rename", {{"position", at(8, 8)}, {"newName", "select"}});
+  EXPECT_EQ(refused["error"]["message"], "'select' is a reserved word") << refused.dump();
+  EXPECT_TRUE(ask("textDocument/rename", {{"position", at(4, 2)}, {"newName", "x"}}).contains("error"));
+
+  // Completion: statement words where a statement begins, an object's fields after its dot,
+  // the names in scope after a verb.
+  const auto labels = [&](int line, int character) {
+    std::set<std::string> out;
+    for (const Json& item : ask("textDocument/completion", {{"position", at(line, character)}})["result"])
+      out.insert(item["label"].get<std::string>());
+    return out;
+  };
+  std::set<std::string> got = labels(7, 2);  // "  detail": where a statement begins
+  EXPECT_TRUE(got.count("select") && got.count("procedure") && got.count("set")) << got.size();
+  got = labels(5, 20);  // after "cust."
+  EXPECT_EQ(got, (std::set<std::string>{"n", "amount"}));
+  got = labels(5, 6);  // after "set "
+  EXPECT_TRUE(got.count("amount") && got.count("helper") && got.count("cust")) << got.size();
+
+  // The workspace's symbols: what the open documents define.
+  const std::optional<Json> symbols =
+      session.client.response(session.client.request("workspace/symbol", {{"query", "help"}}));
+  ASSERT_TRUE(symbols && (*symbols)["result"].size() == 1) << (symbols ? symbols->dump() : "");
+  EXPECT_EQ(place((*symbols)["result"][0]["location"]), uri + " 11:10-16");
+
+  // A request cancelled in the same write is answered as cancelled.
+  const auto framed = [](const Json& m) {
+    const std::string body = m.dump();
+    return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  };
+  session.client.send_raw(framed({{"jsonrpc", "2.0"}, {"id", 900}, {"method", "textDocument/hover"},
+                                  {"params", {{"textDocument", {{"uri", uri}}}, {"position", at(5, 7)}}}}) +
+                          framed({{"jsonrpc", "2.0"}, {"method", "$/cancelRequest"}, {"params", {{"id", 900}}}}));
+  const std::optional<Json> cancelled = session.client.response(900);
+  ASSERT_TRUE(cancelled);
+  EXPECT_EQ((*cancelled)["error"]["code"], -32800) << cancelled->dump();
+  EXPECT_EQ(session.finish(), 0);
+}
+
+// Neovim's own client hovers a field, completes after "object." and renames a section.
+TEST(Tavls, NeovimHoversCompletesAndRenames) {
+  const std::string nvim = nvim_program();
+  if (nvim.empty()) GTEST_FAIL() << "nvim is needed (Debian package neovim)";
+  TempDir dir;
+  write_file(dir / "prog.spl",
+             "field amount pic 9(5)\n"
+             "object cust type indexed file \"cust\" no-joins\n"
+             "  record amount end-record\n"
+             "  key amount unique\n"
+             "procedure main\n"
+             "  set amount = cust.amount\n"
+             "  do helper\n"
+             "end\n"
+             "procedure helper\n"
+             "  pause\n"
+             "end\n");
+  write_file(dir / "session.lua", R"lua(
+local dir, tavls, product = ...
+local seen = {}
+local function session()
+local published = false
+local client = vim.lsp.start_client({
+  name = 'tavls', cmd = { tavls }, root_dir = dir, cmd_env = { TAVRIN = product },
+  init_options = { noDictionaries = true },
+  handlers = { ['textDocument/publishDiagnostics'] = function() published = true end },
+})
+vim.cmd('edit ' .. dir .. '/prog.spl')
+local buf = vim.api.nvim_get_current_buf()
+vim.lsp.buf_attach_client(buf, client)
+if not vim.wait(20000, function() return published end, 20) then error('nothing published') end
+local function ask(method, line, character, extra)
+  local params = { textDocument = { uri = vim.uri_from_bufnr(buf) }, position = { line = line, character = character } }
+  for k, v in pairs(extra or {}) do params[k] = v end
+  local answers = vim.lsp.buf_request_sync(buf, method, params, 20000)
+  for _, answer in pairs(answers or {}) do return answer.result end
+end
+table.insert(seen, 'hover ' .. ask('textDocument/hover', 5, 7).contents.value:match('field amount pic [^\n]*'))
+local labels = {}
+for _, item in ipairs(ask('textDocument/completion', 5, 20)) do table.insert(labels, item.label) end
+table.insert(seen, 'completion ' .. table.concat(labels, ','))
+vim.api.nvim_win_set_cursor(0, { 7, 5 })  -- on "helper" of the DO
+vim.lsp.buf.rename('worker')
+if not vim.wait(20000, function() return vim.api.nvim_buf_get_lines(buf, 8, 9, false)[1] == 'procedure worker' end, 20) then
+  error('not renamed')
+end
+table.insert(seen, 'renamed ' .. vim.api.nvim_buf_get_lines(buf, 6, 7, false)[1])
+vim.lsp.stop_client(client)
+end
+local ok, problem = pcall(session)
+if not ok then table.insert(seen, 'error: ' .. tostring(problem)) end
+vim.fn.writefile(seen, dir .. '/seen.txt')
+vim.cmd('qa!')
+)lua");
+  tavtest::RunOptions options;
+  options.cwd = dir.path();
+  const RunResult r = tavtest::run({nvim, "--headless", "--clean", "-c",
+                                    "lua loadfile('session.lua')('" + dir.path() + "', '" + tavtest::program("tavls") +
+                                        "', '" + tavtest::product_dir() + "')"},
+                                   options);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(read_file(dir / "seen.txt"),
+            "hover field amount pic 9(5)\n"
+            "completion amount\n"
+            "renamed   do worker\n");
+}
+
 }  // namespace

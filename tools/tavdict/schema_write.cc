@@ -44,15 +44,6 @@ std::optional<std::string> file_type_word(char letter) {
   return std::nullopt;
 }
 
-// A storage picture of a format word: x(n) for a length, digits, sign and decimals for a number.
-std::string picture_of(uint16_t format) {
-  if (!conv::fmt_numeric(format)) return "x(" + std::to_string(format) + ")";
-  std::string p = conv::fmt_signed(format) ? "s" : "";
-  if (const int d = conv::fmt_digits(format); d > 0) p += "9(" + std::to_string(d) + ")";
-  if (const int d = conv::fmt_decimals(format); d > 0) p += "v9(" + std::to_string(d) + ")";
-  return p;
-}
-
 // The definition clauses that give a field its type letter and format word, as the FIELD
 // statement settles them; nothing when none do.
 std::optional<std::string> type_clauses(char letter, uint16_t format) {
@@ -63,8 +54,8 @@ std::optional<std::string> type_clauses(char letter, uint16_t format) {
     if (row.letter == letter && row.format == 0 && gives(settle_type(letter, false, 0)))
       return "type " + spelled(row.word);
   const bool rounded = conv::fmt_numeric(format) && (format & conv::kFmtRounded);
-  const std::string pic = "pic " + picture_of(format) + (rounded ? " rounded" : "");
-  const PictureResult parsed = parse_picture(picture_of(format));
+  const std::string pic = "pic " + storage_picture(format) + (rounded ? " rounded" : "");
+  const PictureResult parsed = parse_picture(storage_picture(format));
   if (parsed.kind != PictureKind::plain) return std::nullopt;
   const uint16_t stored = storage_format(static_cast<uint16_t>(parsed.format | (rounded ? conv::kFmtRounded : 0)));
   if (gives(settle_type(0, true, stored))) return pic;

@@ -22,6 +22,8 @@
 #include "statements/program.h"
 #include "symbols/compiler_stores.h"
 #include "symbols/dictionary_files.h"
+#include "symbols/records.h"
+#include "hover.h"
 
 namespace tav::lsp {
 
@@ -32,6 +34,31 @@ constexpr uint16_t kDictionaryMask = 0x001F | 0x0400;
 
 constexpr DictTable kDescriptionTables[] = {DictTable::object, DictTable::field, DictTable::record, DictTable::key,
                                             DictTable::documentation};
+
+// The fields of each object the program names, from its record in the program or the
+// dictionary it comes from.
+std::map<std::string, std::vector<std::string>> object_fields(const CompilerStores& c, const XrefIndex& index) {
+  std::map<std::string, std::vector<std::string>> out;
+  const OpSpace& ops = c.stores.ops;
+  for (const XrefSymbol& s : index.symbols) {
+    if (s.kind != XrefKind::object || s.record + osym::size > ops.brk()) continue;
+    std::vector<std::string>& fields = out[s.name];
+    const auto dictno = static_cast<int16_t>(ops.get16(s.record + osym::o_dictno));
+    if (dictno >= 0 && c.dictionaries) {
+      const auto id = static_cast<uint16_t>(ops.get16(s.record + osym::o_objid));
+      for (const DictRecordEntry& e : c.dictionaries->record(dictno, id))
+        if (std::optional<DictField> f = c.dictionaries->field_by_id(dictno, e.field_id)) fields.push_back(f->name);
+      continue;
+    }
+    size_t count = 0;
+    for (uint32_t l = ops.get24(s.record + osym::o_fldobj); l != 0 && l + folink::size <= ops.brk() && count++ < 4096;
+         l = ops.get24(l + folink::fo_fldobj)) {
+      const uint32_t f = ops.get24(l + folink::fo_field);
+      if (f != 0 && f + fsym::size <= ops.brk()) fields.emplace_back(ops.text_at(ops.get24(f + fsym::f_name)));
+    }
+  }
+  return out;
+}
 
 std::string last_component(const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -168,12 +195,20 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
   const std::string copy = dir_ + "/" + last_component(path);
   const std::string output = dir_ + "/pp.out", records = dir_ + "/pp.msg";
   for (const std::string& name : {output, records, dir_ + "/pp.err"}) unlink(name.c_str());
-  if (!write_text(copy, text))
-    return {{problem_diagnostic(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)}))}, {}, {}};
+  if (!write_text(copy, text)) {
+    CompileResult failed;
+    failed.diagnostics.push_back(
+        problem_diagnostic(txt::cant_open_temporary, format_text(txt::cant_open_temporary, {copy, std::to_string(errno)})));
+    return failed;
+  }
 
   std::vector<Diagnostic> out;
   DictionaryFiles* dictionaries = settings.dictionaries ? dictionaries_.get(settings, out) : nullptr;
-  if (!out.empty()) return {out, {}, {}};  // the dictionaries stop every compile, as they stop tavcmp's run
+  if (!out.empty()) {  // the dictionaries stop every compile, as they stop tavcmp's run
+    CompileResult stopped;
+    stopped.diagnostics = std::move(out);
+    return stopped;
+  }
   const EnvironmentOverride environment(settings.environment);
 
   Display display;
@@ -228,7 +263,11 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
         problems.push_back(stop_diagnostic(stop));
         dictionaries_.forget();
         dictionaries = nullptr;
+        compiler.dictionaries = nullptr;  // closed: what is read after the compile does without them
       }
+      done.xref = build_xref(compiler);
+      done.hovers = hover_texts(compiler, done.xref);  // reads the dictionaries: inside the snapshot
+      done.object_fields = object_fields(compiler, done.xref);
       if (dictionaries) dictionaries->end_snapshots();
       if (file.have_table) {
         done.outline = outline_of(compiler, path, text);
@@ -244,6 +283,38 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
     if (render::shown(d)) done.diagnostics.push_back(std::move(d));
   for (const std::string& name : {copy, output, records, dir_ + "/pp.err"}) unlink(name.c_str());
   return done;
+}
+
+std::vector<std::string> CompileService::dictionary_fields(const std::string& object, const Settings& settings) {
+  std::vector<Diagnostic> stop;
+  DictionaryFiles* d = settings.dictionaries ? dictionaries_.get(settings, stop) : nullptr;
+  std::vector<std::string> fields;
+  if (!d) return fields;
+  try {
+    d->begin_snapshots();
+    if (const std::optional<DictObject> o = d->find_object(object))
+      for (const DictRecordEntry& e : d->record(o->dictno, o->id))
+        if (std::optional<DictField> f = d->field_by_id(o->dictno, e.field_id)) fields.push_back(f->name);
+    d->end_snapshots();
+  } catch (const RunStop&) {
+    dictionaries_.forget();  // damaged under us: opened again next time
+  }
+  return fields;
+}
+
+std::vector<std::string> CompileService::dictionary_objects(const Settings& settings) {
+  std::vector<Diagnostic> stop;
+  DictionaryFiles* d = settings.dictionaries ? dictionaries_.get(settings, stop) : nullptr;
+  std::vector<std::string> names;
+  if (!d) return names;
+  try {
+    d->begin_snapshots();
+    names = d->object_names();
+    d->end_snapshots();
+  } catch (const RunStop&) {
+    dictionaries_.forget();
+  }
+  return names;
 }
 
 }  // namespace tav::lsp

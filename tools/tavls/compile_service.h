@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <ctime>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,6 +16,7 @@
 
 #include "diag/diagnostic.h"
 #include "definitions.h"
+#include "driver/xref.h"
 #include "outline.h"
 #include "settings.h"
 
@@ -59,6 +61,9 @@ struct CompileResult {
   std::vector<Diagnostic> diagnostics;
   std::vector<OutlineSymbol> outline;
   std::vector<Definition> definitions;
+  XrefIndex xref;                   // every name with its definition and uses
+  std::vector<std::string> hovers;  // what hover shows of each of xref's symbols
+  std::map<std::string, std::vector<std::string>> object_fields;  // each object's record, in order
 };
 
 class CompileService {
@@ -74,6 +79,11 @@ class CompileService {
   // lists them (follow-on messages left out), and its outline. Places in the text are given as
   // `path`.
   CompileResult compile(const std::string& path, std::string_view text, const Settings& settings);
+
+  // For completion: the fields of a dictionary object's record, and the dictionaries' objects;
+  // nothing without dictionaries.
+  std::vector<std::string> dictionary_fields(const std::string& object, const Settings& settings);
+  std::vector<std::string> dictionary_objects(const Settings& settings);
 
   // The preprocessor beside this program, else the one under TAVRIN/bin.
   std::string tavpp(const Settings& settings) const;

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "server.h"
 #include "tav_version.h"
@@ -59,11 +60,19 @@ int serve(tav::lsp::Server& server) {
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) return server.exit_status();  // the client went away
       reader.feed(std::string_view(buffer, static_cast<size_t>(n)));
+      // A request the client cancelled in the same read is not worked on: it is answered as
+      // cancelled.
+      std::vector<tav::lsp::Frame> frames;
       while (std::optional<tav::lsp::Frame> frame = reader.next()) {
-        if (frame->kind == tav::lsp::Frame::bad_header) server.bad_frame(frame->problem);
-        else server.handle(frame->body);
+        if (frame->kind != tav::lsp::Frame::bad_header) server.note_cancel(frame->body);
+        frames.push_back(std::move(*frame));
+      }
+      for (const tav::lsp::Frame& frame : frames) {
+        if (frame.kind == tav::lsp::Frame::bad_header) server.bad_frame(frame.problem);
+        else server.handle(frame.body);
         if (server.exited()) return server.exit_status();
       }
+      server.forget_cancels();
       continue;  // read what else has come before compiling: a newer text replaces the older
     }
     server.run_due_compiles();

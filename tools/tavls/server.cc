@@ -2,9 +2,8 @@
 
 #include <fstream>
 #include <map>
-#include <memory>
-#include <sstream>
 
+#include "hover.h"
 #include "outline.h"
 #include "publish.h"
 #include "tav_version.h"
@@ -20,6 +19,8 @@ constexpr int kParseError = -32700;
 constexpr int kInvalidRequest = -32600;
 constexpr int kMethodNotFound = -32601;
 constexpr int kServerNotInitialized = -32002;
+constexpr int kRequestFailed = -32803;
+constexpr int kRequestCancelled = -32800;
 
 using Json = nlohmann::json;
 
@@ -54,40 +55,20 @@ std::string root_of(const Json& params) {
   return {};
 }
 
-// Lines of files as they are on disk, each file read once per compile.
-class DiskLines {
- public:
-  std::optional<std::string> line(const std::string& path, int line) {
-    auto it = files_.find(path);
-    if (it == files_.end()) {
-      std::ifstream in(path, std::ios::binary);
-      std::unique_ptr<File> file;
-      if (in) {
-        std::stringstream s;
-        s << in.rdbuf();
-        file = std::make_unique<File>(s.str());
-      }
-      it = files_.emplace(path, std::move(file)).first;
-    }
-    if (!it->second) return std::nullopt;
-    return std::string(it->second->lines.line(line - 1));
-  }
-
- private:
-  struct File {
-    explicit File(std::string t) : text(std::move(t)), lines(text) {}
-    std::string text;
-    LineIndex lines;  // of `text`: a File is never moved
-  };
-  std::map<std::string, std::unique_ptr<File>> files_;  // null: the file cannot be read
-};
-
 }  // namespace
 
 Server::Server(int out_fd, std::string program_dir, std::string work_dir)
     : out_fd_(out_fd), compiler_(std::move(program_dir), std::move(work_dir)) {}
 
 void Server::bad_frame(const std::string& problem) { respond_error(nullptr, kParseError, problem); }
+
+void Server::note_cancel(std::string_view body) {
+  if (body.find("$/cancelRequest") == std::string_view::npos) return;
+  const Json message = Json::parse(body, nullptr, false);
+  if (message.is_discarded() || string_member(message, "method") != "$/cancelRequest") return;
+  const Json& id = member(member(message, "params"), "id");
+  if (id.is_string() || id.is_number_integer()) cancelled_.insert(id.dump());
+}
 
 void Server::handle(std::string_view body) {
   const Json message = Json::parse(body, nullptr, false);
@@ -116,6 +97,10 @@ void Server::handle(std::string_view body) {
 }
 
 void Server::request(const Json& id, const std::string& method, const Json& params) {
+  if (cancelled_.erase(id.dump()) > 0) {
+    respond_error(id, kRequestCancelled, "the request was cancelled");
+    return;
+  }
   if (state_ == State::starting && method != "initialize") {
     respond_error(id, kServerNotInitialized, "the server is not initialized");
     return;
@@ -136,6 +121,16 @@ void Server::request(const Json& id, const std::string& method, const Json& para
     respond(id, symbols && d ? document_symbols(*symbols, d->text) : Json::array());
   } else if (method == "textDocument/definition") {
     respond(id, definition(params));
+  } else if (method == "textDocument/hover") {
+    respond(id, hover(params));
+  } else if (method == "textDocument/references") {
+    respond(id, references(params));
+  } else if (method == "textDocument/rename") {
+    rename(id, params);
+  } else if (method == "textDocument/completion") {
+    respond(id, completion(params));
+  } else if (method == "workspace/symbol") {
+    respond(id, workspace_symbol(params));
   } else if (method == "textDocument/foldingRange") {
     const std::vector<OutlineSymbol>* symbols = outline(params);
     respond(id, symbols ? folding_ranges(*symbols) : Json::array());
@@ -159,8 +154,8 @@ void Server::notification(const std::string& method, const Json& params) {
   else if (method == "textDocument/didSave") did_save(params);
   else if (method == "textDocument/didClose") did_close(params);
   else if (method == "workspace/didChangeConfiguration") did_change_configuration(params);
-  // "initialized", "$/cancelRequest" (every request is answered before the next is read; a
-  // compile waiting for a newer text is replaced by it) and the rest need nothing.
+  // "initialized", "$/cancelRequest" (taken before the requests of its read: note_cancel) and
+  // the rest need nothing.
 }
 
 Json Server::initialize(const Json& params) {
@@ -174,6 +169,11 @@ Json Server::initialize(const Json& params) {
             {"documentSymbolProvider", true},
             {"foldingRangeProvider", true},
             {"definitionProvider", true},
+            {"hoverProvider", true},
+            {"referencesProvider", true},
+            {"renameProvider", true},
+            {"completionProvider", {{"triggerCharacters", {"."}}}},
+            {"workspaceSymbolProvider", true},
             {"textDocumentSync", {{"openClose", true}, {"change", 2}, {"save", {{"includeText", true}}}}}}},
           {"serverInfo", {{"name", "tavls"}, {"version", version}}}};
 }
@@ -222,6 +222,7 @@ void Server::did_close(const Json& params) {
   due_.erase(uri);
   outlines_.erase(uri);
   definitions_.erase(uri);
+  indexes_.erase(uri);
   documents_.close(uri);
   for (const std::string& published : published_[uri]) publish(published, Json::array(), nullptr);
   published_.erase(uri);
@@ -260,6 +261,7 @@ void Server::compile_and_publish(Document& d) {
   CompileResult result = compiler_.compile(d.path, d.text, settings_);
   outlines_[d.uri] = std::move(result.outline);
   definitions_[d.uri] = std::move(result.definitions);
+  indexes_[d.uri] = {std::move(result.xref), std::move(result.hovers), std::move(result.object_fields)};
   const std::vector<Diagnostic>& items = result.diagnostics;
   DiskLines disk;
   const LineIndex own(d.text);
@@ -337,7 +339,13 @@ Json Server::definition(const Json& params) {
     return found.empty() ? Json(nullptr) : location(found, 0, 0, 0);
   }
   const Definition* def = resolve(definitions_[uri], word_at(text, at), d->path, line + 1);
-  if (!def) return nullptr;
+  if (!def) {
+    // Reports and modes, and any other name the cross reference places.
+    const XrefSymbol* s = symbol_at(indexes_[uri].xref, d->path, line + 1, character_column(text, at));
+    if (!s || !s->definition.known()) return nullptr;
+    SourceLines source = source_lines();
+    return location_of(s->definition, source);
+  }
   DiskLines disk;
   const std::optional<std::string> there =
       def->where.file == d->path ? std::optional<std::string>(std::string(lines.line(def->where.line - 1)))
@@ -358,6 +366,128 @@ std::string Server::find_include(const Document& d, const std::string& name) con
   for (const std::string& c : candidates)
     if (std::ifstream(c).good()) return c;
   return {};
+}
+
+Document* Server::current(const Json& params) {
+  const std::string uri = string_member(member(params, "textDocument"), "uri");
+  Document* d = documents_.find(uri);
+  if (d && (due_.erase(uri) > 0 || !indexes_.count(uri))) compile_and_publish(*d);
+  return d;
+}
+
+bool Server::position(const Document& d, const Json& params, int& line, int& column, std::string& before) const {
+  const Json& at = member(params, "position");
+  const int l = int_member(at, "line");
+  const LineIndex lines(d.text);
+  if (l < 0 || l >= lines.count()) return false;
+  const std::string_view text = lines.line(l);
+  const size_t start = static_cast<size_t>(text.data() - d.text.data());
+  const size_t offset = offset_of(d.text, l, int_member(at, "character")) - start;
+  line = l + 1;
+  column = character_column(text, offset);
+  before = std::string(text.substr(0, offset));
+  return true;
+}
+
+const XrefSymbol* Server::symbol_at_position(const Json& params, Document*& d) {
+  d = current(params);
+  int line = 0, column = 0;
+  std::string before;
+  if (!d || !position(*d, params, line, column, before)) return nullptr;
+  const auto it = indexes_.find(d->uri);
+  if (it == indexes_.end()) return nullptr;
+  // The cursor may stand just after the word.
+  const XrefSymbol* s = lsp::symbol_at(it->second.xref, d->path, line, column);
+  return s || column <= 1 ? s : lsp::symbol_at(it->second.xref, d->path, line, column - 1);
+}
+
+SourceLines Server::source_lines() {
+  return SourceLines([this](const std::string& path) -> const std::string* {
+    for (const std::string& uri : documents_.uris())
+      if (const Document* d = documents_.find(uri); d && d->path == path) return &d->text;
+    return nullptr;
+  });
+}
+
+// textDocument/hover: what the name under the cursor is, and how a SELECT or GET reads the
+// object named there.
+Json Server::hover(const Json& params) {
+  Document* d = nullptr;
+  const XrefSymbol* s = symbol_at_position(params, d);
+  if (!s) return nullptr;
+  const Index& index = indexes_[d->uri];
+  const size_t n = static_cast<size_t>(s - index.xref.symbols.data());
+  std::string text = n < index.hovers.size() ? index.hovers[n] : std::string();
+  int line = 0, column = 0;
+  std::string before;
+  position(*d, params, line, column, before);
+  for (const XrefObjectRead& r : index.xref.reads)
+    if (r.at.file == d->path && r.at.line == line && column >= r.at.column && column <= r.at.end_column)
+      text += "\n\n" + read_text(r);
+  if (text.empty()) return nullptr;
+  return {{"contents", {{"kind", "markdown"}, {"value", text}}}};
+}
+
+// textDocument/references: every place of the name, across the program's files.
+Json Server::references(const Json& params) {
+  Document* d = nullptr;
+  const XrefSymbol* s = symbol_at_position(params, d);
+  if (!s) return Json::array();
+  const bool with_definition = member(member(params, "context"), "includeDeclaration") != Json(false);
+  SourceLines lines = source_lines();
+  return lsp::references(*s, with_definition, lines);
+}
+
+// textDocument/rename: the new name at every place, or an error that says why not.
+void Server::rename(const Json& id, const Json& params) {
+  Document* d = nullptr;
+  const XrefSymbol* s = symbol_at_position(params, d);
+  if (!s) {
+    respond_error(id, kRequestFailed, "no name the program defines is here");
+    return;
+  }
+  const std::string name = string_member(params, "newName");
+  if (const std::string why = rename_refusal(*s, name); !why.empty()) {
+    respond_error(id, kRequestFailed, why);
+    return;
+  }
+  SourceLines lines = source_lines();
+  respond(id, rename_edit(*s, name, lines));
+}
+
+// textDocument/completion: statement words where a statement begins, clause words after a
+// verb, the names in scope, and an object's fields after "object.".
+Json Server::completion(const Json& params) {
+  Document* d = current(params);
+  int line = 0, column = 0;
+  std::string before;
+  if (!d || !position(*d, params, line, column, before)) return Json::array();
+  const CompletionContext context = completion_context(before);
+  const auto it = indexes_.find(d->uri);
+  const Index* index = it == indexes_.end() ? nullptr : &it->second;
+  std::vector<std::string> fields;
+  if (context.kind == CompletionContext::Kind::object_fields) {
+    const auto known = index ? index->object_fields.find(context.object) : std::map<std::string, std::vector<std::string>>::const_iterator();
+    fields = index && known != index->object_fields.end() ? known->second
+                                                          : compiler_.dictionary_fields(context.object, settings_);
+  }
+  const std::vector<std::string> objects =
+      context.kind == CompletionContext::Kind::names ? compiler_.dictionary_objects(settings_) : std::vector<std::string>();
+  return completion_items(context, index ? &index->xref : nullptr, d->path, line, fields, objects);
+}
+
+// workspace/symbol: the names every open document defines.
+Json Server::workspace_symbol(const Json& params) {
+  const std::string query = string_member(params, "query");
+  Json out = Json::array();
+  SourceLines lines = source_lines();
+  for (const std::string& uri : documents_.uris()) {
+    Document* d = documents_.find(uri);
+    if (!d) continue;
+    if (due_.erase(uri) > 0 || !indexes_.count(uri)) compile_and_publish(*d);
+    workspace_symbols(indexes_[uri].xref, query, lines, out);
+  }
+  return out;
 }
 
 }  // namespace tav::lsp

@@ -13,6 +13,7 @@
 
 #include "compile_service.h"
 #include "documents.h"
+#include "navigation.h"
 #include "settings.h"
 
 namespace tav::lsp {
@@ -29,6 +30,11 @@ class Server {
   // One framed message's body, or a header block that could not be read.
   void handle(std::string_view body);
   void bad_frame(const std::string& problem);
+
+  // $/cancelRequest: a request of the same read with that id is answered as cancelled rather
+  // than worked on (later requests are answered before anything else is read).
+  void note_cancel(std::string_view body);
+  void forget_cancels() { cancelled_.clear(); }
 
   // The milliseconds until the next compile is due (0: due now), -1 when none is waiting.
   int next_due_ms() const;
@@ -58,6 +64,19 @@ class Server {
   // for a document that is not open.
   const std::vector<OutlineSymbol>* outline(const Json& params);
   Json definition(const Json& params);
+  // The document of a request's textDocument, compiled first when a compile is waiting; null
+  // when it is not open.
+  Document* current(const Json& params);
+  // The position of a request in the compiler's terms: the line (from 1), the character column
+  // (from 1), and the line's text before it. False outside the text.
+  bool position(const Document& d, const Json& params, int& line, int& column, std::string& before) const;
+  const XrefSymbol* symbol_at_position(const Json& params, Document*& d);
+  SourceLines source_lines();
+  Json hover(const Json& params);
+  Json references(const Json& params);
+  void rename(const Json& id, const Json& params);
+  Json completion(const Json& params);
+  Json workspace_symbol(const Json& params);
   std::string find_include(const Document& d, const std::string& name) const;
   void publish(const std::string& uri, Json diagnostics, const Document* d);
 
@@ -80,6 +99,14 @@ class Server {
   std::map<std::string, std::set<std::string>> published_;  // per document, the URIs it published for
   std::map<std::string, std::vector<OutlineSymbol>> outlines_;  // per document, of its last compile
   std::map<std::string, std::vector<Definition>> definitions_;  // the same
+  // The same: the cross reference, hover texts and objects' fields.
+  struct Index {
+    XrefIndex xref;
+    std::vector<std::string> hovers;
+    std::map<std::string, std::vector<std::string>> object_fields;
+  };
+  std::map<std::string, Index> indexes_;
+  std::set<std::string> cancelled_;  // the ids (as JSON text) of requests cancelled
 };
 
 }  // namespace tav::lsp

@@ -1,5 +1,8 @@
 #include "text_positions.h"
 
+#include <fstream>
+#include <sstream>
+
 #include "diag/render_text.h"
 
 namespace tav::lsp {
@@ -138,6 +141,22 @@ std::optional<std::string> path_of_uri(std::string_view uri) {
     }
   }
   return path;
+}
+
+std::optional<std::string> DiskLines::line(const std::string& path, int line) {
+  auto it = files_.find(path);
+  if (it == files_.end()) {
+    std::ifstream in(path, std::ios::binary);
+    std::unique_ptr<File> file;
+    if (in) {
+      std::stringstream s;
+      s << in.rdbuf();
+      file = std::make_unique<File>(s.str());
+    }
+    it = files_.emplace(path, std::move(file)).first;
+  }
+  if (!it->second) return std::nullopt;
+  return std::string(it->second->lines.line(line - 1));
 }
 
 }  // namespace tav::lsp

@@ -3,9 +3,12 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tav::lsp {
@@ -38,6 +41,21 @@ class LineIndex {
 int utf16_column(std::string_view line, int column);
 // The length of `line` in UTF-16 code units.
 int utf16_length(std::string_view line);
+
+// Lines of files as they are on disk, each file read once for the object's life.
+class DiskLines {
+ public:
+  // Line `line` (from 1) of the file; nothing when the file cannot be read.
+  std::optional<std::string> line(const std::string& path, int line);
+
+ private:
+  struct File {
+    explicit File(std::string t) : text(std::move(t)), lines(text) {}
+    std::string text;
+    LineIndex lines;  // of `text`: a File is never moved
+  };
+  std::map<std::string, std::unique_ptr<File>> files_;  // null: the file cannot be read
+};
 
 // "file:///a/b%20c.spl" for "/a/b c.spl", and back; nothing for another scheme.
 std::string uri_of_path(std::string_view path);
