@@ -293,6 +293,7 @@ void Driver::start_up() {
   compiler_->dictionaries = dictionaries_.get();
   compiler_->catalogue = catalogue_.get();
   compiler_->tok.set_include_chain(modern_);
+  compiler_->syms.set_keep_xref(!run_.options.xref_output.empty());
 }
 
 // A diagnostics format takes standard output (json, sarif) or standard error (gcc) for itself:

@@ -109,6 +109,11 @@ XrefIndex build_xref(const CompilerStores& c) {
     read.whole_table = r.whole_table;
     out.reads.push_back(std::move(read));
   }
+  for (const XrefBlock& b : c.syms.xref().blocks()) {
+    const SourceRange open = c.tok.diag_range(b.open), close = c.tok.diag_range(b.close);
+    if (open.known() && close.known() && open.file == close.file && close.line > open.line)
+      out.blocks.push_back({std::string(b.word), open.file, open.line, close.line});
+  }
   return out;
 }
 

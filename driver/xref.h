@@ -44,9 +44,17 @@ struct XrefObjectRead {
   bool whole_table = false;
 };
 
+struct XrefBlockLines {
+  std::string word;  // "IF", "WHILE", ...
+  std::string file;
+  int open_line = 0;
+  int close_line = 0;
+};
+
 struct XrefIndex {
   std::vector<XrefSymbol> symbols;
   std::vector<XrefObjectRead> reads;
+  std::vector<XrefBlockLines> blocks;  // each closed block of statements
 
   // The symbol whose definition or one of whose uses covers `column` (1-based, in characters)
   // of `line` in `file`; null when none does.

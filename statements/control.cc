@@ -39,6 +39,7 @@ struct Opened {
 // The note names the statement that opened the block, where it stands.
 bool close_with(Parser& p, uint32_t found, uint32_t closing, txt::Text missing, const Opened& opened) {
   if (found == verb("end") || found == closing) {
+    if (p.syms.keeps_xref()) p.syms.xref().add_block({opened.word, opened.mark, p.diag.current_mark()});
     p.next();
     p.accept();
     return true;

@@ -78,7 +78,7 @@ void check_last_full_key(RecordIo& r) {
 // For the cross reference: the key a GET reads by, and its fields that the statement gives.
 void note_get_read(RecordIo& r) {
   Parser& p = r.p;
-  if (!p.syms.keeps_places() || r.object == 0) return;
+  if (!p.syms.keeps_xref() || r.object == 0) return;
   const OpSpace& ops = p.ops;
   XrefRead read;
   read.object = r.object;

@@ -37,7 +37,7 @@ uint32_t name_object(Select& s, uint32_t object, bool outer) {
     ops.put16(from + fromrec::fe_level, static_cast<uint32_t>(++s.levels));
   }
   ops.put16(from + fromrec::fe_flags, flags);
-  if (s.p.syms.keeps_places()) s.named_at.emplace_back(from, s.p.syms.xref().last_place(object));
+  if (s.p.syms.keeps_xref()) s.named_at.emplace_back(from, s.p.syms.xref().last_place(object));
   return from;
 }
 

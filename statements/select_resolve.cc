@@ -227,7 +227,7 @@ void optimise_keys(Select& s) {
   }
   for (uint32_t e : entries) join_pass(p, e, where);
   for (uint32_t e : entries) range_pass(p, e, where);
-  if (p.syms.keeps_places()) note_reads(s);
+  if (p.syms.keeps_xref()) note_reads(s);
 }
 
 void build_column_lists(Select& s) {

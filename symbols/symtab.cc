@@ -108,7 +108,7 @@ void SymbolTable::note_used(uint32_t record, SourceMark where) {
 }
 
 void SymbolTable::note_name(XrefKind kind, uint32_t record, std::string_view name, bool definition) {
-  if (!keeps_places() || record == 0) return;
+  if (!keeps_xref() || record == 0) return;
   const SourceMark where = places_diag_->mark_of_word(name);
   if (!where.known()) return;  // a name the compiler supplies, not one written here
   xref_.add({kind, record, std::string(name.substr(0, kSymbolNameLength)), where, definition, xref_.statement(),

@@ -146,10 +146,11 @@ class SymbolTable {
   void note_used(uint32_t record);
   void note_used(uint32_t record, SourceMark where);  // used at an earlier place
 
-  // The cross reference: `name`, the word just read, defines or names `record`. Kept only
-  // while the places are.
+  // The cross reference: `name`, the word just read, defines or names `record`. Kept only when
+  // asked for (tavcmp --xref, the language server) and while the places are.
   void note_name(XrefKind kind, uint32_t record, std::string_view name, bool definition = false);
-  bool keeps_places() const { return places_diag_ && places_diag_->collecting(); }
+  void set_keep_xref(bool on) { keep_xref_ = on; }
+  bool keeps_xref() const { return keep_xref_ && places_diag_ && places_diag_->collecting(); }
   CrossReference& xref() { return xref_; }
   const CrossReference& xref() const { return xref_; }
 
@@ -178,6 +179,7 @@ class SymbolTable {
   std::unordered_map<uint32_t, SourceMark> defined_at_;
   std::unordered_map<uint32_t, SourceMark> first_used_at_;
   CrossReference xref_;
+  bool keep_xref_ = false;
 };
 
 }  // namespace tav

@@ -26,6 +26,7 @@ std::string_view object_access_name(ObjectAccess access) {
 void CrossReference::clear() {
   names_.clear();
   reads_.clear();
+  blocks_.clear();
   statement_ = {};
   access_ = ObjectAccess::none;
 }

@@ -1,5 +1,6 @@
 // The program's cross reference: every place a field, object, section, report or mode is defined
-// or named, the statement that named it, and how each SELECT and GET reads its objects. It is
+// or named, the statement that named it, how each SELECT and GET reads its objects, and where
+// each block of statements opens and closes. It is
 // kept while the places are (the diagnostics collect) and read by the language server and by
 // tavcmp --xref; nothing of it goes into the table.
 #pragma once
@@ -42,6 +43,13 @@ struct XrefRead {
   bool whole_table = false;
 };
 
+// A block of statements (IF ... END-IF, a loop, SWITCH): its opening word and its closing word.
+struct XrefBlock {
+  std::string_view word;
+  SourceMark open;
+  SourceMark close;
+};
+
 class CrossReference {
  public:
   void clear();
@@ -51,11 +59,13 @@ class CrossReference {
   // definition in the program.
   void not_defined_here(uint32_t record);
   void add_read(XrefRead read) { reads_.push_back(std::move(read)); }
+  void add_block(XrefBlock block) { blocks_.push_back(block); }
   // The place of the last entry naming `record`; unknown when there is none.
   SourceMark last_place(uint32_t record) const;
 
   const std::vector<XrefName>& names() const { return names_; }
   const std::vector<XrefRead>& reads() const { return reads_; }
+  const std::vector<XrefBlock>& blocks() const { return blocks_; }
 
   // The statement being compiled, for the entries made while it is.
   void set_statement(std::string_view keyword, ObjectAccess access) {
@@ -68,6 +78,7 @@ class CrossReference {
  private:
   std::vector<XrefName> names_;
   std::vector<XrefRead> reads_;
+  std::vector<XrefBlock> blocks_;
   std::string_view statement_;
   ObjectAccess access_ = ObjectAccess::none;
 };

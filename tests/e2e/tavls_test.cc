@@ -323,6 +323,15 @@ TEST(Tavls, DictionariesFollowTheirFiles) {
   session.open(dir / "prog.spl", program);
   EXPECT_EQ(session.diagnostics({uri}), expected(dir.path(), "prog.spl", options));
 
+  // A dictionary's field: its definition as tavdict dump writes it, in a read-only file.
+  const std::optional<Json> def = session.client.response(session.client.request(
+      "textDocument/definition", {{"textDocument", {{"uri", uri}}}, {"position", {{"line", 2}, {"character", 7}}}}));
+  ASSERT_TRUE(def && (*def)["result"].is_object()) << (def ? def->dump() : "no answer");
+  const std::string view = (*def)["result"]["uri"].get<std::string>().substr(7);
+  EXPECT_TRUE(view.ends_with("/dictionary/amount.sch")) << view;
+  EXPECT_EQ(line_of(view, (*def)["result"]["range"]["start"]["line"].get<int>() + 1).rfind("field amount", 0), 0u)
+      << read_file(view);
+
   fs::remove_all(dir / "d");
   load_dictionary(dir, "d/", shop);  // no amount any more
   std::vector<Seen> want = expected(dir.path(), "prog.spl", options);
@@ -337,8 +346,9 @@ TEST(Tavls, DictionariesFollowTheirFiles) {
   EXPECT_EQ(session.finish(), 0);
 }
 
-// The outline: fields, objects and sections where they are defined, a section's parts inside it,
-// each section folding to its last line; the newest text is compiled before answering.
+// The outline: fields, objects, modes, reports and sections where they are defined, a section's
+// parts inside it, each section folding to its last line and each block of statements to its
+// closing word; the newest text is compiled before answering.
 TEST(Tavls, OutlineAndFolding) {
   TempDir dir;
   const std::string uri = uri_of(dir / "prog.spl");
@@ -346,7 +356,7 @@ TEST(Tavls, OutlineAndFolding) {
   EXPECT_TRUE(session.capabilities["documentSymbolProvider"].get<bool>());
   session.open(dir / "prog.spl", "procedure main\n  pause\nend\n");
   session.client.notify("textDocument/didChange", Json::parse(R"({"textDocument": {"uri": ")" + uri + R"(", "version": 2},
-      "contentChanges": [{"text": "field n pic 9(3)\nobject cust type indexed file \"cust\"\n  record n end-record\n  key n unique\n\nscreen cust-entry\n  before\n    set n = 1\n  detail\n    accept n @ 2,2\n  after\n    pause\nend-screen\n\nprocedure main\n  do cust-entry\nend\n"}]})"));
+      "contentChanges": [{"text": "field n pic 9(3)\nobject cust type indexed file \"cust\"\n  record n end-record\n  key n unique\nmode archive prompt \"Arch\"\nscreen cust-entry\n  before\n    set n = 1\n  detail\n    accept n @ 2,2\n  after\n    pause\nend-screen\n\nprocedure main\n  do cust-entry\n  if n = 1\n    pause\n  end-if\n  report name listing title \"L\"\nend\n"}]})"));
   const std::optional<Json> symbols = session.client.response(
       session.client.request("textDocument/documentSymbol", {{"textDocument", {{"uri", uri}}}}));
   ASSERT_TRUE(symbols);
@@ -360,13 +370,16 @@ TEST(Tavls, OutlineAndFolding) {
     seen.push_back(line(s));
     for (const Json& c : s.value("children", Json::array())) seen.push_back("  " + line(c));
   }
-  EXPECT_EQ(seen, (std::vector<std::string>{"n field 0-0 at 6", "cust object 1-1 at 7", "cust-entry screen 5-12 at 7",
-                                            "  before before 6-7 at 2", "  detail detail 8-9 at 2",
-                                            "  after after 10-12 at 2", "main procedure 14-16 at 10"}));
+  EXPECT_EQ(seen, (std::vector<std::string>{"n field 0-0 at 6", "cust object 1-1 at 7", "archive mode 4-4 at 5",
+                                            "cust-entry screen 5-12 at 7", "  before before 6-7 at 2",
+                                            "  detail detail 8-9 at 2", "  after after 10-12 at 2",
+                                            "main procedure 14-20 at 10", "listing report 19-19 at 14"}));
   const std::optional<Json> folds =
       session.client.response(session.client.request("textDocument/foldingRange", {{"textDocument", {{"uri", uri}}}}));
   ASSERT_TRUE(folds);
-  EXPECT_EQ((*folds)["result"].size(), 5u) << folds->dump();
+  ASSERT_EQ((*folds)["result"].size(), 6u) << folds->dump();  // the sections, their parts, the IF block
+  EXPECT_EQ((*folds)["result"][0]["startLine"], 16);
+  EXPECT_EQ((*folds)["result"][0]["endLine"], 18);
   // A document that is not open has no outline.
   const std::optional<Json> none = session.client.response(
       session.client.request("textDocument/documentSymbol", {{"textDocument", {{"uri", uri + "x"}}}}));
@@ -593,7 +606,7 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
                "  key n unique\n"
                "procedure main\n"
                "  set amount = cust.n\n"
-               "  select n from cust where n = 5\n"
+               "  select cust.n from cust where cust.n = 5\n"
                "  detail\n"
                "    do helper\n"
                "  end-select\n"
@@ -618,7 +631,7 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
   std::string hover = ask("textDocument/hover", {{"position", at(5, 7)}})["result"]["contents"]["value"];
   EXPECT_TRUE(contains(hover, "field amount pic 9(5)")) << hover;
   EXPECT_TRUE(contains(hover, "defined at fields.inc:1")) << hover;
-  hover = ask("textDocument/hover", {{"position", at(6, 18)}})["result"]["contents"]["value"];
+  hover = ask("textDocument/hover", {{"position", at(6, 23)}})["result"]["contents"]["value"];
   EXPECT_TRUE(contains(hover, "object cust")) << hover;
   EXPECT_TRUE(contains(hover, "key 1: n")) << hover;
   EXPECT_TRUE(contains(hover, "**select** reads `cust` by index 1")) << hover;
@@ -626,8 +639,8 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
 
   // Every place of amount, the definition in the include first.
   std::vector<std::string> places;
-  for (const Json& l : ask("textDocument/references", {{"position", at(12, 16)}, {"context", {{"includeDeclaration", true}}}})["result"])
-    places.push_back(place(l));
+  const Json refs = ask("textDocument/references", {{"position", at(12, 16)}, {"context", {{"includeDeclaration", true}}}});
+  for (const Json& l : refs["result"]) places.push_back(place(l));
   EXPECT_EQ(places, (std::vector<std::string>{inc + " 0:6-12", uri + " 2:11-17", uri + " 5:6-12", uri + " 12:6-12",
                                               uri + " 12:15-21"}));
 
@@ -648,8 +661,8 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
   // the names in scope after a verb.
   const auto labels = [&](int line, int character) {
     std::set<std::string> out;
-    for (const Json& item : ask("textDocument/completion", {{"position", at(line, character)}})["result"])
-      out.insert(item["label"].get<std::string>());
+    const Json items = ask("textDocument/completion", {{"position", at(line, character)}});
+    for (const Json& item : items["result"]) out.insert(item["label"].get<std::string>());
     return out;
   };
   std::set<std::string> got = labels(7, 2);  // "  detail": where a statement begins
@@ -679,11 +692,15 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
   EXPECT_EQ(session.finish(), 0);
 }
 
-// Neovim's own client hovers a field, completes after "object." and renames a section.
+// Neovim's own client hovers a field, completes after "object.", renames a section and goes to
+// a dictionary object's definition.
 TEST(Tavls, NeovimHoversCompletesAndRenames) {
   const std::string nvim = nvim_program();
   if (nvim.empty()) GTEST_FAIL() << "nvim is needed (Debian package neovim)";
   TempDir dir;
+  load_dictionary(dir, "d/",
+                  "field cust-no pic 9(6)\nobject customer type indexed file \"cust\"\n"
+                  "  record cust-no end-record\n  key cust-no unique\n");
   write_file(dir / "prog.spl",
              "field amount pic 9(5)\n"
              "object cust type indexed file \"cust\" no-joins\n"
@@ -692,6 +709,7 @@ TEST(Tavls, NeovimHoversCompletesAndRenames) {
              "procedure main\n"
              "  set amount = cust.amount\n"
              "  do helper\n"
+             "  get customer key 1\n"
              "end\n"
              "procedure helper\n"
              "  pause\n"
@@ -703,7 +721,7 @@ local function session()
 local published = false
 local client = vim.lsp.start_client({
   name = 'tavls', cmd = { tavls }, root_dir = dir, cmd_env = { TAVRIN = product },
-  init_options = { noDictionaries = true },
+  init_options = { globalDictionary = 'd/' },
   handlers = { ['textDocument/publishDiagnostics'] = function() published = true end },
 })
 vim.cmd('edit ' .. dir .. '/prog.spl')
@@ -722,10 +740,14 @@ for _, item in ipairs(ask('textDocument/completion', 5, 20)) do table.insert(lab
 table.insert(seen, 'completion ' .. table.concat(labels, ','))
 vim.api.nvim_win_set_cursor(0, { 7, 5 })  -- on "helper" of the DO
 vim.lsp.buf.rename('worker')
-if not vim.wait(20000, function() return vim.api.nvim_buf_get_lines(buf, 8, 9, false)[1] == 'procedure worker' end, 20) then
+if not vim.wait(20000, function() return vim.api.nvim_buf_get_lines(buf, 9, 10, false)[1] == 'procedure worker' end, 20) then
   error('not renamed')
 end
 table.insert(seen, 'renamed ' .. vim.api.nvim_buf_get_lines(buf, 6, 7, false)[1])
+vim.api.nvim_win_set_cursor(0, { 8, 7 })  -- on "customer", a dictionary's object
+vim.lsp.buf.definition()
+if not vim.wait(20000, function() return vim.api.nvim_get_current_buf() ~= buf end, 20) then error('no jump') end
+table.insert(seen, vim.fn.fnamemodify(vim.api.nvim_buf_get_name(0), ':t') .. ': ' .. vim.api.nvim_get_current_line())
 vim.lsp.stop_client(client)
 end
 local ok, problem = pcall(session)
@@ -743,7 +765,53 @@ vim.cmd('qa!')
   EXPECT_EQ(read_file(dir / "seen.txt"),
             "hover field amount pic 9(5)\n"
             "completion amount\n"
-            "renamed   do worker\n");
+            "renamed   do worker\n"
+            "customer.sch: object customer type indexed file \"cust\"\n");
+}
+
+// Any buffer: the compile fuzzer's seeds and what its corpus has grown to, each opened as an
+// unsaved buffer and asked about at places of its first lines; every request is answered and the
+// session ends cleanly.
+TEST(Tavls, FuzzCorpusReplayedThroughTheServer) {
+  const fs::path build = fs::path(tavtest::product_dir()).parent_path();
+  std::vector<fs::path> inputs;
+  for (const fs::path& dir : {build / "tests/fuzz/inputs/seeds", build / "tests/fuzz/compile_fuzz.corpus"}) {
+    std::vector<fs::path> files;
+    if (fs::is_directory(dir))
+      for (const auto& entry : fs::directory_iterator(dir)) files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    if (files.size() > 50) files.resize(50);
+    inputs.insert(inputs.end(), files.begin(), files.end());
+  }
+  for (const auto& entry : fs::directory_iterator(fs::path(tavtest::source_dir()) / "tests/fuzz"))
+    if (entry.path().extension() == ".spl") inputs.push_back(entry.path());
+  ASSERT_FALSE(inputs.empty());
+  TempDir dir;
+  Session session(dir.path());
+  int answered = 0, asked = 0;
+  for (size_t n = 0; n < inputs.size(); ++n) {
+    std::string text = read_file(inputs[n]);
+    if (inputs[n].extension() != ".spl" && !text.empty()) text.erase(0, 1);  // the fuzzer's option byte
+    for (char& c : text)
+      if (static_cast<unsigned char>(c) >= 0x80 || c == '\0') c = '?';  // the protocol carries UTF-8
+    const std::string path = dir / ("in" + std::to_string(n) + ".spl");
+    const std::string uri = uri_of(path);
+    session.open(path, text);
+    ASSERT_TRUE(session.client.diagnostics_for(uri)) << inputs[n];
+    for (const char* method : {"textDocument/hover", "textDocument/completion", "textDocument/references",
+                               "textDocument/definition", "textDocument/documentSymbol", "textDocument/foldingRange"}) {
+      for (int line = 0; line < 4; ++line) {
+        const Json params{{"textDocument", {{"uri", uri}}}, {"position", {{"line", line}, {"character", 3 * line + 2}}},
+                          {"context", {{"includeDeclaration", true}}}};
+        ++asked;
+        const std::optional<Json> r = session.client.response(session.client.request(method, params));
+        if (r && (r->contains("result") || r->contains("error"))) ++answered;
+      }
+    }
+    session.client.notify("textDocument/didClose", {{"textDocument", {{"uri", uri}}}});
+  }
+  EXPECT_EQ(answered, asked);
+  EXPECT_EQ(session.finish(), 0);
 }
 
 }  // namespace

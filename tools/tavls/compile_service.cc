@@ -9,6 +9,7 @@
 #include <cstring>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "codegen/compilation.h"
 #include "diag/diag.h"
@@ -23,6 +24,7 @@
 #include "symbols/compiler_stores.h"
 #include "symbols/dictionary_files.h"
 #include "symbols/records.h"
+#include "schema.h"
 #include "hover.h"
 
 namespace tav::lsp {
@@ -246,6 +248,7 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
     compiler.dictionaries = dictionaries;
     compiler.catalogue = &catalogue;
     compiler.tok.set_include_chain(true);
+    compiler.syms.set_keep_xref(true);
     FileContext file;
     file.source_name = path;
     file.err_name = with_extension(path, ".err");
@@ -271,6 +274,7 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
       if (dictionaries) dictionaries->end_snapshots();
       if (file.have_table) {
         done.outline = outline_of(compiler, path, text);
+        add_reports_and_modes(done.outline, done.xref, path);
         done.definitions = definitions_of(compiler);
       }
       compiler.tok.close_source();
@@ -315,6 +319,57 @@ std::vector<std::string> CompileService::dictionary_objects(const Settings& sett
     dictionaries_.forget();
   }
   return names;
+}
+
+std::optional<std::pair<std::string, int>> CompileService::dictionary_view(XrefKind kind, const std::string& name,
+                                                                           const Settings& settings) {
+  std::vector<Diagnostic> stop;
+  DictionaryFiles* d = settings.dictionaries ? dictionaries_.get(settings, stop) : nullptr;
+  if (!d || (kind != XrefKind::field && kind != XrefKind::object)) return std::nullopt;
+  int dictno = -1;
+  try {
+    d->begin_snapshots();
+    if (kind == XrefKind::object) {
+      if (const std::optional<DictObject> o = d->find_object(name)) dictno = o->dictno;
+    } else if (const std::optional<DictField> f = d->find_field(name)) {
+      dictno = f->dictno;
+    }
+    d->end_snapshots();
+  } catch (const RunStop&) {
+    dictionaries_.forget();
+    return std::nullopt;
+  }
+  if (dictno < 0 || dictno >= d->open_count()) return std::nullopt;
+  dict_tool::Problems problems;
+  const std::unique_ptr<dict_tool::Store> store = dict_tool::Store::open(d->path(dictno), false, true, problems);
+  if (!store) return std::nullopt;
+  const dict_tool::Schema all = store->read(problems);
+  dict_tool::Schema shown;
+  std::set<std::string> fields;
+  if (kind == XrefKind::field) fields.insert(name);
+  for (const dict_tool::ObjectEntry& o : all.objects) {
+    if (kind != XrefKind::object || o.name != name) continue;
+    shown.objects.push_back(o);
+    for (const dict_tool::RecordEntry& r : o.record) fields.insert(r.field);
+  }
+  for (const dict_tool::FieldEntry& f : all.fields)
+    if (fields.count(f.name)) shown.fields.push_back(f);
+  if (shown.fields.empty() && shown.objects.empty()) return std::nullopt;
+  const std::string text = dict_tool::write_schema(shown, problems);
+  const std::string dir = dir_ + "/dictionary";
+  mkdir(dir.c_str(), 0700);
+  const std::string path = dir + "/" + name + ".sch";
+  unlink(path.c_str());  // the last one is read-only
+  if (!write_text(path, text)) return std::nullopt;
+  chmod(path.c_str(), 0400);
+  const std::string wanted = (kind == XrefKind::object ? "object " : "field ") + name;
+  int line = 1;
+  for (size_t at = 0; at < text.size(); ++line) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    if (std::string_view(text).substr(at, end - at).starts_with(wanted)) return std::make_pair(path, line);
+    at = end + 1;
+  }
+  return std::make_pair(path, 1);
 }
 
 }  // namespace tav::lsp

@@ -10,6 +10,8 @@
 #include <ctime>
 #include <map>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -84,6 +86,12 @@ class CompileService {
   // nothing without dictionaries.
   std::vector<std::string> dictionary_fields(const std::string& object, const Settings& settings);
   std::vector<std::string> dictionary_objects(const Settings& settings);
+
+  // A dictionary's object or field as `tavdict dump` writes it (an object with the fields of its
+  // record), in a read-only file of the service's directory: the file and the line (from 1) of
+  // the definition; nothing when no open dictionary has the name.
+  std::optional<std::pair<std::string, int>> dictionary_view(XrefKind kind, const std::string& name,
+                                                             const Settings& settings);
 
   // The preprocessor beside this program, else the one under TAVRIN/bin.
   std::string tavpp(const Settings& settings) const;

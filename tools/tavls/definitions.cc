@@ -65,10 +65,16 @@ std::vector<Definition> definitions_of(const CompilerStores& c) {
     for_list(ops, ops.get24(s + ssym::s_locals), fsym::f_next, fsym::size,
              [&](uint32_t f) { add(c, out, Definition::Kind::field, f, fsym::f_name, index); });
   });
-  for_list(ops, ops.get24(hdr::h_fields), fsym::f_next, fsym::size,
-           [&](uint32_t f) { add(c, out, Definition::Kind::field, f, fsym::f_name); });
-  for_list(ops, ops.get24(hdr::h_objects), osym::o_next, osym::size,
-           [&](uint32_t o) { add(c, out, Definition::Kind::object, o, osym::o_name); });
+  // A dictionary's fields and objects are defined there, not where the program first named them.
+  const auto from_dictionary = [&](uint32_t record, uint32_t member) {
+    return static_cast<int16_t>(ops.get16(record + member)) >= 0;
+  };
+  for_list(ops, ops.get24(hdr::h_fields), fsym::f_next, fsym::size, [&](uint32_t f) {
+    if (!from_dictionary(f, fsym::f_dictno)) add(c, out, Definition::Kind::field, f, fsym::f_name);
+  });
+  for_list(ops, ops.get24(hdr::h_objects), osym::o_next, osym::size, [&](uint32_t o) {
+    if (!from_dictionary(o, osym::o_dictno)) add(c, out, Definition::Kind::object, o, osym::o_name);
+  });
   return out;
 }
 

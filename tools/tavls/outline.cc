@@ -99,7 +99,7 @@ void add_parts(OutlineSymbol& section, const LineIndex& lines) {
 Json position(int line, int character) { return {{"line", line}, {"character", character}}; }
 
 Json symbol_json(const OutlineSymbol& s, const LineIndex& lines) {
-  static constexpr int kKinds[] = {12, 6, 8, 23};  // Function, Method, Field, Struct
+  static constexpr int kKinds[] = {12, 6, 8, 23, 19, 22};  // Function, Method, Field, Struct, Object, EnumMember
   const std::string_view line = lines.line(s.line - 1);
   const Json selection = {{"start", position(s.line - 1, utf16_column(line, s.column))},
                           {"end", position(s.line - 1, utf16_column(line, std::max(s.end_column, s.column + 1)))}};
@@ -159,8 +159,26 @@ Json document_symbols(const std::vector<OutlineSymbol>& outline, std::string_vie
   return out;
 }
 
-Json folding_ranges(const std::vector<OutlineSymbol>& outline) {
+void add_reports_and_modes(std::vector<OutlineSymbol>& outline, const XrefIndex& xref, const std::string& path) {
+  for (const XrefSymbol& x : xref.symbols) {
+    if ((x.kind != XrefKind::report && x.kind != XrefKind::mode) || x.definition.file != path) continue;
+    OutlineSymbol s;
+    s.kind = x.kind == XrefKind::report ? OutlineSymbol::Kind::report : OutlineSymbol::Kind::mode;
+    s.detail = std::string(xref_kind_name(x.kind));
+    s.name = x.name;
+    s.line = s.end_line = x.definition.line;
+    s.column = x.definition.column;
+    s.end_column = x.definition.end_column;
+    outline.push_back(std::move(s));
+  }
+  std::stable_sort(outline.begin(), outline.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
+}
+
+Json folding_ranges(const std::vector<OutlineSymbol>& outline, const std::vector<XrefBlockLines>& blocks,
+                    const std::string& path) {
   Json out = Json::array();
+  for (const XrefBlockLines& b : blocks)
+    if (b.file == path) out.push_back({{"startLine", b.open_line - 1}, {"endLine", b.close_line - 1}, {"kind", "region"}});
   for (const OutlineSymbol& s : outline) {
     if (s.end_line > s.line) out.push_back({{"startLine", s.line - 1}, {"endLine", s.end_line - 1}, {"kind", "region"}});
     for (const OutlineSymbol& c : s.children)

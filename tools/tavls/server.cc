@@ -133,7 +133,10 @@ void Server::request(const Json& id, const std::string& method, const Json& para
     respond(id, workspace_symbol(params));
   } else if (method == "textDocument/foldingRange") {
     const std::vector<OutlineSymbol>* symbols = outline(params);
-    respond(id, symbols ? folding_ranges(*symbols) : Json::array());
+    const Document* d = documents_.find(string_member(member(params, "textDocument"), "uri"));
+    const auto index = d ? indexes_.find(d->uri) : indexes_.end();
+    respond(id, symbols && index != indexes_.end() ? folding_ranges(*symbols, index->second.xref.blocks, d->path)
+                                                   : Json::array());
   } else if (method == "shutdown") {
     state_ = State::shut_down;
     due_.clear();
@@ -342,9 +345,15 @@ Json Server::definition(const Json& params) {
   if (!def) {
     // Reports and modes, and any other name the cross reference places.
     const XrefSymbol* s = symbol_at(indexes_[uri].xref, d->path, line + 1, character_column(text, at));
-    if (!s || !s->definition.known()) return nullptr;
-    SourceLines source = source_lines();
-    return location_of(s->definition, source);
+    if (s && s->definition.known()) {
+      SourceLines source = source_lines();
+      return location_of(s->definition, source);
+    }
+    // A dictionary's field or object: its definition as tavdict dump shows it, read only.
+    if (s && s->origin == XrefSymbol::Origin::dictionary)
+      if (const auto view = compiler_.dictionary_view(s->kind, s->name, settings_))
+        return location(view->first, view->second - 1, 0, 0);
+    return nullptr;
   }
   DiskLines disk;
   const std::optional<std::string> there =
