@@ -25,7 +25,6 @@ for seed in "$seeds"/gen-*-0 "$seeds"/deep-0; do
   compile "$base" "$work/src"
   compile "$base-debug" "$work/src" -d
 done
-cp "$source"/examples/*.inc "$work/"
 compile orders "$source/examples/orders.spl" -d
 for program in "$source"/tests/fuzz/seed_*.spl; do
   base=$(basename "$program" .spl)
