@@ -62,7 +62,7 @@ wc_all() { wc -w "$@"; }
 opts=-n
 tavcmp_run() {
   # shellcheck disable=SC2086
-  TAVRIN=$product "$tavcmp" -l $opts -o "$work/out" "$@"
+  TAVRIN=$product ERQ="$work/out" "$tavcmp" -l $opts -o "$work/out" "$@"
 }
 
 printf '| run | lines | files | tavcmp ms | ÷ cpp | ÷ wc -w | compile ms | ÷ cpp | ÷ wc -w | compile lines/s | tavpp ms | cpp ms | wc -w ms | peak kB |\n'
@@ -90,7 +90,7 @@ row() {
   c=$(median_us cpp_each "$@")
   w=$(median_us wc_all "$@")
   # shellcheck disable=SC2086
-  TAVRIN=$product /usr/bin/time -f '%M' -o "$work/peak" "$tavcmp" -l $opts -o "$work/out" "$@" >/dev/null 2>&1
+  TAVRIN=$product ERQ="$work/out" /usr/bin/time -f '%M' -o "$work/peak" "$tavcmp" -l $opts -o "$work/out" "$@" >/dev/null 2>&1
   peak=$(tail -n 1 "$work/peak")
   awk -v l="$label" -v n="$lines" -v f="$files" -v t="$t" -v p="$p" -v c="$c" -v w="$w" -v m="$peak" 'BEGIN {
     k = t - p; if (k < 1) k = 1

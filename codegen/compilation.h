@@ -10,6 +10,7 @@
 #include "codegen/convert.h"
 #include "codegen/opspace.h"
 #include "diag/diag.h"
+#include "runtime/files_read.h"
 
 namespace tav {
 
@@ -26,6 +27,10 @@ struct CompileSettings {
   // The path and version text of each open dictionary, in the order they were opened; every
   // table's header names them.
   std::vector<std::pair<std::string, std::string>> dictionaries;
+  // SOURCE_DATE_EPOCH, when set to a valid count of seconds since 1970: the compile time of
+  // every table, whose "compiled on" text is then UTC, so that the same sources give the same
+  // bytes wherever and whenever they are compiled. -1: the clock and the local time zone.
+  int64_t fixed_time = -1;
 };
 
 // One source file's names and results.
@@ -38,6 +43,7 @@ struct FileContext {
   long table_size = 0;       // bytes of the .op6 written, for the summary
   long data_size = 0;        // bytes of its data image
   bool registration_failed = false;  // -p: the program could not be recorded in a dictionary
+  FilesRead libraries_read;  // the component libraries the compile opened, in LINK order
 };
 
 // Raises the operations table version a file needs to at least v. Versions of 8 and above do

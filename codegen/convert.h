@@ -140,6 +140,7 @@ struct DateSettings {
   char separator = 0;        // extra date separator of the locale, 0 = none
   std::array<std::string, 12> month_names;  // locale month names; empty = only the defaults
   int32_t today = -1;        // day number of "today"; -1 = ask the clock (local time)
+  bool utc = false;          // local times are UTC, whatever the machine's time zone
 
   // TAVDATEORDER, TAVYEAROFFSET, TAVDATESEP and TAVMONTHNAMES (see docs/conversions.md).
   static DateSettings from_env();

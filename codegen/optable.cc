@@ -79,10 +79,12 @@ void OptableWriter::fill_header() {
   for (int i = 0; i < 4; ++i) ops.at(hdr::h_magic)[i] = hdr::kMagic[i];
   ops.put16(hdr::h_version, static_cast<uint32_t>(file_.opt_version));
 
-  std::time_t now = std::time(nullptr);
+  const bool fixed = settings_.fixed_time >= 0;
+  const std::time_t now = fixed ? static_cast<std::time_t>(settings_.fixed_time) : std::time(nullptr);
   char date[64];
   std::tm tm_now{};
-  localtime_r(&now, &tm_now);
+  if (fixed) gmtime_r(&now, &tm_now);  // the build machine's time zone must not show
+  else localtime_r(&now, &tm_now);
   std::strftime(date, sizeof date, "%a %b %e %H:%M:%S %Y\n", &tm_now);  // the 24-character form
   std::string compile_text = "@(#) " + file_.source_name + " compiled on " + date;
   ops.put24(hdr::h_compile_text, ops.store_text(compile_text));

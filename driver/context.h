@@ -5,6 +5,7 @@
 #include <string>
 
 #include "driver/options.h"
+#include "runtime/files_read.h"
 #include "tav_version.h"  // kVersionString, generated from the build's one product version
 
 namespace tav {
@@ -22,6 +23,9 @@ struct RunContext {
   std::string product_dir;   // TAVRIN with a trailing "/"
   std::string bin_dir;       // product_dir + "bin/"
   std::string lib_dir;       // product_dir + "lib/"
+  // The dictionary and catalogue files the run has read so far: prerequisites of every table
+  // compiled from then on (--write-dependencies).
+  FilesRead files_read;
 };
 
 }  // namespace tav

@@ -40,6 +40,7 @@
 #include "nls/catalogue.h"
 #include "nls/language_files.h"
 #include "runtime/file_lock.h"
+#include "runtime/make_rules.h"
 #include "runtime/output_open.h"
 #include "runtime/process.h"
 #include "statements/program.h"
@@ -137,6 +138,26 @@ std::string read_tail(const std::string& path, off_t from, size_t limit) {
   return text;
 }
 
+// SOURCE_DATE_EPOCH: a decimal count of seconds since 1970 that fits the table header's 32 bits,
+// or nothing (unset or empty). `problem` says why a value that is set cannot be used.
+std::optional<int64_t> source_date_epoch(const char* value, std::string& problem) {
+  if (value == nullptr || *value == '\0') return std::nullopt;
+  const std::string_view text = value;
+  int64_t seconds = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') {
+      problem = "SOURCE_DATE_EPOCH '" + std::string(text) + "' is not a count of seconds since 1970";
+      return std::nullopt;
+    }
+    seconds = seconds * 10 + (c - '0');
+    if (seconds > int64_t{UINT32_MAX}) {
+      problem = "SOURCE_DATE_EPOCH '" + std::string(text) + "' lies beyond the year 2106, which a table cannot hold";
+      return std::nullopt;
+    }
+  }
+  return seconds;
+}
+
 // The byte-packed record access every operations-table record relies on.
 bool record_access_works() {
   const uint8_t record[5] = {0x11, 0x22, 0x33, 0xff, 0xaa};
@@ -169,6 +190,8 @@ class Driver {
   void open_dictionaries();
   void open_language_files();
   void register_program(const FileContext& file);
+  void add_files_read(const FileContext& file);
+  void fix_time(CompileSettings& settings);
   void say(txt::Text message);
   void show(std::string_view text);
   void start_diagnostics_output();
@@ -287,13 +310,31 @@ void Driver::start_up() {
   settings.dates = conv::DateSettings::from_env();
   const char* no_prev_warning = std::getenv("TAVNOPREVWARN");
   settings.get_prev_warning = no_prev_warning == nullptr || no_prev_warning[0] == '\0';
+  fix_time(settings);
+  // A reproducible table names each dictionary as the run was told it, not where the search
+  // found it on this machine.
   for (int d = 0; dictionaries_ && d < dictionaries_->open_count(); ++d)
-    settings.dictionaries.emplace_back(dictionaries_->path(d), dictionaries_->version(d));
+    settings.dictionaries.emplace_back(settings.fixed_time >= 0 ? dictionaries_->name(d) : dictionaries_->path(d),
+                                       dictionaries_->version(d));
   compiler_ = std::make_unique<CompilerStores>(diag_, std::move(settings));
   compiler_->dictionaries = dictionaries_.get();
   compiler_->catalogue = catalogue_.get();
   compiler_->tok.set_include_chain(modern_);
   compiler_->syms.set_keep_xref(!run_.options.xref_output.empty());
+}
+
+// With SOURCE_DATE_EPOCH the tables are reproducible: their compile time is the variable's, and
+// what depends on the time of day (today's date, the local time zone) is taken from it in UTC.
+// A value that cannot be used is told, and the clock is used.
+void Driver::fix_time(CompileSettings& settings) {
+  std::string problem;
+  const std::optional<int64_t> epoch = source_date_epoch(std::getenv("SOURCE_DATE_EPOCH"), problem);
+  if (!problem.empty()) explain(problem + "; the tables get the current time");
+  if (!epoch) return;
+  constexpr int64_t kSecondsPerDay = 86400;
+  settings.fixed_time = *epoch;
+  settings.dates.today = static_cast<int32_t>(conv::kEpochDay + *epoch / kSecondsPerDay);
+  settings.dates.utc = true;
 }
 
 // A diagnostics format takes standard output (json, sarif) or standard error (gcc) for itself:
@@ -317,6 +358,7 @@ void Driver::start_diagnostics_output() {
 void Driver::open_language_files() {
   const char* language = std::getenv("TAVLANGUAGE");
   catalogue_ = std::make_unique<nls::Catalogue>(run_.product_dir, language ? language : "");
+  catalogue_->note_files_in(&run_.files_read);
   std::string message;
   if (language_files_.open(std::getenv("TAVLANGDIR"), language, message) < 0) show(message);
 }
@@ -335,6 +377,7 @@ void Driver::open_dictionaries() {
   constexpr uint16_t kVersionFile = 0x0400;
   const Options& o = run_.options;
   dictionaries_ = std::make_unique<DictionaryFiles>(kAlwaysOpen | o.dict_open_mask | kVersionFile);
+  dictionaries_->note_files_in(&run_.files_read);
   std::vector<std::string> names;
   if (o.have_user_dict) names.push_back(o.user_dict);
   if (o.have_global_dict) names.push_back(o.global_dict);
@@ -394,6 +437,7 @@ void Driver::compile_file(const std::string& argument) {
       keep_problem(txt::cant_open_temporary, message, "");
     } else {
       compile_and_write(file);
+      if (run_.options.write_dependencies) add_files_read(file);
     }
     report_result(file);
   }
@@ -579,6 +623,52 @@ void Driver::write_outputs(FileContext& file) {
                        [](const std::string& work) { copy_name(g_cleanup.work_name, work); });
   writer.write();
   run_nls(file);
+}
+
+// The preprocessor's make rule names the source and its includes; the table also depends on
+// the dictionary tables, libraries and catalogue files the compile read, which are added to it.
+// Rules that cannot be completed are removed rather than left incomplete: a build tool then
+// compiles the table again instead of trusting rules that miss a prerequisite.
+void Driver::add_files_read(const FileContext& file) {
+  std::vector<std::string> more = run_.files_read.paths();
+  for (const std::string& library : file.libraries_read.paths()) more.push_back(library);
+  if (more.empty()) return;
+  const std::string rules_name = with_extension(file.op6_name, ".d");
+  const std::string rules = read_tail(rules_name, 0, std::string::npos);
+  if (rules.empty()) return;  // the preprocessor wrote none
+  const std::string text = add_prerequisites(rules, more);
+  const std::string work = rules_name + ".tmp";
+  copy_name(g_cleanup.work_name, work);
+  unlink(work.c_str());
+  const OpenedOutput out = open_output(work, OutputMode::truncate);
+  bool written = out.fd >= 0;
+  int err = out.fd >= 0 ? 0 : errno;
+  for (size_t done = 0; written && done < text.size();) {
+    const ssize_t n = write(out.fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      err = n < 0 ? errno : ENOSPC;
+      written = false;
+    } else {
+      done += static_cast<size_t>(n);
+    }
+  }
+  if (out.fd >= 0 && close(out.fd) != 0 && written) {
+    err = errno;
+    written = false;
+  }
+  if (written && rename(work.c_str(), rules_name.c_str()) != 0) {
+    err = errno;
+    written = false;
+  }
+  if (!written) {
+    unlink(work.c_str());
+    unlink(rules_name.c_str());
+    const std::string why = out.problem.empty() ? std::strerror(err) : out.problem;
+    explain("cannot write '" + rules_name + "': " + why + "; the rules were removed");
+    run_failed_ = true;
+  }
+  copy_name(g_cleanup.work_name, "");
 }
 
 // A fault that makes the rest of the run pointless (a damaged dictionary): shown, then the run ends.

@@ -544,7 +544,8 @@ bool Compiler::brace_literal() {
   if (p_.next() != kClassAlpha) return abandon(msg::syntax_error);
   std::string text(p_.text());
   if (p_.next() != verb("}")) return abandon(msg::syntax_error);
-  conv::BraceValue v = conv::brace_value(keyword, text, type_.kind, conv::LocalTime().offset());
+  conv::BraceValue v = conv::brace_value(keyword, text, type_.kind,
+                                           p_.settings.dates.utc ? 0 : conv::LocalTime().offset());
   switch (v.status) {
     case conv::BraceStatus::ok:
       break;

@@ -82,6 +82,7 @@ void Catalogue::load(int number) {
   const std::string path = directory_ + std::to_string(number / 1000) + "999.txt";
   std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "r"), std::fclose);
   if (!file) return;
+  if (files_read_) files_read_->add(path);
   char buf[kLineBytes];
   bool found = false;
   while (std::fgets(buf, sizeof buf, file.get())) load_line(buf, number, found);

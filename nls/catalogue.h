@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "runtime/files_read.h"
+
 namespace tav::nls {
 
 class Catalogue {
@@ -33,6 +35,9 @@ class Catalogue {
   // The directory of the catalogue files, "" when there are none.
   const std::string& directory() const { return directory_; }
 
+  // Every catalogue file read from now on is added to `files`, which must outlive this object.
+  void note_files_in(FilesRead* files) { files_read_ = files; }
+
  private:
   struct Entry {
     int number;
@@ -46,6 +51,7 @@ class Catalogue {
 
   std::string directory_;
   std::vector<Entry> entries_;
+  FilesRead* files_read_ = nullptr;
 };
 
 // Reads a catalogue line: its number and its quoted text (escapes resolved). Nothing when the

@@ -725,6 +725,12 @@ std::string_view local_name(std::string_view name) {
   return !name.empty() && name[0] == ':' ? name.substr(1) : name;
 }
 
+std::string file_path(std::string_view name) {
+  const std::string_view local = local_name(name);
+  if (local.size() == name.size() && names_server(name)) return {};
+  return std::string(local) + ".idx";
+}
+
 std::vector<std::string> search_candidates(std::string_view name, std::string_view search_path) {
   if (!name.empty() && (name[0] == '/' || name[0] == '\\')) return {std::string(name)};
   if (search_path.empty()) search_path = ".";

@@ -175,6 +175,10 @@ std::optional<std::string> find_file(std::string_view name, std::string_view sea
 // The paths find_file tries, in its order.
 std::vector<std::string> search_candidates(std::string_view name, std::string_view search_path);
 
+// The file that holds the indexed file `name` on this machine; empty when it is not a local
+// file.
+std::string file_path(std::string_view name);
+
 // Reads up to `count` bytes from the start of a text file; nothing when it cannot be read or is
 // not a regular file (which is not opened).
 std::optional<std::string> read_text_file(const std::string& path, size_t count);

@@ -186,6 +186,7 @@ void resolve_library(Parser& p, uint32_t entry, const std::string& produced) {
   std::vector<std::string> tried;
   File f = open_library(produced, library, base, skipped, tried);
   if (skipped) return;
+  if (f) p.file.libraries_read.add(tried.back());  // a prerequisite of the table's make rule
   if (!f) {
     p.diag.error_text(txt::library_not_found, Context::at(library, p.syms.defined_at(entry)));
     for (const std::string& name : tried) p.diag.add_note("searched '" + name + "'");

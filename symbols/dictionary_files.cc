@@ -231,6 +231,7 @@ std::string DictionaryFiles::dictionary_path(std::string_view name, uint32_t& mo
 int DictionaryFiles::open(std::string_view name, bool read_only) {
   if (dicts_.size() == kMaxDictionaries) throw run_stop(txt::too_many_dictionaries);
   auto d = std::make_unique<Dictionary>();
+  d->name = name;
   d->path = dictionary_path(name, d->mode);
   for (const auto& open : dicts_)
     if (open->path == d->path) return 0;
@@ -243,7 +244,9 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
     open_table(*d, t, program_table ? d->mode : read_mode);
   }
   if (open_mask_ & kVersionMask) {
-    std::string text = datafile::read_text_file(d->path + "-dict.ver", kVersionLength).value_or("");
+    std::optional<std::string> read = datafile::read_text_file(d->path + "-dict.ver", kVersionLength);
+    if (read && files_read_) files_read_->add(d->path + "-dict.ver");
+    std::string text = read.value_or("");
     text = text.substr(0, text.find('\n'));
     if (text.size() == kVersionLength && text.back() == ' ') text.erase(text.find_last_not_of(' ') + 1);
     d->version = text;
@@ -251,6 +254,7 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
   int error = 0;
   const DictTable doc = DictTable::documentation;
   d->files[static_cast<size_t>(doc)] = d->descriptions->open(d->path + "D4", dict_table_desc(doc), error);
+  if (d->files[static_cast<size_t>(doc)] && files_read_) files_read_->add(datafile::file_path(d->path + "D4"));
   if (!d->files[static_cast<size_t>(doc)]) {
     uncounted_.push_back(std::move(d));
     return -1;
@@ -291,6 +295,7 @@ void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {
     return;
   }
   slot = in_description_group(t) ? d.descriptions->open(name, desc, error) : IndexedFile::open(name, desc, mode, error);
+  if (slot && files_read_ && in_description_group(t)) files_read_->add(datafile::file_path(name));
   if (slot) return;
   switch (t) {
     case DictTable::object:

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "runtime/datafile.h"
+#include "runtime/files_read.h"
 #include "symbols/dictionary.h"
 
 namespace tav {
@@ -112,6 +113,11 @@ class DictionaryFiles final : public Dictionaries {
   void end_snapshots();
 
   const std::string& path(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->path; }
+  // The name the dictionary was opened by (an option's or a variable's value).
+  const std::string& name(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->name; }
+  // The files of the description tables and the version file of each dictionary opened from
+  // now on are added to `files`, which must outlive this object.
+  void note_files_in(FilesRead* files) { files_read_ = files; }
   const std::string& version(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->version; }
 
   // Row access. read: the row with the key in `row` on `index`, from dictionary `dictno`, or from
@@ -159,6 +165,7 @@ class DictionaryFiles final : public Dictionaries {
   };
 
   struct Dictionary {
+    std::string name;
     std::string path;
     uint32_t mode = 0;
     std::unique_ptr<datafile::FileGroup> descriptions;  // the group of the description tables
@@ -188,6 +195,7 @@ class DictionaryFiles final : public Dictionaries {
 
   uint16_t open_mask_;
   Getenv getenv_;
+  FilesRead* files_read_ = nullptr;
   std::vector<std::unique_ptr<Dictionary>> dicts_;
   std::vector<std::unique_ptr<Dictionary>> uncounted_;  // opened, but without a documentation table
 };
