@@ -106,6 +106,7 @@ XrefIndex build_xref(const CompilerStores& c) {
     read.index = r.index;
     read.explicit_index = r.explicit_index;
     for (uint32_t f : r.key_fields) read.key_fields.push_back(name_at(ops, f, fsym::f_name));
+    read.ranges = r.ranges;
     read.whole_table = r.whole_table;
     out.reads.push_back(std::move(read));
   }
@@ -158,6 +159,7 @@ nlohmann::ordered_json xref_json(const XrefIndex& index, const std::string& sour
     entry["index"] = r.index;
     entry["explicitIndex"] = r.explicit_index;
     entry["keyFields"] = r.key_fields;
+    entry["keyRanges"] = r.ranges;
     entry["wholeTable"] = r.whole_table;
     reads.push_back(std::move(entry));
   }

@@ -41,6 +41,7 @@ struct XrefObjectRead {
   int index = 0;
   bool explicit_index = false;
   std::vector<std::string> key_fields;
+  std::vector<std::string> ranges;  // "n >= 5 and n <= 9", per field with a range
   bool whole_table = false;
 };
 

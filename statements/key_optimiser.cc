@@ -316,6 +316,23 @@ uint16_t range_flags(const std::vector<std::vector<ranges::Bound>>& list) {
   return flags;
 }
 
+// The range list as the cross reference shows it: "n >= 5 and n <= 9 or n = ..." with texts quoted.
+std::string range_list_text(const ParserCore& p, uint32_t entry, const std::vector<std::vector<ranges::Bound>>& list) {
+  const OpSpace& ops = p.ops;
+  const std::string name(field_name(ops, entry));
+  std::string text;
+  for (const auto& range : list) {
+    if (!text.empty()) text += " or ";
+    for (size_t i = 0; i < range.size(); ++i) {
+      const ranges::Bound& b = range[i];
+      std::string value = b.field ? std::string(field_name(ops, entry_of(ops, b.value))) : format_literal(p, b.value);
+      if (!b.field && !literal_value(p, b.value).numeric) value = "\"" + value + "\"";
+      text += (i > 0 ? " and " : "") + name + " " + relation_text(b.code) + " " + value;
+    }
+  }
+  return text;
+}
+
 // Writes the range list into the op space (range records, each with its bound records), prints
 // it under -x 1, and gives every entry of the field's ring its head and flags.
 void store(ParserCore& p, uint32_t entry, const std::vector<std::vector<ranges::Bound>>& list) {
@@ -345,8 +362,10 @@ void store(ParserCore& p, uint32_t entry, const std::vector<std::vector<ranges::
     ops.put24(r + rangerec::rg_bounds, first);
   }
   const uint16_t flags = range_flags(list);
+  const std::string shown = p.syms.keeps_xref() ? range_list_text(p, entry, list) : std::string();
   uint32_t e = entry;
   do {
+    if (!shown.empty()) p.syms.xref().set_ranges(e, shown);
     ops.put24(e + selfield::sf_ranges, head);
     const uint32_t old = ops.get16(e + selfield::sf_flags) & ~uint32_t{selfield::equality | selfield::field_bound};
     ops.put16(e + selfield::sf_flags, old | flags);

@@ -208,8 +208,11 @@ void note_reads(Select& s) {
     read.object = ops.get24(from + fromrec::fe_object);
     read.statement = xref.statement();
     read.where = where;
-    for (uint32_t e : field_entries(s))
-      if (ops.get24(e + selfield::sf_from) == from && key_bound(s, e)) read.key_fields.push_back(ops.get24(e + selfield::sf_field));
+    for (uint32_t e : field_entries(s)) {
+      if (ops.get24(e + selfield::sf_from) != from || !key_bound(s, e)) continue;
+      read.key_fields.push_back(ops.get24(e + selfield::sf_field));
+      if (std::string ranges = xref.ranges_of(e); !ranges.empty()) read.ranges.push_back(std::move(ranges));
+    }
     read.explicit_index = *ops.at(from + fromrec::fe_index) != 0;
     read.index = chosen_index(s, from, read.key_fields);
     read.whole_table = read.index == 0;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "diag/diagnostic.h"
@@ -40,6 +41,7 @@ struct XrefRead {
   int index = 0;
   bool explicit_index = false;  // ON INDEX / KEY named it
   std::vector<uint32_t> key_fields;
+  std::vector<std::string> ranges;  // the key ranges the optimiser made of the condition, per field
   bool whole_table = false;
 };
 
@@ -60,6 +62,12 @@ class CrossReference {
   void not_defined_here(uint32_t record);
   void add_read(XrefRead read) { reads_.push_back(std::move(read)); }
   void add_block(XrefBlock block) { blocks_.push_back(block); }
+  // The key ranges of a select's field entry, as text.
+  void set_ranges(uint32_t entry, std::string text) { ranges_[entry] = std::move(text); }
+  std::string ranges_of(uint32_t entry) const {
+    const auto it = ranges_.find(entry);
+    return it == ranges_.end() ? std::string() : it->second;
+  }
   // The place of the last entry naming `record`; unknown when there is none.
   SourceMark last_place(uint32_t record) const;
 
@@ -79,6 +87,7 @@ class CrossReference {
   std::vector<XrefName> names_;
   std::vector<XrefRead> reads_;
   std::vector<XrefBlock> blocks_;
+  std::unordered_map<uint32_t, std::string> ranges_;
   std::string_view statement_;
   ObjectAccess access_ = ObjectAccess::none;
 };

@@ -635,6 +635,7 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
   EXPECT_TRUE(contains(hover, "object cust")) << hover;
   EXPECT_TRUE(contains(hover, "key 1: n")) << hover;
   EXPECT_TRUE(contains(hover, "**select** reads `cust` by index 1")) << hover;
+  EXPECT_TRUE(contains(hover, "`n >= 5 and n <= 5`")) << hover;  // the key range
   EXPECT_TRUE(ask("textDocument/hover", {{"position", at(4, 2)}})["result"].is_null());  // a keyword
 
   // Every place of amount, the definition in the include first.

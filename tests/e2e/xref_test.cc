@@ -110,6 +110,7 @@ TEST(Xref, NamesReadsAndClassicOutputUnchanged) {
   EXPECT_EQ(by_key["object"], "cust");
   EXPECT_EQ(by_key["index"], 1);
   EXPECT_EQ(by_key["keyFields"], Json::array({"cno", "region"}));
+  EXPECT_EQ(by_key["keyRanges"], Json::array({"cno > 10", "region >= \"EU\" and region <= \"EU\""}));
   EXPECT_FALSE(by_key["wholeTable"].get<bool>());
   const Json& whole = p["reads"][1];
   EXPECT_EQ(whole["object"], "ord");

@@ -129,6 +129,7 @@ std::string read_text(const XrefObjectRead& r) {
     out += "; the key is bounded by";
     for (const std::string& f : r.key_fields) out += " `" + f + "`";
   }
+  for (const std::string& ranges : r.ranges) out += "\n- `" + ranges + "`";
   return out;
 }
 
