@@ -86,6 +86,8 @@ class Store {
 
  private:
   explicit Store(std::string prefix);
+  static std::unique_ptr<Store> open_on_server(const std::string& name, const datafile::FileLocation& where,
+                                               bool create, bool read_only, Problems& problems);
   std::string prefix_;
   DictionaryFiles files_;
 };
