@@ -431,6 +431,7 @@ std::shared_ptr<ServerConnection> server_connect(int number, bool read_only, int
     detail = "server '" + c->server + "': " + (c->conn ? trim_end(PQerrorMessage(c->conn)) : "out of memory");
     return nullptr;
   }
+  PQsetNoticeProcessor(c->conn, [](void*, const char*) {}, nullptr);  // failures come back as errors
   std::string setup = std::string("SET lock_timeout = '") + kLockWait + "'; SET client_min_messages = warning;";
   if (read_only) setup += " SET default_transaction_read_only = on;";
   if (Result r = exec(*c, setup); !r.ok()) {

@@ -191,12 +191,16 @@ class Writer {
   std::map<std::string, uint16_t> field_ids_;
 };
 
-std::string file_of(DictionaryFiles& files, const DictRow& row) { return table_name(files.path(0), row.table()) + ".idx"; }
+std::string file_of(DictionaryFiles& files, const DictRow& row) {
+  if (dict_on_server(files.mode(0))) return files.path(0) + "." + dict_table_desc(row.table()).table;
+  return table_name(files.path(0), row.table()) + ".idx";
+}
 
 int Writer::put(const DictRow& row, bool replace, const std::string& what) {
   const int status = replace ? files_.rewrite(row, 0) : files_.write(row, 0);
   if (status != 0)
-    problems_.push_back(what + ": cannot be written into " + file_of(files_, row) + ": " + Diagnostics::io_error_text(status));
+    problems_.push_back(what + ": cannot be written into " + file_of(files_, row) + ": " +
+                        failure_text(status, files_.server_error(0)));
   return status;
 }
 
