@@ -85,8 +85,17 @@ struct Result {
   }
 };
 
-std::string trim_end(std::string s) {
-  while (!s.empty() && (s.back() == '\n' || s.back() == ' ')) s.pop_back();
+// The server's text on one line: its line breaks and indentation become single blanks.
+std::string trim_end(std::string_view text) {
+  std::string s;
+  for (char ch : text) {
+    const bool blank = ch == '\n' || ch == '\t' || ch == ' ';
+    if (!blank)
+      s += ch;
+    else if (!s.empty() && s.back() != ' ')
+      s += ' ';
+  }
+  while (!s.empty() && s.back() == ' ') s.pop_back();
   return s;
 }
 
