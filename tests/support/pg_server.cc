@@ -35,13 +35,15 @@ std::string unprivileged_user() {
 PgServer::PgServer() {
   bin_dir_ = find_bin_dir();
   if (bin_dir_.empty()) {
-    problem_ = "no PostgreSQL server programs (initdb) under /usr/lib/postgresql; set TAV_PG_BINDIR";
+    problem_ = "no PostgreSQL server programs (initdb) under /usr/lib/postgresql (the postgresql package); "
+               "TAV_PG_BINDIR may name their directory";
     return;
   }
   if (geteuid() == 0) {
     owner_ = unprivileged_user();
     if (owner_.empty() || (!file_exists("/usr/sbin/runuser") && !file_exists("/sbin/runuser"))) {
       problem_ = "running as root without an unprivileged user and runuser for the server";
+      impossible_ = true;
       return;
     }
     const passwd* pw = getpwnam(owner_.c_str());

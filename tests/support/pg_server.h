@@ -19,6 +19,9 @@ class PgServer {
   // Whether the server runs; why not, otherwise (the server programs missing, say).
   bool usable() const { return problem_.empty(); }
   const std::string& problem() const { return problem_; }
+  // Whether a server cannot be had here at all (root without an unprivileged user): the tests
+  // then skip; any other problem fails them.
+  bool impossible() const { return impossible_; }
 
   // The libpq connection string of its database, as user `user` (the server's own by default).
   std::string connection(const std::string& user = "tav") const;
@@ -41,6 +44,7 @@ class PgServer {
   std::string problem_;
   int port_ = 0;
   bool running_ = false;
+  bool impossible_ = false;
 };
 
 }  // namespace tavtest
