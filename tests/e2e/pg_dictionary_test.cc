@@ -18,6 +18,14 @@ using namespace drvtest;
 using tavtest::Op6;
 using tavtest::PgServer;
 
+tavtest::RunOptions in_dir(const std::string& cwd, std::vector<std::string> env) {
+  tavtest::RunOptions o;
+  o.cwd = cwd;
+  o.env = std::move(env);
+  o.unset = {"TAVSERVER"};
+  return o;
+}
+
 // One server for the whole suite: making one takes a few seconds.
 PgServer* server = nullptr;
 
@@ -42,7 +50,7 @@ class OnServer : public ::testing::Test {
   }
   RunResult tavdict(std::vector<std::string> args, std::vector<std::string> more = {}) const {
     args.insert(args.begin(), tavtest::program("tavdict"));
-    return tavtest::run(args, {.cwd = dir.path(), .env = env(std::move(more)), .unset = {"TAVSERVER"}});
+    return tavtest::run(args, in_dir(dir.path(), env(std::move(more))));
   }
   RunResult compile(std::vector<std::string> args, std::vector<std::string> more = {}) const {
     return tavcmp(dir.path(), std::move(args), Env{env(std::move(more)), {"TAVSERVER"}});
@@ -131,7 +139,7 @@ TEST_F(OnServer, LanguageFilesAndTavcmpnls) {
   // tavcmpnls on its own adds nothing twice and keeps a translation.
   query("UPDATE \"lang/LANGfra1\".lang SET lang_foreign = 'Hello' WHERE lang_type = 'G'");
   const RunResult nls = tavtest::run({tavtest::program("tavcmpnls"), "menu.op6"},
-                                     {.cwd = dir.path(), .env = env({"TAVLANGDIR=db1:lang", "TAVLANGUAGE=fra"})});
+                                     in_dir(dir.path(), env({"TAVLANGDIR=db1:lang", "TAVLANGUAGE=fra"})));
   EXPECT_EQ(nls.status, 0) << nls.err;
   EXPECT_EQ(query("SELECT count(*) FROM \"lang/LANGfra1\".lang"), rows);
   EXPECT_EQ(query("SELECT lang_foreign FROM \"lang/LANGfra1\".lang WHERE lang_type = 'G'"), "Hello\n");
@@ -223,7 +231,7 @@ TEST_F(OnServer, ServersThatCannotServe) {
     EXPECT_TRUE(contains(r.out, c.stdout_has)) << c.dict << ": " << r.out;
     EXPECT_TRUE(contains(r.err, c.stderr_has)) << c.dict << ": " << r.err;
     const RunResult d = tavtest::run({tavtest::program("tavdict"), "check", c.dict},
-                                     {.cwd = dir.path(), .env = {"TAVSERVERS=" + bad}, .unset = {"TAVSERVER"}});
+                                     in_dir(dir.path(), {"TAVSERVERS=" + bad}));
     EXPECT_EQ(d.status, 1) << c.dict << ": " << d.err;
   }
   // Sixteen servers are more than the mode word can name.

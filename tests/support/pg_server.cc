@@ -75,7 +75,9 @@ RunResult PgServer::as_owner(const std::vector<std::string>& argv) const {
   if (owner_.empty()) return run(argv);
   std::vector<std::string> full{file_exists("/usr/sbin/runuser") ? "/usr/sbin/runuser" : "/sbin/runuser", "-u", owner_, "--"};
   full.insert(full.end(), argv.begin(), argv.end());
-  return run(full, {.cwd = dir_.path()});
+  RunOptions options;
+  options.cwd = dir_.path();
+  return run(full, options);
 }
 
 bool PgServer::start() {
