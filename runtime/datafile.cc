@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <utility>
@@ -834,6 +835,13 @@ void FileGroup::end_snapshot() {
   else
     run(connection_->db, "COMMIT");
   in_snapshot_ = false;
+}
+
+int remove_file(const std::string& name, const TableDesc& desc, uint32_t mode, std::string& detail) {
+  detail.clear();
+  if (on_server(mode)) return engine::server_drop(server_number(mode), std::string(local_name(name)), desc.table, detail);
+  const std::string path = std::string(local_name(name)) + ".idx";
+  return std::remove(path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
 }
 
 bool names_server(std::string_view name) {

@@ -188,6 +188,11 @@ class FileGroup {
 // no "/" before it).
 bool names_server(std::string_view name);
 
+// Removes an indexed file: the local file name.idx, or on a server the table of `desc` and its
+// schema when nothing else is left in it. 0, or an error number (with the server's words in
+// `detail`).
+int remove_file(const std::string& name, const TableDesc& desc, uint32_t mode, std::string& detail);
+
 // A configured server.
 struct Server {
   std::string name;

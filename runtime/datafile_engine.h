@@ -58,6 +58,8 @@ std::string order_condition(const std::vector<std::string>& parts, const std::ve
 struct ServerConnection;  // one session with a server
 struct ServerTable;       // an open table on it
 void server_close(ServerTable* t);  // frees the table
+// Drops a table of server `number`, and its schema when that is left empty.
+int server_drop(int number, const std::string& schema, const std::string& table, std::string& detail);
 struct ServerTableDeleter {
   void operator()(ServerTable* t) const { server_close(t); }
 };

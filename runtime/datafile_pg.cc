@@ -493,6 +493,19 @@ ServerTablePtr server_open(const std::shared_ptr<ServerConnection>& c, const std
 
 void server_close(ServerTable* t) { delete t; }
 
+int server_drop(int number, const std::string& schema, const std::string& table, std::string& detail) {
+  int error = 0;
+  std::shared_ptr<ServerConnection> c = server_connect(number, false, error, detail);
+  if (!c) return error;
+  if (Result r = exec(*c, "DROP TABLE IF EXISTS " + quoted(schema) + "." + quoted(table)); !r.ok()) {
+    error = error_of(*c, r);
+    detail = "server '" + c->server + "': " + c->last_error;
+    return error;
+  }
+  exec(*c, "DROP SCHEMA IF EXISTS " + quoted(schema));  // refused while other tables are in it
+  return 0;
+}
+
 int server_start(ServerTable& t, int index, const uint8_t* row, uint32_t mode, uint32_t row_size) {
   if (index < 1 || static_cast<size_t>(index) > t.key_columns.size()) return kBadArgument;
   t.cursor.index = index;

@@ -234,6 +234,12 @@ TEST_F(OnServer, ServersThatCannotServe) {
                                      in_dir(dir.path(), {"TAVSERVERS=" + bad}));
     EXPECT_EQ(d.status, 1) << c.dict << ": " << d.err;
   }
+  // A refused load leaves no new dictionary behind on the server either.
+  write_file(dir / "refused.sch", "field a pic x(4)\n//% field a validation bogus words\n");
+  const RunResult refused = tavdict({"load", "db1:fresh", "refused.sch"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_TRUE(contains(refused.err, "nothing loaded")) << refused.err;
+  EXPECT_EQ(query("SELECT count(*) FROM pg_namespace WHERE nspname = 'fresh'"), "0\n");
   // Sixteen servers are more than the mode word can name.
   std::string many;
   for (int i = 0; i < 16; ++i) many += "s" + std::to_string(i) + " " + server->connection() + "\n";

@@ -70,18 +70,23 @@ std::string failure_text(int error, const std::string& detail) {
 
 // Makes the tables a dictionary on a server lacks, and its version row (the text of a new
 // dictionary) when it has none.
-bool create_missing_on_server(const datafile::FileLocation& where, Problems& problems) {
+bool create_missing_on_server(const datafile::FileLocation& where, Problems& problems, std::vector<std::string>& created) {
   const uint32_t mode = where.mode | datafile::kCreate;
   int error = 0;
   std::string detail;
   for (int i = 0; i < kDictTableCount; ++i) {
     const DictTable t = static_cast<DictTable>(i);
+    if (IndexedFile::open(where.path, dict_table_desc(t), where.mode | datafile::kReadOnly, error, detail)) continue;
+    if (error == datafile::kNoSuchFile) created.push_back(dict_table_desc(t).table);
     if (!IndexedFile::open(where.path, dict_table_desc(t), mode, error, detail)) {
       problems.push_back(where.server + ":" + where.path + ": " + std::string(dict_table_desc(t).table) +
                          " cannot be made: " + failure_text(error, detail));
       return false;
     }
   }
+  if (!IndexedFile::open(where.path, dict_version_desc(), where.mode | datafile::kReadOnly, error, detail) &&
+      error == datafile::kNoSuchFile)
+    created.push_back(dict_version_desc().table);
   std::unique_ptr<IndexedFile> version = IndexedFile::open(where.path, dict_version_desc(), mode, error, detail);
   std::vector<uint8_t> row(dict_version_desc().row_size(), ' ');
   if (version && version->start(1, row.data(), datafile::kFirstRow) == 0 &&
@@ -436,8 +441,11 @@ bool compiler_accepts(DictionaryFiles& files, const Schema& schema, const std::m
 Store::Store(std::string prefix) : prefix_(std::move(prefix)), files_(kAllTables) {}
 
 std::unique_ptr<Store> Store::open_on_server(const std::string& name, const datafile::FileLocation& where, bool create,
-                                             bool read_only, Problems& problems) {
-  if (create ? !create_missing_on_server(where, problems) : !on_server_already(where, problems)) return nullptr;
+                                             bool read_only, Problems& problems, std::vector<std::string>* created) {
+  std::vector<std::string> made;
+  const bool ready = create ? create_missing_on_server(where, problems, made) : on_server_already(where, problems);
+  if (created) created->insert(created->end(), made.begin(), made.end());
+  if (!ready) return nullptr;
   std::unique_ptr<Store> store(new Store(name));
   try {
     if (store->files_.open(name, read_only) != 0) {
@@ -456,7 +464,8 @@ std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool 
   datafile::FileLocation where;
   std::string detail;
   const int located = datafile::locate(prefix, where, detail);
-  if (located == 0 && (where.mode & datafile::kServerBits)) return open_on_server(prefix, where, create, read_only, problems);
+  if (located == 0 && (where.mode & datafile::kServerBits))
+    return open_on_server(prefix, where, create, read_only, problems, created);
   if (located != 0 && !(located == datafile::kNetworkNotAllowed && datafile::names_server(prefix))) {
     problems.push_back(prefix + ": " + failure_text(located, detail));
     return nullptr;
@@ -487,6 +496,22 @@ std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool 
     return nullptr;
   }
   return store;
+}
+
+void Store::remove_created(const std::string& prefix, const std::vector<std::string>& created) {
+  datafile::FileLocation where;
+  std::string detail;
+  if (datafile::locate(prefix, where, detail) != 0 || !(where.mode & datafile::kServerBits)) {
+    for (auto it = created.rbegin(); it != created.rend(); ++it) std::remove(it->c_str());
+    return;
+  }
+  // On a server `created` names the tables made.
+  for (auto it = created.rbegin(); it != created.rend(); ++it) {
+    const datafile::TableDesc* desc = &dict_version_desc();
+    for (int i = 0; i < kDictTableCount; ++i)
+      if (dict_table_desc(static_cast<DictTable>(i)).table == *it) desc = &dict_table_desc(static_cast<DictTable>(i));
+    datafile::remove_file(where.path, *desc, where.mode, detail);
+  }
 }
 
 bool Store::load(const Schema& schema, Problems& problems) {
