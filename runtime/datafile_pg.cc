@@ -20,6 +20,8 @@
 #include <fstream>
 #include <optional>
 #include <thread>
+#include <unordered_map>
+#include <utility>
 
 #include "runtime/datafile_engine.h"
 
@@ -29,6 +31,7 @@ namespace engine {
 
 struct ServerConnection {
   PGconn* conn = nullptr;
+  std::unordered_map<std::string, std::string> prepared;  // SQL -> the name it was prepared under
   std::string server;      // its name, for messages
   std::string last_error;  // the server's text of the last failure
   ~ServerConnection() { PQfinish(conn); }
@@ -73,6 +76,7 @@ struct Result {
   PGresult* r = nullptr;
   explicit Result(PGresult* res) : r(res) {}
   ~Result() { PQclear(r); }
+  Result(Result&& other) noexcept : r(std::exchange(other.r, nullptr)) {}
   Result(const Result&) = delete;
   Result& operator=(const Result&) = delete;
   bool ok() const {
@@ -131,7 +135,16 @@ struct Params {
   }
 };
 
+// The statements of reads and writes are prepared once per session: the server then plans them
+// once, not at every row.
 Result exec(ServerConnection& c, const std::string& sql, const Params& p) {
+  auto it = c.prepared.find(sql);
+  if (it == c.prepared.end()) {
+    const std::string name = "s" + std::to_string(c.prepared.size() + 1);
+    Result made(PQprepare(c.conn, name.c_str(), sql.c_str(), static_cast<int>(p.types.size()), p.types.data()));
+    if (!made.ok()) return made;
+    it = c.prepared.emplace(sql, name).first;
+  }
   std::vector<const char*> values;
   std::vector<int> lengths, formats;
   for (const std::string& v : p.values) {
@@ -139,8 +152,8 @@ Result exec(ServerConnection& c, const std::string& sql, const Params& p) {
     lengths.push_back(static_cast<int>(v.size()));
     formats.push_back(kBinaryFormat);
   }
-  return Result(PQexecParams(c.conn, sql.c_str(), static_cast<int>(values.size()), p.types.data(), values.data(),
-                             lengths.data(), formats.data(), kBinaryFormat));
+  return Result(PQexecPrepared(c.conn, it->second.c_str(), static_cast<int>(values.size()), values.data(),
+                               lengths.data(), formats.data(), kBinaryFormat));
 }
 
 std::string big_endian(uint64_t v, size_t n) {

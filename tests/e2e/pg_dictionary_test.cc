@@ -207,7 +207,7 @@ TEST_F(OnServer, ServerStoppedInTheMiddleOfALoad) {
   EXPECT_TRUE(contains(r.err, "cannot be written into stopped.dict_documentation: System error 5")) << r.err;
   // libpq's words, on the same line.
   EXPECT_TRUE(contains(r.err, "Input/output error: server closed the connection") ||
-              contains(r.err, "Input/output error: FATAL:  terminating connection"))
+              contains(r.err, "Input/output error: FATAL: terminating connection"))
       << r.err;
   EXPECT_TRUE(contains(r.err, "nothing loaded")) << r.err;
   EXPECT_EQ(query("SELECT string_agg(fld_name, ',') FROM stopped.dict_field"), "fone\n");
