@@ -90,7 +90,7 @@ struct Result {
 };
 
 // The server's text on one line: its line breaks and indentation become single blanks.
-std::string trim_end(std::string_view text) {
+std::string one_line(std::string_view text) {
   std::string s;
   for (char ch : text) {
     const bool blank = ch == '\n' || ch == '\t' || ch == ' ';
@@ -105,7 +105,7 @@ std::string trim_end(std::string_view text) {
 
 // The layer's error number of a failed statement, its text kept on the connection.
 int error_of(ServerConnection& c, const Result& res) {
-  c.last_error = trim_end(PQerrorMessage(c.conn));
+  c.last_error = one_line(PQerrorMessage(c.conn));
   if (PQstatus(c.conn) != CONNECTION_OK) return kIoError;
   const std::string s = res.state();
   if (s == "23505") return kDuplicate;
@@ -450,7 +450,7 @@ std::shared_ptr<ServerConnection> server_connect(int number, bool read_only, int
   c->conn = PQconnectdb(servers[static_cast<size_t>(number)].connection.c_str());
   if (!c->conn || PQstatus(c->conn) != CONNECTION_OK) {
     error = kIoError;
-    detail = "server '" + c->server + "': " + (c->conn ? trim_end(PQerrorMessage(c->conn)) : "out of memory");
+    detail = "server '" + c->server + "': " + (c->conn ? one_line(PQerrorMessage(c->conn)) : "out of memory");
     return nullptr;
   }
   PQsetNoticeProcessor(c->conn, [](void*, const char*) {}, nullptr);  // failures come back as errors
