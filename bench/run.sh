@@ -11,7 +11,9 @@
 #   - 200 small generated programs compiled in one tavcmp run (cpp runs once per file);
 #   - the programs of examples/, with their dictionary when examples/ holds a schema (*.sch);
 #   - 20 programs naming 200 objects of a generated dictionary (500 objects, 5000 fields), and
-#     the same 20 programs defining those objects themselves.
+#     the same 20 programs defining those objects themselves;
+#   - the 20 programs registered with -p in that dictionary, and in the same dictionary on a
+#     PostgreSQL server the script starts (and stops).
 # "tavpp" is the preprocessor alone over the same files, one run per file as the compiler starts
 # it; "compile" is the tavcmp run less that time: tokenizing, parsing and writing the tables.
 # A run that fails shows "failed" and its first message instead of figures.
@@ -133,6 +135,32 @@ opts="-g $work/dict/"
 row "dictionary: 20 programs naming 200 objects" "$named" "$work"/named/*.spl
 opts=-n
 row "the same 20 programs defining them" "$defined" "$work"/defined/*.spl
+
+# The same 20 programs registered with -p: in the SQLite dictionary, and in the same dictionary
+# loaded into a PostgreSQL server of the script's own (initdb in $work, a Unix socket there, as
+# user postgres when run as root), stopped at the end.
+opts="-g $work/dict/ -p bench"
+row "dictionary, -p: SQLite" "$named" "$work"/named/*.spl
+pg_bin=$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n 1 || true)
+as_pg() { if [ "$(id -u)" = 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi; }
+if [ -n "$pg_bin" ] && [ -x "$pg_bin/initdb" ]; then
+  chmod 755 "$work"
+  mkdir "$work/pg"
+  [ "$(id -u)" = 0 ] && chown postgres "$work/pg"
+  as_pg "$pg_bin/initdb" -D "$work/pg/data" -U tav -A trust -E SQL_ASCII --locale=C --no-sync >/dev/null
+  as_pg "$pg_bin/pg_ctl" -D "$work/pg/data" -l "$work/pg/log" -w \
+    -o "-c listen_addresses='' -k $work/pg -p 5499 -c fsync=off" start >/dev/null
+  trap 'as_pg "$pg_bin/pg_ctl" -D "$work/pg/data" -m immediate stop >/dev/null 2>&1; rm -rf "$work"' EXIT INT TERM
+  echo "bench host=$work/pg port=5499 dbname=postgres user=tav" >"$work/servers"
+  export TAVSERVERS=$work/servers
+  "$product/bin/tavdict" load bench:dict "$work/shop.sch" >/dev/null
+  opts="-g bench:dict -p bench"
+  row "dictionary, -p: PostgreSQL (local socket)" "$named" "$work"/named/*.spl
+  unset TAVSERVERS
+else
+  printf '| dictionary, -p: PostgreSQL | %d | 20 | no server programs (the postgresql package) |\n' "$named"
+fi
+opts=-n
 echo
 echo "Medians of $reps runs; ÷ is tavcmp's time over the reference's on the same files."
 

@@ -83,6 +83,7 @@ struct RunStop {
   std::string message;
   txt::Text code;                  // the message's row
   std::vector<std::string> notes{};  // what it tried, for the diagnostics formats
+  std::string explanation{};         // why, for standard error (a database server's own text)
 };
 // A stop with the text of `message`, its values filled in.
 RunStop run_stop(txt::Text message, std::initializer_list<std::string_view> values = {});

@@ -385,6 +385,7 @@ void Driver::open_dictionaries() {
     dictionaries_->open_all(names, true);
   } catch (const RunStop& stop) {
     // No source is open yet.
+    if (!stop.explanation.empty()) explain(stop.explanation);
     if (modern_) keep_stop(stop);
     else show_stop(stop.message);
     cleanup_exit(255);
@@ -674,6 +675,7 @@ void Driver::add_files_read(const FileContext& file) {
 // A fault that makes the rest of the run pointless (a damaged dictionary): shown, then the run ends.
 void Driver::stop_run(const RunStop& stop) {
   compiler_->tok.close_source();
+  if (!stop.explanation.empty()) explain(stop.explanation);
   if (modern_) keep_stop(stop);
   else show_stop(stop.message);
   cleanup_exit(255);

@@ -119,17 +119,20 @@ void LanguageFiles::close() {
   lang_.reset();
 }
 
-std::unique_ptr<IndexedFile> LanguageFiles::open_file(const std::string& path, const TableDesc& desc,
+std::unique_ptr<IndexedFile> LanguageFiles::open_file(const std::string& path, const TableDesc& desc, uint32_t mode,
                                                       std::string& message) {
   int error = 0;
-  std::unique_ptr<IndexedFile> f = IndexedFile::open(path, desc, datafile::kLocal, error);
+  std::string detail;
+  std::unique_ptr<IndexedFile> f = IndexedFile::open(path, desc, mode, error, detail);
   // An empty file is one another compiler is creating at this moment: creating it too waits for
   // that one and then finds the table made.
   if (!f && (error == datafile::kNoSuchFile || (error == datafile::kBadFile && empty_file(path + ".idx"))))
-    f = IndexedFile::open(path, desc, datafile::kLocal | datafile::kCreate, error);
+    f = IndexedFile::open(path, desc, mode | datafile::kCreate, error, detail);
   if (f) return f;
-  message = error == datafile::kBadArgument ? format_text(txt::language_define_failed, {path})
-                                             : format_text(txt::language_open_failed, {path, std::to_string(error)});
+  message = error == datafile::kBadArgument && detail.empty()
+                ? format_text(txt::language_define_failed, {path})
+                : format_text(txt::language_open_failed, {path, std::to_string(error)});
+  if (!detail.empty()) message += ": " + detail;  // the database server's own words
   return nullptr;
 }
 
@@ -141,8 +144,21 @@ int LanguageFiles::open(const char* dir, const char* language, std::string& mess
     return -1;
   }
   const std::string code = std::string(language).substr(0, kCodeChars);
-  langprog_ = open_file(std::string(dir) + "/LANGPROG", langprog_desc(), message);
-  if (langprog_) lang_ = open_file(std::string(dir) + "/LANG" + code + "1", lang_desc(), message);
+  // The directory may be on a database server: each file is then a schema of its own there.
+  datafile::FileLocation where;
+  std::string detail;
+  const int located = datafile::locate(dir, where, detail);
+  uint32_t mode = datafile::kLocal;
+  std::string base = dir;
+  if (located == 0 && (where.mode & datafile::kServerBits)) {
+    mode = where.mode;
+    base = where.path;
+  } else if (located != 0 && located != datafile::kNetworkNotAllowed) {
+    message = format_text(txt::language_open_failed, {std::string(dir) + "/LANGPROG", std::to_string(located)}) + ": " + detail;
+    return -1;
+  }
+  langprog_ = open_file(base + "/LANGPROG", langprog_desc(), mode, message);
+  if (langprog_) lang_ = open_file(base + "/LANG" + code + "1", lang_desc(), mode, message);
   if (!lang_) {
     close();
     return -1;

@@ -67,7 +67,7 @@ class LanguageFiles {
 
  private:
   std::unique_ptr<datafile::IndexedFile> open_file(const std::string& path, const datafile::TableDesc& desc,
-                                                   std::string& message);
+                                                   uint32_t mode, std::string& message);
   int insert_program(const std::string& sys, const std::string& prog);
 
   bool active_ = false;

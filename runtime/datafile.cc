@@ -5,27 +5,18 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <utility>
 
+#include "runtime/datafile_engine.h"
 #include "runtime/file_lock.h"
 
 namespace tav::datafile {
 
 // The parts of an open file, named so that IndexedFile::Impl may hold them.
 namespace engine {
-
-enum class Kind { integer, text, blob };
-
-// One SQL column: a described column, or one occurrence of it.
-struct SqlColumn {
-  std::string name;
-  uint32_t offset = 0;
-  uint32_t size = 0;
-  Kind kind = Kind::text;
-  bool is_signed = false;
-};
 
 class Statement {
  public:
@@ -44,14 +35,6 @@ class Statement {
   sqlite3_stmt* stmt_ = nullptr;
 };
 
-// Where the next read in index order starts.
-struct Cursor {
-  enum class At { nowhere, first, at_least, after } at = At::nowhere;
-  int index = 0;
-  std::vector<uint8_t> key_row;  // the row whose key positions the cursor
-  int64_t rowid = 0;             // with `after`: the row last read
-};
-
 }  // namespace engine
 
 // One engine connection: to a single file, or to every file of a group (the first file is the
@@ -59,6 +42,8 @@ struct Cursor {
 struct FileGroup::Connection {
   sqlite3* db = nullptr;
   int files = 0;
+  std::shared_ptr<engine::ServerConnection> server;  // a group on a server: its session instead
+  std::string lock;                                   // what the group's writers wait on, there
   ~Connection() { sqlite3_close_v2(db); }
 };
 
@@ -78,14 +63,24 @@ struct IndexedFile::Impl {
   std::vector<Statement> equal, after, at_least, first;
   std::vector<std::vector<int>> key_columns;  // the SQL columns of each index's parts
   std::vector<std::vector<bool>> descending;
+  engine::ServerTablePtr server;  // a file on a server: the rest is unused
 };
 
 namespace {
 
+using engine::column_list;
 using engine::Cursor;
+using engine::get_integer;
 using engine::Kind;
+using engine::kind_of;
+using engine::kSqliteDialect;
+using engine::order_condition;
+using engine::put_integer;
+using engine::quoted;
+using engine::sql_columns;
 using engine::SqlColumn;
 using engine::Statement;
+using engine::trimmed;
 
 constexpr int kMaxKeyParts = 8;
 constexpr int kBusyMilliseconds = 60000;  // how long a writer waits for another one or for snapshots
@@ -96,6 +91,10 @@ constexpr uint16_t kZoned = 0x1000;
 constexpr uint16_t kFloat = 0x4000;
 constexpr uint16_t kPacked = 0x0800;
 constexpr uint16_t kSigned = 0x0400;
+
+}  // namespace
+
+namespace engine {
 
 Kind kind_of(const Column& c) {
   if (c.type == 'X') return Kind::blob;
@@ -153,6 +152,10 @@ std::string_view trimmed(const uint8_t* p, uint32_t size) {
   while (n > 0 && (p[n - 1] == ' ' || p[n - 1] == 0)) --n;
   return {reinterpret_cast<const char*>(p), n};
 }
+
+}  // namespace engine
+
+namespace {
 
 int error_of(int rc) {
   switch (rc & 0xff) {
@@ -237,6 +240,10 @@ bool table_matches(sqlite3* db, const std::string& schema, const std::string& ta
   return true;
 }
 
+}  // namespace
+
+namespace engine {
+
 std::string column_list(const std::vector<SqlColumn>& cols) {
   std::string s;
   for (size_t i = 0; i < cols.size(); ++i) s += (i ? ", " : "") + quoted(cols[i].name);
@@ -247,40 +254,47 @@ std::string column_list(const std::vector<SqlColumn>& cols) {
 // the row ?(n+1) among equal keys, following each part's direction. When all parts go one way
 // it is a comparison of row values, which the index serves; mixed directions are spelled out.
 std::string order_condition(const std::vector<std::string>& parts, const std::vector<bool>& desc, bool inclusive,
-                            bool rowid) {
+                            bool rowid, const SqlDialect& dialect) {
   const size_t n = parts.size();
+  const auto param = [&](size_t k) { return dialect.parameter + std::to_string(k); };
+  const std::string row_id = dialect.row_id;
   std::string key = "(", values = "(";
   for (size_t i = 0; i < n; ++i) {
     key += (i ? ", " : "") + parts[i];
-    values += (i ? ", ?" : "?") + std::to_string(i + 1);
+    values += (i ? ", " : "") + param(i + 1);
   }
   key += ")";
   values += ")";
-  const std::string last_rowid = "?" + std::to_string(n + 1);
+  const std::string last_rowid = param(n + 1);
   bool same_way = true;
   for (size_t i = 1; i < n; ++i) same_way &= desc[i] == desc[0];
   if (same_way && !desc[0]) {
     if (!rowid) return key + (inclusive ? " >= " : " > ") + values;
-    return key.substr(0, key.size() - 1) + ", rowid) > " + values.substr(0, values.size() - 1) + ", " + last_rowid + ")";
+    return key.substr(0, key.size() - 1) + ", " + row_id + ") > " + values.substr(0, values.size() - 1) + ", " +
+           last_rowid + ")";
   }
   if (same_way) {
     if (!rowid) return key + (inclusive ? " <= " : " < ") + values;
-    return key + " <= " + values + " AND NOT (" + key + " = " + values + " AND rowid <= " + last_rowid + ")";
+    return key + " <= " + values + " AND NOT (" + key + " = " + values + " AND " + row_id + " <= " + last_rowid + ")";
   }
   std::string sql;
   for (size_t i = 0; i <= n; ++i) {
     if (i == n && !inclusive && !rowid) break;
     std::string term;
-    for (size_t j = 0; j < i; ++j) term += (j ? " AND " : "") + parts[j] + " = ?" + std::to_string(j + 1);
+    for (size_t j = 0; j < i; ++j) term += (j ? " AND " : "") + parts[j] + " = " + param(j + 1);
     if (i < n) {
-      term += (i ? " AND " : "") + parts[i] + (desc[i] ? " < ?" : " > ?") + std::to_string(i + 1);
+      term += (i ? " AND " : "") + parts[i] + (desc[i] ? " < " : " > ") + param(i + 1);
     } else if (rowid) {
-      term += (n ? " AND " : "") + std::string("rowid > ") + last_rowid;
+      term += (n ? " AND " : "") + row_id + " > " + last_rowid;
     }
     sql += (sql.empty() ? "(" : " OR (") + term + ")";
   }
   return sql;
 }
+
+}  // namespace engine
+
+namespace {
 
 void bind_column(sqlite3_stmt* s, int param, const SqlColumn& c, const uint8_t* row) {
   const uint8_t* p = row + c.offset;
@@ -360,9 +374,9 @@ sqlite3_stmt* index_query(IndexedFile::Impl& f, int index, Query which) {
     for (size_t i = 0; i < parts.size(); ++i) where += (i ? " AND " : "") + parts[i] + " = ?" + std::to_string(i + 1);
     sql += " WHERE " + where;
   } else if (which == Query::after) {
-    sql += " WHERE " + order_condition(parts, f.descending[k], false, true);
+    sql += " WHERE " + order_condition(parts, f.descending[k], false, true, kSqliteDialect);
   } else if (which == Query::at_least) {
-    sql += " WHERE " + order_condition(parts, f.descending[k], true, false);
+    sql += " WHERE " + order_condition(parts, f.descending[k], true, false, kSqliteDialect);
   }
   sql += " ORDER BY " + order + "rowid LIMIT 1";
   if (slot.prepare(f.db, sql) != SQLITE_OK) return nullptr;
@@ -442,7 +456,7 @@ std::optional<std::string> database_path(const std::string& name, const TableDes
     return std::nullopt;
   }
   std::string_view local = local_name(name);
-  if ((mode & kServerBits) != 0 || (!(mode & kLocal) && local.size() == name.size() && names_server(name))) {
+  if (!(mode & kLocal) && local.size() == name.size() && names_server(name)) {
     error = kNetworkNotAllowed;
     return std::nullopt;
   }
@@ -532,10 +546,42 @@ int commit_or_undo(sqlite3* db) {
   return error_of(rc);
 }
 
+bool on_server(uint32_t mode) { return !(mode & kLocal) && server_number(mode) >= 0; }
+
+// A file on a server, in its own session.
+std::unique_ptr<IndexedFile::Impl> open_on_server(const std::string& name, const TableDesc& desc, uint32_t mode,
+                                                  int& error, std::string& detail) {
+  if (!desc.valid()) {
+    error = kBadArgument;
+    return nullptr;
+  }
+  std::shared_ptr<engine::ServerConnection> c =
+      engine::server_connect(server_number(mode), (mode & kReadOnly) != 0, error, detail);
+  if (!c) return nullptr;
+  engine::ServerTablePtr table = engine::server_open(c, std::string(local_name(name)), desc, mode, error, detail);
+  if (!table) return nullptr;
+  auto impl = std::make_unique<IndexedFile::Impl>();
+  impl->server = std::move(table);
+  return impl;
+}
+
 }  // namespace
 
 std::unique_ptr<IndexedFile> IndexedFile::open(const std::string& name, const TableDesc& desc, uint32_t mode,
                                                int& error) {
+  std::string detail;
+  return open(name, desc, mode, error, detail);
+}
+
+std::unique_ptr<IndexedFile> IndexedFile::open(const std::string& name, const TableDesc& desc, uint32_t mode,
+                                               int& error, std::string& detail) {
+  error = 0;
+  detail.clear();
+  if (on_server(mode)) {
+    std::unique_ptr<Impl> impl = open_on_server(name, desc, mode, error, detail);
+    if (!impl) return nullptr;
+    return std::unique_ptr<IndexedFile>(new IndexedFile(std::move(impl), desc));
+  }
   const std::optional<std::string> path = database_path(name, desc, mode, error);
   if (!path) return nullptr;
   const std::shared_ptr<FileGroup::Connection> c = connect(*path, mode, error);
@@ -547,6 +593,7 @@ std::unique_ptr<IndexedFile> IndexedFile::open(const std::string& name, const Ta
 
 int IndexedFile::start(int index, const uint8_t* row, uint32_t mode) {
   Impl& f = *impl_;
+  if (f.server) return engine::server_start(*f.server, index, row, mode, desc_.row_size());
   if (index < 1 || static_cast<size_t>(index) > desc_.indexes.size()) return kBadArgument;
   f.cursor.index = index;
   f.cursor.at = (mode & kFirstRow) ? Cursor::At::first : Cursor::At::at_least;
@@ -556,6 +603,7 @@ int IndexedFile::start(int index, const uint8_t* row, uint32_t mode) {
 
 int IndexedFile::read(int index, uint8_t* row, uint32_t mode) {
   Impl& f = *impl_;
+  if (f.server) return engine::server_read(*f.server, index, row, mode, desc_.row_size());
   sqlite3_stmt* s = nullptr;
   int missing = kNoRecord;
   if (!(mode & kNextRow)) {
@@ -589,6 +637,7 @@ int IndexedFile::read(int index, uint8_t* row, uint32_t mode) {
 
 int IndexedFile::write(const uint8_t* row) {
   Impl& f = *impl_;
+  if (f.server) return engine::server_write(*f.server, row);
   if (!f.insert) {
     std::string values;
     for (size_t i = 0; i < f.columns.size(); ++i) values += (i ? ", ?" : "?");
@@ -604,6 +653,7 @@ int IndexedFile::write(const uint8_t* row) {
 
 int IndexedFile::rewrite(const uint8_t* row) {
   Impl& f = *impl_;
+  if (f.server) return engine::server_rewrite(*f.server, row);
   const int n = static_cast<int>(f.columns.size());
   if (!f.update_by_key) {
     std::string set;
@@ -620,6 +670,7 @@ int IndexedFile::rewrite(const uint8_t* row) {
 
 int IndexedFile::remove(const uint8_t* row) {
   Impl& f = *impl_;
+  if (f.server) return engine::server_remove(*f.server, row);
   if (!f.delete_by_key &&
       f.delete_by_key.prepare(f.db, "DELETE FROM " + qualified(f.schema, f.table) + " WHERE " + row_condition(f, desc_, 1)) != SQLITE_OK)
     return kBadFile;
@@ -628,9 +679,23 @@ int IndexedFile::remove(const uint8_t* row) {
   return step_change(f.db, s);
 }
 
-int IndexedFile::begin() { return error_of(run(impl_->db, "BEGIN IMMEDIATE")); }
-int IndexedFile::commit() { return commit_or_undo(impl_->db); }
-void IndexedFile::rollback() { run(impl_->db, "ROLLBACK"); }
+int IndexedFile::begin() {
+  if (impl_->server) return engine::server_begin(engine::server_connection_of(*impl_->server), engine::server_lock_of(*impl_->server));
+  return error_of(run(impl_->db, "BEGIN IMMEDIATE"));
+}
+int IndexedFile::commit() {
+  if (impl_->server) return engine::server_commit(engine::server_connection_of(*impl_->server));
+  return commit_or_undo(impl_->db);
+}
+void IndexedFile::rollback() {
+  if (impl_->server)
+    engine::server_rollback(engine::server_connection_of(*impl_->server));
+  else
+    run(impl_->db, "ROLLBACK");
+}
+std::string IndexedFile::server_error() const {
+  return impl_->server ? engine::server_error(engine::server_connection_of(*impl_->server)) : std::string();
+}
 
 // ---- Groups --------------------------------------------------------------------------------------
 //
@@ -651,6 +716,39 @@ FileGroup::~FileGroup() {
 int FileGroup::size() const { return connection_ ? connection_->files : 0; }
 
 std::unique_ptr<IndexedFile> FileGroup::open(const std::string& name, const TableDesc& desc, int& error) {
+  std::string detail;
+  return open(name, desc, error, detail);
+}
+
+// A file of a group on a server: every file of the group is a table in the group's one session.
+std::unique_ptr<IndexedFile> FileGroup::open_on_server(const std::string& name, const TableDesc& desc, int& error,
+                                                       std::string& detail) {
+  if (!desc.valid() || in_snapshot_) {
+    error = kBadArgument;
+    return nullptr;
+  }
+  std::shared_ptr<Connection> c = connection_;
+  if (!c) {
+    c = std::make_shared<Connection>();
+    c->server = engine::server_connect(server_number(mode_), (mode_ & kReadOnly) != 0, error, detail);
+    if (!c->server) return nullptr;
+    c->lock = std::string(local_name(name)) + "/" + desc.table;
+  }
+  engine::ServerTablePtr table = engine::server_open(c->server, std::string(local_name(name)), desc, mode_, error, detail);
+  if (!table) return nullptr;
+  connection_ = c;
+  ++connection_->files;
+  auto impl = std::make_unique<IndexedFile::Impl>();
+  impl->connection = connection_;
+  impl->server = std::move(table);
+  return std::unique_ptr<IndexedFile>(new IndexedFile(std::move(impl), desc));
+}
+
+std::unique_ptr<IndexedFile> FileGroup::open(const std::string& name, const TableDesc& desc, int& error,
+                                             std::string& detail) {
+  error = 0;
+  detail.clear();
+  if (on_server(mode_)) return open_on_server(name, desc, error, detail);
   const std::optional<std::string> path = database_path(name, desc, mode_, error);
   if (!path) return nullptr;
   if (in_snapshot_) {
@@ -688,15 +786,36 @@ std::unique_ptr<IndexedFile> FileGroup::open(const std::string& name, const Tabl
   return std::unique_ptr<IndexedFile>(new IndexedFile(std::move(impl), desc));
 }
 
-int FileGroup::begin() { return connection_ ? error_of(run(connection_->db, "BEGIN IMMEDIATE")) : kNotOpen; }
-int FileGroup::commit() { return connection_ ? commit_or_undo(connection_->db) : kNotOpen; }
+int FileGroup::begin() {
+  if (!connection_) return kNotOpen;
+  if (connection_->server) return engine::server_begin(*connection_->server, connection_->lock);
+  return error_of(run(connection_->db, "BEGIN IMMEDIATE"));
+}
+int FileGroup::commit() {
+  if (!connection_) return kNotOpen;
+  if (connection_->server) return engine::server_commit(*connection_->server);
+  return commit_or_undo(connection_->db);
+}
 void FileGroup::rollback() {
-  if (connection_) run(connection_->db, "ROLLBACK");
+  if (!connection_) return;
+  if (connection_->server)
+    engine::server_rollback(*connection_->server);
+  else
+    run(connection_->db, "ROLLBACK");
+}
+
+std::string FileGroup::server_error() const {
+  return connection_ && connection_->server ? engine::server_error(*connection_->server) : std::string();
 }
 
 int FileGroup::begin_snapshot() {
   if (!connection_) return kNotOpen;
   if (in_snapshot_) return 0;
+  if (connection_->server) {
+    const int status = engine::server_begin_snapshot(*connection_->server);
+    in_snapshot_ = status == 0;
+    return status;
+  }
   if (int rc = run(connection_->db, "BEGIN"); rc != SQLITE_OK) return error_of(rc);
   for (int i = 0; i < connection_->files; ++i) {
     const std::string schema = i == 0 ? "main" : "f" + std::to_string(i);
@@ -711,8 +830,18 @@ int FileGroup::begin_snapshot() {
 
 void FileGroup::end_snapshot() {
   if (!in_snapshot_) return;
-  run(connection_->db, "COMMIT");
+  if (connection_->server)
+    engine::server_end_snapshot(*connection_->server);
+  else
+    run(connection_->db, "COMMIT");
   in_snapshot_ = false;
+}
+
+int remove_file(const std::string& name, const TableDesc& desc, uint32_t mode, std::string& detail) {
+  detail.clear();
+  if (on_server(mode)) return engine::server_drop(server_number(mode), std::string(local_name(name)), desc.table, detail);
+  const std::string path = std::string(local_name(name)) + ".idx";
+  return std::remove(path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
 }
 
 bool names_server(std::string_view name) {

@@ -12,7 +12,15 @@
 // A row buffer holds the columns one after the other from offset 0, each in its stored form,
 // numbers most significant byte first (as in the operations table).
 //
-// There are no file servers: a server-qualified name ("host:path") is refused with
+// A second engine keeps indexed files on database servers (PostgreSQL, through libpq). The servers
+// are the lines of the file named by TAVSERVERS, "NAME CONNECTION-STRING" each, numbered from 0 in
+// their order (at most 15). A server-qualified name "NAME:path" names the file `path` on server
+// NAME, and the mode word carries the server's number + 1 in its high four bits (kServerBits);
+// with TAVSERVER naming a server, every other name that does not start with ":" is on that server
+// too. On a server, the indexed file `path` is the table of its description in the schema named
+// `path` (files whose tables have different names may share a schema); its columns, their order
+// and its indexes are those of a SQLite file, numbers as bigint, texts as text in byte order,
+// other forms as bytea. A host that is not a configured server is refused with
 // kNetworkNotAllowed, and a name starting with ":" names a local file (the ":" is dropped).
 //
 // Files that must change together are opened as one FileGroup: a write transaction on the group
@@ -24,6 +32,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,7 +61,10 @@ inline constexpr int kLocked = 107;
 inline constexpr int kEndOfFile = 110;
 inline constexpr int kNoRecord = 111;
 inline constexpr int kNoCurrent = 112;
+inline constexpr int kServerLacks = 10008;     // the server lacks the tables (or a schema) asked for
+inline constexpr int kTooManyServers = 10009;  // more servers configured than the mode word can name
 inline constexpr int kNetworkNotAllowed = 10010;
+inline constexpr int kMaxServers = 15;
 
 struct Column {
   std::string name;
@@ -91,6 +103,9 @@ class IndexedFile {
   // created with its table and indexes. Nothing is returned on failure, with `error` set.
   static std::unique_ptr<IndexedFile> open(const std::string& name, const TableDesc& desc, uint32_t mode,
                                            int& error);
+  // The same, with the server's own text of a failure in `detail` (empty for local files).
+  static std::unique_ptr<IndexedFile> open(const std::string& name, const TableDesc& desc, uint32_t mode,
+                                           int& error, std::string& detail);
   ~IndexedFile();
   IndexedFile(const IndexedFile&) = delete;
   IndexedFile& operator=(const IndexedFile&) = delete;
@@ -117,6 +132,9 @@ class IndexedFile {
   int commit();
   void rollback();
 
+  // The server's text of the last failure on a server's file; empty for local files.
+  std::string server_error() const;
+
   struct Impl;  // the open database and its prepared statements (datafile.cc)
 
  private:
@@ -138,6 +156,7 @@ class FileGroup {
   // Opens the indexed file `name` as the group's next file, as IndexedFile::open does. The file
   // lives as long as the returned object (which may outlive the group).
   std::unique_ptr<IndexedFile> open(const std::string& name, const TableDesc& desc, int& error);
+  std::unique_ptr<IndexedFile> open(const std::string& name, const TableDesc& desc, int& error, std::string& detail);
   int size() const;
 
   // A write transaction on every file of the group: committed together or not at all. Begin
@@ -152,18 +171,51 @@ class FileGroup {
   int begin_snapshot();
   void end_snapshot();
   bool in_snapshot() const { return in_snapshot_; }
+  // The server's text of the group's last failure; empty for local files.
+  std::string server_error() const;
 
   struct Connection;  // the engine's one connection to every file of the group (datafile.cc)
 
  private:
+  std::unique_ptr<IndexedFile> open_on_server(const std::string& name, const TableDesc& desc, int& error,
+                                              std::string& detail);
   uint32_t mode_;
   std::shared_ptr<Connection> connection_;
   bool in_snapshot_ = false;
 };
 
 // A server-qualified file name: a host part before a ":" that is not the first character (and
-// no "/" before it). There are no servers, so such a name cannot be opened.
+// no "/" before it).
 bool names_server(std::string_view name);
+
+// Removes an indexed file: the local file name.idx, or on a server the table of `desc` and its
+// schema when nothing else is left in it. 0, or an error number (with the server's words in
+// `detail`).
+int remove_file(const std::string& name, const TableDesc& desc, uint32_t mode, std::string& detail);
+
+// A configured server.
+struct Server {
+  std::string name;
+  std::string connection;  // the libpq connection string
+};
+using Getenv = std::function<const char*(const char*)>;
+// The servers of the configuration (TAVSERVERS): 0, or kTooManyServers or kNoSuchFile (the file
+// cannot be read) with `detail` saying why. No TAVSERVERS: no servers.
+int read_servers(std::vector<Server>& servers, std::string& detail, const Getenv& getenv_fn = {});
+
+// Where a name leads: a path and the mode bits that say where it is (kLocal, a server's
+// kServerBits, or 0: a local name as it stands).
+struct FileLocation {
+  std::string path;
+  uint32_t mode = 0;
+  std::string server;  // the server's name
+};
+// Resolves a name (above). 0, or an error number with `detail`: kNetworkNotAllowed for a host
+// that is not a configured server (or when TAVSERVER names none), kTooManyServers.
+int locate(std::string_view name, FileLocation& where, std::string& detail, const Getenv& getenv_fn = {});
+// The number (0-based) of the server of a mode word; -1 for a local file.
+inline int server_number(uint32_t mode) { return static_cast<int>((mode & kServerBits) >> 28) - 1; }
+inline uint32_t server_mode(int number) { return static_cast<uint32_t>(number + 1) << 28; }
 
 // The name with a leading ":" (local file) removed.
 std::string_view local_name(std::string_view name);

@@ -126,12 +126,46 @@ bool in_program_group(DictTable t) { return t == DictTable::prog_rel || t == Dic
 constexpr uint16_t kVersionMask = 0x0400;
 constexpr size_t kVersionLength = 19;
 constexpr uint32_t kLocalMode = 8;
-constexpr uint32_t kServerStep = 0x10000000;
+
+// On a server a dictionary's tables share the schema named by its path, and its version text is
+// the one row of a table of its own.
+datafile::TableDesc make_version_desc() {
+  datafile::TableDesc d;
+  d.table = "dict_version";
+  d.columns.push_back({"ver_text", static_cast<uint16_t>(kVersionLength), 'S', 1, static_cast<uint32_t>(kVersionLength)});
+  d.indexes.resize(1);
+  d.indexes[0].parts = {{"ver_text", false}};
+  d.indexes[0].duplicates = true;
+  return d;
+}
+
+// The number a failure to open a dictionary's table is reported with: on a server, a missing
+// table is a server that lacks what the compiler needs.
+int server_code(uint32_t mode, int error) {
+  const bool server = !(mode & datafile::kLocal) && datafile::server_number(mode) >= 0;
+  return server && error == datafile::kNoSuchFile ? datafile::kServerLacks : error;
+}
+
+RunStop with_explanation(RunStop stop, const std::string& detail) {
+  stop.explanation = detail;
+  return stop;
+}
 
 }  // namespace
 
 uint16_t dict_table_mask(DictTable t) { return kTables[static_cast<int>(t)].mask; }
 std::string_view dict_table_letters(DictTable t) { return kTables[static_cast<int>(t)].letters; }
+
+const datafile::TableDesc& dict_version_desc() {
+  static const datafile::TableDesc desc = make_version_desc();
+  return desc;
+}
+
+bool dict_on_server(uint32_t mode) { return !(mode & datafile::kLocal) && datafile::server_number(mode) >= 0; }
+
+std::string dict_table_file(const std::string& path, uint32_t mode, DictTable t) {
+  return dict_on_server(mode) ? path : path + std::string(dict_table_letters(t)) + "4";
+}
 
 const datafile::TableDesc& dict_table_desc(DictTable t) {
   static const std::array<datafile::TableDesc, kDictTableCount> descs = [] {
@@ -211,9 +245,16 @@ std::string DictionaryFiles::dictionary_path(std::string_view name, uint32_t& mo
     mode = kLocalMode;
     return std::string(name.substr(1));
   }
-  if (datafile::names_server(name)) {
-    mode = kServerStep;  // server 0: refused by the data-file layer when a table is opened
-    return std::string(name);
+  datafile::FileLocation where;
+  std::string detail;
+  const int error = datafile::locate(name, where, detail, getenv_);
+  if (error == datafile::kNetworkNotAllowed && datafile::names_server(name)) {
+    return std::string(name);  // no such server: refused when a table is opened
+  }
+  if (error != 0) throw with_explanation(run_stop(txt::dict_open_failed, {name, std::to_string(error)}), detail);
+  if (where.mode & datafile::kServerBits) {
+    mode = where.mode;
+    return where.path;
   }
   std::string first = std::string(name) + std::string(dict_table_letters(DictTable::object)) + "4.idx";
   if (first.starts_with('/') || first.starts_with('\\')) return std::string(name);
@@ -234,7 +275,7 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
   d->name = name;
   d->path = dictionary_path(name, d->mode);
   for (const auto& open : dicts_)
-    if (open->path == d->path) return 0;
+    if (open->path == d->path && (open->mode & datafile::kServerBits) == (d->mode & datafile::kServerBits)) return 0;
   const uint32_t read_mode = d->mode | (read_only ? datafile::kReadOnly : 0);
   d->descriptions = std::make_unique<datafile::FileGroup>(read_mode);
   d->programs = std::make_unique<datafile::FileGroup>(d->mode);
@@ -243,18 +284,13 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
     const bool program_table = t == DictTable::obj_rel || t == DictTable::prog_rel || t == DictTable::prog_obj;
     open_table(*d, t, program_table ? d->mode : read_mode);
   }
-  if (open_mask_ & kVersionMask) {
-    std::optional<std::string> read = datafile::read_text_file(d->path + "-dict.ver", kVersionLength);
-    if (read && files_read_) files_read_->add(d->path + "-dict.ver");
-    std::string text = read.value_or("");
-    text = text.substr(0, text.find('\n'));
-    if (text.size() == kVersionLength && text.back() == ' ') text.erase(text.find_last_not_of(' ') + 1);
-    d->version = text;
-  }
+  if (open_mask_ & kVersionMask) d->version = read_version(*d);
   int error = 0;
   const DictTable doc = DictTable::documentation;
-  d->files[static_cast<size_t>(doc)] = d->descriptions->open(d->path + "D4", dict_table_desc(doc), error);
-  if (d->files[static_cast<size_t>(doc)] && files_read_) files_read_->add(datafile::file_path(d->path + "D4"));
+  d->files[static_cast<size_t>(doc)] =
+      d->descriptions->open(dict_table_file(d->path, d->mode, doc), dict_table_desc(doc), error);
+  if (d->files[static_cast<size_t>(doc)] && files_read_ && !dict_on_server(d->mode))
+    files_read_->add(datafile::file_path(dict_table_file(d->path, d->mode, doc)));
   if (!d->files[static_cast<size_t>(doc)]) {
     uncounted_.push_back(std::move(d));
     return -1;
@@ -265,11 +301,36 @@ int DictionaryFiles::open(std::string_view name, bool read_only) {
   return 0;
 }
 
+std::string DictionaryFiles::read_version(const Dictionary& d) const {
+  if (dict_on_server(d.mode)) {
+    int error = 0;
+    std::unique_ptr<IndexedFile> f = IndexedFile::open(d.path, dict_version_desc(), d.mode | datafile::kReadOnly, error);
+    std::vector<uint8_t> row(kVersionLength, ' ');
+    if (!f || f->start(1, row.data(), datafile::kFirstRow) != 0 || f->read(1, row.data(), datafile::kNextRow) != 0) return "";
+    std::string text(row.begin(), row.end());
+    return text.erase(text.find_last_not_of(' ') + 1);
+  }
+  const std::optional<std::string> read = datafile::read_text_file(d.path + "-dict.ver", kVersionLength);
+  if (read && files_read_) files_read_->add(d.path + "-dict.ver");
+  std::string text = read.value_or("");
+  text = text.substr(0, text.find('\n'));
+  if (text.size() == kVersionLength && text.back() == ' ') text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+std::string DictionaryFiles::server_error(int dictno) const {
+  if (dictno < 0 || dictno >= open_count()) return "";
+  const Dictionary& d = *dicts_[static_cast<size_t>(dictno)];
+  std::string text = d.descriptions ? d.descriptions->server_error() : "";
+  return text.empty() && d.programs ? d.programs->server_error() : text;
+}
+
 void DictionaryFiles::begin_snapshots() {
   for (const auto& d : dicts_) {
     if (!d->snapshots || d->descriptions->in_snapshot()) continue;
     if (const int status = d->descriptions->begin_snapshot(); status != 0)
-      throw run_stop(txt::dict_open_failed, {d->path, std::to_string(status)});
+      throw with_explanation(run_stop(txt::dict_open_failed, {d->path, std::to_string(status)}),
+                             d->descriptions->server_error());
   }
 }
 
@@ -283,27 +344,32 @@ void DictionaryFiles::end_snapshots() {
 
 void DictionaryFiles::open_table(Dictionary& d, DictTable t, uint32_t mode) {
   const datafile::TableDesc& desc = dict_table_desc(t);
-  const std::string name = d.path + std::string(dict_table_letters(t)) + "4";
+  const std::string name = dict_table_file(d.path, d.mode, t);
   if (!desc.valid()) throw run_stop(txt::dict_define_failed, {name});
   int error = 0;
+  std::string detail;
   auto& slot = d.files[static_cast<size_t>(t)];
   if (in_program_group(t)) {
     // Made when missing, as the other tables below, then opened in its group.
-    slot = d.programs->open(name, desc, error);
-    if (!slot && error == datafile::kNoSuchFile && IndexedFile::open(name, desc, mode | datafile::kCreate, error))
-      slot = d.programs->open(name, desc, error);
+    slot = d.programs->open(name, desc, error, detail);
+    if (!slot && error == datafile::kNoSuchFile && IndexedFile::open(name, desc, mode | datafile::kCreate, error, detail))
+      slot = d.programs->open(name, desc, error, detail);
+    if (!slot && dict_on_server(d.mode))
+      throw with_explanation(run_stop(txt::dict_open_failed, {d.path, std::to_string(server_code(d.mode, error))}), detail);
     return;
   }
-  slot = in_description_group(t) ? d.descriptions->open(name, desc, error) : IndexedFile::open(name, desc, mode, error);
-  if (slot && files_read_ && in_description_group(t)) files_read_->add(datafile::file_path(name));
+  slot = in_description_group(t) ? d.descriptions->open(name, desc, error, detail)
+                                 : IndexedFile::open(name, desc, mode, error, detail);
+  if (slot && files_read_ && in_description_group(t) && !dict_on_server(d.mode))
+    files_read_->add(datafile::file_path(name));
   if (slot) return;
   switch (t) {
     case DictTable::object:
-      throw run_stop(txt::dict_open_failed, {d.path, std::to_string(error)});
+      throw with_explanation(run_stop(txt::dict_open_failed, {d.path, std::to_string(server_code(d.mode, error))}), detail);
     case DictTable::field:
     case DictTable::record:
     case DictTable::key:
-      throw run_stop(txt::dict_file_open_failed, {name});
+      throw with_explanation(run_stop(txt::dict_file_open_failed, {name}), detail);
     default:
       if (error == datafile::kNoSuchFile) slot = IndexedFile::open(name, desc, mode | datafile::kCreate, error);
   }
@@ -322,8 +388,8 @@ IndexedFile* DictionaryFiles::file(DictTable t, int dictno) {
 }
 
 void DictionaryFiles::read_failed(DictTable t, int dictno, int status) {
-  const std::string name = path(dictno) + std::string(dict_table_letters(t)) + "4";
-  throw run_stop(txt::dict_read_failed, {name, Diagnostics::io_error_text(status)});
+  const std::string name = dict_table_file(path(dictno), dicts_[static_cast<size_t>(dictno)]->mode, t);
+  throw with_explanation(run_stop(txt::dict_read_failed, {name, Diagnostics::io_error_text(status)}), server_error(dictno));
 }
 
 int DictionaryFiles::read(DictRow& row, int dictno, int index) {

@@ -67,6 +67,13 @@ uint16_t dict_table_mask(DictTable t);
 std::string_view dict_table_letters(DictTable t);
 // The description of a table for the data-file layer.
 const datafile::TableDesc& dict_table_desc(DictTable t);
+// On a database server: the table that holds a dictionary's version text (one row, ver_text).
+const datafile::TableDesc& dict_version_desc();
+// Whether a dictionary of access mode `mode` is on a database server.
+bool dict_on_server(uint32_t mode);
+// The name a table of the dictionary `path` is opened under: <path><letters>4 for local files;
+// on a server, the dictionary's path itself (its schema there; the table is the table's name).
+std::string dict_table_file(const std::string& path, uint32_t mode, DictTable t);
 
 // A row buffer of a table: numbers most significant byte first, texts blank padded.
 class DictRow {
@@ -119,6 +126,9 @@ class DictionaryFiles final : public Dictionaries {
   // now on are added to `files`, which must outlive this object.
   void note_files_in(FilesRead* files) { files_read_ = files; }
   const std::string& version(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->version; }
+  uint32_t mode(int dictno) const { return dicts_[static_cast<size_t>(dictno)]->mode; }
+  // The database server's text of the last failure on a dictionary; empty for local files.
+  std::string server_error(int dictno) const;
 
   // Row access. read: the row with the key in `row` on `index`, from dictionary `dictno`, or from
   // the first that has it when `dictno` is -1; the dictionary's number, or -1 when none has it.
@@ -177,6 +187,7 @@ class DictionaryFiles final : public Dictionaries {
   };
 
   std::string dictionary_path(std::string_view name, uint32_t& mode) const;
+  std::string read_version(const Dictionary& d) const;
   void open_table(Dictionary& d, DictTable t, uint32_t mode);
   datafile::FileGroup* group_of(DictTable t, int dictno);
   datafile::IndexedFile* file(DictTable t, int dictno);

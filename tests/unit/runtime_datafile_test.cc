@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -308,6 +309,55 @@ TEST(FileSearch, PathsAndNames) {
   EXPECT_EQ(read_text_file(dir / "none", 19), std::nullopt);
   ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0644), 0);
   EXPECT_EQ(read_text_file(dir / "fifo", 19), std::nullopt);  // refused, not waited on
+}
+
+// Where names lead under a server configuration: a configured host, TAVSERVER for the rest, ":"
+// for local files, and the configurations that are refused.
+TEST(FileSearch, ServerNamesAndTheirModeWord) {
+  TempDir dir;
+  std::map<std::string, std::string> vars{{"TAVSERVERS", dir / "servers"}};
+  const Getenv env = [&](const char* name) -> const char* {
+    auto it = vars.find(name);
+    return it == vars.end() ? nullptr : it->second.c_str();
+  };
+  tavtest::write_file(dir / "servers", "# comment\n\nmain host=/x dbname=a\n  spare\tservice=b\n");
+  std::vector<Server> servers;
+  std::string detail;
+  ASSERT_EQ(read_servers(servers, detail, env), 0) << detail;
+  ASSERT_EQ(servers.size(), 2u);
+  EXPECT_EQ(servers[1].name, "spare");
+  EXPECT_EQ(servers[1].connection, "service=b");
+
+  FileLocation at;
+  EXPECT_EQ(locate("spare:app/shop", at, detail, env), 0);
+  EXPECT_EQ(at.path, "app/shop");
+  EXPECT_EQ(at.mode, 0x20000000u);  // server 1: its number + 1 in the high bits
+  EXPECT_EQ(server_number(at.mode), 1);
+  EXPECT_EQ(locate("app/shop", at, detail, env), 0);
+  EXPECT_EQ(at.mode, 0u);
+  vars["TAVSERVER"] = "main";
+  EXPECT_EQ(locate("app/shop", at, detail, env), 0);
+  EXPECT_EQ(at.mode, 0x10000000u);
+  EXPECT_EQ(locate(":app/shop", at, detail, env), 0);  // local even so
+  EXPECT_EQ(at.mode, kLocal);
+  EXPECT_EQ(at.path, "app/shop");
+  EXPECT_EQ(locate("other:app/shop", at, detail, env), kNetworkNotAllowed);
+  EXPECT_EQ(at.path, "other:app/shop");
+  EXPECT_EQ(locate("main:" + std::string(64, 'x'), at, detail, env), kBadArgument);  // longer than a server's names
+
+  std::string many;
+  for (int i = 0; i < 16; ++i) many += "s" + std::to_string(i) + " dbname=x\n";
+  tavtest::write_file(dir / "servers", many);
+  EXPECT_EQ(read_servers(servers, detail, env), kTooManyServers);
+  tavtest::write_file(dir / "servers", "bad/name dbname=x\n");
+  EXPECT_EQ(read_servers(servers, detail, env), kBadArgument);
+  EXPECT_NE(detail.find(":1:"), std::string::npos) << detail;
+  vars["TAVSERVERS"] = dir / "none";
+  EXPECT_EQ(locate("main:x", at, detail, env), kNoSuchFile);
+  // A file on a server whose configuration is gone is refused, not taken for a local one.
+  int error = 0;
+  EXPECT_EQ(IndexedFile::open("x", people(), server_mode(0), error), nullptr);
+  EXPECT_NE(error, 0);
 }
 
 }  // namespace

@@ -101,7 +101,7 @@ int load_command(const std::string& dict, const std::vector<std::string>& schema
   }
   if (loaded) return 0;
   // What a refused load made for a new dictionary goes too: nothing changes.
-  for (auto it = created.rbegin(); it != created.rend(); ++it) std::remove(it->c_str());
+  Store::remove_created(dict, created);
   problems.push_back("nothing loaded");
   return report(problems);
 }

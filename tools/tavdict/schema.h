@@ -68,10 +68,14 @@ std::vector<ValidationError> validation_errors(DictionaryFiles& files, const std
 class Store {
  public:
   // Opens the dictionary at `prefix`; with `create`, makes its missing tables and version file
-  // first, adding the paths it made to `created`. Nothing (with `problems` set) when it cannot
+  // first, adding the paths it made (on a database server, the tables) to `created`. Nothing (with `problems` set) when it cannot
   // be opened. Opened read only, the store reads the dictionary as one snapshot.
   static std::unique_ptr<Store> open(const std::string& prefix, bool create, bool read_only, Problems& problems,
                                      std::vector<std::string>* created = nullptr);
+
+  // Removes what open made for a load that was refused: the files (or, on a server, the tables
+  // and the schema) listed in `created`.
+  static void remove_created(const std::string& prefix, const std::vector<std::string>& created);
 
   DictionaryFiles& files() { return files_; }
   const std::string& prefix() const { return prefix_; }
@@ -86,6 +90,9 @@ class Store {
 
  private:
   explicit Store(std::string prefix);
+  static std::unique_ptr<Store> open_on_server(const std::string& name, const datafile::FileLocation& where,
+                                               bool create, bool read_only, Problems& problems,
+                                               std::vector<std::string>* created);
   std::string prefix_;
   DictionaryFiles files_;
 };

@@ -63,6 +63,61 @@ bool create_missing(const std::string& prefix, Problems& problems, std::vector<s
   return true;
 }
 
+// What a failure on a database server was, in the server's own words when it gave any.
+std::string failure_text(int error, const std::string& detail) {
+  return Diagnostics::io_error_text(error) + (detail.empty() ? "" : ": " + detail);
+}
+
+// Makes the tables a dictionary on a server lacks, and its version row (the text of a new
+// dictionary) when it has none.
+bool create_missing_on_server(const datafile::FileLocation& where, Problems& problems, std::vector<std::string>& created) {
+  const uint32_t mode = where.mode | datafile::kCreate;
+  int error = 0;
+  std::string detail;
+  for (int i = 0; i < kDictTableCount; ++i) {
+    const DictTable t = static_cast<DictTable>(i);
+    if (IndexedFile::open(where.path, dict_table_desc(t), where.mode | datafile::kReadOnly, error, detail)) continue;
+    if (error == datafile::kNoSuchFile) created.push_back(dict_table_desc(t).table);
+    if (!IndexedFile::open(where.path, dict_table_desc(t), mode, error, detail)) {
+      problems.push_back(where.server + ":" + where.path + ": " + std::string(dict_table_desc(t).table) +
+                         " cannot be made: " + failure_text(error, detail));
+      return false;
+    }
+  }
+  if (!IndexedFile::open(where.path, dict_version_desc(), where.mode | datafile::kReadOnly, error, detail) &&
+      error == datafile::kNoSuchFile)
+    created.push_back(dict_version_desc().table);
+  std::unique_ptr<IndexedFile> version = IndexedFile::open(where.path, dict_version_desc(), mode, error, detail);
+  std::vector<uint8_t> row(dict_version_desc().row_size(), ' ');
+  if (version && version->start(1, row.data(), datafile::kFirstRow) == 0 &&
+      version->read(1, row.data(), datafile::kNextRow) == 0)
+    return true;
+  if (version) {
+    std::fill(row.begin(), row.end(), ' ');
+    row[0] = static_cast<uint8_t>(kFirstVersion[0]);
+    error = version->write(row.data());
+    detail = version->server_error();
+  }
+  if (!version || error != 0) {
+    problems.push_back(where.server + ":" + where.path + ": the version cannot be written: " + failure_text(error, detail));
+    return false;
+  }
+  return true;
+}
+
+// A dictionary's object table on a server: there, or why not.
+bool on_server_already(const datafile::FileLocation& where, Problems& problems) {
+  int error = 0;
+  std::string detail;
+  if (IndexedFile::open(where.path, dict_table_desc(DictTable::object), where.mode | datafile::kReadOnly, error, detail))
+    return true;
+  if (error == datafile::kNoSuchFile)
+    problems.push_back(where.server + ":" + where.path + ": no dictionary here (" + detail + ")");
+  else
+    problems.push_back(where.server + ":" + where.path + ": " + failure_text(error, detail));
+  return false;
+}
+
 // Each table file of the dictionary that cannot be opened, with why: the compiler's messages
 // name the dictionary, or the first file it met.
 void name_unusable_tables(const std::string& prefix, Problems& problems) {
@@ -141,12 +196,16 @@ class Writer {
   std::map<std::string, uint16_t> field_ids_;
 };
 
-std::string file_of(DictionaryFiles& files, const DictRow& row) { return table_name(files.path(0), row.table()) + ".idx"; }
+std::string file_of(DictionaryFiles& files, const DictRow& row) {
+  if (dict_on_server(files.mode(0))) return files.path(0) + "." + dict_table_desc(row.table()).table;
+  return table_name(files.path(0), row.table()) + ".idx";
+}
 
 int Writer::put(const DictRow& row, bool replace, const std::string& what) {
   const int status = replace ? files_.rewrite(row, 0) : files_.write(row, 0);
   if (status != 0)
-    problems_.push_back(what + ": cannot be written into " + file_of(files_, row) + ": " + Diagnostics::io_error_text(status));
+    problems_.push_back(what + ": cannot be written into " + file_of(files_, row) + ": " +
+                        failure_text(status, files_.server_error(0)));
   return status;
 }
 
@@ -381,10 +440,38 @@ bool compiler_accepts(DictionaryFiles& files, const Schema& schema, const std::m
 
 Store::Store(std::string prefix) : prefix_(std::move(prefix)), files_(kAllTables) {}
 
+std::unique_ptr<Store> Store::open_on_server(const std::string& name, const datafile::FileLocation& where, bool create,
+                                             bool read_only, Problems& problems, std::vector<std::string>* created) {
+  std::vector<std::string> made;
+  const bool ready = create ? create_missing_on_server(where, problems, made) : on_server_already(where, problems);
+  if (created) created->insert(created->end(), made.begin(), made.end());
+  if (!ready) return nullptr;
+  std::unique_ptr<Store> store(new Store(name));
+  try {
+    if (store->files_.open(name, read_only) != 0) {
+      problems.push_back(name + ": the documentation table cannot be opened");
+      return nullptr;
+    }
+  } catch (const RunStop& stop) {
+    problems.push_back(stop.message + (stop.explanation.empty() ? "" : ": " + stop.explanation));
+    return nullptr;
+  }
+  return store;
+}
+
 std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool read_only, Problems& problems,
                                    std::vector<std::string>* created) {
+  datafile::FileLocation where;
+  std::string detail;
+  const int located = datafile::locate(prefix, where, detail);
+  if (located == 0 && (where.mode & datafile::kServerBits))
+    return open_on_server(prefix, where, create, read_only, problems, created);
+  if (located != 0 && !(located == datafile::kNetworkNotAllowed && datafile::names_server(prefix))) {
+    problems.push_back(prefix + ": " + failure_text(located, detail));
+    return nullptr;
+  }
   if (datafile::names_server(prefix)) {
-    problems.push_back(prefix + ": names a file server; dictionaries are local files (a leading ':' names a local file)");
+    problems.push_back(prefix + ": names a file server that TAVSERVERS does not name (a leading ':' names a local file)");
     return nullptr;
   }
   const std::string local(datafile::local_name(prefix));
@@ -411,6 +498,22 @@ std::unique_ptr<Store> Store::open(const std::string& prefix, bool create, bool 
   return store;
 }
 
+void Store::remove_created(const std::string& prefix, const std::vector<std::string>& created) {
+  datafile::FileLocation where;
+  std::string detail;
+  if (datafile::locate(prefix, where, detail) != 0 || !(where.mode & datafile::kServerBits)) {
+    for (auto it = created.rbegin(); it != created.rend(); ++it) std::remove(it->c_str());
+    return;
+  }
+  // On a server `created` names the tables made.
+  for (auto it = created.rbegin(); it != created.rend(); ++it) {
+    const datafile::TableDesc* desc = &dict_version_desc();
+    for (int i = 0; i < kDictTableCount; ++i)
+      if (dict_table_desc(static_cast<DictTable>(i)).table == *it) desc = &dict_table_desc(static_cast<DictTable>(i));
+    datafile::remove_file(where.path, *desc, where.mode, detail);
+  }
+}
+
 bool Store::load(const Schema& schema, Problems& problems) {
   Writer writer(files_, problems);
   // One transaction on all the tables a load writes: they commit together or not at all.
@@ -421,7 +524,7 @@ bool Store::load(const Schema& schema, Problems& problems) {
     return compiler_accepts(files_, schema, writer.field_ids(), problems) ? 0 : kRefused;
   });
   if (status != 0 && problems.empty())
-    problems.push_back(prefix_ + ": the load cannot be committed: " + Diagnostics::io_error_text(status));
+    problems.push_back(prefix_ + ": the load cannot be committed: " + failure_text(status, files_.server_error(0)));
   return status == 0;
 }
 
