@@ -430,6 +430,24 @@ TEST(Tavls, DefinitionsAcrossIncludes) {
   EXPECT_EQ(session.finish(), 0);
 }
 
+// A routine of a component library: its EXPORT in the library's source beside the library.
+TEST(Tavls, DefinitionOfALibraryRoutine) {
+  TempDir dir;
+  write_file(dir / "lib.spl",
+             "procedure main\n  pause\nend-procedure\nprocedure close-day export\n  message \"closed\"\nend-procedure\n");
+  ASSERT_EQ(tavcmp(dir.path(), {"-ln", "lib.spl"}).status, 0);
+  const std::string uri = uri_of(dir / "prog.spl");
+  Session session(dir.path(), {{"noDictionaries", true}, {"erq", dir.path()}});
+  session.open(dir / "prog.spl", "link \"lib\"\nprocedure main\n  do close-day\nend\n");
+  ASSERT_TRUE(session.client.diagnostics_for(uri));
+  const std::optional<Json> r = session.client.response(session.client.request(
+      "textDocument/definition", {{"textDocument", {{"uri", uri}}}, {"position", {{"line", 2}, {"character", 6}}}}));
+  ASSERT_TRUE(r && (*r)["result"].is_object()) << (r ? r->dump() : "no answer");
+  EXPECT_EQ((*r)["result"]["uri"], uri_of(dir / "lib.spl"));
+  EXPECT_EQ((*r)["result"]["range"]["start"], Json({{"line", 3}, {"character", 10}}));
+  EXPECT_EQ(session.finish(), 0);
+}
+
 // What a broken or impatient client sends gets an error and the session goes on; exit without
 // shutdown and the end of the input end with status 1.
 TEST(Tavls, BadInputAndLifecycle) {

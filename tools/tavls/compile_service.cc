@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
@@ -271,6 +272,11 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
       done.xref = build_xref(compiler);
       done.hovers = hover_texts(compiler, done.xref);  // reads the dictionaries: inside the snapshot
       done.object_fields = object_fields(compiler, done.xref);
+      for (const std::string& library : file.libraries_read.paths()) {
+        std::error_code ec;
+        const std::string source = std::filesystem::absolute(with_extension(library, ".spl"), ec).string();
+        if (!ec && std::filesystem::is_regular_file(source, ec)) done.library_sources.push_back(source);
+      }
       if (dictionaries) dictionaries->end_snapshots();
       if (file.have_table) {
         done.outline = outline_of(compiler, path, text);

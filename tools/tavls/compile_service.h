@@ -66,6 +66,7 @@ struct CompileResult {
   XrefIndex xref;                   // every name with its definition and uses
   std::vector<std::string> hovers;  // what hover shows of each of xref's symbols
   std::map<std::string, std::vector<std::string>> object_fields;  // each object's record, in order
+  std::vector<std::string> library_sources;  // the sources beside the component libraries linked
 };
 
 class CompileService {

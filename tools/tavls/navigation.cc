@@ -1,6 +1,7 @@
 #include "navigation.h"
 
 #include <algorithm>
+#include <fstream>
 #include <set>
 
 #include "lexer/verbs.h"
@@ -228,6 +229,30 @@ void workspace_symbols(const XrefIndex& index, const std::string& query, SourceL
     if (s.section >= 0) symbol["containerName"] = index.symbols[static_cast<size_t>(s.section)].name;
     out.push_back(std::move(symbol));
   }
+}
+
+std::optional<SourceRange> exported_routine(const std::string& source, const std::string& name) {
+  std::ifstream in(source, std::ios::binary);
+  std::string line;
+  for (int n = 1; std::getline(in, line); ++n) {
+    std::vector<std::pair<size_t, std::string>> words;  // each word's start and its lower case
+    for (size_t at = 0; at < line.size() && words.size() < 16;) {
+      if (!name_char(line[at])) {
+        ++at;
+        continue;
+      }
+      const size_t start = at;
+      while (at < line.size() && name_char(line[at])) ++at;
+      words.emplace_back(start, lower(std::string_view(line).substr(start, at - start)));
+    }
+    if (words.size() < 3 || words[1].second != name) continue;
+    const std::string& verb = words[0].second;
+    if (verb != "procedure" && verb != "screen" && verb != "menu" && verb != "api") continue;
+    if (std::none_of(words.begin() + 2, words.end(), [](const auto& w) { return w.second == "export"; })) continue;
+    const int column = character_column(line, words[1].first);
+    return SourceRange{source, n, column, column + static_cast<int>(name.size())};
+  }
+  return std::nullopt;
 }
 
 }  // namespace tav::lsp

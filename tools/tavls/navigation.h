@@ -59,6 +59,10 @@ nlohmann::json completion_items(const CompletionContext& context, const XrefInde
                                 int line, const std::vector<std::string>& object_fields,
                                 const std::vector<std::string>& dictionary_objects);
 
+// Where the source of a component library defines the routine `name` with EXPORT: a section
+// header "procedure name ... export" (or screen, menu, api); nothing when it does not.
+std::optional<SourceRange> exported_routine(const std::string& source, const std::string& name);
+
 // SymbolInformation[] of the names a document defines whose name holds `query` (any case).
 void workspace_symbols(const XrefIndex& index, const std::string& query, SourceLines& lines, nlohmann::json& out);
 

@@ -264,7 +264,8 @@ void Server::compile_and_publish(Document& d) {
   CompileResult result = compiler_.compile(d.path, d.text, settings_);
   outlines_[d.uri] = std::move(result.outline);
   definitions_[d.uri] = std::move(result.definitions);
-  indexes_[d.uri] = {std::move(result.xref), std::move(result.hovers), std::move(result.object_fields)};
+  indexes_[d.uri] = {std::move(result.xref), std::move(result.hovers), std::move(result.object_fields),
+                     std::move(result.library_sources)};
   const std::vector<Diagnostic>& items = result.diagnostics;
   DiskLines disk;
   const LineIndex own(d.text);
@@ -349,6 +350,13 @@ Json Server::definition(const Json& params) {
       SourceLines source = source_lines();
       return location_of(s->definition, source);
     }
+    // A routine of a component library: its EXPORT in the library's source, when that is there.
+    if (s && s->kind == XrefKind::section)
+      for (const std::string& source : indexes_[uri].library_sources)
+        if (const std::optional<SourceRange> exported = exported_routine(source, s->name)) {
+          SourceLines source_text = source_lines();
+          return location_of(*exported, source_text);
+        }
     // A dictionary's field or object: its definition as tavdict dump shows it, read only.
     if (s && s->origin == XrefSymbol::Origin::dictionary)
       if (const auto view = compiler_.dictionary_view(s->kind, s->name, settings_))

@@ -104,6 +104,7 @@ class Server {
     XrefIndex xref;
     std::vector<std::string> hovers;
     std::map<std::string, std::vector<std::string>> object_fields;
+    std::vector<std::string> library_sources;
   };
   std::map<std::string, Index> indexes_;
   std::set<std::string> cancelled_;  // the ids (as JSON text) of requests cancelled
