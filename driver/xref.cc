@@ -66,10 +66,6 @@ Json place(const SourceRange& at) {
   return {{"file", at.file}, {"line", at.line}, {"column", at.column}, {"endColumn", at.end_column}};
 }
 
-bool covers(const SourceRange& at, const std::string& file, int line, int column) {
-  return at.known() && at.line == line && at.file == file && column >= at.column && column < at.end_column;
-}
-
 }  // namespace
 
 XrefIndex build_xref(const CompilerStores& c) {
@@ -116,15 +112,6 @@ XrefIndex build_xref(const CompilerStores& c) {
       out.blocks.push_back({std::string(b.word), open.file, open.line, close.line});
   }
   return out;
-}
-
-const XrefSymbol* XrefIndex::at(const std::string& file, int line, int column) const {
-  for (const XrefSymbol& s : symbols) {
-    if (covers(s.definition, file, line, column)) return &s;
-    for (const XrefUse& u : s.uses)
-      if (covers(u.at, file, line, column)) return &s;
-  }
-  return nullptr;
 }
 
 std::string_view origin_name(XrefSymbol::Origin origin) {

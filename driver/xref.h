@@ -56,10 +56,6 @@ struct XrefIndex {
   std::vector<XrefSymbol> symbols;
   std::vector<XrefObjectRead> reads;
   std::vector<XrefBlockLines> blocks;  // each closed block of statements
-
-  // The symbol whose definition or one of whose uses covers `column` (1-based, in characters)
-  // of `line` in `file`; null when none does.
-  const XrefSymbol* at(const std::string& file, int line, int column) const;
 };
 
 XrefIndex build_xref(const CompilerStores& compiler);

@@ -1,6 +1,5 @@
 #include "symbols/symtab.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "codegen/header.h"
