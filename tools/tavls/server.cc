@@ -484,9 +484,11 @@ Json Server::completion(const Json& params) {
   const Index* index = it == indexes_.end() ? nullptr : &it->second;
   std::vector<std::string> fields;
   if (context.kind == CompletionContext::Kind::object_fields) {
-    const auto known = index ? index->object_fields.find(context.object) : std::map<std::string, std::vector<std::string>>::const_iterator();
-    fields = index && known != index->object_fields.end() ? known->second
-                                                          : compiler_.dictionary_fields(context.object, settings_);
+    // The program's objects first; one it has not named may be a dictionary's.
+    if (index)
+      if (const auto known = index->object_fields.find(context.object); known != index->object_fields.end())
+        fields = known->second;
+    if (fields.empty()) fields = compiler_.dictionary_fields(context.object, settings_);
   }
   const std::vector<std::string> objects =
       context.kind == CompletionContext::Kind::names ? compiler_.dictionary_objects(settings_) : std::vector<std::string>();
