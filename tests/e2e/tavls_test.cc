@@ -186,6 +186,17 @@ struct Session {
   Json capabilities;
 };
 
+// A headless Neovim running session.lua of `dir` with the directory, tavls and the product
+// directory as its arguments.
+RunResult run_nvim_session(const std::string& nvim, const std::string& dir) {
+  tavtest::RunOptions options;
+  options.cwd = dir;
+  return tavtest::run({nvim, "--headless", "--clean", "-c",
+                       "lua loadfile('session.lua')('" + dir + "', '" + tavtest::program("tavls") + "', '" +
+                           tavtest::product_dir() + "')"},
+                      options);
+}
+
 fs::path corpus_dir() { return fs::path(tavtest::source_dir()) / "tests/diagnostics/corpus"; }
 
 // Every program of the diagnostics corpus, opened unsaved under another name: what the server
@@ -552,12 +563,7 @@ vim.cmd('qa!')
   }
   std::sort(want.begin(), want.end());
   ASSERT_GE(want.size(), 3u);
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  const RunResult r = tavtest::run({nvim, "--headless", "--clean", "-c",
-                                    "lua loadfile('session.lua')('" + dir.path() + "', '" + tavtest::program("tavls") +
-                                        "', '" + tavtest::product_dir() + "')"},
-                                   options);
+  const RunResult r = run_nvim_session(nvim, dir.path());
   ASSERT_EQ(r.status, 0) << r.err;
   std::vector<std::string> seen;
   std::istringstream lines(read_file(dir / "seen.txt"));
@@ -598,12 +604,7 @@ local ok, problem = pcall(session)
 if not ok then vim.fn.writefile({ 'error: ' .. tostring(problem) }, dir .. '/seen.txt') end
 vim.cmd('qa!')
 )lua");
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  const RunResult r = tavtest::run({nvim, "--headless", "--clean", "-c",
-                                    "lua loadfile('session.lua')('" + dir.path() + "', '" + tavtest::program("tavls") +
-                                        "', '" + tavtest::product_dir() + "')"},
-                                   options);
+  const RunResult r = run_nvim_session(nvim, dir.path());
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(read_file(dir / "seen.txt"), "fields.inc:2:6\n");  // line 2, byte 6: "amount"
 }
@@ -774,12 +775,7 @@ if not ok then table.insert(seen, 'error: ' .. tostring(problem)) end
 vim.fn.writefile(seen, dir .. '/seen.txt')
 vim.cmd('qa!')
 )lua");
-  tavtest::RunOptions options;
-  options.cwd = dir.path();
-  const RunResult r = tavtest::run({nvim, "--headless", "--clean", "-c",
-                                    "lua loadfile('session.lua')('" + dir.path() + "', '" + tavtest::program("tavls") +
-                                        "', '" + tavtest::product_dir() + "')"},
-                                   options);
+  const RunResult r = run_nvim_session(nvim, dir.path());
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(read_file(dir / "seen.txt"),
             "hover field amount pic 9(5)\n"

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -61,6 +62,32 @@ std::map<std::string, std::vector<std::string>> object_fields(const CompilerStor
     }
   }
   return out;
+}
+
+// The object `name` with the fields of its record, or the field `name`, out of a whole schema.
+dict_tool::Schema part_of_schema(const dict_tool::Schema& all, XrefKind kind, const std::string& name) {
+  dict_tool::Schema shown;
+  std::set<std::string> fields;
+  if (kind == XrefKind::field) fields.insert(name);
+  for (const dict_tool::ObjectEntry& o : all.objects) {
+    if (kind != XrefKind::object || o.name != name) continue;
+    shown.objects.push_back(o);
+    for (const dict_tool::RecordEntry& r : o.record) fields.insert(r.field);
+  }
+  for (const dict_tool::FieldEntry& f : all.fields)
+    if (fields.count(f.name)) shown.fields.push_back(f);
+  return shown;
+}
+
+// The first line (from 1) of `text` that starts with `start`; 1 when none does.
+int line_starting(std::string_view text, std::string_view start) {
+  int line = 1;
+  for (size_t at = 0; at < text.size(); ++line) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    if (text.substr(at, end - at).starts_with(start)) return line;
+    at = end + 1;
+  }
+  return 1;
 }
 
 std::string last_component(const std::string& path) {
@@ -295,71 +322,56 @@ CompileResult CompileService::compile(const std::string& path, std::string_view 
   return done;
 }
 
-std::vector<std::string> CompileService::dictionary_fields(const std::string& object, const Settings& settings) {
+bool CompileService::read_dictionaries(const Settings& settings, const std::function<void(DictionaryFiles&)>& read) {
   std::vector<Diagnostic> stop;
   DictionaryFiles* d = settings.dictionaries ? dictionaries_.get(settings, stop) : nullptr;
-  std::vector<std::string> fields;
-  if (!d) return fields;
+  if (!d) return false;
   try {
     d->begin_snapshots();
-    if (const std::optional<DictObject> o = d->find_object(object))
-      for (const DictRecordEntry& e : d->record(o->dictno, o->id))
-        if (std::optional<DictField> f = d->field_by_id(o->dictno, e.field_id)) fields.push_back(f->name);
+    read(*d);
     d->end_snapshots();
   } catch (const RunStop&) {
     dictionaries_.forget();  // damaged under us: opened again next time
+    return false;
   }
+  return true;
+}
+
+std::vector<std::string> CompileService::dictionary_fields(const std::string& object, const Settings& settings) {
+  std::vector<std::string> fields;
+  read_dictionaries(settings, [&](DictionaryFiles& d) {
+    if (const std::optional<DictObject> o = d.find_object(object))
+      for (const DictRecordEntry& e : d.record(o->dictno, o->id))
+        if (std::optional<DictField> f = d.field_by_id(o->dictno, e.field_id)) fields.push_back(f->name);
+  });
   return fields;
 }
 
 std::vector<std::string> CompileService::dictionary_objects(const Settings& settings) {
-  std::vector<Diagnostic> stop;
-  DictionaryFiles* d = settings.dictionaries ? dictionaries_.get(settings, stop) : nullptr;
   std::vector<std::string> names;
-  if (!d) return names;
-  try {
-    d->begin_snapshots();
-    names = d->object_names();
-    d->end_snapshots();
-  } catch (const RunStop&) {
-    dictionaries_.forget();
-  }
+  read_dictionaries(settings, [&](DictionaryFiles& d) { names = d.object_names(); });
   return names;
 }
 
 std::optional<std::pair<std::string, int>> CompileService::dictionary_view(XrefKind kind, const std::string& name,
                                                                            const Settings& settings) {
-  std::vector<Diagnostic> stop;
-  DictionaryFiles* d = settings.dictionaries ? dictionaries_.get(settings, stop) : nullptr;
-  if (!d || (kind != XrefKind::field && kind != XrefKind::object)) return std::nullopt;
+  if (kind != XrefKind::field && kind != XrefKind::object) return std::nullopt;
   int dictno = -1;
-  try {
-    d->begin_snapshots();
+  std::string prefix;
+  read_dictionaries(settings, [&](DictionaryFiles& d) {
     if (kind == XrefKind::object) {
-      if (const std::optional<DictObject> o = d->find_object(name)) dictno = o->dictno;
-    } else if (const std::optional<DictField> f = d->find_field(name)) {
+      if (const std::optional<DictObject> o = d.find_object(name)) dictno = o->dictno;
+    } else if (const std::optional<DictField> f = d.find_field(name)) {
       dictno = f->dictno;
     }
-    d->end_snapshots();
-  } catch (const RunStop&) {
-    dictionaries_.forget();
-    return std::nullopt;
-  }
-  if (dictno < 0 || dictno >= d->open_count()) return std::nullopt;
+    if (dictno >= 0 && dictno < d.open_count()) prefix = d.path(dictno);
+  });
+  if (prefix.empty()) return std::nullopt;
   dict_tool::Problems problems;
-  const std::unique_ptr<dict_tool::Store> store = dict_tool::Store::open(d->path(dictno), false, true, problems);
+  const std::unique_ptr<dict_tool::Store> store = dict_tool::Store::open(prefix, false, true, problems);
   if (!store) return std::nullopt;
   const dict_tool::Schema all = store->read(problems);
-  dict_tool::Schema shown;
-  std::set<std::string> fields;
-  if (kind == XrefKind::field) fields.insert(name);
-  for (const dict_tool::ObjectEntry& o : all.objects) {
-    if (kind != XrefKind::object || o.name != name) continue;
-    shown.objects.push_back(o);
-    for (const dict_tool::RecordEntry& r : o.record) fields.insert(r.field);
-  }
-  for (const dict_tool::FieldEntry& f : all.fields)
-    if (fields.count(f.name)) shown.fields.push_back(f);
+  const dict_tool::Schema shown = part_of_schema(all, kind, name);
   if (shown.fields.empty() && shown.objects.empty()) return std::nullopt;
   const std::string text = dict_tool::write_schema(shown, problems);
   const std::string dir = dir_ + "/dictionary";
@@ -368,14 +380,7 @@ std::optional<std::pair<std::string, int>> CompileService::dictionary_view(XrefK
   unlink(path.c_str());  // the last one is read-only
   if (!write_text(path, text)) return std::nullopt;
   chmod(path.c_str(), 0400);
-  const std::string wanted = (kind == XrefKind::object ? "object " : "field ") + name;
-  int line = 1;
-  for (size_t at = 0; at < text.size(); ++line) {
-    const size_t end = std::min(text.find('\n', at), text.size());
-    if (std::string_view(text).substr(at, end - at).starts_with(wanted)) return std::make_pair(path, line);
-    at = end + 1;
-  }
-  return std::make_pair(path, 1);
+  return std::make_pair(path, line_starting(text, (kind == XrefKind::object ? "object " : "field ") + name));
 }
 
 }  // namespace tav::lsp

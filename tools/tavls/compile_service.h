@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <ctime>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -98,6 +99,9 @@ class CompileService {
   std::string tavpp(const Settings& settings) const;
 
  private:
+  // Runs `read` on the settings' dictionaries inside a snapshot; false without dictionaries or
+  // when reading them failed (they are opened again next time).
+  bool read_dictionaries(const Settings& settings, const std::function<void(DictionaryFiles&)>& read);
   std::vector<std::string> preprocessor_args(const std::string& path, const Settings& settings) const;
   std::string program_dir_;
   std::string dir_;
