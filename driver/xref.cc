@@ -40,12 +40,6 @@ XrefSymbol::Origin origin_of(const OpSpace& ops, XrefKind kind, uint32_t record)
   }
 }
 
-std::string name_at(const OpSpace& ops, uint32_t record, uint32_t member) {
-  if (record == 0 || record + member + 3 > ops.brk()) return {};
-  const uint32_t link = ops.get24(record + member);
-  return link == 0 ? std::string() : std::string(ops.text_at(link));
-}
-
 // Each section's own fields belong to the section's symbol.
 void link_local_fields(const OpSpace& ops, XrefIndex& out, const std::unordered_map<uint64_t, size_t>& slot) {
   size_t sections = 0;
@@ -67,6 +61,12 @@ Json place(const SourceRange& at) {
 }
 
 }  // namespace
+
+std::string record_name(const OpSpace& ops, uint32_t record, uint32_t member) {
+  if (record == 0 || record + member + 3 > ops.brk()) return {};
+  const uint32_t link = ops.get24(record + member);
+  return link == 0 || link >= ops.brk() ? std::string() : std::string(ops.text_at(link));
+}
 
 XrefIndex build_xref(const CompilerStores& c) {
   XrefIndex out;
@@ -96,12 +96,12 @@ XrefIndex build_xref(const CompilerStores& c) {
   link_local_fields(ops, out, slot);
   for (const XrefRead& r : c.syms.xref().reads()) {
     XrefObjectRead read;
-    read.object = name_at(ops, r.object, osym::o_name);
+    read.object = record_name(ops, r.object, osym::o_name);
     read.statement = statement_name(r.statement);
     read.at = c.tok.diag_range(r.where);
     read.index = r.index;
     read.explicit_index = r.explicit_index;
-    for (uint32_t f : r.key_fields) read.key_fields.push_back(name_at(ops, f, fsym::f_name));
+    for (uint32_t f : r.key_fields) read.key_fields.push_back(record_name(ops, f, fsym::f_name));
     read.ranges = r.ranges;
     read.whole_table = r.whole_table;
     out.reads.push_back(std::move(read));

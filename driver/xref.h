@@ -16,6 +16,7 @@
 namespace tav {
 
 struct CompilerStores;
+class OpSpace;
 
 struct XrefUse {
   SourceRange at;
@@ -59,6 +60,10 @@ struct XrefIndex {
 };
 
 XrefIndex build_xref(const CompilerStores& compiler);
+
+// The text a record's name link (or another text link) at `member` points to, checked against the
+// op space; empty when there is none.
+std::string record_name(const OpSpace& ops, uint32_t record, uint32_t member);
 
 std::string_view origin_name(XrefSymbol::Origin origin);
 

@@ -58,7 +58,7 @@ std::map<std::string, std::vector<std::string>> object_fields(const CompilerStor
     for (uint32_t l = ops.get24(s.record + osym::o_fldobj); l != 0 && l + folink::size <= ops.brk() && count++ < 4096;
          l = ops.get24(l + folink::fo_fldobj)) {
       const uint32_t f = ops.get24(l + folink::fo_field);
-      if (f != 0 && f + fsym::size <= ops.brk()) fields.emplace_back(ops.text_at(ops.get24(f + fsym::f_name)));
+      if (f != 0 && f + fsym::size <= ops.brk()) fields.push_back(record_name(ops, f, fsym::f_name));
     }
   }
   return out;

@@ -13,12 +13,6 @@ namespace {
 // A list of the op space can be no longer than the space holds records.
 constexpr size_t kMaxListLength = 1u << 16;
 
-std::string name_of(const OpSpace& ops, uint32_t record, uint32_t member) {
-  if (record == 0 || record + member + 3 > ops.brk()) return {};
-  const uint32_t link = ops.get24(record + member);
-  return link == 0 || link >= ops.brk() ? std::string() : std::string(ops.text_at(link));
-}
-
 std::string place_text(const SourceRange& at) {
   const size_t slash = at.file.rfind('/');
   return (slash == std::string::npos ? at.file : at.file.substr(slash + 1)) + ":" + std::to_string(at.line);
@@ -68,7 +62,7 @@ std::string keys_text(const OpSpace& ops, uint32_t object) {
     size_t parts = 0;
     for (uint32_t p = ops.get24(k + keyrec::k_parts); p != 0 && p + keypart::size <= ops.brk() && parts++ < 16;
          p = ops.get24(p + keypart::kp_next))
-      out += " " + name_of(ops, ops.get24(p + keypart::kp_field), fsym::f_name) +
+      out += " " + record_name(ops, ops.get24(p + keypart::kp_field), fsym::f_name) +
              (ops.get16(p + keypart::kp_desc) ? " desc" : "");
   }
   return out;
@@ -80,7 +74,7 @@ std::string object_text(CompilerStores& c, const XrefSymbol& s) {
   if (o + osym::size > ops.brk()) return {};
   const char type = static_cast<char>(ops.at(o + osym::o_filtype)[0]);
   std::string out = "```tavrin\nobject " + s.name + "\n```\nfile type " + std::string(1, type > ' ' ? type : '?');
-  if (const std::string file = name_of(ops, o, osym::o_file); !file.empty()) out += ", file \"" + file + "\"";
+  if (const std::string file = record_name(ops, o, osym::o_file); !file.empty()) out += ", file \"" + file + "\"";
   out += ", record " + std::to_string(ops.get16(o + osym::o_recsize)) + " bytes";
   if (s.definition.known()) out += ", defined at " + place_text(s.definition);
   if (s.origin == XrefSymbol::Origin::dictionary) out += ", from the dictionary";
@@ -90,7 +84,7 @@ std::string object_text(CompilerStores& c, const XrefSymbol& s) {
        l = ops.get24(l + folink::fo_fldobj)) {
     const uint32_t f = ops.get24(l + folink::fo_field);
     if (f == 0 || f + fsym::size > ops.brk()) continue;
-    layout += "\n| " + std::to_string(ops.get16(l + folink::fo_offs)) + " | " + name_of(ops, f, fsym::f_name) + " | " +
+    layout += "\n| " + std::to_string(ops.get16(l + folink::fo_offs)) + " | " + record_name(ops, f, fsym::f_name) + " | " +
               storage_picture(static_cast<uint16_t>(ops.get16(f + fsym::f_format))) + " |";
   }
   if (!layout.empty()) out += "\n\n| offset | field | picture |\n|---:|---|---|" + layout;

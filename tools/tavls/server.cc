@@ -342,34 +342,23 @@ Json Server::definition(const Json& params) {
     const std::string found = find_include(*d, name);
     return found.empty() ? Json(nullptr) : location(found, 0, 0, 0);
   }
-  const Definition* def = resolve(definitions_[uri], word_at(text, at), d->path, line + 1);
-  if (!def) {
-    // Reports and modes, and any other name the cross reference places.
-    const XrefSymbol* s = symbol_at(indexes_[uri].xref, d->path, line + 1, character_column(text, at));
-    if (s && s->definition.known()) {
-      SourceLines source = source_lines();
-      return location_of(s->definition, source);
-    }
-    // A routine of a component library: its EXPORT in the library's source, when that is there.
-    if (s && s->kind == XrefKind::section)
-      for (const std::string& source : indexes_[uri].library_sources)
-        if (const std::optional<SourceRange> exported = exported_routine(source, s->name)) {
-          SourceLines source_text = source_lines();
-          return location_of(*exported, source_text);
-        }
-    // A dictionary's field or object: its definition as tavdict dump shows it, read only.
-    if (s && s->origin == XrefSymbol::Origin::dictionary)
-      if (const auto view = compiler_.dictionary_view(s->kind, s->name, settings_))
-        return location(view->first, view->second - 1, 0, 0);
-    return nullptr;
-  }
-  DiskLines disk;
-  const std::optional<std::string> there =
-      def->where.file == d->path ? std::optional<std::string>(std::string(lines.line(def->where.line - 1)))
-                                 : disk.line(def->where.file, def->where.line);
-  const std::string shown = there.value_or("");
-  return location(def->where.file, def->where.line - 1, utf16_column(shown, def->where.column),
-                  utf16_column(shown, std::max(def->where.end_column, def->where.column + 1)));
+  SourceLines source = source_lines();
+  if (const Definition* def = resolve(definitions_[uri], word_at(text, at), d->path, line + 1))
+    return location_of(def->where, source);
+  const XrefSymbol* s = symbol_at(indexes_[uri].xref, d->path, line + 1, character_column(text, at));
+  if (!s) return nullptr;
+  // Reports and modes, and any other name the cross reference places.
+  if (s->definition.known()) return location_of(s->definition, source);
+  // A routine of a component library: its EXPORT in the library's source, when that is there.
+  if (s->kind == XrefKind::section)
+    for (const std::string& library : indexes_[uri].library_sources)
+      if (const std::optional<SourceRange> exported = exported_routine(library, s->name))
+        return location_of(*exported, source);
+  // A dictionary's field or object: its definition as tavdict dump shows it, read only.
+  if (s->origin == XrefSymbol::Origin::dictionary)
+    if (const auto view = compiler_.dictionary_view(s->kind, s->name, settings_))
+      return location(view->first, view->second - 1, 0, 0);
+  return nullptr;
 }
 
 // An include as tavpp finds it: beside the document, then in the include directories.
