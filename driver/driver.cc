@@ -158,6 +158,39 @@ std::optional<int64_t> source_date_epoch(const char* value, std::string& problem
   return seconds;
 }
 
+// Writes `text` to `path` through `path`.tmp, renamed into place, so that a reader sees the old
+// file or the new one, never a part; a signal meanwhile removes the temporary file. Empty, or
+// why it could not be written.
+std::string replace_file(const std::string& path, std::string_view text) {
+  const std::string work = path + ".tmp";
+  copy_name(g_cleanup.work_name, work);
+  unlink(work.c_str());
+  const OpenedOutput out = open_output(work, OutputMode::truncate);
+  bool written = out.fd >= 0;
+  int err = out.fd >= 0 ? 0 : errno;
+  for (size_t done = 0; written && done < text.size();) {
+    const ssize_t n = write(out.fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      err = n < 0 ? errno : ENOSPC;
+      written = false;
+    } else {
+      done += static_cast<size_t>(n);
+    }
+  }
+  if (out.fd >= 0 && close(out.fd) != 0 && written) {
+    err = errno;
+    written = false;
+  }
+  if (written && rename(work.c_str(), path.c_str()) != 0) {
+    err = errno;
+    written = false;
+  }
+  if (!written) unlink(work.c_str());
+  copy_name(g_cleanup.work_name, "");
+  return written ? std::string() : out.problem.empty() ? std::strerror(err) : out.problem;
+}
+
 // The byte-packed record access every operations-table record relies on.
 bool record_access_works() {
   const uint8_t record[5] = {0x11, 0x22, 0x33, 0xff, 0xaa};
@@ -638,39 +671,13 @@ void Driver::add_files_read(const FileContext& file) {
   const std::string rules = read_tail(rules_name, 0, std::string::npos);
   if (rules.empty()) return;  // the preprocessor wrote none
   const std::string text = add_prerequisites(rules, more);
-  const std::string work = rules_name + ".tmp";
-  copy_name(g_cleanup.work_name, work);
-  unlink(work.c_str());
-  const OpenedOutput out = open_output(work, OutputMode::truncate);
-  bool written = out.fd >= 0;
-  int err = out.fd >= 0 ? 0 : errno;
-  for (size_t done = 0; written && done < text.size();) {
-    const ssize_t n = write(out.fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      err = n < 0 ? errno : ENOSPC;
-      written = false;
-    } else {
-      done += static_cast<size_t>(n);
-    }
-  }
-  if (out.fd >= 0 && close(out.fd) != 0 && written) {
-    err = errno;
-    written = false;
-  }
-  if (written && rename(work.c_str(), rules_name.c_str()) != 0) {
-    err = errno;
-    written = false;
-  }
-  if (!written) {
-    unlink(work.c_str());
+  if (const std::string why = replace_file(rules_name, text); !why.empty()) {
     unlink(rules_name.c_str());
-    const std::string why = out.problem.empty() ? std::strerror(err) : out.problem;
     explain("cannot write '" + rules_name + "': " + why + "; the rules were removed");
     run_failed_ = true;
   }
-  copy_name(g_cleanup.work_name, "");
 }
+
 
 // A fault that makes the rest of the run pointless (a damaged dictionary): shown, then the run ends.
 void Driver::stop_run(const RunStop& stop) {
@@ -856,19 +863,10 @@ void Driver::write_statistics() {
 bool Driver::write_xref() {
   const std::string& path = run_.options.xref_output;
   nlohmann::ordered_json doc{{"version", 1}, {"tool", product_version()}, {"programs", std::move(xref_programs_)}};
-  const std::string temporary = path + ".tmp" + std::to_string(getpid());
-  FILE* f = std::fopen(temporary.c_str(), "w");
-  bool written = f != nullptr;
-  if (f) {
-    const std::string text = doc.dump(1) + "\n";
-    written = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    written = std::fclose(f) == 0 && written;
-  }
-  if (written && std::rename(temporary.c_str(), path.c_str()) == 0) return true;
-  const int err = errno;
-  if (f) unlink(temporary.c_str());
+  const std::string why = replace_file(path, doc.dump(1) + "\n");
+  if (why.empty()) return true;
   std::fprintf(stderr, "%s: cannot write the cross reference '%s': %s\n", run_.program_name.c_str(), path.c_str(),
-               std::strerror(err));
+               why.c_str());
   return false;
 }
 
