@@ -60,6 +60,14 @@ class OnServer : public ::testing::Test {
     EXPECT_EQ(r.status, 0) << sql << "\n" << r.err;
     return r.out;
   }
+  // Whether the count `sql` asks for leaves 0 within 30 seconds.
+  bool wait_for(const std::string& sql) const {
+    for (int i = 0; i < 600; ++i) {
+      if (query(sql) != "0\n") return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
   // The shop example's schema and program in the scratch directory.
   void shop() const {
     write_file(dir / "shop.sch", read_file(tavtest::source_dir() + "/examples/shop.sch"));
@@ -191,15 +199,14 @@ TEST_F(OnServer, ServerStoppedInTheMiddleOfALoad) {
   std::future<RunResult> holder = std::async(std::launch::async, [] {
     return server->psql("BEGIN; LOCK TABLE stopped.dict_documentation IN EXCLUSIVE MODE; SELECT pg_sleep(60);");
   });
-  for (int i = 0; i < 200 && query("SELECT count(*) FROM pg_locks WHERE mode = 'ExclusiveLock' AND locktype = "
-                                   "'relation' AND granted") == "0\n";
-       ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_TRUE(wait_for("SELECT count(*) FROM pg_locks WHERE mode = 'ExclusiveLock' AND locktype = 'relation' AND "
+                       "relation = 'stopped.dict_documentation'::regclass AND granted"))
+      << "the lock was never taken";
   std::future<RunResult> load = std::async(std::launch::async, [&] { return tavdict({"load", "db1:stopped", "big.sch"}); });
   // Until the load waits for the lock, having written its fields.
-  for (int i = 0; i < 200 && query("SELECT count(*) FROM pg_locks WHERE NOT granted") == "0\n"; ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const bool waits = wait_for("SELECT count(*) FROM pg_locks WHERE NOT granted");
   server->stop(true);
+  ASSERT_TRUE(waits) << "the load never waited for the lock";
   const RunResult r = load.get();
   holder.get();
   ASSERT_TRUE(server->start());

@@ -61,8 +61,10 @@ std::vector<std::string> list_dir(const std::string& path) {
 
 RunResult run(const std::vector<std::string>& argv, const RunOptions& options) {
   signal(SIGPIPE, SIG_IGN);  // a program that stops reading must not end the test
+  // Close-on-exec: a program another thread starts meanwhile must not keep these pipes open, or
+  // this run would wait for that program's end to see the end of its output.
   int in[2], out[2], err[2];
-  if (pipe(in) || pipe(out) || pipe(err)) throw std::runtime_error("pipe failed");
+  if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC)) throw std::runtime_error("pipe failed");
 
   std::vector<std::string> env_strings;
   for (char** e = environ; *e; ++e) {
