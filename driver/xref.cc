@@ -111,6 +111,8 @@ XrefIndex build_xref(const CompilerStores& c) {
     if (open.known() && close.known() && open.file == close.file && close.line > open.line)
       out.blocks.push_back({std::string(b.word), open.file, open.line, close.line});
   }
+  for (const XrefClauses& offered : c.syms.xref().clauses())
+    if (const SourceRange at = c.tok.diag_range(offered.at); at.known()) out.clauses.push_back({at, offered.words});
   return out;
 }
 

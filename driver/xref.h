@@ -53,10 +53,17 @@ struct XrefBlockLines {
   int close_line = 0;
 };
 
+// Where a statement's clauses begin, and the clause words it offers.
+struct XrefClauseWords {
+  SourceRange at;
+  std::vector<uint32_t> words;  // verb codes
+};
+
 struct XrefIndex {
   std::vector<XrefSymbol> symbols;
   std::vector<XrefObjectRead> reads;
   std::vector<XrefBlockLines> blocks;  // each closed block of statements
+  std::vector<XrefClauseWords> clauses;
 };
 
 XrefIndex build_xref(const CompilerStores& compiler);

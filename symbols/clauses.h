@@ -32,6 +32,7 @@
 #include <cstdint>
 #include <span>
 #include <type_traits>
+#include <vector>
 
 #include "symbols/parser_core.h"
 
@@ -107,11 +108,22 @@ const ClauseRow<State>* apply_clause(ParserCore& p, std::span<const ClauseRow<St
   return row;
 }
 
+// For the cross reference: the clause words this statement offers, where its clauses begin.
+template <class State>
+void note_clause_words(ParserCore& p, std::span<const ClauseRow<State>> rows, const State& state) {
+  if (!p.syms.keeps_xref()) return;
+  std::vector<uint32_t> words;
+  for (const ClauseRow<State>& row : rows)
+    if (clause_detail::valid(row, state)) words.push_back(row.word);
+  p.syms.xref().add_clauses({p.diag.current_mark(), std::move(words)});
+}
+
 // Reads clauses up to the start of the next statement (left held), or until a handler stops.
 // `other` takes a word no row opens. Returns what was seen, for checks after the last clause.
 template <class State>
 ClausesSeen read_clauses(ParserCore& p, std::span<const ClauseRow<State>> rows, State& state,
                          std::type_identity_t<ClauseStep (*)(State&)> other) {
+  note_clause_words(p, rows, state);
   ClausesSeen seen;
   for (;;) {
     p.next();

@@ -27,6 +27,7 @@ void CrossReference::clear() {
   names_.clear();
   reads_.clear();
   blocks_.clear();
+  clauses_.clear();
   ranges_.clear();
   statement_ = {};
   access_ = ObjectAccess::none;

@@ -1,6 +1,6 @@
 // The program's cross reference: every place a field, object, section, report or mode is defined
 // or named, the statement that named it, how each SELECT and GET reads its objects, and where
-// each block of statements opens and closes. It is
+// each block of statements opens and closes, and the clause words each statement offers. It is
 // kept while the places are (the diagnostics collect) and read by the language server and by
 // tavcmp --xref; nothing of it goes into the table.
 #pragma once
@@ -52,6 +52,13 @@ struct XrefBlock {
   SourceMark close;
 };
 
+// The clause words a statement's clause table offers, noted where its clauses begin (at the word
+// read before the first of them).
+struct XrefClauses {
+  SourceMark at;
+  std::vector<uint32_t> words;  // verb codes
+};
+
 class CrossReference {
  public:
   void clear();
@@ -62,6 +69,7 @@ class CrossReference {
   void not_defined_here(uint32_t record);
   void add_read(XrefRead read) { reads_.push_back(std::move(read)); }
   void add_block(XrefBlock block) { blocks_.push_back(block); }
+  void add_clauses(XrefClauses clauses) { clauses_.push_back(std::move(clauses)); }
   // The key ranges of a select's field entry, as text.
   void set_ranges(uint32_t entry, std::string text) { ranges_[entry] = std::move(text); }
   std::string ranges_of(uint32_t entry) const {
@@ -74,6 +82,7 @@ class CrossReference {
   const std::vector<XrefName>& names() const { return names_; }
   const std::vector<XrefRead>& reads() const { return reads_; }
   const std::vector<XrefBlock>& blocks() const { return blocks_; }
+  const std::vector<XrefClauses>& clauses() const { return clauses_; }
 
   // The statement being compiled, for the entries made while it is.
   void set_statement(std::string_view keyword, ObjectAccess access) {
@@ -87,6 +96,7 @@ class CrossReference {
   std::vector<XrefName> names_;
   std::vector<XrefRead> reads_;
   std::vector<XrefBlock> blocks_;
+  std::vector<XrefClauses> clauses_;
   std::unordered_map<uint32_t, std::string> ranges_;
   std::string_view statement_;
   ObjectAccess access_ = ObjectAccess::none;

@@ -632,6 +632,7 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
                "end\n"
                "procedure helper\n"
                "  set amount = amount + 1\n"
+               "  get cust key 5 lock\n"
                "end\n");
   ASSERT_TRUE(session.client.diagnostics_for(uri));
   const auto ask = [&](const std::string& method, Json params) {
@@ -678,7 +679,7 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
   EXPECT_TRUE(ask("textDocument/rename", {{"position", at(4, 2)}, {"newName", "x"}}).contains("error"));
 
   // Completion: statement words where a statement begins, an object's fields after its dot,
-  // the names in scope after a verb.
+  // the names in scope and the statement's clause words after a verb.
   const auto labels = [&](int line, int character) {
     std::set<std::string> out;
     const Json items = ask("textDocument/completion", {{"position", at(line, character)}});
@@ -691,6 +692,9 @@ TEST(Tavls, NamesAnsweredFromTheCrossReference) {
   EXPECT_EQ(got, (std::set<std::string>{"n", "amount"}));
   got = labels(5, 6);  // after "set "
   EXPECT_TRUE(got.count("amount") && got.count("helper") && got.count("cust")) << got.size();
+  got = labels(13, 11);  // after "get cust ": GET's clause words, not SELECT's
+  EXPECT_TRUE(got.count("key") && got.count("next") && got.count("lock") && got.count("amount")) << got.size();
+  EXPECT_FALSE(got.count("where") || got.count("order")) << got.size();
 
   // The workspace's symbols: what the open documents define.
   const std::optional<Json> symbols =

@@ -105,13 +105,28 @@ void add_item(Json& items, std::set<std::string>& seen, const std::string& label
   items.push_back({{"label", label}, {"kind", kind}, {"detail", detail}});
 }
 
-void add_keywords(Json& items, std::set<std::string>& seen, uint32_t bits, const std::string& prefix, const char* detail) {
+// The keywords `wanted` takes (by code) that begin with `prefix`.
+template <class Wanted>
+void add_keywords(Json& items, std::set<std::string>& seen, Wanted wanted, const std::string& prefix,
+                  const char* detail) {
   for (int i = 0; i < kVerbCount; ++i) {
     const VerbRow& row = kVerbTable[i];
-    if ((row.code & bits) == 0 || row.name.empty() || !ascii_alpha(row.name[0])) continue;
+    if (!wanted(row.code) || row.name.empty() || !ascii_alpha(row.name[0])) continue;
     const std::string word = written(row.name);
     if (starts_with(word, prefix)) add_item(items, seen, word, kCompletionKeyword, detail);
   }
+}
+
+void add_keywords(Json& items, std::set<std::string>& seen, uint32_t bits, const std::string& prefix, const char* detail) {
+  add_keywords(items, seen, [bits](uint32_t code) { return (code & bits) != 0; }, prefix, detail);
+}
+
+// The clause words the statements that begin on `line` offer, as the last compile noted them.
+std::set<uint32_t> clauses_offered(const XrefIndex& index, const std::string& path, int line) {
+  std::set<uint32_t> words;
+  for (const XrefClauseWords& c : index.clauses)
+    if (c.at.file == path && c.at.line == line) words.insert(c.words.begin(), c.words.end());
+  return words;
 }
 
 }  // namespace
@@ -207,7 +222,14 @@ Json completion_items(const CompletionContext& context, const XrefIndex* index, 
   }
   if (context.kind == CompletionContext::Kind::statement)
     add_keywords(items, seen, kStatementVerb | kSectionStart, context.prefix, "statement");
-  if (context.kind == CompletionContext::Kind::clause) add_keywords(items, seen, kClauseWord, context.prefix, "clause");
+  if (context.kind == CompletionContext::Kind::clause) {
+    // The statement's own clause words when the compile reached its clauses; all of them else.
+    const std::set<uint32_t> offered = index ? clauses_offered(*index, path, line) : std::set<uint32_t>();
+    if (offered.empty())
+      add_keywords(items, seen, kClauseWord, context.prefix, "clause");
+    else
+      add_keywords(items, seen, [&](uint32_t code) { return offered.count(code) > 0; }, context.prefix, "clause");
+  }
   if (index) {
     const int section = section_at(*index, path, line);
     for (const XrefSymbol& s : index->symbols) {

@@ -53,7 +53,8 @@ struct CompletionContext {
 };
 CompletionContext completion_context(std::string_view before);
 
-// CompletionItem[] for the context: keywords, the program's names (a section's own fields only
+// CompletionItem[] for the context: keywords (after a verb, the clause words the statement's
+// compile offered on that line, or every clause word), the program's names (a section's own fields only
 // inside it), or an object's fields (`object_fields`, from the program and the dictionaries).
 nlohmann::json completion_items(const CompletionContext& context, const XrefIndex* index, const std::string& path,
                                 int line, const std::vector<std::string>& object_fields,
