@@ -206,10 +206,10 @@ TEST_F(OnServer, ServerStoppedInTheMiddleOfALoad) {
   // Until the load waits for the lock, having written its fields.
   const bool waits = wait_for("SELECT count(*) FROM pg_locks WHERE NOT granted");
   server->stop(true);
-  ASSERT_TRUE(waits) << "the load never waited for the lock";
   const RunResult r = load.get();
   holder.get();
   ASSERT_TRUE(server->start());
+  ASSERT_TRUE(waits) << "the load never waited for the lock";
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(contains(r.err, "cannot be written into stopped.dict_documentation: System error 5")) << r.err;
   // libpq's words, on the same line.
