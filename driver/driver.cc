@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -66,10 +65,7 @@ struct SignalCleanup {
 SignalCleanup g_cleanup;
 
 extern "C" void on_signal(int sig) {
-  if (pid_t child = running_child_pid(); child > 0) {
-    kill(child, SIGTERM);
-    waitpid(child, nullptr, 0);
-  }
+  stop_running_child();
   if (g_cleanup.temp_name[0]) unlink(g_cleanup.temp_name);
   if (g_cleanup.work_name[0]) unlink(g_cleanup.work_name);
   if (g_cleanup.records_name[0]) unlink(g_cleanup.records_name);

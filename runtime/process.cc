@@ -105,4 +105,11 @@ int run_program(const std::vector<std::string>& argv) {
 
 int running_child_pid() { return static_cast<int>(child_pid); }
 
+void stop_running_child() {
+  if (const pid_t child = static_cast<pid_t>(child_pid); child > 0) {
+    kill(child, SIGTERM);
+    waitpid(child, nullptr, 0);
+  }
+}
+
 }  // namespace tav

@@ -12,5 +12,8 @@ namespace tav {
 // handler can stop it.
 int run_program(const std::vector<std::string>& argv);
 int running_child_pid();
+// Ends the running program (SIGTERM) and waits for it; nothing when none runs. Safe in a signal
+// handler.
+void stop_running_child();
 
 }  // namespace tav

@@ -1,6 +1,5 @@
 #include "scratch.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -42,11 +41,7 @@ void free_slot(int i) {
 }
 
 extern "C" void remove_and_resignal(int sig) {
-  // The preprocessor may be writing into the directory: it ends first.
-  if (const pid_t child = tav::running_child_pid(); child > 0) {
-    kill(child, SIGTERM);
-    waitpid(child, nullptr, 0);
-  }
+  tav::stop_running_child();  // the preprocessor may be writing into the directory
   for (int i = kSlots; i-- > 0;) {  // files were taken after their directory
     const Slot& s = g_slots[static_cast<size_t>(i)];
     if (!s.in_use) continue;
